@@ -1,0 +1,187 @@
+#pragma once
+/// @file
+/// `BaseArray`: a contiguous, growing array that reports failed allocations.
+
+#include <algorithm>
+#include <cstring>
+
+#include "orvik/memory.h"
+#include "orvik/objectbase.h"
+
+namespace orvik {
+
+/// How `BaseArray::Resize` allocates. A bit set.
+enum class RESIZEFLAGS : uint8_t {
+    DEFAULT = 0,        ///< grow by the rule of the array, new elements zeroed or default constructed
+    FIT_TO_SIZE = 1,    ///< capacity exactly as asked
+    UNINITIALIZED = 2,  ///< leave new elements of a trivial type as they are
+};
+constexpr RESIZEFLAGS operator|(RESIZEFLAGS a, RESIZEFLAGS b) {
+    return static_cast<RESIZEFLAGS>(static_cast<int>(a) | static_cast<int>(b));
+}
+
+/// The first allocation rounds the wanted count up to a multiple of 16. After that the new capacity is
+/// max(needed, (capacity + increment) * 3 / 2), rounded up to a multiple of 16.
+template <class T>
+class BaseArray {
+public:
+    BaseArray() = default;
+    BaseArray(BaseArray&& other) noexcept { Swap(other); }
+    BaseArray& operator=(BaseArray&& other) noexcept {
+        BaseArray empty;
+        Swap(empty);
+        Swap(other);
+        return *this;
+    }
+    BaseArray(const BaseArray&) = delete;
+    BaseArray& operator=(const BaseArray&) = delete;
+    ~BaseArray() { Reset(); }
+
+    Int GetCount() const noexcept { return _count; }
+    Int GetCapacity() const noexcept { return _capacity; }
+    bool IsEmpty() const noexcept { return _count == 0; }
+    T* GetFirst() noexcept { return _data; }
+    const T* GetFirst() const noexcept { return _data; }
+    T& operator[](Int index) noexcept { return _data[index]; }
+    const T& operator[](Int index) const noexcept { return _data[index]; }
+    T* begin() noexcept { return _data; }
+    T* end() noexcept { return _data + _count; }
+    const T* begin() const noexcept { return _data; }
+    const T* end() const noexcept { return _data + _count; }
+    T& GetLast() noexcept { return _data[_count - 1]; }
+    Block<T> ToBlock() noexcept { return {_data, static_cast<size_t>(_count)}; }
+    Block<const T> ToBlock() const noexcept { return {_data, static_cast<size_t>(_count)}; }
+
+    Result<void> Append(T value) { return Insert(_count, std::move(value)); }
+    /// @param index  0 ... count; anything else counts as the end
+    Result<void> Insert(Int index, T value) {
+        TRY(Reserve(1));
+        if (index < 0 || index > _count)
+            index = _count;
+        new (_data + _count) T(std::move(value));
+        ++_count;
+        std::rotate(_data + index, _data + _count - 1, _data + _count);
+        return {};
+    }
+    Result<void> AppendBlock(Block<const T> values) {
+        TRY(Reserve(static_cast<Int>(values.size())));
+        for (const T& value : values)
+            new (_data + _count++) T(value);
+        return {};
+    }
+    Result<void> CopyFrom(Block<const T> values) {
+        Clear();
+        return AppendBlock(values);
+    }
+    Result<void> CopyFrom(const BaseArray& other) { return CopyFrom(other.ToBlock()); }
+
+    /// Makes room for `increment` more elements by the growth rule.
+    Result<void> Reserve(Int increment) {
+        Int needed = 0;
+        if (__builtin_add_overflow(_count, increment, &needed))
+            return MakeOutOfMemoryError();
+        if (needed <= _capacity)
+            return {};
+        Int wanted = needed;
+        if (_capacity > 0) {
+            Int grown = 0;
+            if (__builtin_add_overflow(_capacity, increment, &grown) || __builtin_mul_overflow(grown, Int(3), &grown))
+                return MakeOutOfMemoryError();
+            wanted = std::max(needed, grown / 2);
+        }
+        if (__builtin_add_overflow(wanted, Int(15), &wanted))
+            return MakeOutOfMemoryError();
+        return SetCapacity(wanted & ~Int(15), false);
+    }
+    Result<void> Resize(Int count, RESIZEFLAGS flags = RESIZEFLAGS::DEFAULT) {
+        if (count < 0)
+            return MakeOutOfMemoryError();
+        while (_count > count)
+            _data[--_count].~T();
+        bool zeroed = false;
+        if (count > _capacity) {
+            const bool fresh = _capacity == 0 && std::is_trivially_copyable_v<T> && !Has(flags, RESIZEFLAGS::UNINITIALIZED);
+            if (Has(flags, RESIZEFLAGS::FIT_TO_SIZE)) {
+                TRY(SetCapacity(count, fresh));
+            } else if (fresh) {
+                Int rounded = 0;
+                if (__builtin_add_overflow(count, Int(15), &rounded))
+                    return MakeOutOfMemoryError();
+                TRY(SetCapacity(rounded & ~Int(15), true));
+            } else {
+                TRY(Reserve(count - _count));
+            }
+            zeroed = fresh;
+        }
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            if (!zeroed && !Has(flags, RESIZEFLAGS::UNINITIALIZED) && count > _count)
+                std::memset(static_cast<void*>(_data + _count), 0, static_cast<size_t>(count - _count) * sizeof(T));
+            _count = count;
+        } else {
+            while (_count < count)
+                new (_data + _count++) T();
+        }
+        return {};
+    }
+    void Erase(Int index, Int count = 1) noexcept {
+        if (index < 0 || count <= 0 || index >= _count)
+            return;
+        count = std::min(count, _count - index);
+        std::move(_data + index + count, _data + _count, _data + index);
+        for (; count > 0; --count)
+            _data[--_count].~T();
+    }
+    /// Removes the last element.
+    void Pop() noexcept { Erase(_count - 1); }
+    /// Removes all elements and keeps the memory.
+    void Clear() noexcept {
+        while (_count > 0)
+            _data[--_count].~T();
+    }
+    /// Removes all elements and frees the memory.
+    void Reset() noexcept {
+        Clear();
+        Free(_data);
+        _data = nullptr;
+        _capacity = 0;
+    }
+
+private:
+    static constexpr bool Has(RESIZEFLAGS flags, RESIZEFLAGS bit) {
+        return (static_cast<int>(flags) & static_cast<int>(bit)) != 0;
+    }
+    void Swap(BaseArray& other) noexcept {
+        std::swap(_data, other._data);
+        std::swap(_count, other._count);
+        std::swap(_capacity, other._capacity);
+    }
+    Result<void> SetCapacity(Int capacity, bool zeroed) {
+        size_t bytes = 0;
+        if (__builtin_mul_overflow(static_cast<size_t>(capacity), sizeof(T), &bytes))
+            return MakeOutOfMemoryError();
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            void* block = zeroed ? AllocateZeroed(bytes) : Reallocate(_data, bytes);
+            if (!block)
+                return MakeOutOfMemoryError();
+            _data = static_cast<T*>(block);
+        } else {
+            auto* block = static_cast<T*>(Allocate(bytes));
+            if (!block)
+                return MakeOutOfMemoryError();
+            for (Int i = 0; i < _count; ++i) {
+                new (block + i) T(std::move(_data[i]));
+                _data[i].~T();
+            }
+            Free(_data);
+            _data = block;
+        }
+        _capacity = capacity;
+        return {};
+    }
+
+    T* _data = nullptr;
+    Int _count = 0;
+    Int _capacity = 0;
+};
+
+}  // namespace orvik
