@@ -22,7 +22,9 @@ option(ORVIK_WARNINGS_AS_ERRORS "Treat warnings as errors" ON)
 set(ORVIK_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 
 add_compile_options(
-    -Wall -Wextra -Wconversion -Wno-sign-conversion -Wshadow=local -Wnon-virtual-dtor
+    -Wall -Wextra -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
+    # Interface methods name the parameters that their overriders use.
+    -Wno-unused-parameter
     # One arithmetic everywhere: compilers fuse a multiply and an add where the machine can, which changes results.
     -ffp-contract=off
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)

@@ -100,7 +100,8 @@ public:
             _data[--_count].~T();
         bool zeroed = false;
         if (count > _capacity) {
-            const bool fresh = _capacity == 0 && std::is_trivially_copyable_v<T> && !Has(flags, RESIZEFLAGS::UNINITIALIZED);
+            const bool fresh =
+                _capacity == 0 && std::is_trivially_copyable_v<T> && !Has(flags, RESIZEFLAGS::UNINITIALIZED);
             if (Has(flags, RESIZEFLAGS::FIT_TO_SIZE)) {
                 TRY(SetCapacity(count, fresh));
             } else if (fresh) {

@@ -45,7 +45,9 @@ const DataType& GetDataType() {
         t.copy = [](void* to, const void* from) { new (to) T(*static_cast<const T*>(from)); };
         t.move = [](void* to, void* from) { new (to) T(std::move(*static_cast<T*>(from))); };
         t.destroy = [](void* value) { static_cast<T*>(value)->~T(); };
-        if constexpr (requires(const T& a) { { a == a } -> std::convertible_to<bool>; }) {
+        if constexpr (requires(const T& a) {
+                          { a == a } -> std::convertible_to<bool>;
+                      }) {
             t.equals = [](const void* a, const void* b) -> bool {
                 return *static_cast<const T*>(a) == *static_cast<const T*>(b);
             };

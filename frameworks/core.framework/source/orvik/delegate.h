@@ -27,8 +27,8 @@ class Delegate<R(A...)> {
     };
 
     template <class F>
-    static constexpr bool kFits =
-        sizeof(F) <= kInlineSize && alignof(F) <= alignof(std::max_align_t) && std::is_nothrow_move_constructible_v<F>;
+    static constexpr bool kFits = sizeof(F) <= kInlineSize &&
+                                  alignof(F) <= alignof(std::max_align_t) && std::is_nothrow_move_constructible_v<F>;
 
     template <class F>
     static constexpr Operations kOperations = {
@@ -57,9 +57,9 @@ public:
     constexpr Delegate() = default;
     constexpr Delegate(std::nullptr_t) {}  // NOLINT(google-explicit-constructor)
     template <class F>
-        requires(!std::is_same_v<std::remove_cvref_t<F>, Delegate> && std::is_invocable_r_v<R, F&, A...> &&
-                 kFits<std::remove_cvref_t<F>>)
-    Delegate(F&& function) : _operations(&kOperations<std::remove_cvref_t<F>>) {  // NOLINT
+    requires(!std::is_same_v<std::remove_cvref_t<F>, Delegate> && std::is_invocable_r_v<R, F&, A...> &&
+             kFits<std::remove_cvref_t<F>>) Delegate(F&& function)
+        : _operations(&kOperations<std::remove_cvref_t<F>>) {  // NOLINT
         new (_state) std::remove_cvref_t<F>(std::forward<F>(function));
     }
     /// For a callable of any size.

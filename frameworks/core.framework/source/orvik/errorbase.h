@@ -21,9 +21,7 @@ public:
     /// What led to this error, or null.
     const Error& GetCause() const { return _cause; }
     /// True for this error's class and those it derives from (a null pointer error is an illegal argument error).
-    bool IsKindOf(const Id& errorId) const {
-        return errorId == _errorId || IsDerivedFrom(errorId);
-    }
+    bool IsKindOf(const Id& errorId) const { return errorId == _errorId || IsDerivedFrom(errorId); }
     /// For a person: the message, or a plain sentence for the class when there is none.
     ORVIK_API String ToString() const;
 

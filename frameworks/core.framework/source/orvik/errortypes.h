@@ -26,7 +26,8 @@ inline constexpr Id kIo{"net.orvik.error.io"};
 inline constexpr Id kFileFormat{"net.orvik.error.fileformat"};
 }  // namespace errorid
 
-/// @{ The error classes. Tests against a class go by id (`IsKindOf`); the classes carry what an error has beyond a text.
+/// @{ The error classes. Tests against a class go by id (`IsKindOf`); the classes carry what an error has beyond a
+/// text.
 class OutOfMemoryErrorInterface : public ErrorInterface {
     using ErrorInterface::ErrorInterface;
 };
@@ -136,8 +137,8 @@ inline Error OutOfMemoryError() noexcept { return MakeOutOfMemoryError(); }
 /// A failure of a stream or file. `text` says what failed, as in "cannot open: @".
 template <class... Arguments>
 Error IoError(const Url& url, LocatedText text, const Arguments&... arguments) noexcept {
-    Result<Ref<IoErrorInterface>> made = NewObj<IoErrorInterface>(
-        errorid::kIo, text.location, FormatString(text.text, arguments...), Error(), url);
+    Result<Ref<IoErrorInterface>> made =
+        NewObj<IoErrorInterface>(errorid::kIo, text.location, FormatString(text.text, arguments...), Error(), url);
     if (!made)
         return std::move(made).TakeError();
     return Error::Adopt(made.GetValue().Detach());

@@ -77,8 +77,7 @@ struct FileFormatDetection {
     /// seek is read into memory first.
     /// @param types   wanted handler types
     /// @return the accepted handlers; errors are those of opening the URL and of the delegate
-    ORVIK_API static Result<BaseArray<FileFormatHandler>> DetectAll(const Url& url,
-                                                                    Block<const DataType* const> types,
+    ORVIK_API static Result<BaseArray<FileFormatHandler>> DetectAll(const Url& url, Block<const DataType* const> types,
                                                                     const HandlerDelegate& delegate);
 };
 

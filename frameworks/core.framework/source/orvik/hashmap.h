@@ -51,7 +51,7 @@ public:
 private:
     struct Bucket {
         Entry* first = nullptr;
-        Int next = -1;        ///< bucket list, in order of first use
+        Int next = -1;  ///< bucket list, in order of first use
         bool listed = false;
     };
 

@@ -31,7 +31,8 @@ public:
     HierarchyObjectRef GetNext() const;
 
     /// Places `child` behind `predecessor`, or at the end of the branch without one. Illegal argument: null child,
-    /// negative branch, a child that has a parent, this itself or one of its ancestors, a predecessor that is not there.
+    /// negative branch, a child that has a parent, this itself or one of its ancestors, a predecessor that is not
+    /// there.
     Result<void> AddChild(Int branch, const HierarchyObjectRef& child, const HierarchyObjectRef& predecessor = nullptr);
     /// Takes a child out again; illegal argument when it is not a child of this.
     Result<void> RemoveChild(const HierarchyObjectRef& child);

@@ -97,9 +97,7 @@ public:
     ObjectCounts* GetCounts() const noexcept { return _counts; }
 
 protected:
-    UnboundAnswer Unbound() const noexcept {
-        return {_absence == Absence::None ? Absence::NotImplemented : _absence};
-    }
+    UnboundAnswer Unbound() const noexcept { return {_absence == Absence::None ? Absence::NotImplemented : _absence}; }
 
 private:
     friend struct ObjectAccess;
@@ -116,11 +114,11 @@ struct ObjectAccess {
 };
 
 /// The common head of an interface class: constructors, id and reference name.
-#define ORVIK_INTERFACE(NAME, ID)                                \
-public:                                                          \
-    NAME() = default;                                            \
+#define ORVIK_INTERFACE(NAME, ID)                                 \
+public:                                                           \
+    NAME() = default;                                             \
     explicit NAME(::orvik::Absence why) : ::orvik::Object(why) {} \
-    static constexpr ::orvik::Id kInterfaceId{ID};               \
+    static constexpr ::orvik::Id kInterfaceId{ID};                \
     static constexpr const char* kReferenceName = "orvik." #NAME
 
 /// The shared instance that answers for a missing object. It lives until the process ends.
@@ -147,11 +145,11 @@ public:
     Ref(const Ref& other) noexcept : Ref(other._object) {}
     Ref(Ref&& other) noexcept : _object(std::exchange(other._object, nullptr)) {}
     template <class D>
-        requires(std::is_convertible_v<D*, I*> && !std::is_same_v<D, I>)
-    Ref(const Ref<D>& other) noexcept : Ref(static_cast<I*>(other.GetObject())) {}  // NOLINT
+    requires(std::is_convertible_v<D*, I*> && !std::is_same_v<D, I>) Ref(const Ref<D>& other)
+    noexcept : Ref(static_cast<I*>(other.GetObject())) {}  // NOLINT
     template <class D>
-        requires(std::is_convertible_v<D*, I*> && !std::is_same_v<D, I>)
-    Ref(Ref<D>&& other) noexcept : _object(other.Detach()) {}  // NOLINT
+    requires(std::is_convertible_v<D*, I*> && !std::is_same_v<D, I>) Ref(Ref<D>&& other)
+    noexcept : _object(other.Detach()) {}  // NOLINT
     Ref& operator=(Ref other) noexcept {
         std::swap(_object, other._object);
         return *this;
@@ -271,7 +269,9 @@ Result<Ref<T>> NewObj(Arguments&&... arguments) {
     }
     ObjectAccess::SetCounts(*object, counts);
     Ref<T> ref = Ref<T>::Adopt(object);
-    if constexpr (requires { { object->Construct() } -> std::same_as<Result<void>>; }) {
+    if constexpr (requires {
+                      { object->Construct() } -> std::same_as<Result<void>>;
+                  }) {
         if (Result<void> constructed = object->Construct(); !constructed)
             return std::move(constructed).TakeError();
     }
@@ -334,9 +334,9 @@ public:
     /// Byte distance from an object's `Object` part to its interface, filled on the first cast of a class.
     std::atomic<int32_t>& Slot(int ordinal) const noexcept { return _slots[ordinal]; }
 
-    static constexpr int32_t kUnknown = 0;    ///< not looked up so far
-    static constexpr int32_t kAbsent = 1;     ///< not implemented; distances are even, so 1 is free
-    static constexpr int32_t kAtOrigin = 3;   ///< distance 0
+    static constexpr int32_t kUnknown = 0;   ///< not looked up so far
+    static constexpr int32_t kAbsent = 1;    ///< not implemented; distances are even, so 1 is free
+    static constexpr int32_t kAtOrigin = 3;  ///< distance 0
 
 private:
     Id _id;
@@ -360,7 +360,9 @@ I* CastPointer(Object* object) noexcept {
         I* found = dynamic_cast<I*>(object);
         if (found)
             distance = static_cast<int32_t>(reinterpret_cast<std::byte*>(found) - base);
-        slot.store(!found ? ClassRecord::kAbsent : distance == 0 ? ClassRecord::kAtOrigin : distance,
+        slot.store(!found          ? ClassRecord::kAbsent
+                   : distance == 0 ? ClassRecord::kAtOrigin
+                                   : distance,
                    std::memory_order_relaxed);
         return found;
     }

@@ -11,6 +11,7 @@
 namespace orvik {
 
 class ErrorInterface;
+struct UnboundAnswer;  // becomes an error itself, never the value inside a result
 
 /// A counted reference to an error object (see errorbase.h), or null for "no error".
 class [[nodiscard]] Error {
@@ -57,9 +58,9 @@ public:
 
     Result(Error error) noexcept : _error(std::move(error)) {}  // NOLINT(google-explicit-constructor)
     template <class U = T>
-        requires(std::is_constructible_v<T, U &&> && !std::is_same_v<std::remove_cvref_t<U>, Error> &&
-                 !std::is_same_v<std::remove_cvref_t<U>, Result>)
-    Result(U&& value) {  // NOLINT(google-explicit-constructor)
+    requires(std::is_constructible_v<T, U&&> && !std::is_same_v<std::remove_cvref_t<U>, Error> &&
+             !std::is_same_v<std::remove_cvref_t<U>, Result> && !std::is_same_v<std::remove_cvref_t<U>, UnboundAnswer>)
+        Result(U&& value) {  // NOLINT(google-explicit-constructor)
         new (&_value) T(std::forward<U>(value));
     }
     Result(Result&& other) noexcept : _error(std::move(other._error)) {
@@ -138,12 +139,12 @@ template <class T>
 inline constexpr bool kIsResult<Result<T>> = true;
 
 /// Yields the value of a result, or returns its error from the enclosing function unchanged.
-#define TRY(...)                                                \
-    __extension__({                                             \
-        auto _result = (__VA_ARGS__);                           \
-        if (!_result) [[unlikely]]                              \
-            return std::move(_result).TakeError();              \
-        std::move(_result).TakeValue();                         \
+#define TRY(...)                                   \
+    __extension__({                                \
+        auto _result = (__VA_ARGS__);              \
+        if (!_result) [[unlikely]]                 \
+            return std::move(_result).TakeError(); \
+        std::move(_result).TakeValue();            \
     })
 
 }  // namespace orvik

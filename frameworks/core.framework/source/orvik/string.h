@@ -18,8 +18,8 @@ namespace orvik {
 class ORVIK_API String {
 public:
     String() = default;
-    String(const char* utf8);        // NOLINT(google-explicit-constructor)
-    String(std::string_view utf8);   // NOLINT(google-explicit-constructor)
+    String(const char* utf8);                                            // NOLINT(google-explicit-constructor)
+    String(std::string_view utf8);                                       // NOLINT(google-explicit-constructor)
     String(const std::string& utf8) : String(std::string_view(utf8)) {}  // NOLINT(google-explicit-constructor)
     String(const String& other) noexcept;
     String(String&& other) noexcept : _body(std::exchange(other._body, nullptr)) {}
@@ -87,11 +87,11 @@ class FormatArgument {
 public:
     enum class Kind : uint8_t { Default, Signed, Unsigned, Real, Boolean, Text, Rendered };
 
-    FormatArgument(int64_t value) : _kind(Kind::Signed), _signed(value) {}          // NOLINT
-    FormatArgument(uint64_t value) : _kind(Kind::Unsigned), _unsigned(value) {}     // NOLINT
-    FormatArgument(double value) : _kind(Kind::Real), _real(value) {}               // NOLINT
-    FormatArgument(bool value) : _kind(Kind::Boolean), _unsigned(value) {}          // NOLINT
-    FormatArgument(std::string_view value) : _kind(Kind::Text), _text(value) {}     // NOLINT
+    FormatArgument(int64_t value) : _kind(Kind::Signed), _signed(value) {}              // NOLINT
+    FormatArgument(uint64_t value) : _kind(Kind::Unsigned), _unsigned(value) {}         // NOLINT
+    FormatArgument(double value) : _kind(Kind::Real), _real(value) {}                   // NOLINT
+    FormatArgument(bool value) : _kind(Kind::Boolean), _unsigned(value) {}              // NOLINT
+    FormatArgument(std::string_view value) : _kind(Kind::Text), _text(value) {}         // NOLINT
     FormatArgument(String value) : _kind(Kind::Rendered), _string(std::move(value)) {}  // NOLINT
     FormatArgument() = default;
 
@@ -127,9 +127,13 @@ FormatArgument MakeFormatArgument(const T& value) {
         return FormatArgument(value);
     else if constexpr (std::is_convertible_v<const T&, std::string_view>)
         return FormatArgument(std::string_view(value));
-    else if constexpr (requires { { value.ToString() } -> std::convertible_to<String>; })
+    else if constexpr (requires {
+                           { value.ToString() } -> std::convertible_to<String>;
+                       })
         return FormatArgument(value.ToString());
-    else if constexpr (requires { { value->ToString() } -> std::convertible_to<String>; })
+    else if constexpr (requires {
+                           { value->ToString() } -> std::convertible_to<String>;
+                       })
         return FormatArgument(value->ToString());
     else
         return FormatArgument();

@@ -62,9 +62,7 @@ public:
     const DataDictionary& GetData() const noexcept { return _data; }
 
     /// Compares the resource, not the data.
-    friend bool operator==(const Url& a, const Url& b) noexcept {
-        return a._memory == b._memory && a._path == b._path;
-    }
+    friend bool operator==(const Url& a, const Url& b) noexcept { return a._memory == b._memory && a._path == b._path; }
     uint64_t GetHashCode() const noexcept;
     String ToString() const { return GetUrl(); }
 

@@ -69,7 +69,9 @@ public:
         return Unbound();
     }
     /// The component type; None for channels of packed and special formats.
-    virtual ComponentType GetComponentType() const { return IsAbsent() ? ComponentType::None : ComponentType(Unbound()); }
+    virtual ComponentType GetComponentType() const {
+        return IsAbsent() ? ComponentType::None : ComponentType(Unbound());
+    }
 };
 
 /// What a channel means. One published object a type.

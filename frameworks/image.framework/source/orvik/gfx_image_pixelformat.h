@@ -24,7 +24,7 @@ enum class SETPIXELFLAGS : int32_t { NONE = 0, DEEPIMAGE = 2 };
 
 /// True when `flags` holds all bits of `bit`.
 template <class E>
-    requires std::is_enum_v<E>
+requires std::is_enum_v<E>
 constexpr bool HasFlag(E flags, E bit) {
     return (static_cast<int>(flags) & static_cast<int>(bit)) == static_cast<int>(bit);
 }
@@ -94,7 +94,8 @@ public:
         return Unbound();
     }
     /// Compares channel by channel, unused ones excepted.
-    /// @param tolerance  in 8-bit steps, negative counts as 0; shifted left by 8 for 16-bit and by 24 for 32-bit integers
+    /// @param tolerance  in 8-bit steps, negative counts as 0; shifted left by 8 for 16-bit and by 24 for 32-bit
+    /// integers
     virtual Bool IsIdenticalPixel(const void* a, const void* b, Int tolerance) const {
         (void)a, (void)b, (void)tolerance;
         return Unbound();

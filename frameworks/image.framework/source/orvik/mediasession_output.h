@@ -1,0 +1,73 @@
+#pragma once
+/// @file
+/// Outputs: into a texture, to a URL; and the import driver that finds the importer of a URL.
+
+#include "orvik/fileformat.h"
+#include "orvik/gfx_image.h"
+#include "orvik/mediasession_session.h"
+
+namespace orvik {
+
+/// Turns an importer's streams into an image tree.
+class MediaOutputTextureInterface : public virtual MediaOutputInterface {
+    ORVIK_INTERFACE(MediaOutputTextureInterface, "net.orvik.image.interface.mediaoutputtexture");
+
+public:
+    virtual Result<void> SetOutputTexture(const ImageTextureRef& texture, const ClassRef& storage) { return Unbound(); }
+};
+using MediaOutputTextureRef = Ref<MediaOutputTextureInterface>;
+
+/// Base of every exporter: writes one file at a URL.
+class MediaOutputUrlInterface : public virtual MediaOutputInterface {
+    ORVIK_INTERFACE(MediaOutputUrlInterface, "net.orvik.image.interface.mediaoutputurl");
+
+public:
+    /// Empty until `SetOutputUrl`.
+    virtual Url GetOutputUrl() const { return Unbound(); }
+    virtual Result<void> SetOutputUrl(const Url& url) { return Unbound(); }
+    /// The exporter's format, from the registry of file formats.
+    virtual FileFormat GetFileFormat() const { return Unbound(); }
+    virtual Result<Bool> EditSystemOptions() { return Unbound(); }
+    /// The size that the format will accept for a wanted one.
+    virtual DrawDimensionInt CheckBitmapSize(const DrawDimensionInt& size) const { return Unbound(); }
+};
+
+/// Marks handlers that make media inputs.
+class MediaSessionFileFormatHandlerInterface : public virtual FileFormatHandlerInterface {
+    ORVIK_INTERFACE(MediaSessionFileFormatHandlerInterface, "net.orvik.image.interface.mediasessionfileformathandler");
+
+public:
+    /// Class id of the importer.
+    virtual Id GetImporterClass() const { return Unbound(); }
+    /// Class id of the exporter, empty for formats that are only read.
+    virtual Id GetExporterClass() const { return Unbound(); }
+};
+using MediaSessionFileFormatHandler = Ref<MediaSessionFileFormatHandlerInterface>;
+
+/// Export settings that several formats read.
+namespace mediaexport {
+inline constexpr Key<Float> kQuality{"net.orvik.mediasession.export.quality"};
+inline constexpr Key<Bool> kDisableSrgbConversion{"net.orvik.mediasession.export.disablesrgbconversion"};
+/// "V3" (default), "V4" or "V5": the generation of the header.
+inline constexpr Key<Id> kBmpInfoHeader{"net.orvik.mediasession.bmp.export.bitmapinfoheader"};
+inline constexpr Key<Bool> kPngInterlaced{"net.orvik.mediasession.png.export.interlaced"};
+}  // namespace mediaexport
+
+/// Finds the importer of a URL, connects it with `output` in a new session, and runs it.
+/// @param selection         may be empty
+/// @param progress          may be empty; notified after 0.25 s, every 0.1 s
+/// @param preferredHandler  tried first; may be null
+/// @return the session, which the caller keeps until it has finished with the data
+/// Errors: "Image @ is not of a supported type." when nobody claims the file; the failure of opening it; the importer's
+/// and the output's errors unchanged.
+ORVIK_API Result<MediaSessionRef> MediaSessionImport(const Url& url, TimeValue targetTime, MEDIASESSIONFLAGS flags,
+                                                     const MediaOutputRef& output, const SelectionDelegate& selection,
+                                                     const ProgressDelegate& progress = {},
+                                                     const MediaSessionFileFormatHandler& preferredHandler = {});
+
+/// The handler of a registered file format, by format id or by suffix (lower case, without dot); null when there is
+/// none.
+ORVIK_API MediaSessionFileFormatHandler FindHandlerByFormat(const Id& formatId);
+ORVIK_API MediaSessionFileFormatHandler FindHandlerBySuffix(std::string_view suffix);
+
+}  // namespace orvik

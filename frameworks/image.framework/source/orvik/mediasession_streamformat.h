@@ -1,0 +1,149 @@
+#pragma once
+/// @file
+/// Stream formats, stream properties, and the keys by which importers, exporters and outputs describe a stream.
+
+#include "orvik/iomemory.h"
+#include "orvik/mediasession_base.h"
+
+namespace orvik {
+
+/// Keys "net.orvik.mediaformat.*".
+namespace mediaformat {
+inline constexpr Key<MEDIAFORMATTYPE> kType{"net.orvik.mediaformat.type"};
+inline constexpr Key<PixelFormat> kPixelFormat{"net.orvik.mediaformat.pixelformat"};
+inline constexpr Key<Int> kWidth{"net.orvik.mediaformat.width"};
+inline constexpr Key<Int> kHeight{"net.orvik.mediaformat.height"};
+inline constexpr Key<MEDIAALPHATYPE> kAlphaType{"net.orvik.mediaformat.alphatype"};
+inline constexpr Key<String> kStreamName{"net.orvik.mediaformat.streamname"};
+inline constexpr Key<String> kAlphaName{"net.orvik.mediaformat.alphaname"};
+inline constexpr Key<Int> kSubImageIndex{"net.orvik.mediaformat.subimageindex"};
+inline constexpr Key<ColorProfile> kColorProfile{"net.orvik.mediaformat.colorprofile"};
+inline constexpr Key<Float> kAspectRatio{"net.orvik.mediaformat.aspectratio"};
+inline constexpr Key<Float> kDpi{"net.orvik.mediaformat.dpi"};
+inline constexpr Key<DataDictionary> kExportSettings{"net.orvik.mediaformat.exportsettings"};
+inline constexpr Key<Int> kHotspotX{"net.orvik.mediaformat.hotspotx"};
+inline constexpr Key<Int> kHotspotY{"net.orvik.mediaformat.hotspoty"};
+inline constexpr Key<Bool> kLayerAlpha{"net.orvik.mediaformat.layeralpha"};
+inline constexpr Key<Bool> kDeepImage{"net.orvik.mediaformat.deepimage"};
+inline constexpr Key<Bool> kLayerEnabled{"net.orvik.mediaformat.layer.enabled"};
+inline constexpr Key<Bool> kLayerTransparencyProtected{"net.orvik.mediaformat.layer.transparencyprotected"};
+inline constexpr Key<Bool> kLayerIsOpen{"net.orvik.mediaformat.layer.isopen"};
+inline constexpr Key<Float> kLayerOpacity{"net.orvik.mediaformat.layer.opacity"};
+inline constexpr Key<Float> kLayerFillOpacity{"net.orvik.mediaformat.layer.fillopacity"};
+inline constexpr Key<Id> kLayerBlendMode{"net.orvik.mediaformat.layer.blendmode"};
+inline constexpr Key<Int> kLayerMaskDefColor{"net.orvik.mediaformat.layer.maskdefcolor"};
+inline constexpr Key<Int> kLayerGroup{"net.orvik.mediaformat.layer.layergroup"};
+inline constexpr Key<Int> kLayerBoundingBoxX{"net.orvik.mediaformat.layer.boundingbox_x"};
+inline constexpr Key<Int> kLayerBoundingBoxY{"net.orvik.mediaformat.layer.boundingbox_y"};
+inline constexpr Key<Int> kLayerBoundingBoxW{"net.orvik.mediaformat.layer.boundingbox_w"};
+inline constexpr Key<Int> kLayerBoundingBoxH{"net.orvik.mediaformat.layer.boundingbox_h"};
+inline constexpr Key<Int> kLayerPsdFilterId{"net.orvik.mediaformat.layer.psd_filterid"};
+inline constexpr Key<MemoryFileRef> kLayerPsdData{"net.orvik.mediaformat.layer.psd_data"};
+inline constexpr Key<Float> kVideoFps{"net.orvik.mediaformat.video.fps"};
+inline constexpr Key<TimeValue> kVideoDuration{"net.orvik.mediaformat.video.duration"};
+inline constexpr Key<TimeValue> kVideoStartTime{"net.orvik.mediaformat.video.starttime"};
+inline constexpr Key<Float> kAudioSampleRate{"net.orvik.mediaformat.audio.samplerate"};
+inline constexpr Key<Int> kAudioChannelCount{"net.orvik.mediaformat.audio.channelcount"};
+inline constexpr Key<Int> kAudioBitsPerChannel{"net.orvik.mediaformat.audio.bitsperchannel"};
+}  // namespace mediaformat
+
+/// Keys "net.orvik.mediaproperty.*": facts of one delivered sample.
+namespace mediaproperty {
+inline constexpr Key<TimeValue> kSampleTime{"net.orvik.mediaproperty.sampletime"};
+inline constexpr Key<TimeValue> kSampleDuration{"net.orvik.mediaproperty.sampleduration"};
+inline constexpr Key<Int> kSkippedFrames{"net.orvik.mediaproperty.skippedframes"};
+}  // namespace mediaproperty
+
+/// The object behind a `MediaStreamFormat`.
+class MediaStreamFormatInterface : public virtual DataDictionaryObjectInterface {
+    ORVIK_INTERFACE(MediaStreamFormatInterface, "net.orvik.image.interface.mediastreamformat");
+
+public:
+    Result<Ref<Object>> Clone() const override {
+        Ref<MediaStreamFormatInterface> copy = TRY(NewObj<MediaStreamFormatInterface>());
+        copy->_dictionary = _dictionary;
+        return Ref<Object>(copy);
+    }
+};
+
+/// The static description of one way to read a stream: a copy-on-write dictionary. A default constructed one is null,
+/// and reading a null format gives the null pointer error; the first `Set` makes it an object.
+class MediaStreamFormat : public ValueRef<MediaStreamFormatInterface> {
+public:
+    using ValueRef::ValueRef;
+
+    template <class T>
+    Result<T> Get(const Key<T>& key, SourceLocation where = SourceLocation::current()) const {
+        return (*this)->Get(key, where);
+    }
+    template <class T>
+    T Get(const Key<T>& key, std::type_identity_t<T> fallback) const {
+        return (*this)->Get(key, std::move(fallback));
+    }
+    template <class T>
+    Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
+        return SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
+    }
+    Result<Data> GetData(const Id& id) const { return (*this)->GetData(id); }
+    Result<void> SetData(const Id& id, Data data) {
+        if (!*this)
+            static_cast<ValueRef&>(*this) = ValueRef(TRY(NewObj<MediaStreamFormatInterface>()));
+        return TRY(MakeWritable())->SetData(id, std::move(data));
+    }
+    String ToString() const { return *this ? (*this)->GetDictionary().ToString() : String("<null>"); }
+};
+
+class MediaStreamInterface;
+using MediaStreamRef = Ref<MediaStreamInterface>;
+
+/// The description of one concrete sample of a stream: a copy-on-write dictionary with the keys of a format.
+class MediaStreamPropertiesInterface : public virtual DataDictionaryObjectInterface {
+    ORVIK_INTERFACE(MediaStreamPropertiesInterface, "net.orvik.image.interface.mediastreamproperties");
+
+public:
+    /// Copies every entry of the format; a null format gives no entries.
+    Result<void> Init(const MediaStreamFormat& format) {
+        _dictionary = format ? format->GetDictionary() : DataDictionary();
+        return {};
+    }
+    Result<Ref<Object>> Clone() const override {
+        Ref<MediaStreamPropertiesInterface> copy = TRY(NewObj<MediaStreamPropertiesInterface>());
+        copy->_dictionary = _dictionary;
+        return Ref<Object>(copy);
+    }
+};
+class MediaStreamProperties : public ValueRef<MediaStreamPropertiesInterface> {
+public:
+    using ValueRef::ValueRef;
+
+    /// From a format: copies every entry.
+    static Result<MediaStreamProperties> FromFormat(const MediaStreamFormat& format) {
+        Ref<MediaStreamPropertiesInterface> object = TRY(NewObj<MediaStreamPropertiesInterface>());
+        TRY(object->Init(format));
+        return MediaStreamProperties(std::move(object));
+    }
+    /// From a stream: its selected format; a null stream gives no entries.
+    static Result<MediaStreamProperties> FromStream(const MediaStreamRef& stream);
+
+    template <class T>
+    Result<T> Get(const Key<T>& key, SourceLocation where = SourceLocation::current()) const {
+        return (*this)->Get(key, where);
+    }
+    template <class T>
+    T Get(const Key<T>& key, std::type_identity_t<T> fallback) const {
+        return (*this)->Get(key, std::move(fallback));
+    }
+    template <class T>
+    Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
+        if (!*this)
+            *this = TRY(FromFormat({}));
+        return TRY(MakeWritable())->SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
+    }
+};
+
+template <>
+inline constexpr const char* kDataTypeName<MediaStreamFormat> = "orvik::MediaStreamFormat";
+template <>
+inline constexpr const char* kDataTypeName<MediaStreamProperties> = "orvik::MediaStreamProperties";
+
+}  // namespace orvik
