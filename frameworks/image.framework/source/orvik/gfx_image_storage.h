@@ -2,6 +2,7 @@
 /// @file
 /// Pixel storages and the handlers by which lines are read and written.
 
+#include <algorithm>
 #include <limits>
 
 #include "orvik/gfx_image_pixelformat.h"
@@ -20,6 +21,14 @@ struct GetPixelHandlerStruct {
     ReadLineFunc read;
     Delegate<void()> release;
     explicit operator bool() const { return static_cast<bool>(read); }
+    /// Gives the handler back; it is empty afterwards. `FreePixelHandler` of every image and storage ends here, and who
+    /// holds a handler without its image (an importer, an exporter) calls it directly.
+    void Free() {
+        const Delegate<void()> end = std::move(release);
+        read = {};
+        if (end)
+            end();
+    }
 };
 
 /// Line write closure of an image. Who drives it calls `Widen` after each successful write.
@@ -39,6 +48,19 @@ struct SetPixelHandlerStruct {
         minY = std::min(minY, span.y);
         maxX = std::max(maxX, span.x + span.count - 1);
         maxY = std::max(maxY, span.y);
+    }
+    /// Tells the region delegate what was written, if anything was, and gives the handler back. It is empty afterwards,
+    /// so that a second call tells nobody. See `GetPixelHandlerStruct::Free`.
+    /// @return the error of the region delegate; the handler is free all the same
+    Result<void> Free() {
+        SetPixelHandlerStruct gone = std::move(*this);
+        *this = {};
+        Result<void> told;
+        if (gone.region && gone.IsDirty())
+            told = gone.region({gone.minX, gone.minY, gone.maxX - gone.minX + 1, gone.maxY - gone.minY + 1});
+        if (gone.release)
+            gone.release();
+        return told;
     }
 };
 
