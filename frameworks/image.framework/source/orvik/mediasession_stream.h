@@ -142,18 +142,25 @@ public:
 
 /// Visits a stream and its descendants depth first, parents before children. The visitor gets the stream, its parent
 /// (null at the root) and the depth; false stops the whole walk, an error ends it. A tree deeper than 256 levels is
-/// refused as an illegal state.
+/// refused as an illegal state. Children that are no streams are passed over.
+/// @return false when the visitor stopped the walk; a null root is nothing to visit
 using StreamVisitor = Delegate<Result<Bool>(const MediaStreamRef& stream, const MediaStreamRef& parent, Int depth)>;
 ORVIK_API Result<Bool> WalkStreams(const MediaStreamRef& root, const StreamVisitor& visitor);
 
 /// Class ids.
 namespace mediaclasses {
+inline constexpr Id kMediaBase{"net.orvik.image.class.mediabase"};
+inline constexpr Id kStreamBase{"net.orvik.image.class.mediastreambase"};
+inline constexpr Id kStreamImageBase{"net.orvik.image.class.mediastreamimagebase"};
 inline constexpr Id kStreamImport{"net.orvik.image.class.mediastreamimagedataimport"};
 inline constexpr Id kStreamExport{"net.orvik.image.class.mediastreamimagedataexport"};
 inline constexpr Id kStreamExif{"net.orvik.image.class.mediastreamexifdata"};
 inline constexpr Id kStreamAudioImport{"net.orvik.image.class.mediastreamaudiodataimport"};
 inline constexpr Id kStreamFormat{"net.orvik.image.class.mediastreamformat"};
 inline constexpr Id kStreamProperties{"net.orvik.image.class.mediastreamproperties"};
+inline constexpr Id kConverterBase{"net.orvik.image.class.mediaconverterbase"};
+inline constexpr Id kOutputBase{"net.orvik.image.class.mediaoutputbase"};
+inline constexpr Id kOutputUrlBase{"net.orvik.image.class.mediaoutputurlbase"};
 inline constexpr Id kSession{"net.orvik.image.class.mediasessionobject"};
 inline constexpr Id kSessionProgress{"net.orvik.image.class.mediasessionprogressobject"};
 inline constexpr Id kOutputTexture{"net.orvik.image.class.mediaoutputtexture"};

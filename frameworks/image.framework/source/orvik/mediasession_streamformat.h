@@ -123,7 +123,7 @@ public:
         return MediaStreamProperties(std::move(object));
     }
     /// From a stream: its selected format; a null stream gives no entries.
-    static Result<MediaStreamProperties> FromStream(const MediaStreamRef& stream);
+    ORVIK_API static Result<MediaStreamProperties> FromStream(const MediaStreamRef& stream);
 
     template <class T>
     Result<T> Get(const Key<T>& key, SourceLocation where = SourceLocation::current()) const {
