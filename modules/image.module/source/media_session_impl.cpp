@@ -40,17 +40,15 @@ Result<void> MediaSessionImpl::ConnectMediaConverter(const MediaConverterRef& in
 
 Result<void> MediaSessionImpl::Convert(TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     using Inputs = MediaConverterInterface::Inputs;
-    TRY(ForEachOutput([&](const MediaConverterRef& output, Inputs inputs) {
-        return output->Analyze(inputs, targetTime, flags);
-    }));
+    TRY(ForEachOutput(
+        [&](const MediaConverterRef& output, Inputs inputs) { return output->Analyze(inputs, targetTime, flags); }));
     if (static_cast<int32_t>(flags) & static_cast<int32_t>(MEDIASESSIONFLAGS::RUNONLYANALYZE))
         return {};
     TRY(ForEachOutput([&](const MediaConverterRef& output, Inputs inputs) {
         return output->PrepareExecute(inputs, targetTime, flags);
     }));
-    return ForEachOutput([&](const MediaConverterRef& output, Inputs inputs) {
-        return output->Execute(inputs, targetTime, flags);
-    });
+    return ForEachOutput(
+        [&](const MediaConverterRef& output, Inputs inputs) { return output->Execute(inputs, targetTime, flags); });
 }
 
 Result<void> MediaSessionImpl::Close() {

@@ -32,9 +32,9 @@ Result<BaseArray<MediaStreamRef>> MediaConverterBaseImpl::GetOutputStreams(Bool 
 
 Result<Data> MediaConverterBaseImpl::GetData(const Id& id) const {
     static constexpr const Id* kSupportKeys[] = {
-        &mediacapability::kInputSupportsImage.GetId(),  &mediacapability::kInputSupportsVideo.GetId(),
-        &mediacapability::kInputSupportsAudio.GetId(),  &mediacapability::kOutputSupportsImage.GetId(),
-        &mediacapability::kOutputSupportsVideo.GetId(), &mediacapability::kOutputSupportsAudio.GetId(),
+        &mediacapability::kInputSupportsImage.GetId(),          &mediacapability::kInputSupportsVideo.GetId(),
+        &mediacapability::kInputSupportsAudio.GetId(),          &mediacapability::kOutputSupportsImage.GetId(),
+        &mediacapability::kOutputSupportsVideo.GetId(),         &mediacapability::kOutputSupportsAudio.GetId(),
         &mediacapability::kOutputSupportsSystemOptions.GetId(),
     };
     for (const Id* key : kSupportKeys) {

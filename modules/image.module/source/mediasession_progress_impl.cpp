@@ -1,8 +1,9 @@
 #include "mediasession_progress_impl.h"
 
+#include "registration.h"
+
 #include "orvik/mediasession_stream.h"
 #include "orvik/threadservices.h"
-#include "registration.h"
 
 namespace orvik {
 

@@ -31,7 +31,7 @@ private:
     ProgressObservable _observable;
     TimeValue _firstDelay;
     TimeValue _interval;
-    TimeValue _startTime;         ///< of the first report that changed a value
+    TimeValue _startTime;  ///< of the first report that changed a value
     TimeValue _lastNotification;
     BaseArray<Job> _jobs;
     Bool _started = false;

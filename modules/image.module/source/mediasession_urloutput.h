@@ -3,6 +3,7 @@
 /// The base of every exporter.
 
 #include "mediasession_outputconverter_baseimpl.h"
+
 #include "orvik/mediasession_output.h"
 
 namespace orvik {

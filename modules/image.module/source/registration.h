@@ -9,6 +9,11 @@ namespace orvik {
 
 Result<void> RegisterImageStorages(Publisher& publisher);
 Result<void> RegisterImages(Publisher& publisher);
+Result<void> RegisterMediaSession(Publisher& publisher);
+Result<void> RegisterMediaSessionAudio(Publisher& publisher);
 Result<void> RegisterTextureConverters(Publisher& publisher);
+Result<void> RegisterMediaSessionOutputConverterBase(Publisher& publisher);
+Result<void> RegisterMediaSessionProgress(Publisher& publisher);
+Result<void> RegisterMediaSessionUrlOutput(Publisher& publisher);
 
 }  // namespace orvik
