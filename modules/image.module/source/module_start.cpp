@@ -1,0 +1,19 @@
+#include "module_start.h"
+
+#include "registration.h"
+
+namespace orvik {
+
+Result<void> StartImageModule(Publisher& publisher) {
+    // The order decides the order of the registries, and with it in which order formats are offered and asked.
+    using Register = Result<void> (*)(Publisher&);
+    static constexpr Register kUnits[] = {
+        RegisterMediaSession,         RegisterMediaSessionAudio,     RegisterMediaSessionOutputConverterBase,
+        RegisterMediaSessionProgress, RegisterMediaSessionUrlOutput,
+    };
+    for (const Register registerUnit : kUnits)
+        TRY(registerUnit(publisher));
+    return {};
+}
+
+}  // namespace orvik
