@@ -7,6 +7,15 @@
 
 namespace orvik {
 
+/// Channel types and channel classes.
+Result<void> RegisterChannels(Publisher& publisher);
+/// Colour spaces. Channel types look them up when asked, so the order of these two does not matter.
+Result<void> RegisterColorSpaces(Publisher& publisher);
+/// The service that opens colour profiles and hands out the built-in ones.
+Result<void> RegisterColorProfiles(Publisher& publisher);
+/// Groups, classes and instances of all pixel formats, and the service that makes formats at run time. Needs the
+/// channel types and the colour spaces.
+Result<void> RegisterPixelFormats(Publisher& publisher);
 Result<void> RegisterImageStorages(Publisher& publisher);
 Result<void> RegisterImages(Publisher& publisher);
 Result<void> RegisterMediaSession(Publisher& publisher);
