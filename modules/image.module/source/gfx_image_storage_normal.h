@@ -1,0 +1,36 @@
+#pragma once
+/// @file
+/// The normal storage: one contiguous block, pixels packed and interleaved.
+
+#include "gfx_image_storage_raster.h"
+
+namespace orvik {
+
+/// Lines follow each other without padding; a pixel that is no whole byte starts inside a byte. No lock: different lines
+/// may be read and written at the same time.
+class ImagePixelStorageNormal : public ImagePixelStorageRasterBase {
+public:
+    Result<void> Init(Int width, Int height, const PixelFormat& format, Block<const std::byte> defaultColor) override;
+    Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
+                                                  const ColorProfile& storedProfile, const ColorProfile& profile,
+                                                  GETPIXELHANDLERFLAGS flags) override;
+    Result<SetPixelHandlerStruct> SetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
+                                                  const ColorProfile& storedProfile, const ColorProfile& profile,
+                                                  SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) override;
+    Result<void> GetComponent(Int channel, const PixelSpan& span, void* destination, Int stride,
+                              GETPIXELFLAGS flags) override;
+    Result<void> SetComponent(Int channel, const PixelSpan& span, const void* source, Int stride,
+                              SETPIXELFLAGS flags) override;
+    /// Copies the whole block.
+    Result<Ref<Object>> Clone() const override;
+
+    /// Equal size, format and pixels.
+    bool operator==(const ImagePixelStorageNormal& other) const;
+    uint64_t GetHashCode() const;
+
+private:
+    struct Components;
+    Result<Components> FindComponents(Int channel, const PixelSpan& span) const;
+};
+
+}  // namespace orvik
