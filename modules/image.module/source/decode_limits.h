@@ -9,7 +9,7 @@
 
 namespace orvik {
 
-/// The bound in bytes; 0 until it is first asked for or set.
+/// The bound in bytes; 0 until it is set.
 inline std::atomic<Int> g_decodeBufferLimit{0};
 
 /// Largest single buffer of decoded pixels, in bytes. Half of the machine's memory unless it was set.

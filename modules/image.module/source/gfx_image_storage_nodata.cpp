@@ -32,12 +32,9 @@ Result<GetPixelHandlerStruct> ImagePixelStorageNoData::GetPixelHandler(const Pix
     return handler;
 }
 
-Result<SetPixelHandlerStruct> ImagePixelStorageNoData::SetPixelHandler(const PixelFormat& format,
-                                                                       ChannelOffsets offsets,
-                                                                       const ColorProfile& storedProfile,
-                                                                       const ColorProfile& profile,
-                                                                       SETPIXELHANDLERFLAGS flags,
-                                                                       const RegionDelegate& region) {
+Result<SetPixelHandlerStruct> ImagePixelStorageNoData::SetPixelHandler(
+    const PixelFormat& format, ChannelOffsets offsets, const ColorProfile& storedProfile, const ColorProfile& profile,
+    SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) {
     TRY(MakeWriteConversion(format, offsets, storedProfile, profile, ToConvertFlags(flags)));
     SetPixelHandlerStruct handler;
     handler.write = [](const PixelSpan&, const PixelLineConst&, SETPIXELFLAGS) -> Result<void> {

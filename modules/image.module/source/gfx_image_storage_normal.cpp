@@ -61,12 +61,9 @@ Result<GetPixelHandlerStruct> ImagePixelStorageNormal::GetPixelHandler(const Pix
     return handler;
 }
 
-Result<SetPixelHandlerStruct> ImagePixelStorageNormal::SetPixelHandler(const PixelFormat& format,
-                                                                       ChannelOffsets offsets,
-                                                                       const ColorProfile& storedProfile,
-                                                                       const ColorProfile& profile,
-                                                                       SETPIXELHANDLERFLAGS flags,
-                                                                       const RegionDelegate& region) {
+Result<SetPixelHandlerStruct> ImagePixelStorageNormal::SetPixelHandler(
+    const PixelFormat& format, ChannelOffsets offsets, const ColorProfile& storedProfile, const ColorProfile& profile,
+    SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) {
     const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
     ConvertPixelFunc convert = TRY(MakeWriteConversion(format, offsets, storedProfile, profile, convertFlags));
     SetPixelHandlerStruct handler;
@@ -86,7 +83,7 @@ struct ImagePixelStorageNormal::Components {
 /// The width is that of the channel in front, so that nothing is copied for channel 0; callers rely on this. A wide
 /// channel in front of a narrow one would reach beyond the last pixel: such a pixel is left out.
 Result<ImagePixelStorageNormal::Components> ImagePixelStorageNormal::FindComponents(Int channel,
-                                                                                   const PixelSpan& span) const {
+                                                                                    const PixelSpan& span) const {
     if (!_raster)
         return IllegalStateError();
     const ChannelOffsets offsets = _raster->GetChannelOffsets();
@@ -97,9 +94,8 @@ Result<ImagePixelStorageNormal::Components> ImagePixelStorageNormal::FindCompone
     TRY(_raster->CheckSpan(span));
     constexpr Int kNarrow = 8;
     const Int before = channel > 0 ? (offsets[channel] - offsets[channel - 1]).GetBits() : 0;
-    const Int own = channel + 1 < static_cast<Int>(offsets.size())
-                        ? (offsets[channel + 1] - offsets[channel]).GetBits()
-                        : before;
+    const Int own =
+        channel + 1 < static_cast<Int>(offsets.size()) ? (offsets[channel + 1] - offsets[channel]).GetBits() : before;
     if (before < kNarrow || own < kNarrow)
         return Components{};
 
@@ -107,8 +103,8 @@ Result<ImagePixelStorageNormal::Components> ImagePixelStorageNormal::FindCompone
     Components run;
     run.bytes = BITS(before).GetBytes();
     run.step = _raster->GetBitsPerPixel().GetBytes();
-    const Int start = span.y * _raster->GetBytesPerLine() +
-                      ((span.x * _raster->GetBitsPerPixel().GetBits()) >> 3) + offsets[channel].GetBytes();
+    const Int start = span.y * _raster->GetBytesPerLine() + ((span.x * _raster->GetBitsPerPixel().GetBits()) >> 3) +
+                      offsets[channel].GetBytes();
     const Int room = static_cast<Int>(pixels.size()) - start - run.bytes;
     if (room >= 0) {
         run.first = pixels.data() + start;
@@ -157,7 +153,8 @@ bool ImagePixelStorageNormal::operator==(const ImagePixelStorageNormal& other) c
 }
 
 uint64_t ImagePixelStorageNormal::GetHashCode() const {
-    uint64_t hash = HashPointerBits(static_cast<uint64_t>(_width)) * 31 + HashPointerBits(static_cast<uint64_t>(_height));
+    uint64_t hash =
+        HashPointerBits(static_cast<uint64_t>(_width)) * 31 + HashPointerBits(static_cast<uint64_t>(_height));
     if (_raster)
         hash = (hash * 31 + HashOf<PixelFormat>()(_raster->GetFormat())) * 31 + ComputeCrc32c(_raster->GetPixels());
     return hash;

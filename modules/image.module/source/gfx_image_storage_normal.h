@@ -6,8 +6,8 @@
 
 namespace orvik {
 
-/// Lines follow each other without padding; a pixel that is no whole byte starts inside a byte. No lock: different lines
-/// may be read and written at the same time.
+/// Lines follow each other without padding; a pixel that is no whole byte starts inside a byte. No lock: different
+/// lines may be read and written at the same time.
 class ImagePixelStorageNormal : public ImagePixelStorageRasterBase {
 public:
     Result<void> Init(Int width, Int height, const PixelFormat& format, Block<const std::byte> defaultColor) override;

@@ -39,9 +39,9 @@ Result<ConvertPixelFunc> FindConversion(const PixelFormat& to, ChannelOffsets to
                                         const PixelFormat& from, ChannelOffsets fromOffsets,
                                         const ColorProfile& fromProfile, CONVERTPIXELFLAGS flags) {
     bool convertsProfiles = false;
-    ConvertPixelFunc convert = TRY(to->GetConvertPixelFunc(from, fromOffsets, toOffsets,
-                                                           fromProfile.HasProfile() ? &fromProfile : nullptr,
-                                                           &toProfile, flags, convertsProfiles));
+    ConvertPixelFunc convert =
+        TRY(to->GetConvertPixelFunc(from, fromOffsets, toOffsets, fromProfile.HasProfile() ? &fromProfile : nullptr,
+                                    &toProfile, flags, convertsProfiles));
     if (!convert)
         return UnexpectedError("No pixel conversion found from '@' to '@'", from, to);
     return convert;

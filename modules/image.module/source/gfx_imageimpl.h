@@ -1,0 +1,45 @@
+#pragma once
+/// @file
+/// The raster node.
+
+#include "gfx_imagebaseimpl.h"
+
+#include "orvik/lockservices.h"
+
+namespace orvik {
+
+/// Passes line access on to its pixel storage, with its own colour profile as that of the stored pixels. Handlers of
+/// one node may be made on several threads; `Init` and metadata belong to one thread.
+class ImageImpl : public virtual ImageInterface, public ImageBaseImpl {
+public:
+    Result<void> Init(Int width, Int height, const ClassRef& storage, const PixelFormat& format,
+                      Block<const std::byte> defaultColor) override;
+    /// Takes layers as alphas, layers and deep image data.
+    Result<void> AddChildren(IMAGEHIERARCHY branch, const ImageBaseRef& child,
+                             const ImageBaseRef& predecessor) override;
+    /// Function not implemented with a layer set: a selection of layers is not composited here.
+    Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
+                                                  const ColorProfile& profile, GETPIXELHANDLERFLAGS flags,
+                                                  const LayerSet& layers) override;
+    Result<SetPixelHandlerStruct> SetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
+                                                  const ColorProfile& profile, SETPIXELHANDLERFLAGS flags) override;
+    void FreePixelHandler(GetPixelHandlerStruct& handler) override;
+    void FreePixelHandler(SetPixelHandlerStruct& handler) override;
+    Result<void> GetComponent(Int channel, const PixelSpan& span, void* destination, Int stride,
+                              GETPIXELFLAGS flags) override;
+    Result<void> SetComponent(Int channel, const PixelSpan& span, const void* source, Int stride,
+                              SETPIXELFLAGS flags) override;
+
+private:
+    struct Pixels {
+        ImagePixelStorageRef storage;
+        ColorProfile profile;
+    };
+    /// The storage and what profile its pixels have, as they stand at this moment.
+    Pixels GetPixels() const;
+
+    mutable SpinLock _lock;
+    ImagePixelStorageRef _storePixels;
+};
+
+}  // namespace orvik

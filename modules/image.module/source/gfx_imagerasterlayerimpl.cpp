@@ -1,0 +1,11 @@
+#include "gfx_imagerasterlayerimpl.h"
+
+namespace orvik {
+
+Result<void> ImageRasterLayerImpl::AddChildren(IMAGEHIERARCHY branch, const ImageBaseRef& child,
+                                               const ImageBaseRef& predecessor) {
+    TRY(CheckChild<ImageLayerInterface>(branch, {IMAGEHIERARCHY::LAYER, IMAGEHIERARCHY::MASK}, child));
+    return ImageBaseImpl::AddChildren(branch, child, predecessor);
+}
+
+}  // namespace orvik
