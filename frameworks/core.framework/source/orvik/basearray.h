@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <memory>
 
 #include "orvik/memory.h"
 #include "orvik/objectbase.h"
@@ -63,12 +65,17 @@ public:
         std::rotate(_data + index, _data + _count - 1, _data + _count);
         return {};
     }
+    /// The values may lie in this array.
     Result<void> AppendBlock(Block<const T> values) {
+        const T* from = values.data();
+        const bool own = !std::less<const T*>()(from, _data) && std::less<const T*>()(from, _data + _count);
+        const Int offset = own ? from - _data : 0;
         TRY(Reserve(static_cast<Int>(values.size())));
-        for (const T& value : values)
-            new (_data + _count++) T(value);
+        std::uninitialized_copy_n(own ? _data + offset : from, values.size(), _data + _count);
+        _count += static_cast<Int>(values.size());
         return {};
     }
+    /// Replaces the content by values that lie elsewhere.
     Result<void> CopyFrom(Block<const T> values) {
         Clear();
         return AppendBlock(values);
@@ -100,8 +107,7 @@ public:
             _data[--_count].~T();
         bool zeroed = false;
         if (count > _capacity) {
-            const bool fresh =
-                _capacity == 0 && std::is_trivially_copyable_v<T> && !Has(flags, RESIZEFLAGS::UNINITIALIZED);
+            const bool fresh = _capacity == 0 && kZeroIsDefault && !Has(flags, RESIZEFLAGS::UNINITIALIZED);
             if (Has(flags, RESIZEFLAGS::FIT_TO_SIZE)) {
                 TRY(SetCapacity(count, fresh));
             } else if (fresh) {
@@ -114,7 +120,7 @@ public:
             }
             zeroed = fresh;
         }
-        if constexpr (std::is_trivially_copyable_v<T>) {
+        if constexpr (kZeroIsDefault) {
             if (!zeroed && !Has(flags, RESIZEFLAGS::UNINITIALIZED) && count > _count)
                 std::memset(static_cast<void*>(_data + _count), 0, static_cast<size_t>(count - _count) * sizeof(T));
             _count = count;
@@ -148,6 +154,11 @@ public:
     }
 
 private:
+    static_assert(alignof(T) <= alignof(std::max_align_t));
+    /// Elements of such a type need no constructor; one with member initialisers does.
+    static constexpr bool kZeroIsDefault =
+        std::is_trivially_copyable_v<T> && std::is_trivially_default_constructible_v<T>;
+
     static constexpr bool Has(RESIZEFLAGS flags, RESIZEFLAGS bit) {
         return (static_cast<int>(flags) & static_cast<int>(bit)) != 0;
     }

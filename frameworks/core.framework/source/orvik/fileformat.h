@@ -71,17 +71,22 @@ using HandlerDelegate = Delegate<Result<Bool>(const Url& url, const FileFormatHa
 
 /// The static service of detection.
 struct FileFormatDetection {
-    /// Opens the URL once and asks the registered formats: by priority, then by strength (NAME before the open, then
-    /// SIGNATURE, STRUCTURE, WEAK; from STRUCTURE on a format with the URL's suffix goes first), then in the order of
+    static constexpr Int kMaxUnseekableBytes = Int(1) << 30;
+    /// How deep the test of a format may ask for the format of another file.
+    static constexpr int kMaxNesting = 4;
+
+    /// Opens the URL once and asks the registered formats. Those of strength NAME go first, before the open; an accepted
+    /// one ends the search without it. The others go by priority, then by strength (SIGNATURE, then STRUCTURE, then
+    /// WEAK, but from STRUCTURE on a format with the URL's suffix goes before the rest), then in the order of
     /// registration. Each test starts at position 0; an error of a test counts as "not claimed"; a stream that cannot
-    /// seek is read into memory first.
+    /// seek is read into memory first, up to `kMaxUnseekableBytes`. A format with several handlers is tested once.
     /// @param types   wanted handler types
     /// @return the accepted handlers; errors are those of opening the URL and of the delegate
     ORVIK_API static Result<BaseArray<FileFormatHandler>> DetectAll(const Url& url, Block<const DataType* const> types,
                                                                     const HandlerDelegate& delegate);
 };
 
-/// The service that remembers: by URL, size and time stamp.
+/// The service that remembers: by URL, size and time stamp. Blocks of memory have no time stamp and are asked afresh.
 struct FileFormatDetectionCache {
     /// @return the format of a file, or a null reference when none claims it; a failed open is an error
     ORVIK_API static Result<FileFormat> DetectFile(const Url& url);

@@ -162,10 +162,27 @@ public:
         _count = 0;
         _threshold = 0;
     }
+    /// Copies entries and their order. On failure this map stays as it was.
     Result<void> CopyFrom(const HashMap& other) {
-        Reset();
-        for (const Entry& entry : other)
-            TRY(Add(entry.key, entry.value, entry._hash));
+        HashMap copy;
+        TRY(copy._buckets.CopyFrom(other._buckets));
+        for (Bucket& bucket : copy._buckets)
+            bucket.first = nullptr;
+        copy._first = other._first;
+        copy._last = other._last;
+        copy._threshold = other._threshold;
+        for (Int i = 0; i < other._buckets.GetCount(); ++i) {
+            Entry** link = &copy._buckets[i].first;
+            for (const Entry* entry = other._buckets[i].first; entry; entry = entry->_next) {
+                void* memory = Allocate(sizeof(Entry));
+                if (!memory)
+                    return MakeOutOfMemoryError();
+                *link = new (memory) Entry(entry->key, entry->value, entry->_hash);
+                link = &(*link)->_next;
+                ++copy._count;
+            }
+        }
+        Swap(copy);
         return {};
     }
 
@@ -216,8 +233,6 @@ private:
     Result<void> Rehash(Int count) {
         BaseArray<Bucket> fresh;
         TRY(fresh.Resize(count, RESIZEFLAGS::FIT_TO_SIZE));
-        for (Bucket& bucket : fresh)
-            bucket = Bucket();
         BaseArray<Bucket> old = std::move(_buckets);
         _buckets = std::move(fresh);
         Int index = _first;

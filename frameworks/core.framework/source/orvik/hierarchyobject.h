@@ -11,7 +11,7 @@ class HierarchyObjectInterface;
 using HierarchyObjectRef = Ref<HierarchyObjectInterface>;
 
 /// A parent holds its children; a child knows its parent weakly. Every class that implements this is complete: the
-/// base does the work, for any branch number from 0 up. The root of a long chain can be dropped without deep recursion.
+/// base does the work, for every branch. The root of a long chain can be dropped without deep recursion.
 class ORVIK_API HierarchyObjectInterface : public virtual Object {
     ORVIK_INTERFACE(HierarchyObjectInterface, "net.orvik.interface.hierarchyobject");
 
@@ -23,24 +23,30 @@ public:
     HierarchyObjectRef GetFirstChild(Int branch) const;
     /// Children of a branch in order. An unknown branch is empty.
     Block<const HierarchyObjectRef> GetChildren(Int branch) const noexcept;
-    Int GetBranchCount() const noexcept { return _branches.GetCount(); }
+    Int GetBranchCount() const noexcept;
     HierarchyObjectRef GetParent() const { return _parent.Get(); }
     /// The branch of the parent in which this hangs, or -1.
-    Int GetBranch() const noexcept { return _branch; }
+    Int GetBranch() const noexcept;
     /// Next sibling in the parent's branch, or null.
     HierarchyObjectRef GetNext() const;
 
+    static constexpr Int kMaxBranches = 1024;
+
     /// Places `child` behind `predecessor`, or at the end of the branch without one. Illegal argument: null child,
-    /// negative branch, a child that has a parent, this itself or one of its ancestors, a predecessor that is not
-    /// there.
+    /// a branch outside 0 ... kMaxBranches - 1, a child that has a parent, this itself or one of its ancestors, a predecessor that is not there.
     Result<void> AddChild(Int branch, const HierarchyObjectRef& child, const HierarchyObjectRef& predecessor = nullptr);
     /// Takes a child out again; illegal argument when it is not a child of this.
     Result<void> RemoveChild(const HierarchyObjectRef& child);
 
 private:
-    BaseArray<BaseArray<HierarchyObjectRef>> _branches;
+    struct Branches;
+
+    static void Destroy(Branches* branches) noexcept;
+
+    Branches* _branches = nullptr;  ///< made with the first child
     WeakRef<HierarchyObjectInterface> _parent;
     Int _branch = -1;
+    mutable Int _indexHint = 0;  ///< where this stood among its siblings when last looked for
 };
 
 }  // namespace orvik

@@ -32,7 +32,8 @@ public:
     }
     ~Module() { Unload(); }
 
-    /// Opens and starts a module. Errors: io error when it cannot be opened, illegal argument when it is no module, the
+    /// Opens and starts a module. Errors: io error when it cannot be opened, illegal argument when it is no module,
+    /// illegal state when it is loaded already, unresolved when the framework that it depends on is not there, the
     /// module's own error when its start fails (nothing stays published then).
     static Result<Module> Load(const Url& url);
     void Unload() noexcept;

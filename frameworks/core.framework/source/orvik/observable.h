@@ -32,22 +32,27 @@ public:
     /// An observer may add and remove observers; added ones run from the next notification on.
     Result<void> Notify(A... arguments) {
         Result<void> first;
-        const Int last = _nextNumber;
-        for (Int i = 0; i < _observers.GetCount();) {
-            const Int number = _observers[i].number;
-            if (number >= last)
-                break;
-            const Observer observer = _observers[i].observer;
+        const Int end = _nextNumber;
+        Int done = 0;
+        for (Int i = 0; (i = FindBehind(done)) < _observers.GetCount() && _observers[i].number < end;) {
+            done = _observers[i].number;
+            const Observer observer = _observers[i].observer;  // the list may change under the call
             Result<void> answer = observer(arguments...);
             if (!answer && first)
                 first = std::move(answer);
-            if (i < _observers.GetCount() && _observers[i].number == number)
-                ++i;
         }
         return first;
     }
 
 private:
+    /// @return the index of the first observer with a larger number; numbers rise along the list
+    Int FindBehind(Int number) const noexcept {
+        Int i = 0;
+        while (i < _observers.GetCount() && _observers[i].number <= number)
+            ++i;
+        return i;
+    }
+
     struct Entry {
         Int number;
         Observer observer;

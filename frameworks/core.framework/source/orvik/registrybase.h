@@ -78,6 +78,8 @@ public:
         Ref<I> seen = Cast<I>(Find(registry, entry));
         return seen ? seen : Ref<I>::Unresolved();
     }
+    /// Changes whenever an entry of any registry comes or goes.
+    static Int GetGeneration() noexcept;
     Registry() = delete;
 };
 

@@ -66,13 +66,12 @@ public:
     Result(Result&& other) noexcept : _error(std::move(other._error)) {
         if (!_error && !other._moved) {
             new (&_value) T(std::move(other._value));
-            _moved = false;
         } else {
-            _moved = true;
+            _moved = other._moved = true;  // neither side holds a value
         }
     }
-    Result(const Result& other) : _error(other._error) {
-        if (!_error)
+    Result(const Result& other) : _error(other._error), _moved(other._moved) {
+        if (!_error && !_moved)
             new (&_value) T(other._value);
     }
     Result& operator=(Result other) noexcept {
@@ -108,7 +107,7 @@ public:
 
 private:
     Error _error;
-    bool _moved = false;
+    bool _moved = false;  ///< there is neither a value nor, any more, an error
     union {
         T _value;
     };

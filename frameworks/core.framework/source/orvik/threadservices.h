@@ -20,7 +20,10 @@ private:
     static_assert(std::atomic<bool>::is_always_lock_free);
 };
 
-/// Attaches a token to the current thread for a scope; scopes nest.
+/// True when one of the tokens that are attached to the current thread was cancelled.
+ORVIK_API bool IsCurrentThreadCancelled() noexcept;
+
+/// Attaches a token to the current thread for a scope, beside those of outer scopes.
 class ORVIK_API CancelScope {
 public:
     explicit CancelScope(const CancelToken& token) noexcept;
@@ -29,10 +32,10 @@ public:
     CancelScope& operator=(const CancelScope&) = delete;
 
 private:
-    const CancelToken* _outer;
-};
+    friend bool IsCurrentThreadCancelled() noexcept;
 
-/// True when the current thread's token, if it has one, was cancelled.
-ORVIK_API bool IsCurrentThreadCancelled() noexcept;
+    const CancelToken& _token;
+    const CancelScope* _outer;
+};
 
 }  // namespace orvik

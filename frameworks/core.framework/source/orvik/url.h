@@ -24,6 +24,9 @@ public:
     /// From "scheme:..." or a path; relative paths stay relative. "file://" URLs are percent-decoded.
     explicit Url(std::string_view text);
 
+    /// A file, by its path in the bytes of the file system, taken as it stands.
+    static Url FromSystemPath(std::string path);
+
     bool IsEmpty() const noexcept { return _path.empty(); }
     /// The scheme in lower case: "file" or "memory".
     std::string_view GetScheme() const noexcept { return _memory ? "memory" : "file"; }
@@ -33,7 +36,8 @@ public:
     const std::string& GetSystemPath() const noexcept { return _path; }
     /// Last component, with its suffix.
     String GetName() const;
-    /// Characters after the last dot of the name, without the dot; empty for none. "a.tar.gz" gives "gz".
+    /// Characters after the last dot of the name, without the dot; empty for none. "a.tar.gz" gives "gz". The dot that
+    /// begins a name (".profile") starts no suffix.
     String GetSuffix() const;
     /// Replaces or adds the suffix.
     void SetSuffix(const String& suffix);

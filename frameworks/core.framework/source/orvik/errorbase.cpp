@@ -1,0 +1,96 @@
+#include "orvik/errorbase.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "orvik/errortypes.h"
+
+namespace orvik {
+
+void Error::Retain() const noexcept { _object->Retain(); }
+void Error::Release() const noexcept { _object->Release(); }
+
+namespace {
+
+/// An error in static memory: no allocation, no count, never destroyed.
+template <class E>
+Error SharedError(const Id& id) noexcept {
+    alignas(E) static std::byte storage[sizeof(E)];
+    static const ErrorInterface* const error = new (storage) E(id, SourceLocation::current(), String(), Error());
+    return Error::Adopt(error);
+}
+
+struct Sentence {
+    Id id;
+    const char* text;
+};
+
+/// What to tell a person about an error without a message.
+constexpr Sentence kSentences[] = {
+    {errorid::kOutOfMemory, "Out of memory."},
+    {errorid::kFunctionNotImplemented, "The function is not implemented."},
+    {errorid::kIllegalArgument, "Illegal argument."},
+    {errorid::kNullptr, "An object is missing (null reference)."},
+    {errorid::kIllegalState, "Illegal state."},
+    {errorid::kUnexpected, "Unexpected internal state."},
+    {errorid::kUnresolved, "A published object could not be found."},
+    {errorid::kUnknown, "Unknown error."},
+    {errorid::kUnsupportedArgument, "The argument is not supported."},
+    {errorid::kUnsupportedOperation, "The operation is not supported."},
+    {errorid::kThreadCancelled, "Cancelled."},
+    {errorid::kIo, "Reading or writing failed."},
+    {errorid::kFileFormat, "The file format is not supported."},
+};
+
+}  // namespace
+
+String ErrorInterface::ToString() const {
+    if (!_message.IsEmpty())
+        return _message;
+    for (const Sentence& sentence : kSentences) {
+        if (sentence.id == _errorId)
+            return sentence.text;
+    }
+    return FormatString("Error @.", _errorId);
+}
+
+Error MakeOutOfMemoryError() noexcept { return SharedError<OutOfMemoryErrorInterface>(errorid::kOutOfMemory); }
+
+Error PrivateGetNullReturnError(int reason) noexcept {
+    switch (reason) {
+        case 0:
+        case 1:
+            return SharedError<NullptrErrorInterface>(errorid::kNullptr);
+        case 2:
+            return SharedError<UnresolvedErrorInterface>(errorid::kUnresolved);
+        case 3:
+            return SharedError<FunctionNotImplementedErrorInterface>(errorid::kFunctionNotImplemented);
+        default:
+            break;
+    }
+    constexpr std::string_view kStop = "Stop: reason not supported by PrivateGetNullReturnError.\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kStop.data(), kStop.size());
+    std::abort();
+}
+
+Error MakeStandardError(const SourceLocation& location, int kind) noexcept {
+    switch (kind) {
+        case 0:
+            return MakeOutOfMemoryError();
+        case 1:
+            return NullptrError(location);
+        case 2:
+            return IllegalArgumentError(location);
+        case 3:
+            return IllegalStateError(location);
+        case 4:
+            return FunctionNotImplementedError(location);
+        case 5:
+            return UnresolvedError(location);
+        default:
+            return UnknownError(location);
+    }
+}
+
+}  // namespace orvik
