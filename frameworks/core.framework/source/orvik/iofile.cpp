@@ -268,15 +268,18 @@ private:
 }  // namespace
 
 Result<InputStreamRef> OpenFileInput(const Url& url) {
-    return InputStreamRef(TRY(NewObj<FileInputStream>(url, TRY(FileHandle::Open(url, O_RDONLY)))));
+    FileHandle file = TRY(FileHandle::Open(url, O_RDONLY));
+    return InputStreamRef(TRY(NewObj<FileInputStream>(url, std::move(file))));
 }
 
 Result<OutputStreamRef> OpenFileOutput(const Url& url) {
-    return OutputStreamRef(TRY(NewObj<FileOutputStream>(url, TRY(FileHandle::Open(url, O_WRONLY | O_CREAT | O_TRUNC)))));
+    FileHandle file = TRY(FileHandle::Open(url, O_WRONLY | O_CREAT | O_TRUNC));
+    return OutputStreamRef(TRY(NewObj<FileOutputStream>(url, std::move(file))));
 }
 
 Result<std::pair<InputStreamRef, OutputStreamRef>> OpenFileInOut(const Url& url) {
-    Ref<FileInOutStream> stream = TRY(NewObj<FileInOutStream>(url, TRY(FileHandle::Open(url, O_RDWR | O_CREAT))));
+    FileHandle file = TRY(FileHandle::Open(url, O_RDWR | O_CREAT));
+    Ref<FileInOutStream> stream = TRY(NewObj<FileInOutStream>(url, std::move(file)));
     return std::pair<InputStreamRef, OutputStreamRef>(stream, stream);
 }
 

@@ -121,7 +121,8 @@ public:                                                           \
     static constexpr ::orvik::Id kInterfaceId{ID};                \
     static constexpr const char* kReferenceName = "orvik." #NAME
 
-/// The shared instance that answers for a missing object. It lives until the process ends.
+/// The shared instance that answers for a missing object. It lives until the process ends (in a module: until that is
+/// unloaded; each library has its own).
 template <class I>
 I& Absent(Absence why = Absence::Null) {
     alignas(I) static std::byte storage[2][sizeof(I)];
@@ -170,7 +171,13 @@ public:
 
     /// True when there is a live object.
     explicit operator bool() const noexcept { return _object && !_object->IsAbsent(); }
-    I* operator->() const { return _object ? _object : &Absent<I>(); }
+    /// Implementation classes without a null instance are only called where they are known to be there.
+    I* operator->() const {
+        if constexpr (std::is_constructible_v<I, Absence>)
+            return _object ? _object : &Absent<I>();
+        else
+            return _object;
+    }
     I& operator*() const { return *operator->(); }
     /// The live object's address, or null.
     I* GetPointer() const noexcept { return *this ? _object : nullptr; }

@@ -47,8 +47,6 @@ V TakeOut(HashMap<Id, V>& map, const Id& id) noexcept {
 }  // namespace
 
 Result<ObjectRef> PublishedClass::Create() const {
-    if (IsAbsent())
-        return Unbound();
     ObjectRef object = TRY(_create());
     if (!object)
         return UnexpectedError("Class @ made no object.", GetId());
