@@ -21,7 +21,8 @@ struct HostOptions {
 ///
 /// @code
 /// Host host = TRY(Host::Start());
-/// ImageTextureRef picture = TRY(ImageTextureInterface::LoadTexture(Url("a.png"), {}, MEDIASESSIONFLAGS::NONE, {}, {}));
+/// ImageTextureRef picture = TRY(ImageTextureInterface::LoadTexture(Url("a.png"), {}, MEDIASESSIONFLAGS::NONE, {},
+/// {}));
 /// @endcode
 class ORVIK_API Host {
 public:

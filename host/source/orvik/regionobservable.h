@@ -6,8 +6,8 @@
 
 namespace orvik {
 
-/// Publishes the service under its interface id. An observable belongs to the thread of its image. Observers hear in the
-/// order of adding; they are known weakly, and one that has gone is forgotten at the next event.
+/// Publishes the service under its interface id. An observable belongs to the thread of its image. Observers hear in
+/// the order of adding; they are known weakly, and one that has gone is forgotten at the next event.
 ORVIK_API Result<void> PublishRegionObservable(Publisher& publisher);
 
 }  // namespace orvik

@@ -1,0 +1,66 @@
+#include "commands.h"
+#include "exportsettings.h"
+#include "formats.h"
+#include "outputtarget.h"
+#include "picture.h"
+#include "progressline.h"
+
+namespace orvik::cli {
+
+namespace {
+
+/// Without a word from the user a bitmap keeps its alpha: its older headers would drop it.
+Result<void> KeepAlpha(DataDictionary& settings, std::string_view formatName, const Picture& picture) {
+    const ImageBaseRef image =
+        Cast<ImageBaseInterface>(picture.texture->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::IMAGE)));
+    const bool hasAlpha = FindAlpha(image) || image->GetPixelFormat()->HasAlpha();
+    const Id header = settings.Get(mediaexport::kBmpInfoHeader, Id("V3"));
+    if (formatName == "bmp" && hasAlpha && header == Id("V3"))
+        return settings.Set(mediaexport::kBmpInfoHeader, Id("V5"));
+    return {};
+}
+
+Result<void> Save(const Picture& picture, const Id& exporterClass, OutputTarget& target) {
+    const auto exporter = TRY(ClassRef(exporterClass).Create<MediaOutputUrlInterface>());
+    TRY(exporter->SetOutputUrl(TRY(target.GetUrl())));
+    ProgressLine line("saving", target.GetTemporaryPath());
+    return picture.texture->Save(exporter, MEDIASESSIONFLAGS::NONE, nullptr);
+}
+
+Result<void> SaveTo(const std::string& output, const Picture& picture, const Id& exporterClass) {
+    OutputTarget target = TRY(OutputTarget::Open(output));
+    TRY(Save(picture, exporterClass, target));
+    return target.Commit();
+}
+
+}  // namespace
+
+int RunConvert(const Console& console, const ConvertOptions& options) {
+    Result<Picture> picture = LoadPicture(Url(options.input), MEDIASESSIONFLAGS::NONE);
+    if (!picture)
+        return console.Fail(options.input, picture.GetError());
+
+    const std::string wanted =
+        options.format.empty() ? std::string(Url(options.output).GetSuffix().GetText()) : options.format;
+    const MediaSessionFileFormatHandler handler = FindFormat(wanted);
+    if (!handler && options.format.empty())
+        return console.FailUsage("no format has the suffix of '" + options.output + "'; name one with --to");
+    if (!handler)
+        return console.FailUsage("there is no format '" + wanted + "'");
+    const String name = handler->GetFileFormat()->GetName();
+    if (handler->GetExporterClass().IsEmpty())
+        return console.FailUsage("format " + std::string(name.GetText()) + " can be read but not written");
+
+    DataDictionary settings = picture->texture->Get(image::kExportSettings, DataDictionary());
+    Result<void> prepared = KeepAlpha(settings, name.GetText(), *picture);
+    for (const std::string& setting : options.settings) {
+        if (Result<void> applied = ApplySetting(settings, name.GetText(), setting); !applied)
+            return console.FailUsage(applied.GetError()->ToString().GetText());
+    }
+    if (prepared)
+        prepared = picture->texture->Set(image::kExportSettings, settings);
+    const Result<void> saved = prepared ? SaveTo(options.output, *picture, handler->GetExporterClass()) : prepared;
+    return saved ? kDone : console.Fail(options.output, saved.GetError());
+}
+
+}  // namespace orvik::cli

@@ -1,0 +1,42 @@
+#pragma once
+/// @file
+/// The commands. Each runs with the host started and returns the exit status.
+
+#include <string>
+#include <vector>
+
+#include "console.h"
+
+namespace orvik::cli {
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+    bool headersOnly = false;
+};
+/// Prints the tree of each picture.
+int RunInfo(const Console& console, const InfoOptions& options);
+
+struct ConvertOptions {
+    std::string input;
+    std::string output;
+    std::string format;                 ///< name, suffix or id; empty goes by the output's suffix
+    std::vector<std::string> settings;  ///< "key=value"
+};
+/// Loads, saves.
+int RunConvert(const Console& console, const ConvertOptions& options);
+
+struct PixelsOptions {
+    std::string input;
+    std::string output;
+    std::string pixelFormat = "net.orvik.image.pixelformat.rgba.u8";
+    int image = 1;     ///< from 1
+    std::string path;  ///< names below the image, joined by a slash or a backslash; empty for the image itself
+};
+/// Writes the rows of one node in one pixel format.
+int RunPixels(const Console& console, const PixelsOptions& options);
+
+int RunFormats(const Console& console, bool json);
+int RunPixelFormats(const Console& console, bool json);
+
+}  // namespace orvik::cli

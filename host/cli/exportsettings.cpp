@@ -1,0 +1,102 @@
+#include "exportsettings.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "orvik/mediasession_output.h"
+
+namespace orvik::cli {
+
+namespace {
+
+constexpr std::string_view kBmpHeaders[] = {"V3", "V4", "V5"};
+constexpr std::string_view kSwitch[] = {"true", "false"};
+
+const ExportSetting kSettings[] = {
+    {mediaexport::kQuality.GetId(), SettingType::Float, "", "", {}, "quality of lossy compression, 0 to 1"},
+    {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "", "false", kSwitch,
+     "keep the numbers of a picture that has no profile"},
+    {mediaexport::kBmpInfoHeader.GetId(), SettingType::Id, "bmp", "V3, or V5 with alpha", kBmpHeaders,
+     "generation of the header; V4 and V5 keep alpha, V5 keeps the colour profile"},
+    {mediaexport::kPngInterlaced.GetId(), SettingType::Bool, "png", "false", kSwitch, "in seven passes"},
+};
+
+bool IsEndingOf(std::string_view ending, std::string_view key) {
+    return key == ending ||
+           (key.size() > ending.size() && key.ends_with(ending) && key[key.size() - ending.size() - 1] == '.');
+}
+
+Result<const ExportSetting*> FindSetting(std::string_view key, std::string_view formatName) {
+    const ExportSetting* found = nullptr;
+    const ExportSetting* elsewhere = nullptr;
+    for (const ExportSetting& setting : kSettings) {
+        if (key.empty() || !IsEndingOf(key, setting.key.GetText()))
+            continue;
+        if (!setting.AppliesTo(formatName)) {
+            elsewhere = &setting;
+            continue;
+        }
+        if (found)
+            return IllegalArgumentError("setting @ could mean @ or @", key, found->key, setting.key);
+        found = &setting;
+    }
+    if (!found && elsewhere)
+        return IllegalArgumentError("setting @ belongs to format @, not to @", key, elsewhere->format, formatName);
+    if (!found)
+        return IllegalArgumentError("there is no setting @; orvik formats lists them", key);
+    return found;
+}
+
+/// The whole text as a number.
+template <class T>
+Result<Data> ParseNumber(std::string_view name, std::string_view text) {
+    T value{};
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failure != std::errc() || end != text.data() + text.size())
+        return IllegalArgumentError("setting @ needs a number, not @", name, text);
+    return Data(value);
+}
+
+Result<Data> ParseValue(const ExportSetting& setting, std::string_view text) {
+    if (!setting.choices.empty() && std::ranges::find(setting.choices, text) == setting.choices.end()) {
+        std::string all;
+        for (const std::string_view choice : setting.choices)
+            all += (all.empty() ? "" : ", ") + std::string(choice);
+        return IllegalArgumentError("setting @ is one of @, not @", setting.GetName(), all, text);
+    }
+    switch (setting.type) {
+        case SettingType::Bool:
+            return Data(text == "true");
+        case SettingType::Int:
+            return ParseNumber<Int>(setting.GetName(), text);
+        case SettingType::Float:
+            return ParseNumber<Float>(setting.GetName(), text);
+        case SettingType::Id:
+            return Data(TRY(Id::Create(text)));
+    }
+    return UnexpectedError();
+}
+
+}  // namespace
+
+std::string_view ExportSetting::GetName() const {
+    const std::string_view text = key.GetText();
+    return text.substr(text.rfind('.') + 1);
+}
+
+std::string_view ExportSetting::GetTypeName() const {
+    constexpr std::string_view kNames[] = {"bool", "int", "float", "id"};
+    return kNames[static_cast<size_t>(type)];
+}
+
+std::span<const ExportSetting> GetExportSettings() { return kSettings; }
+
+Result<void> ApplySetting(DataDictionary& settings, std::string_view formatName, std::string_view text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string_view::npos)
+        return IllegalArgumentError("setting @ has no value; write key=value", text);
+    const ExportSetting* setting = TRY(FindSetting(text.substr(0, equals), formatName));
+    return settings.SetData(setting->key, TRY(ParseValue(*setting, text.substr(equals + 1))));
+}
+
+}  // namespace orvik::cli

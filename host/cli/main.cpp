@@ -1,0 +1,130 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "commands.h"
+#include "interruption.h"
+
+#include "orvik/host.h"
+
+namespace orvik::cli {
+
+namespace {
+
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  orvik info picture.png\n"
+    "  orvik info --json *.bmp | jq '.[].width'\n"
+    "  orvik convert picture.png picture.bmp\n"
+    "  orvik convert --set interlaced=true scan.bmp scan.png\n"
+    "  orvik pixels --format net.orvik.image.pixelformat.rgb.u8 picture.png -o picture.raw\n"
+    "\n"
+    "Exit status: 0 done, 1 failed, 2 wrong usage, 128 + signal when interrupted.\n"
+    "The module is searched in ORVIK_MODULE_PATH, then beside the program.";
+
+struct Options {
+    bool verbose = false;
+    bool json = false;
+    InfoOptions info;
+    ConvertOptions convert;
+    PixelsOptions pixels;
+};
+
+using Run = std::function<int(const Console&)>;
+
+/// One subcommand; `run` is what the command line comes to when this one is named.
+CLI::App* AddCommand(CLI::App& app, const char* name, const char* description, Run& chosen, Run run) {
+    CLI::App* command = app.add_subcommand(name, description);
+    command->callback([&chosen, run = std::move(run)] { chosen = run; });
+    return command;
+}
+
+void Describe(CLI::App& app, Options& options, Run& chosen) {
+    app.set_help_flag("-h,--help", "Show this help");
+    app.set_version_flag("--version", "orvik " ORVIK_VERSION, "Show the version");
+    app.add_flag("-v,--verbose", options.verbose, "Show causes and source locations of errors");
+    app.footer(kExamples);
+    app.require_subcommand(1);
+    app.fallthrough();
+
+    CLI::App* info = AddCommand(app, "info", "Show what is in picture files: images, alphas, layers, metadata", chosen,
+                                [&](const Console& console) { return RunInfo(console, options.info); });
+    info->add_option("URL", options.info.files, "Files")->required();
+    info->add_flag("--json", options.info.json, "As JSON: an object for one file, a list for several");
+    info->add_flag("--headers", options.info.headersOnly, "Read the headers only, not the pixels");
+
+    CLI::App* convert = AddCommand(app, "convert", "Load a picture and save it in another format", chosen,
+                                   [&](const Console& console) { return RunConvert(console, options.convert); });
+    convert->add_option("IN", options.convert.input, "File to load")->required();
+    convert->add_option("OUT", options.convert.output, "File to save, '-' for standard output")->required();
+    convert->add_option("-t,--to", options.convert.format, "Format to write; otherwise the suffix of OUT decides");
+    convert->add_option("-s,--set", options.convert.settings, "Export setting key=value; can be repeated")
+        ->allow_extra_args(false);
+    convert->footer("Settings are listed by 'orvik formats'. A key may be cut to its ending: quality=0.9.");
+
+    CLI::App* pixels = AddCommand(app, "pixels", "Write the pixels of an image as plain rows", chosen,
+                                  [&](const Console& console) { return RunPixels(console, options.pixels); });
+    pixels->add_option("IN", options.pixels.input, "File to load")->required();
+    pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
+    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")
+        ->capture_default_str();
+    pixels->add_option("--image", options.pixels.image, "Which image of the file, from 1")->capture_default_str();
+    pixels->add_option("--path", options.pixels.path, "A node below the image, as in 'Folder/Layer 1' or 'Alpha'");
+    pixels->footer("Rows stand top row first, without padding.");
+
+    CLI::App* formats = AddCommand(app, "formats", "List file formats, what each can hold and its export settings",
+                                   chosen, [&](const Console& console) { return RunFormats(console, options.json); });
+    formats->add_flag("--json", options.json, "As JSON");
+    CLI::App* pixelFormats = AddCommand(app, "pixelformats", "List pixel formats", chosen,
+                                        [&](const Console& console) { return RunPixelFormats(console, options.json); });
+    pixelFormats->add_flag("--json", options.json, "As JSON");
+}
+
+/// The help of the subcommand that was named, or the whole program's.
+std::string ChosenHelp(const CLI::App& app) {
+    const auto named = app.get_subcommands();
+    return named.empty() ? app.help() : named.front()->help();
+}
+
+int RunWithHost(Console& console, const Run& run) {
+    const Result<Host> host = Host::Start();
+    if (!host)
+        return console.Fail(kDefaultModules[0], host.GetError());
+    for (const String& missing : host->GetMissingModules())
+        console.SetMissingModule(std::string(missing.GetText()));
+    const CancelScope scope(Interruption::GetToken());
+    return run(console);
+}
+
+int Main(int argc, char** argv) {
+    Console console;
+    Options options;
+    Run run;
+    CLI::App app("orvik " ORVIK_VERSION ": looks into picture files, converts them, and hands out their pixels",
+                 "orvik");
+    Describe(app, options, run);
+    Interruption::Install();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        return console.Write(ChosenHelp(app));
+    } catch (const CLI::CallForVersion& version) {
+        return console.Write(std::string(version.what()) + "\n");
+    } catch (const CLI::ParseError& failure) {
+        return console.FailUsage(failure.what());
+    }
+    console.SetVerbose(options.verbose);
+    return RunWithHost(console, run);
+}
+
+}  // namespace
+
+}  // namespace orvik::cli
+
+int main(int argc, char** argv) {
+    try {
+        return orvik::cli::Main(argc, argv);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "orvik: %s\n", failure.what());
+        return orvik::cli::kFailed;
+    }
+}

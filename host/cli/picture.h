@@ -1,0 +1,30 @@
+#pragma once
+/// @file
+/// Pictures as the commands see them: loaded with progress, with nodes that have names and paths.
+
+#include "orvik/mediasession_output.h"
+
+namespace orvik::cli {
+
+struct Picture {
+    ImageTextureRef texture;
+    MediaSessionRef session;  ///< keeps the importer's data alive
+    FileFormat format;
+};
+
+/// Loads a file; shows progress on a terminal. Cancellation by signal comes back as the thread-cancelled error.
+Result<Picture> LoadPicture(const Url& url, MEDIASESSIONFLAGS flags);
+
+/// The children of a node in one branch; nodes that are no images are left out.
+Result<BaseArray<ImageBaseRef>> GetImages(const ImageBaseRef& node, IMAGEHIERARCHY branch);
+/// The first alpha of an image, or null.
+ImageBaseRef FindAlpha(const ImageBaseRef& image);
+/// "IMAGE", "ALPHA" and so on.
+std::string_view GetTypeName(ITYPE type);
+std::string_view GetTypeName(const ImageBaseRef& node);
+/// The name that stands in paths; an alpha without a name is "Alpha".
+String GetNodeName(const ImageBaseRef& node);
+/// The description of the node's colour profile; empty without one.
+String GetProfileName(const ImageBaseRef& node);
+
+}  // namespace orvik::cli
