@@ -65,8 +65,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
                                   [&](const Console& console) { return RunPixels(console, options.pixels); });
     pixels->add_option("IN", options.pixels.input, "File to load")->required();
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
-    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")
-        ->capture_default_str();
+    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")->capture_default_str();
     pixels->add_option("--image", options.pixels.image, "Which image of the file, from 1")->capture_default_str();
     pixels->add_option("--path", options.pixels.path, "A node below the image, as in 'Folder/Layer 1' or 'Alpha'");
     pixels->footer("Rows stand top row first, without padding.");

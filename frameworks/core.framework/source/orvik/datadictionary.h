@@ -68,7 +68,7 @@ public:
     void ForEach(F&& visit) const {
         if (!_map)
             return;
-        for (const auto& entry : _map->entries)
+        for (const auto& entry : _map.GetPointer()->entries)
             visit(entry.key, entry.value);
     }
     bool operator==(const DataDictionary& other) const noexcept;
