@@ -1,0 +1,271 @@
+// The session: who may be connected with whom, in which order the phases run, and what ends them.
+#include <gmock/gmock.h>
+#include <map>
+
+#include "media_session_impl.h"
+#include "mediasession_urloutput.h"
+#include "session_fakes.h"
+#include "support/module_fixture.h"
+
+namespace orvik {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+constexpr TimeValue kTime = TimeValue::FromSeconds(2.5);
+
+class Session : public ModuleFixture {
+protected:
+    void SetUp() override {
+        ModuleFixture::SetUp();
+        _session = Create<MediaSessionInterface>(mediaclasses::kSession);
+    }
+    Ref<FakeInput> Input(const char* name = "in") { return Make<FakeInput>(FakeBehaviour{name, &_log, true, false}); }
+    Ref<FakeOutput> Output(const char* name = "out", bool drives = true) {
+        return Make<FakeOutput>(FakeBehaviour{name, &_log, true, false}, drives);
+    }
+
+    CallLog _log;
+    MediaSessionRef _session;
+};
+
+struct Strategies {
+    const char* what;
+    bool inputImport, inputExport, outputImport, outputExport;
+    const char* refusal;  ///< null when the pair connects
+};
+constexpr const char* kOutputLacks = "Output doesn't support required import strategy.";
+constexpr const char* kInputLacks = "Input doesn't support required export strategy.";
+const Strategies kStrategies[] = {
+    {"importer to texture", true, false, true, false, nullptr},
+    {"texture to exporter", false, true, false, true, nullptr},
+    {"importer to exporter", true, false, false, true, kOutputLacks},
+    {"texture to texture", false, true, true, false, nullptr},
+    {"nothing to nothing", false, false, false, false, nullptr},
+    {"importer to nothing", true, false, false, false, kOutputLacks},
+    {"nothing to exporter", false, false, false, true, kInputLacks},
+    {"importer to both", true, false, true, true, kInputLacks},
+    {"both to exporter", true, true, false, true, kOutputLacks},
+    {"both to texture", true, true, true, false, nullptr},
+    {"both to both", true, true, true, true, nullptr},
+    {"texture to both", false, true, true, true, nullptr},
+};
+
+TEST_F(Session, ConnectsByStrategies) {
+    for (const Strategies& row : kStrategies) {
+        const auto input = Make<FakeInput>(FakeBehaviour{"in", nullptr, row.inputImport, row.inputExport});
+        const auto output = Make<FakeOutput>(FakeBehaviour{"out", nullptr, row.outputImport, row.outputExport});
+        const Result<void> connected = _session->ConnectMediaConverter(input, output);
+        if (!row.refusal) {
+            EXPECT_THAT(connected, Succeeds()) << row.what;
+            EXPECT_EQ(input->GetSession(), _session) << row.what;
+            EXPECT_EQ(output->GetSession(), _session) << row.what;
+        } else {
+            EXPECT_THAT(connected, FailsWith(errorid::kIllegalState, row.refusal)) << row.what;
+            EXPECT_FALSE(input->GetSession()) << row.what;
+            EXPECT_THAT(TakeList(_session->GetInputsOf(output.GetPointer())), IsEmpty()) << row.what;
+        }
+    }
+}
+
+TEST_F(Session, RefusesNullAndSameConverters) {
+    const auto converter = Output();
+    const MediaConverterRef null;
+    const std::pair<MediaConverterRef, MediaConverterRef> pairs[] = {
+        {null, null}, {null, converter}, {converter, null}, {converter, converter}};
+    for (const auto& [input, output] : pairs)
+        EXPECT_THAT(_session->ConnectMediaConverter(input, output), FailsWith(errorid::kIllegalArgument, ""));
+    EXPECT_FALSE(converter->GetSession());
+}
+
+TEST_F(Session, RefusesConvertersOfAnotherLiveSession) {
+    const auto other = Create<MediaSessionInterface>(mediaclasses::kSession);
+    const auto takenInput = Input();
+    const auto takenOutput = Output();
+    ASSERT_THAT(other->ConnectMediaConverter(takenInput, takenOutput), Succeeds());
+    EXPECT_THAT(_session->ConnectMediaConverter(takenInput, Output()),
+                FailsWith(errorid::kIllegalArgument, "input is already part of another session"));
+    EXPECT_THAT(_session->ConnectMediaConverter(Input(), takenOutput),
+                FailsWith(errorid::kIllegalArgument, "output is already part of another session"));
+    EXPECT_THAT(_session->ConnectMediaConverter(takenInput, takenOutput),
+                FailsWith(errorid::kIllegalArgument, "input is already part of another session"));
+    EXPECT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
+    EXPECT_THAT(_log, IsEmpty());  // the refused pairs are not part of this session
+}
+
+TEST_F(Session, TakesConvertersOfADeadSession) {
+    const auto input = Input();
+    const auto output = Output();
+    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
+    _session = nullptr;
+    EXPECT_FALSE(input->GetSession());
+    EXPECT_THAT(output->GetInputConverter(), FailsAs(errorid::kNullptr));
+
+    const auto fresh = Create<MediaSessionInterface>(mediaclasses::kSession);
+    ASSERT_THAT(fresh->ConnectMediaConverter(input, output), Succeeds());
+    EXPECT_EQ(input->GetSession(), fresh);
+    EXPECT_EQ(TakeList(output->GetInputConverter()).size(), 1u);
+}
+
+TEST_F(Session, ConnectingTwiceListsTheInputTwice) {
+    const auto input = Input();
+    const auto output = Output();
+    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
+    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
+    EXPECT_THAT(TakeList(output->GetInputConverter()), ElementsAre(MediaConverterRef(input), MediaConverterRef(input)));
+    EXPECT_THAT(TakeList(input->GetInputConverter()), IsEmpty());
+    // An output that takes one input fails in Analyze and touches neither.
+    EXPECT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), FailsWith(errorid::kIllegalState, ""));
+    EXPECT_THAT(_log, ElementsAre("out.Analyze(2)"));
+}
+
+TEST_F(Session, BindsOnce) {
+    const auto input = Input();
+    EXPECT_THAT(input->ConnectToSession(nullptr), FailsAs(errorid::kNullptr));
+    ASSERT_THAT(input->ConnectToSession(_session), Succeeds());
+    EXPECT_THAT(input->ConnectToSession(_session), FailsAs(errorid::kIllegalState));
+    const auto other = Create<MediaSessionInterface>(mediaclasses::kSession);
+    EXPECT_THAT(input->ConnectToSession(other), FailsAs(errorid::kIllegalState));
+    EXPECT_EQ(input->GetSession(), _session);
+    EXPECT_THAT(_session->ConnectMediaConverter(input, Output()), Succeeds());  // bound to this one: stays
+}
+
+TEST_F(Session, RunsThePhasesThroughOutputAndInput) {
+    const auto input = Input();
+    ASSERT_THAT(_session->ConnectMediaConverter(input, Output()), Succeeds());
+    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::FORCELOAD), Succeeds());
+    EXPECT_THAT(_log, ElementsAre("out.Analyze(1)", "in.Analyze(0)", "out.PrepareExecute(1)", "in.PrepareExecute(0)",
+                                  "out.Execute(1)", "in.Execute(0)"));
+    EXPECT_EQ(input->lastTime, kTime);
+    EXPECT_EQ(input->lastFlags, MEDIASESSIONFLAGS::FORCELOAD);
+    _log.clear();
+    ASSERT_THAT(_session->Close(), Succeeds());
+    ASSERT_THAT(_session->Close(), Succeeds());  // the connections stay
+    EXPECT_THAT(_log, ElementsAre("out.Close(1)", "in.Close(0)", "out.Close(1)", "in.Close(0)"));
+}
+
+TEST_F(Session, StopsAfterAnalyzeAndGoesOn) {
+    ASSERT_THAT(_session->ConnectMediaConverter(Input(), Output("out", false)), Succeeds());
+    const auto both = static_cast<MEDIASESSIONFLAGS>(static_cast<int>(MEDIASESSIONFLAGS::RUNONLYANALYZE) |
+                                                     static_cast<int>(MEDIASESSIONFLAGS::FORCELOAD));
+    ASSERT_THAT(_session->Convert(kTime, both), Succeeds());
+    EXPECT_THAT(_log, ElementsAre("out.Analyze(1)"));
+    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
+    EXPECT_THAT(_log, ElementsAre("out.Analyze(1)", "out.Analyze(1)", "out.PrepareExecute(1)", "out.Execute(1)"));
+}
+
+TEST_F(Session, EmptySessionsConvertAndClose) {
+    EXPECT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
+    EXPECT_THAT(_session->Close(), Succeeds());
+    EXPECT_TRUE(_session->GetProgress());
+}
+
+// Outputs go in the order in which their bucket was first used, the newest of a bucket first. Worked out here with
+// plain containers; 20 outputs stay in the first table of 32 buckets.
+TEST_F(Session, VisitsOutputsInTheOrderOfTheMap) {
+    std::vector<Ref<FakeOutput>> outputs;
+    std::vector<uint64_t> bucketOrder;
+    std::map<uint64_t, std::vector<std::string>> buckets;
+    for (int i = 0; i < 20; ++i) {
+        const std::string name = "out" + std::to_string(i);
+        outputs.push_back(Output(name.c_str(), false));
+        ASSERT_THAT(_session->ConnectMediaConverter(Input(), outputs.back()), Succeeds());
+        const uint64_t k =
+            reinterpret_cast<uintptr_t>(static_cast<MediaConverterInterface*>(outputs.back().GetPointer()));
+        const uint64_t x = k ^ (k >> 32);
+        const uint64_t y = x ^ (x >> 12) ^ (x >> 20);
+        const uint64_t bucket = (y ^ (y >> 4) ^ (y >> 7)) % 32;
+        if (buckets[bucket].empty())
+            bucketOrder.push_back(bucket);
+        buckets[bucket].insert(buckets[bucket].begin(), name);
+    }
+    CallLog expected;
+    for (const char* phase : {"Analyze", "PrepareExecute", "Execute"}) {
+        for (const uint64_t bucket : bucketOrder) {
+            for (const std::string& name : buckets[bucket])
+                expected.push_back(name + '.' + phase + "(1)");
+        }
+    }
+    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
+    EXPECT_THAT(_log, ElementsAreArray(expected));
+}
+
+TEST_F(Session, VisitsEachOfManyOutputsOnceAPhase) {
+    for (int i = 0; i < 100; ++i)
+        ASSERT_THAT(_session->ConnectMediaConverter(Input(), Output(std::to_string(i).c_str(), false)), Succeeds());
+    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
+    ASSERT_EQ(_log.size(), 300u);
+    for (size_t i = 0; i < _log.size(); ++i) {
+        const char* phase = i < 100 ? ".Analyze(" : i < 200 ? ".PrepareExecute(" : ".Execute(";
+        EXPECT_THAT(_log[i], testing::HasSubstr(phase));
+    }
+    EXPECT_EQ(std::set<std::string>(_log.begin(), _log.end()).size(), 300u);
+}
+
+TEST_F(Session, TheFirstErrorEndsAPhaseUnchanged) {
+    for (const char* phase : {"Analyze", "PrepareExecute", "Execute", "Close"}) {
+        for (const bool inInput : {false, true}) {
+            _log.clear();
+            const auto session = Create<MediaSessionInterface>(mediaclasses::kSession);
+            const Error error = MediaConverterError("it broke");
+            for (int i = 0; i < 3; ++i) {
+                const auto input = Input("in");
+                const auto output = Output("out");
+                FakeBehaviour& failing = inInput ? input->behaviour : output->behaviour;
+                failing.failingPhase = phase;
+                failing.error = error;
+                ASSERT_THAT(session->ConnectMediaConverter(input, output), Succeeds());
+            }
+            const bool closing = std::string_view(phase) == "Close";
+            const Result<void> result = closing ? session->Close() : session->Convert(kTime, MEDIASESSIONFLAGS::NONE);
+            ASSERT_FALSE(result) << phase;
+            EXPECT_EQ(result.GetError().Get(), error.Get()) << phase;
+            // All three fail, so the failing call is the last, and there is one of it.
+            const std::string last = inInput ? std::string("in.") + phase + "(0)" : std::string("out.") + phase + "(1)";
+            EXPECT_EQ(_log.back(), last);
+            EXPECT_EQ(std::count(_log.begin(), _log.end(), last), 1) << phase;
+        }
+    }
+}
+
+TEST_F(Session, ConvertersMayConnectOthersMeanwhile) {
+    const auto output = Output("first", false);
+    int made = 0;
+    output->behaviour.duringAnalyze = [&] {
+        for (; made < 40; ++made) {  // enough to move both the table and the array of inputs
+            EXPECT_THAT(_session->ConnectMediaConverter(Input(), Output("late", false)), Succeeds());
+            EXPECT_THAT(_session->ConnectMediaConverter(Input(), output), Succeeds());
+        }
+    };
+    ASSERT_THAT(_session->ConnectMediaConverter(Input(), output), Succeeds());
+    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
+    EXPECT_EQ(_log.front(), "first.Analyze(1)");
+    EXPECT_EQ(std::count(_log.begin(), _log.end(), "late.Analyze(1)"), 0);
+    EXPECT_EQ(std::count(_log.begin(), _log.end(), "late.Execute(1)"), 40);
+    EXPECT_EQ(std::count(_log.begin(), _log.end(), "first.Execute(41)"), 1);
+}
+
+TEST_F(Session, KeepsItsConvertersAliveAndNotTheOtherWayRound) {
+    auto input = Input();
+    auto output = Output();
+    const WeakRef<FakeInput> watched(input);
+    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
+    EXPECT_EQ(_session->GetStrongCount(), 1);
+    input = nullptr;
+    EXPECT_TRUE(watched.Get());
+    _session = nullptr;
+    EXPECT_FALSE(watched.Get());
+    EXPECT_EQ(output->GetStrongCount(), 1);
+}
+
+TEST(SessionAlone, NeedsThePublishedProgress) {
+    EXPECT_THAT(NewObj<MediaSessionImpl>(), FailsAs(errorid::kNullptr));
+    const MediaSessionRef none;
+    EXPECT_THAT(none->Convert(kTime, MEDIASESSIONFLAGS::NONE), FailsAs(errorid::kNullptr));
+    EXPECT_THAT(none->GetProgress()->SetProgressAndCheckBreak(0, 1), FailsAs(errorid::kNullptr));
+}
+
+}  // namespace
+}  // namespace orvik
