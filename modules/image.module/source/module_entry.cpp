@@ -16,7 +16,7 @@ Result<void> Start(Publisher& publisher) {
     // Resources of the module would lie below the path under which the host found it.
     Dl_info info{};
     if (dladdr(&g_orvik, &info) != 0 && info.dli_fname)
-        TRY(SetModuleResourceDirectory(kModuleId, Url(info.dli_fname)));
+        TRY(SetModuleResourceDirectory(kModuleId, Url::FromSystemPath(info.dli_fname)));
     return {};
 }
 

@@ -68,7 +68,7 @@ class Ref;
 
 /// The root of every interface. Objects are made by `NewObj` or through a published class, and shared by counted
 /// references; the counter is atomic.
-class Object {
+class ORVIK_API Object {
 public:
     Object() = default;
     explicit Object(Absence why) : _absence(why) {}
