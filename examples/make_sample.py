@@ -7,7 +7,7 @@ Needs python3-numpy and python3-pil. Usage: make_sample.py OUT.png
 import sys
 
 import numpy as np
-from PIL import Image, PngImagePlugin
+from PIL import Image
 
 WIDTH, HEIGHT, SCALE = 320, 200, 3
 HORIZON, SUN, SUN_RADIUS = 0.62, (0.66, 0.42), 0.075
@@ -57,9 +57,8 @@ def picture():
 
 
 def main():
-    info = PngImagePlugin.PngInfo()
     image = Image.fromarray((picture() + 0.5).astype(np.uint8), "RGBA")
-    image.save(sys.argv[1], optimize=True, dpi=(72, 72), pnginfo=info)
+    image.save(sys.argv[1], optimize=True, dpi=(72, 72))
 
 
 if __name__ == "__main__":
