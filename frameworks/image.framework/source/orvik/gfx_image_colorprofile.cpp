@@ -1,0 +1,76 @@
+#include "orvik/gfx_image_colorprofile.h"
+
+#include <algorithm>
+
+#include "orvik/gfx_image_pixelformat.h"
+#include "orvik/iostreams.h"
+#include "orvik/registrybase.h"
+
+namespace orvik {
+
+namespace {
+Ref<ColorProfilesInterface> GetColorProfiles() {
+    return FindPublished<ColorProfilesInterface>(ColorProfilesInterface::kInterfaceId);
+}
+}  // namespace
+
+namespace colorprofiles {
+ColorProfile Get(const Id& id) { return GetColorProfiles()->GetBuiltIn(id).GetValueOr(ColorProfile()); }
+}  // namespace colorprofiles
+
+namespace colorspaces {
+ColorSpace Get(const Id& id) { return FindPublished<ColorSpaceInterface>(id); }
+}  // namespace colorspaces
+
+Result<ColorProfile> ColorProfile::OpenProfileFromMemory(Block<const std::byte> bytes) {
+    return GetColorProfiles()->OpenProfileFromMemory(bytes);
+}
+
+Result<ColorProfile> ColorProfile::OpenProfileFromFile(const Url& url) {
+    const InputStreamRef stream = TRY(url.OpenInputStream());
+    const Int length = TRY(stream->GetStreamLength());
+    BaseArray<std::byte> bytes;
+    TRY(bytes.Resize(length, RESIZEFLAGS::FIT_TO_SIZE));
+    TRY(stream->Read(bytes.ToBlock()));
+    TRY(stream->Close());
+    return OpenProfileFromMemory(bytes.ToBlock());
+}
+
+Result<Block<const std::byte>> ColorProfile::WriteProfileToMemory() const {
+    if (!_entry)
+        return IllegalStateError("no color profile");
+    return _entry->WriteProfileToMemory();
+}
+
+Result<void> ColorProfile::WriteProfileToFile(const Url& url) const {
+    if (!_entry)
+        return IllegalStateError("no color profile");
+    return _entry->WriteProfileToFile(url);
+}
+
+Result<String> ColorProfile::GetInfo(COLORPROFILEINFO info) const {
+    if (!_entry)
+        return IllegalStateError("no profile found");
+    return _entry->GetInfo(info);
+}
+
+bool ColorProfile::CheckCompatiblePixelFormat(const PixelFormat& format) const {
+    return _entry->CheckCompatiblePixelFormat(format);
+}
+
+ColorSpace ColorProfile::GetColorSpace() const { return _entry->GetColorSpace(); }
+
+String ColorProfile::ToString() const { return HasProfile() ? _entry->ToString() : String("<<no profile>>"); }
+
+bool ColorProfile::IsEqual(const ColorProfile& other) const {
+    if (_entry == other._entry)
+        return true;
+    if (!HasProfile() || !other.HasProfile())
+        return HasProfile() == other.HasProfile();
+    if (GetCrc() != other.GetCrc())
+        return false;
+    const Result<Block<const std::byte>> mine = WriteProfileToMemory(), theirs = other.WriteProfileToMemory();
+    return mine && theirs && std::ranges::equal(*mine, *theirs);
+}
+
+}  // namespace orvik

@@ -1,0 +1,35 @@
+#pragma once
+/// @file
+/// Formats of the fixed catalogue.
+
+#include "gfx_image_pixelformat_catalogue.h"
+#include "gfx_image_pixelformat_channels.h"
+
+namespace orvik {
+
+/// One format of the catalogue. This class serves the formats of whole components; the others derive from it.
+class PixelFormatFixed : public PixelFormatChannels {
+public:
+    explicit PixelFormatFixed(const FormatRow& row) : _row(row), _family(GetFamilyRow(row.family)) {}
+    /// Makes id, channels and offsets from the row.
+    virtual Result<void> Construct();
+
+    Id GetId() const override { return _id; }
+    String PixToString(const void* pixel) const override;
+    /// Knows all formats of the general families except alpha.f16, which goes channel by channel.
+    Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
+                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override;
+    const FormatRow& GetRow() const { return _row; }
+
+protected:
+    Result<void> ConstructNames();
+
+    const FormatRow& _row;
+    const FamilyRow& _family;
+    Id _id;
+};
+
+/// A channel of which only the meaning and the width is known: its values are no whole components.
+Result<ImageChannel> CreatePackedChannel(const Id& type, Int bits);
+
+}  // namespace orvik
