@@ -8,8 +8,15 @@ Result<void> StartImageModule(Publisher& publisher) {
     // The order decides the order of the registries, and with it in which order formats are offered and asked.
     using Register = Result<void> (*)(Publisher&);
     static constexpr Register kUnits[] = {
-        RegisterMediaSession,         RegisterMediaSessionAudio,     RegisterMediaSessionOutputConverterBase,
-        RegisterMediaSessionProgress, RegisterMediaSessionUrlOutput,
+        RegisterChannels,
+        RegisterColorSpaces,
+        RegisterColorProfiles,
+        RegisterPixelFormats,
+        RegisterMediaSession,
+        RegisterMediaSessionAudio,
+        RegisterMediaSessionOutputConverterBase,
+        RegisterMediaSessionProgress,
+        RegisterMediaSessionUrlOutput,
     };
     for (const Register registerUnit : kUnits)
         TRY(registerUnit(publisher));
