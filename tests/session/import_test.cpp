@@ -101,7 +101,7 @@ protected:
 TEST_F(MediaImport, RunsTheFirstHandlerThatClaims) {
     MediaSessionRef session = Take(Import("A picture"));
     EXPECT_THAT(_log,
-                ElementsAre("first.Create", "out.ResetConverter", "out.Analyze(1)", "first.Analyze(0)",
+                ElementsAre("first.Create", "out.ResetConverter(0)", "out.Analyze(1)", "first.Analyze(0)",
                             "out.PrepareExecute(1)", "first.PrepareExecute(0)", "out.Execute(1)", "first.Execute(0)"));
     const Ref<FakeInput> input = _first->lastInput.Get();
     ASSERT_TRUE(input);
@@ -159,7 +159,7 @@ TEST_F(MediaImport, FailuresEndTheImportUnchanged) {
     _output->behaviour.error = error;
     _log.clear();
     EXPECT_EQ(Import("A").GetError().Get(), error.Get());
-    EXPECT_THAT(_log, ElementsAre("first.Create", "out.ResetConverter"));
+    EXPECT_THAT(_log, ElementsAre("first.Create", "out.ResetConverter(0)"));
     EXPECT_EQ(GetCrashReportPropertyCount(), properties);
 }
 
