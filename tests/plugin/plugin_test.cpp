@@ -1,0 +1,268 @@
+// The module as a host meets it: a shared object that is opened at run time. This program does not link its objects.
+#include <cstring>
+#include <dlfcn.h>
+#include <elf.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <iterator>
+
+#include "orvik/iomemory.h"
+#include "orvik/lockservices.h"
+#include "orvik/mediasession_output.h"
+#include "orvik/module.h"
+
+namespace orvik {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::UnorderedElementsAre;
+
+MATCHER_P(FailsAs, errorId, "fails as " + std::string(errorId.GetText())) {
+    if (arg) {
+        *result_listener << "which succeeded";
+        return false;
+    }
+    *result_listener << "which is " << arg.GetError()->GetErrorId().GetText() << " \""
+                     << arg.GetError()->GetMessage().GetText() << '"';
+    return arg.GetError()->IsKindOf(errorId);
+}
+
+Module LoadModule(const std::string& path) {
+    Result<Module> module = Module::Load(Url(path));
+    if (!module) {
+        ADD_FAILURE() << module.GetError()->ToString().GetCString();
+        return {};
+    }
+    return std::move(module).TakeValue();
+}
+
+/// An open handle of a module that is loaded already.
+struct Library {
+    explicit Library(const char* path) : handle(dlopen(path, RTLD_NOW | RTLD_NOLOAD)) {}
+    ~Library() {
+        if (handle)
+            dlclose(handle);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+    void* handle;
+};
+
+std::vector<std::string> g_undone;
+void NoteUndone(const char* kind, const Id& id) {
+    g_undone.push_back(std::string(kind) + ' ' + std::string(id.GetText()));
+}
+
+class Plugin : public testing::Test {
+protected:
+    void SetUp() override {
+        g_undone.clear();
+        Publisher::SetUndoObserver(NoteUndone);
+    }
+    void TearDown() override { Publisher::SetUndoObserver(nullptr); }
+};
+
+// --- Symbols ---------------------------------------------------------------------------------------------------------
+
+template <class T>
+T ReadAt(const std::vector<char>& file, size_t offset) {
+    T value{};
+    if (offset > file.size() || file.size() - offset < sizeof(T)) {
+        ADD_FAILURE() << "the file ends at " << file.size();
+        return value;
+    }
+    std::memcpy(&value, file.data() + offset, sizeof(T));
+    return value;
+}
+
+/// Names of the symbols that a shared object defines for others, from its dynamic symbol table.
+std::vector<std::string> ReadExportedSymbols(const char* path) {
+    std::ifstream stream(path, std::ios::binary);
+    const std::vector<char> file{std::istreambuf_iterator<char>(stream), {}};
+    const auto header = ReadAt<Elf64_Ehdr>(file, 0);
+    EXPECT_EQ(std::memcmp(header.e_ident, ELFMAG, SELFMAG), 0);
+    EXPECT_EQ(header.e_ident[EI_CLASS], ELFCLASS64);
+    const auto section = [&](size_t index) {
+        return ReadAt<Elf64_Shdr>(file, header.e_shoff + index * header.e_shentsize);
+    };
+    std::vector<std::string> names;
+    for (size_t i = 0; i < header.e_shnum; ++i) {
+        const Elf64_Shdr symbols = section(i);
+        if (symbols.sh_type != SHT_DYNSYM)
+            continue;
+        const Elf64_Shdr texts = section(symbols.sh_link);
+        for (size_t offset = 0; offset + sizeof(Elf64_Sym) <= symbols.sh_size; offset += symbols.sh_entsize) {
+            const auto symbol = ReadAt<Elf64_Sym>(file, symbols.sh_offset + offset);
+            if (symbol.st_shndx != SHN_UNDEF && ELF64_ST_BIND(symbol.st_info) != STB_LOCAL)
+                names.emplace_back(file.data() + texts.sh_offset + symbol.st_name);
+        }
+    }
+    return names;
+}
+
+TEST_F(Plugin, ExportsTwoObjectsAndNothingElse) {
+    EXPECT_THAT(ReadExportedSymbols(IMAGE_MODULE), UnorderedElementsAre("g_orvik", "g_CpuYieldDelegate"));
+    // The reader does see symbols: the framework's library has many.
+    EXPECT_GT(ReadExportedSymbols(IMAGE_FRAMEWORK).size(), 5u);
+}
+
+// --- Loading ---------------------------------------------------------------------------------------------------------
+
+void ExpectUnresolved(const char* when) {
+    for (const Id& id : {mediaclasses::kSession, mediaclasses::kStreamImport, mediaclasses::kOutputTexture}) {
+        EXPECT_THAT(ClassRef(id).Create(), FailsAs(errorid::kUnresolved)) << when;
+        EXPECT_THAT(ClassRef(id).Create<MediaSessionInterface>(), FailsAs(errorid::kUnresolved)) << when;
+    }
+    const auto object = FindPublished<MediaSessionInterface>(Id("net.orvik.image.pixelformat.rgb.u8"));
+    EXPECT_FALSE(object) << when;
+    EXPECT_THAT(object->Convert({}, MEDIASESSIONFLAGS::NONE), FailsAs(errorid::kUnresolved)) << when;
+    const auto entry = Registry::Find<FileFormatHandlerInterface>(kFileFormatHandlerRegistry,
+                                                                  Id("net.orvik.fileformathandler.imageloaderbmp"));
+    EXPECT_THAT(entry->CreateHandler(Url()), FailsAs(errorid::kUnresolved)) << when;
+    EXPECT_TRUE(Registry::GetEntries(kFileFormatRegistry).IsEmpty()) << when;
+    EXPECT_FALSE(FindHandlerBySuffix("bmp")) << when;
+    EXPECT_THAT(ImageTextureInterface::LoadTexture(Url("picture.bmp"), {}, MEDIASESSIONFLAGS::NONE, {}, {}),
+                FailsAs(errorid::kUnresolved))
+        << when;
+}
+
+TEST_F(Plugin, IsThereWhileItIsLoaded) {
+    ExpectUnresolved("before");
+    {
+        const Module module = LoadModule(IMAGE_MODULE);
+        ASSERT_TRUE(module);
+        EXPECT_EQ(module.GetId().GetText(), "net.orvik.image.module");
+        for (const Id& id : {mediaclasses::kMediaBase, mediaclasses::kStreamBase, mediaclasses::kStreamImageBase,
+                             mediaclasses::kStreamImport, mediaclasses::kStreamExport, mediaclasses::kStreamExif,
+                             mediaclasses::kStreamAudioImport, mediaclasses::kStreamFormat,
+                             mediaclasses::kStreamProperties, mediaclasses::kConverterBase, mediaclasses::kOutputBase,
+                             mediaclasses::kOutputUrlBase, mediaclasses::kSession, mediaclasses::kSessionProgress,
+                             mediaclasses::kOutputTexture, mediaclasses::kExportFromTexture}) {
+            const Result<ObjectRef> object = ClassRef(id).Create();
+            ASSERT_TRUE(object) << id.GetText();
+            EXPECT_EQ((*object)->GetClassId(), id);
+        }
+        // Objects of the module work through the framework's interfaces alone.
+        const Result<MediaSessionRef> session = ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
+        ASSERT_TRUE(session);
+        EXPECT_TRUE((*session)->Convert({}, MEDIASESSIONFLAGS::NONE));
+        const Result<Url> resources = GetModuleResourceDirectory(Id("net.orvik.image.module"));
+        ASSERT_TRUE(resources);
+        EXPECT_EQ(resources->GetName(), "image.module");
+    }
+    ExpectUnresolved("after");
+    EXPECT_EQ(Library(IMAGE_MODULE).handle, nullptr) << "the library is closed";
+    EXPECT_TRUE(LoadModule(IMAGE_MODULE)) << "and can be opened again";
+}
+
+TEST_F(Plugin, GetsItsLinksFromTheHost) {
+    const Module module = LoadModule(IMAGE_MODULE);
+    const Library library(IMAGE_MODULE);
+    ASSERT_NE(library.handle, nullptr);
+    auto** words = static_cast<void**>(dlsym(library.handle, "g_orvik"));
+    ASSERT_NE(words, nullptr);
+    EXPECT_STREQ(static_cast<const char*>(words[1]), "net.orvik.image");
+    EXPECT_STREQ(static_cast<const char*>(words[2]), "net.orvik.image.module");
+    EXPECT_STREQ(static_cast<const char*>(words[3]), "net.orvik.core.framework");
+    EXPECT_STREQ(static_cast<const char*>(words[4]), "image.module");
+    // The sixth word resolves what is declared, on demand.
+    const auto resolve = reinterpret_cast<Object* (*)(const Id&)>(words[5]);
+    ASSERT_NE(resolve, nullptr);
+    Publisher publisher;
+    const ObjectRef object(NewObj<MediaSessionInterface>().GetValueOr(nullptr));
+    ASSERT_TRUE(publisher.PublishObject(Id("net.orvik.test.object"), object));
+    EXPECT_EQ(resolve(Id("net.orvik.test.object")), object.GetPointer());
+    EXPECT_EQ(resolve(Id("net.orvik.test.unknown")), nullptr);
+
+    auto** yield = static_cast<void (**)()>(dlsym(library.handle, "g_CpuYieldDelegate"));
+    ASSERT_NE(yield, nullptr);
+    EXPECT_EQ(*yield, DefaultCpuYield);
+}
+
+TEST_F(Plugin, UnloadingUndoesEverythingBackwards) {
+    Module module = LoadModule(IMAGE_MODULE);
+    const auto published = static_cast<size_t>(module.GetRecordCount());
+    std::vector<std::string> formats;
+    for (const Registry::Entry& entry : Registry::GetEntries(kFileFormatRegistry))
+        formats.push_back("entry " + std::string(entry.id.GetText()));
+    EXPECT_THAT(g_undone, IsEmpty());
+    module.Unload();
+    EXPECT_EQ(g_undone.size(), published);
+
+    // Units are published in a fixed order; a few landmarks of it, and the entries of a registry, come back reversed.
+    std::vector<std::string> expected = {
+        "class net.orvik.image.class.mediabase",
+        "class net.orvik.image.class.mediastreambase",
+        "class net.orvik.image.class.mediasessionobject",
+        "class net.orvik.image.class.mediastreamaudiodataimport",
+        "class net.orvik.image.class.mediaoutputtexture",
+        "class net.orvik.image.class.mediaoutputbase",
+        "class net.orvik.image.class.mediasessionprogressobject",
+        "class net.orvik.image.class.mediaoutputurlbase",
+    };
+    expected.insert(expected.begin(), formats.begin(), formats.end());
+    std::vector<std::string> landmarks;
+    for (const std::string& undone : g_undone) {
+        if (std::find(expected.begin(), expected.end(), undone) != expected.end())
+            landmarks.push_back(undone);
+    }
+    std::reverse(landmarks.begin(), landmarks.end());
+    EXPECT_THAT(landmarks, testing::ElementsAreArray(expected));
+}
+
+TEST_F(Plugin, TwoModules) {
+    const ClassRef second(Id("net.orvik.test.second.class.last"));
+    EXPECT_THAT(Module::Load(Url(SECOND_MODULE)), FailsAs(errorid::kUnresolved)) << "it needs the image module";
+    Module image = LoadModule(IMAGE_MODULE);
+    Module other = LoadModule(SECOND_MODULE);
+    EXPECT_TRUE(second.Create());
+    EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
+    other.Unload();
+    EXPECT_THAT(g_undone,
+                ElementsAre("class net.orvik.test.second.class.last", "class net.orvik.test.second.class.first"));
+    EXPECT_THAT(second.Create(), FailsAs(errorid::kUnresolved));
+    EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
+}
+
+TEST_F(Plugin, TheSameModuleTwiceIsRefused) {
+    const Module image = LoadModule(IMAGE_MODULE);
+    EXPECT_THAT(Module::Load(Url(IMAGE_MODULE)), FailsAs(errorid::kIllegalState));
+    // A copy is another library with the same ids: nothing of it stays, nothing of the first goes.
+    const std::filesystem::path copy = std::filesystem::path(testing::TempDir()) / "copy_of_image.module";
+    std::filesystem::copy_file(IMAGE_MODULE, copy, std::filesystem::copy_options::overwrite_existing);
+    EXPECT_THAT(Module::Load(Url(copy.native())), FailsAs(errorid::kIllegalArgument));
+    std::filesystem::remove(copy);
+    EXPECT_THAT(g_undone, IsEmpty());
+    EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
+}
+
+TEST_F(Plugin, FilesThatAreNoModules) {
+    EXPECT_THAT(Module::Load(Url("no/such.module")), FailsAs(errorid::kIo));
+    EXPECT_THAT(Module::Load(Url(__FILE__)), FailsAs(errorid::kIo));
+    EXPECT_THAT(Module::Load(Url(IMAGE_FRAMEWORK)), FailsAs(errorid::kIllegalArgument));
+    EXPECT_THAT(g_undone, IsEmpty());
+}
+
+TEST_F(Plugin, DetectionForgetsAModulesFormats) {
+    const Result<MemoryFileRef> file = CreateMemoryFile(std::as_bytes(std::span("no picture at all")));
+    ASSERT_TRUE(file);
+    const Result<Url> url = MountMemoryFile("plugin", *file);
+    ASSERT_TRUE(url);
+    {
+        const Module image = LoadModule(IMAGE_MODULE);
+        const Result<FileFormat> detected = FileFormatDetectionCache::DetectFile(*url);
+        ASSERT_TRUE(detected);
+        EXPECT_FALSE(*detected);
+    }
+    const Result<FileFormat> detected = FileFormatDetectionCache::DetectFile(*url);
+    ASSERT_TRUE(detected);
+    EXPECT_FALSE(*detected);
+    UnmountMemoryFile("plugin");
+}
+
+}  // namespace
+}  // namespace orvik
