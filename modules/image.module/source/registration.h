@@ -24,5 +24,7 @@ Result<void> RegisterTextureConverters(Publisher& publisher);
 Result<void> RegisterMediaSessionOutputConverterBase(Publisher& publisher);
 Result<void> RegisterMediaSessionProgress(Publisher& publisher);
 Result<void> RegisterMediaSessionUrlOutput(Publisher& publisher);
+/// Importers, exporters, file formats and handlers of all file formats.
+Result<void> RegisterFileFormats(Publisher& publisher);
 
 }  // namespace orvik

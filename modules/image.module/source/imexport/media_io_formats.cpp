@@ -1,0 +1,96 @@
+#include "media_io_formats.h"
+
+#include "media_io_bmp.h"
+#include "media_io_fileformat_imagebase.h"
+#include "media_io_png.h"
+#include "registration.h"
+
+namespace orvik {
+namespace {
+
+constexpr Int kBits8[] = {8};
+constexpr Int kBits8And16[] = {8, 16};
+constexpr std::string_view kBmpSuffixes[] = {"bmp"};
+constexpr std::string_view kPngSuffixes[] = {"png"};
+
+constexpr ImportCapabilities kStillImage{.image = true};
+
+constexpr FileFormatEntry kFormats[] = {
+    {
+        .name = "bmp",
+        .format = "net.orvik.fileformat.imagebmp",
+        .handler = "net.orvik.fileformathandler.imageloaderbmp",
+        .importer = "net.orvik.mediasession.bmp.import",
+        .exporter = "net.orvik.mediasession.bmp.export",
+        .suffixes = kBmpSuffixes,
+        .strength = DETECTIONSTRENGTH::SIGNATURE,
+        .detect = DetectBmp,
+        .makeImporter = MakeBmpImporter,
+        .makeExporter = MakeBmpExporter,
+        .input = kStillImage,
+        .output = {.image = true,
+                   .embedColorProfile = true,
+                   .maximalAlphaChannels = 1,
+                   .maximalImageResolution = 32000,
+                   .bitDepthsImage = kBits8},
+        .publishMore = nullptr,
+    },
+    {
+        .name = "png",
+        .format = "net.orvik.fileformat.imagepng",
+        .handler = "net.orvik.fileformathandler.imageloaderpng",
+        .importer = "net.orvik.mediasession.png.import",
+        .exporter = "net.orvik.mediasession.png.export",
+        .suffixes = kPngSuffixes,
+        .strength = DETECTIONSTRENGTH::SIGNATURE,
+        .detect = DetectPng,
+        .makeImporter = MakePngImporter,
+        .makeExporter = MakePngExporter,
+        .input = kStillImage,
+        .output = {.image = true,
+                   .embedColorProfile = true,
+                   .maximalAlphaChannels = 1,
+                   .maximalImageResolution = 0x7FFFFFFF,
+                   .bitDepthsImage = kBits8And16},
+        .publishMore = PublishPngParts,
+    },
+};
+
+}  // namespace
+
+Block<const FileFormatEntry> GetFileFormatTable() { return kFormats; }
+
+const FileFormatEntry* FindFileFormatEntry(const Id& format) {
+    for (const FileFormatEntry& entry : kFormats) {
+        if (entry.format == format)
+            return &entry;
+    }
+    return nullptr;
+}
+
+Result<void> RegisterFileFormats(Publisher& publisher) {
+    TRY(publisher.PublishClass<FileFormatImageBase>(FileFormatImageBase::kClassId));
+    for (const FileFormatEntry& entry : kFormats) {
+        TRY(publisher.PublishClass(entry.importer, entry.makeImporter));
+        if (entry.makeExporter)
+            TRY(publisher.PublishClass(entry.exporter, entry.makeExporter));
+        if (entry.publishMore)
+            TRY(entry.publishMore(publisher));
+        const ObjectRef format(TRY(NewObj<FileFormatImpl>(entry)));
+        TRY(publisher.PublishObject(entry.format, format));
+        TRY(publisher.AddToRegistry(kFileFormatRegistry, entry.format, format));
+        const ObjectRef handler(TRY(NewObj<FileFormatHandlerImpl>(entry)));
+        TRY(publisher.PublishObject(entry.handler, handler));
+        TRY(publisher.AddToRegistry(kFileFormatHandlerRegistry, entry.handler, handler));
+    }
+    return {};
+}
+
+Result<Bool> StartsWith(const InputStreamRef& stream, std::string_view signature) {
+    std::byte head[16];
+    const Block<std::byte> wanted(head, std::min(signature.size(), sizeof(head)));
+    const Int count = TRY(stream->ReadEOS(wanted));
+    return count == Int(signature.size()) && std::memcmp(head, signature.data(), signature.size()) == 0;
+}
+
+}  // namespace orvik

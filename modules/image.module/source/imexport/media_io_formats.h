@@ -1,0 +1,53 @@
+#pragma once
+/// @file
+/// The table of file formats. Registries, capabilities, the command line, tests and fuzz targets all come from it.
+
+#include "orvik/fileformat.h"
+
+namespace orvik {
+
+/// What an importer answers to the capability keys "net.orvik.media.input.*".
+struct ImportCapabilities {
+    bool image = false, video = false, audio = false;
+};
+
+/// What an exporter answers to the capability keys "net.orvik.media.output.*".
+struct ExportCapabilities {
+    bool image = false, video = false, audio = false;
+    bool embedColorProfile = false;
+    Int maximalAlphaChannels = 0;
+    Int maximalImageResolution = 0;        ///< pixels of the longer side
+    Int maximalLayerResolution = 0;        ///< 0 for formats without layers
+    Block<const Int> bitDepthsImage = {};  ///< bits per channel
+    Block<const Int> bitDepthsLayer = {};
+};
+
+/// One file format: its ids, how it is recognised, who reads and writes it. Adding a format is adding its row in
+/// `media_io_formats.cpp` and its files.
+struct FileFormatEntry {
+    std::string_view name;  ///< short name, for instance "png"
+    Id format;
+    Id handler;
+    Id importer;                             ///< class id
+    Id exporter;                             ///< class id; empty for a format that is only read
+    Block<const std::string_view> suffixes;  ///< the first is the one to write
+    DETECTIONSTRENGTH strength;
+    /// Claims a file by its head; the stream stands at position 0.
+    Result<Bool> (*detect)(const Url& url, const InputStreamRef& stream);
+    CreateFunction makeImporter;
+    CreateFunction makeExporter;  ///< null for a format that is only read
+    ImportCapabilities input;
+    ExportCapabilities output;
+    /// Publishes what the format has beyond its classes; may be null.
+    Result<void> (*publishMore)(Publisher& publisher);
+};
+
+/// All formats in the order of registration.
+Block<const FileFormatEntry> GetFileFormatTable();
+/// The row of a format id, or null.
+const FileFormatEntry* FindFileFormatEntry(const Id& format);
+
+/// True when the bytes at the stream's position are exactly `signature`; false for a shorter stream.
+Result<Bool> StartsWith(const InputStreamRef& stream, std::string_view signature);
+
+}  // namespace orvik
