@@ -20,6 +20,7 @@ Result<void> StartImageModule(Publisher& publisher) {
         RegisterMediaSessionOutputConverterBase,
         RegisterMediaSessionProgress,
         RegisterMediaSessionUrlOutput,
+        RegisterFileFormats,
     };
     for (const Register registerUnit : kUnits)
         TRY(registerUnit(publisher));
