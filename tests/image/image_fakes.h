@@ -1,0 +1,346 @@
+#pragma once
+/// @file
+/// Formats, services, importers and exporters that the tests of image objects put in place of real ones.
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "mediasession_urloutput.h"
+#include "registration.h"
+
+#include "orvik/fileformat.h"
+#include "orvik/gfx_image.h"
+
+namespace orvik {
+
+/// The error class of a result; an empty id for success.
+template <class T>
+Id ErrorIdOf(const Result<T>& result) {
+    return result ? Id() : result.GetError()->GetErrorId();
+}
+template <class T>
+std::string MessageOf(const Result<T>& result) {
+    return result ? std::string() : std::string(result.GetError()->GetMessage().GetText());
+}
+
+/// Copies single bits, most significant first: slow, and right for any width and phase.
+inline void CopyBits(std::byte* dst, Int dstBit, const std::byte* src, Int srcBit, Int count) {
+    for (Int i = 0; i < count; ++i, ++dstBit, ++srcBit) {
+        const int bit = (std::to_integer<int>(src[srcBit >> 3]) >> (7 - (srcBit & 7))) & 1;
+        const auto mask = std::byte(0x80 >> (dstBit & 7));
+        dst[dstBit >> 3] = bit ? dst[dstBit >> 3] | mask : dst[dstBit >> 3] & ~mask;
+    }
+}
+
+/// A format of any channel widths. It converts to and from formats of the same width by copying bits, and notes what it
+/// was asked for.
+class FakeFormat : public PixelFormatInterface {
+public:
+    struct Request {
+        std::vector<Int> srcOffsets, dstOffsets;
+        bool hasSrcProfile = false, hasDstProfile = false;
+        CONVERTPIXELFLAGS flags = CONVERTPIXELFLAGS::NONE;
+    };
+    struct Line {
+        const std::byte* data = nullptr;
+        Int stride = 0;
+        int phase = 0;
+        Int count = 0;
+        CONVERTPIXELFLAGS flags = CONVERTPIXELFLAGS::NONE;
+    };
+
+    explicit FakeFormat(std::vector<Int> channelBits) : _channelCount(static_cast<Int>(channelBits.size())) {
+        Int bit = 0;
+        _offsets.push_back(BITS(0));
+        for (const Int bits : channelBits)
+            _offsets.push_back(BITS(bit += bits));
+    }
+    Int GetChannelCount() const override { return _channelCount; }
+    ChannelOffsets GetChannelOffsets() const override { return _offsets; }
+    BITS GetBitsPerPixel() const override { return _offsets.back(); }
+    Result<ConvertPixelFunc> GetConvertPixelFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
+                                                 ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
+                                                 ColorProfile* dstProfile, CONVERTPIXELFLAGS flags,
+                                                 bool&) const override {
+        if (srcFormat->GetBitsPerPixel() != GetBitsPerPixel())
+            return IllegalStateError("No pixel conversion found from '@' to '@'", srcFormat, "fake");
+        request = {{}, {}, srcProfile != nullptr, dstProfile && dstProfile->HasProfile(), flags};
+        for (const BITS offset : srcOffsets)
+            request.srcOffsets.push_back(offset.GetBits());
+        for (const BITS offset : dstOffsets)
+            request.dstOffsets.push_back(offset.GetBits());
+        return ConvertPixelFunc([this, bits = GetBitsPerPixel().GetBits()](const PixelLine& dst, Int count,
+                                                                           const PixelLineConst& src,
+                                                                           CONVERTPIXELFLAGS lineFlags) {
+            from = {static_cast<const std::byte*>(src.data), src.stride.GetBits(), src.phase, count, lineFlags};
+            to = {static_cast<const std::byte*>(dst.data), dst.stride.GetBits(), dst.phase, count, lineFlags};
+            for (Int i = 0; i < count; ++i)
+                CopyBits(static_cast<std::byte*>(dst.data), dst.phase + i * dst.stride.GetBits(),
+                         static_cast<const std::byte*>(src.data), src.phase + i * src.stride.GetBits(), bits);
+            return Result<void>();
+        });
+    }
+    /// Every byte of the pixel gets the grey value.
+    Result<void> ConvertPixelFromSlow(const PixelLine& dst, Int count, const PixelLineConst& src, const PixelFormat&,
+                                      const ColorProfile*, ColorProfile*, CONVERTPIXELFLAGS) const override {
+        std::memset(dst.data, *static_cast<const uint8_t*>(src.data),
+                    static_cast<size_t>(count * GetBitsPerPixel().GetBytes()));
+        return {};
+    }
+
+    mutable Request request;  ///< of the last search for a conversion
+    mutable Line from, to;    ///< of the last run that was converted
+
+private:
+    Int _channelCount;
+    std::vector<BITS> _offsets;
+};
+
+inline Ref<FakeFormat> MakeFormat(std::vector<Int> channelBits) {
+    return NewObj<FakeFormat>(std::move(channelBits)).TakeValue();
+}
+
+/// A profile that says it is one.
+class FakeProfile : public ColorProfileInterface {
+public:
+    Bool HasProfile() const override { return true; }
+};
+inline ColorProfile MakeProfile() { return ColorProfile(NewObj<FakeProfile>().TakeValue()); }
+
+/// A layer set that only names an image.
+class FakeLayerSet : public LayerSetInterface {
+public:
+    explicit FakeLayerSet(const char* image) : _image(image) {}
+    String GetSelectedImage() const override { return _image; }
+
+private:
+    String _image;
+};
+inline LayerSet SelectImage(const char* image) { return LayerSet(NewObj<FakeLayerSet>(image).TakeValue()); }
+
+/// What happened, in order; fakes write it, tests read it.
+inline std::vector<std::string> g_log;
+
+/// The host's region observable.
+class FakeRegionObservable : public ImageRegionObservableInterface {
+public:
+    Result<void> ResizeImage(Int width, Int height) override {
+        g_log.push_back("resize " + std::to_string(width) + "x" + std::to_string(height));
+        return failResize ? Result<void>(UnexpectedError()) : Result<void>();
+    }
+    Result<void> MarkDirty(ImageBaseInterface* image, const UpdateRegion& region) override {
+        return _observable.Notify(image, region);
+    }
+    RegionObservable* GetObservable() override { return &_observable; }
+    void Disconnect(Bool final) override { g_log.push_back(final ? "disconnect 1" : "disconnect 0"); }
+
+    static inline bool failResize = false;
+
+private:
+    RegionObservable _observable;
+};
+class FakeRegionService : public ImageRegionObservableHandlerInterface {
+public:
+    Result<ImageRegionObservableRef> Create(const String& name) override {
+        g_log.push_back("create " + std::string(name.GetText()));
+        return ImageRegionObservableRef(TRY(NewObj<FakeRegionObservable>()));
+    }
+};
+
+/// Publishes what image objects need, and no real format.
+class ImageFixture : public testing::Test {
+protected:
+    void SetUp() override {
+        g_log.clear();
+        FakeRegionObservable::failResize = false;
+        for (const auto registerUnit :
+             {RegisterImageStorages, RegisterImages, RegisterMediaSession, RegisterTextureConverters,
+              RegisterMediaSessionOutputConverterBase, RegisterMediaSessionProgress, RegisterMediaSessionUrlOutput}) {
+            const Result<void> registered = registerUnit(_publisher);
+            ASSERT_TRUE(registered) << MessageOf(registered);
+        }
+    }
+    void PublishRegionService() {
+        ASSERT_TRUE(_publisher.PublishObject(ImageRegionObservableHandlerInterface::kInterfaceId,
+                                             NewObj<FakeRegionService>().TakeValue()));
+    }
+
+    template <class I>
+    static Ref<I> Make(const Id& classId) {
+        Result<Ref<I>> made = ClassRef(classId).Create<I>();
+        EXPECT_TRUE(made) << MessageOf(made);
+        return made ? made.GetValue() : Ref<I>();
+    }
+    static ImageRef MakeImage() { return Make<ImageInterface>(imageclasses::kImage); }
+    static ImageTextureRef MakeTexture() { return Make<ImageTextureInterface>(imageclasses::kTexture); }
+
+    Publisher _publisher;
+};
+
+/// One stream of a fake file. Its rows are made from `seed`.
+struct StreamSpec {
+    MEDIAFORMATTYPE type = MEDIAFORMATTYPE::IMAGE;
+    int parent = -1;  ///< index of the parent stream
+    Int width = 3, height = 2;
+    int seed = 1;
+    std::function<void(MediaStreamFormat&)> describe = {};  ///< sets or takes back keys
+};
+
+/// The bytes of one row of a stream.
+inline std::vector<std::byte> MakeRow(int seed, Int y, Int bytes) {
+    std::vector<std::byte> row(static_cast<size_t>(bytes));
+    for (Int i = 0; i < bytes; ++i)
+        row[static_cast<size_t>(i)] = std::byte(seed * 40 + y * 16 + i);
+    return row;
+}
+
+/// Delivers streams that a test lists.
+class FakeImport : public virtual MediaInputInterface, public MediaInputBaseImpl {
+public:
+    FakeImport(std::vector<StreamSpec> specs, PixelFormat format)
+        : _specs(std::move(specs)), _format(std::move(format)) {}
+
+    Bool SupportImportStrategy() const override { return true; }
+    Result<void> Analyze(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
+        TRY(RequireNoInputs(inputs));
+        g_log.push_back("analyze");
+        for (const StreamSpec& spec : _specs) {
+            MediaStreamFormat format;
+            TRY(format.Set(mediaformat::kType, spec.type));
+            TRY(format.Set(mediaformat::kPixelFormat, _format));
+            TRY(format.Set(mediaformat::kWidth, spec.width));
+            TRY(format.Set(mediaformat::kHeight, spec.height));
+            if (spec.describe)
+                spec.describe(format);
+            const auto stream =
+                TRY(ClassRef(mediaclasses::kStreamImport).Create<MediaStreamImageDataImportInterface>());
+            TRY(stream->AddFormat(Data(Int(0)), format));
+            streams.push_back(stream);
+            if (spec.parent < 0)
+                TRY(AddOutputStream(stream));
+            else
+                TRY(streams[static_cast<size_t>(spec.parent)]->AddChild(MediaStreamInterface::kChildBranch, stream));
+        }
+        return {};
+    }
+    Result<void> PrepareExecute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
+        return RequireNoInputs(inputs);
+    }
+    Result<void> Execute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
+        TRY(RequireNoInputs(inputs));
+        for (size_t i = 0; i < streams.size(); ++i) {
+            if (!streams[i]->IsSubscribed())
+                continue;
+            g_log.push_back("deliver " + std::to_string(i));
+            MediaStreamProperties properties = TRY(MediaStreamProperties::FromStream(streams[i]));
+            TRY(properties.Set(mediaproperty::kSampleTime, TimeValue::FromSeconds(static_cast<Float>(i) + 0.5)));
+            TRY(streams[i]->InitStream(properties));
+            Result<void> delivered = Deliver(i, properties);
+            Result<void> finished = streams[i]->FinishStream(properties);
+            TRY(std::move(delivered));
+            TRY(std::move(finished));
+        }
+        return {};
+    }
+    Result<void> Close(Inputs) override {
+        g_log.push_back("close import");
+        return {};
+    }
+
+    std::vector<Ref<MediaStreamImageDataImportInterface>> streams;
+
+private:
+    Result<void> Deliver(size_t i, const MediaStreamProperties& properties) {
+        SetPixelHandlerStruct handler =
+            TRY(streams[i]->SetPixelStream(properties, _format->GetChannelOffsets(), SETPIXELHANDLERFLAGS::NONE));
+        const StreamSpec& spec = _specs[i];
+        const BITS bits = _format->GetBitsPerPixel();
+        for (Int y = spec.height - 1; y >= 0; --y) {  // bottom up, as some files are
+            const std::vector<std::byte> row = MakeRow(spec.seed, y, (bits * spec.width).GetBytes());
+            const PixelSpan span{0, y, spec.width};
+            TRY(handler.write(span, {row.data(), bits}, SETPIXELFLAGS::NONE));
+            handler.Widen(span);
+        }
+        return handler.Free();
+    }
+
+    std::vector<StreamSpec> _specs;
+    PixelFormat _format;
+};
+
+/// Takes every stream of a texture and keeps the rows.
+class FakeExport : public virtual MediaOutputUrlInterface, public MediaOutputUrlBaseImpl {
+public:
+    Result<void> Analyze(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
+        TRY(AnalyzeInput(inputs, time, flags));
+        const BaseArray<MediaStreamRef> all = TRY(inputs[0]->GetOutputStreams(true));
+        for (const MediaStreamRef& stream : all) {
+            TRY(stream->SubscribeStream(stream->GetSelectedFormat()));
+            streams.push_back(stream);
+        }
+        return {};
+    }
+    Result<void> PrepareExecute(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
+        return PrepareExecuteInput(inputs, time, flags);
+    }
+    Result<void> Execute(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
+        TRY(ExecuteInput(inputs, time, flags));
+        for (const MediaStreamRef& stream : streams) {
+            const auto source = Cast<MediaStreamImageDataExportInterface>(stream);
+            const MediaStreamFormat format = stream->GetFormat(stream->GetSelectedFormat());
+            const PixelFormat pixelFormat = TRY(format.Get(mediaformat::kPixelFormat));
+            const Int width = TRY(format.Get(mediaformat::kWidth)), height = TRY(format.Get(mediaformat::kHeight));
+            const BITS bits = pixelFormat->GetBitsPerPixel();
+            const MediaStreamProperties properties = TRY(MediaStreamProperties::FromStream(stream));
+            TRY(source->InitStream(properties));
+            GetPixelHandlerStruct handler =
+                TRY(source->GetPixelStream(properties, pixelFormat, ColorProfile(), GETPIXELHANDLERFLAGS::NONE));
+            rows.emplace_back();
+            for (Int y = 0; y < height; ++y) {
+                std::vector<std::byte> row(static_cast<size_t>((bits * width).GetBytes()));
+                TRY(handler.read({0, y, width}, {row.data(), bits}, GETPIXELFLAGS::NONE));
+                rows.back().push_back(row);
+            }
+            handler.Free();
+            TRY(source->FinishStream(properties));
+        }
+        return {};
+    }
+    Result<void> Close(Inputs inputs) override {
+        g_log.push_back("close export");
+        streams.clear();
+        return CloseInputs(inputs);
+    }
+
+    std::vector<MediaStreamRef> streams;
+    std::vector<std::vector<std::vector<std::byte>>> rows;  ///< stream, row, byte
+};
+
+/// All bytes of a node, read in its own format.
+inline std::vector<std::vector<std::byte>> ReadRows(const ImageBaseRef& node) {
+    std::vector<std::vector<std::byte>> rows;
+    const PixelFormat format = node->GetPixelFormat();
+    auto handler =
+        node->GetPixelHandler(format, format->GetChannelOffsets(), {}, GETPIXELHANDLERFLAGS::NONE, LayerSet());
+    EXPECT_TRUE(handler) << MessageOf(handler);
+    for (Int y = 0; handler && y < node->GetHeight(); ++y) {
+        std::vector<std::byte> row(static_cast<size_t>((format->GetBitsPerPixel() * node->GetWidth()).GetBytes()));
+        const Result<void> read = handler.GetValue().read({0, y, node->GetWidth()},
+                                                          {row.data(), format->GetBitsPerPixel()}, GETPIXELFLAGS::NONE);
+        EXPECT_TRUE(read) << MessageOf(read);
+        rows.push_back(std::move(row));
+    }
+    if (handler)
+        node->FreePixelHandler(handler.GetValue());
+    return rows;
+}
+inline std::vector<std::vector<std::byte>> RowsOf(const StreamSpec& spec, const PixelFormat& format) {
+    std::vector<std::vector<std::byte>> rows;
+    for (Int y = 0; y < spec.height; ++y)
+        rows.push_back(MakeRow(spec.seed, y, (format->GetBitsPerPixel() * spec.width).GetBytes()));
+    return rows;
+}
+
+}  // namespace orvik
