@@ -55,8 +55,9 @@ TEST(Storage, AddressesPixelsOfEveryWidth) {
                     std::fill(row.begin(), row.end(), std::byte(0));
                     ASSERT_TRUE(back.read({0, other, kWidth}, {row.data(), BITS(bits)}, GETPIXELFLAGS::NONE));
                     EXPECT_EQ(row, expected) << "line " << other << " after writing " << x << ", " << y;
-                    if (other == 0)
+                    if (other == 0) {
                         EXPECT_EQ(written - format->from.data, y * lineBytes + x * bits / 8);
+                    }
                 }
             }
         }

@@ -1,0 +1,287 @@
+#include "image_fakes.h"
+
+namespace orvik {
+namespace {
+
+constexpr auto kNormal = storageclasses::kNormal;
+
+/// A storage whose Init fails on request.
+class FakeStorage : public ImagePixelStorageInterface {
+public:
+    Result<void> Init(Int width, Int height, const PixelFormat&, Block<const std::byte> defaultColor) override {
+        g_log.push_back("init " + std::to_string(width) + "x" + std::to_string(height) + " default " +
+                        std::to_string(defaultColor.size()));
+        return fail ? Result<void>(UnsupportedArgumentError()) : Result<void>();
+    }
+    Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat&, ChannelOffsets, const ColorProfile& stored,
+                                                  const ColorProfile& wanted, GETPIXELHANDLERFLAGS flags) override {
+        g_log.push_back(Describe("get", stored, wanted, static_cast<int>(flags)));
+        return GetPixelHandlerStruct();
+    }
+    Result<SetPixelHandlerStruct> SetPixelHandler(const PixelFormat&, ChannelOffsets, const ColorProfile& stored,
+                                                  const ColorProfile& given, SETPIXELHANDLERFLAGS flags,
+                                                  const RegionDelegate& region) override {
+        g_log.push_back(Describe("set", stored, given, static_cast<int>(flags)));
+        SetPixelHandlerStruct handler;
+        handler.region = region;
+        return handler;
+    }
+    static inline bool fail = false;
+    static constexpr Id kClass{"net.orvik.test.storage"};
+
+private:
+    static std::string Describe(const char* what, const ColorProfile& stored, const ColorProfile& other, int flags) {
+        return std::string(what) + " stored " + (stored.HasProfile() ? "yes" : "no") + " other " +
+               (other.HasProfile() ? "yes" : "no") + " flags " + std::to_string(flags);
+    }
+};
+
+class ImageTest : public ImageFixture {
+protected:
+    void SetUp() override {
+        ImageFixture::SetUp();
+        FakeStorage::fail = false;
+        ASSERT_TRUE(_publisher.PublishClass<FakeStorage>(FakeStorage::kClass));
+    }
+    Ref<FakeFormat> _format = MakeFormat({8, 8});
+};
+
+TEST_F(ImageTest, TakesChildrenByBranchAndClass) {
+    enum Child { kNull, kBase, kImage, kLayer, kTexture };
+    using B = IMAGEHIERARCHY;
+    const Id classes[] = {
+        {}, imageclasses::kBase, imageclasses::kImage, imageclasses::kRasterLayer, imageclasses::kTexture};
+    const struct {
+        Id parent;
+        std::vector<std::pair<B, Child>> accepted;
+    } cases[] = {
+        {imageclasses::kTexture, {{B::IMAGE, kImage}, {B::IMAGE, kLayer}}},
+        {imageclasses::kImage, {{B::ALPHA, kLayer}, {B::LAYER, kLayer}, {B::DEEPIMAGEDATA, kLayer}}},
+        {imageclasses::kRasterLayer, {{B::LAYER, kLayer}, {B::MASK, kLayer}}},
+    };
+    for (const auto& [parentClass, accepted] : cases) {
+        for (int branch = -1; branch <= static_cast<int>(B::MAX_ELEMENTS); ++branch) {
+            for (const Child child : {kNull, kBase, kImage, kLayer, kTexture}) {
+                SCOPED_TRACE(testing::Message() << parentClass.GetText() << " branch " << branch << " child " << child);
+                const auto parent = Make<ImageBaseInterface>(parentClass);
+                const auto node = child == kNull ? ImageBaseRef() : Make<ImageBaseInterface>(classes[child]);
+                const bool fits =
+                    std::find(accepted.begin(), accepted.end(), std::pair(B(branch), child)) != accepted.end();
+                const Result<void> added = parent->AddChildren(B(branch), node, nullptr);
+                EXPECT_EQ(ErrorIdOf(added), fits ? Id() : errorid::kIllegalArgument);
+                EXPECT_EQ(MessageOf(added), "");
+                EXPECT_EQ(parent->GetChildren(branch).size(), fits ? 1u : 0u);
+            }
+        }
+    }
+}
+
+TEST_F(ImageTest, OrdersChildrenByPredecessor) {
+    const ImageRef image = MakeImage();
+    std::vector<ImageBaseRef> layers;
+    for (int i = 0; i < 3; ++i)
+        layers.push_back(Make<ImageBaseInterface>(imageclasses::kRasterLayer));
+    ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::LAYER, layers[0], nullptr));
+    ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::LAYER, layers[1], nullptr));
+    ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::LAYER, layers[2], layers[0]));
+    const Block<const HierarchyObjectRef> children = image->GetChildren(static_cast<Int>(IMAGEHIERARCHY::LAYER));
+    ASSERT_EQ(children.size(), 3u);
+    for (const size_t i : {0u, 2u, 1u})
+        EXPECT_EQ(Cast<ImageBaseInterface>(children[i == 0 ? 0 : 3 - i]), layers[i]);
+    EXPECT_EQ(ErrorIdOf(image->AddChildren(IMAGEHIERARCHY::LAYER, layers[0], nullptr)), errorid::kIllegalArgument);
+    EXPECT_EQ(Cast<ImageBaseInterface>(layers[1]->GetParent()), ImageBaseRef(image));
+}
+
+TEST_F(ImageTest, InitRunsInOrderAndLeavesNoStorageOnFailure) {
+    PublishRegionService();
+    const std::byte color[2] = {};
+    const struct {
+        const char* what;
+        Id storage;
+        bool failStorage, failResize;
+        Id error;
+        std::vector<std::string> log;
+    } cases[] = {
+        {"fine", FakeStorage::kClass, false, false, {}, {"init 4x3 default 2", "resize 4x3"}},
+        {"storage fails", FakeStorage::kClass, true, false, errorid::kUnsupportedArgument, {"init 4x3 default 2"}},
+        {"observer fails",
+         FakeStorage::kClass,
+         false,
+         true,
+         errorid::kUnexpected,
+         {"init 4x3 default 2", "resize 4x3"}},
+        {"no such class", "net.orvik.test.missing", false, false, errorid::kUnresolved, {}},
+        {"no storage", imageclasses::kBase, false, false, errorid::kUnexpected, {}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        FakeStorage::fail = FakeRegionObservable::failResize = false;
+        const ImageRef image = MakeImage();
+        ASSERT_TRUE(image->Init(9, 9, ClassRef(kNormal), _format, {}));
+        EXPECT_EQ(image->Get(image::kType, ITYPE::UNDEFINED), ITYPE::IMAGE);
+        FakeStorage::fail = test.failStorage;
+        FakeRegionObservable::failResize = test.failResize;
+        g_log.clear();
+        EXPECT_EQ(ErrorIdOf(image->Init(4, 3, ClassRef(test.storage), _format, color)), test.error);
+        auto log = g_log;
+        std::erase_if(
+            log, [](const std::string& line) { return line.starts_with("create") || line.starts_with("disconnect"); });
+        EXPECT_EQ(log, test.log);
+        const auto handler = image->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
+        EXPECT_EQ(ErrorIdOf(handler), test.error.IsEmpty() ? Id() : errorid::kNullptr);
+        if (test.error.IsEmpty()) {
+            EXPECT_EQ(image->GetWidth(), 4);
+            EXPECT_EQ(image->GetHeight(), 3);
+            EXPECT_EQ(image->GetChannelCount(), 2);
+        }
+    }
+}
+
+TEST_F(ImageTest, EmptyStorageClassMeansNormal) {
+    const ImageRef image = MakeImage();
+    ASSERT_TRUE(image->Init(4, 3, ClassRef(), _format, {}));
+    EXPECT_EQ(ReadRows(image).size(), 3u);
+}
+
+TEST_F(ImageTest, PassesItsProfileToTheStorage) {
+    const ImageRef image = MakeImage();
+    ASSERT_TRUE(image->Init(4, 3, ClassRef(FakeStorage::kClass), _format, {}));
+    g_log.clear();
+    ASSERT_TRUE(image->GetPixelHandler(_format, {}, MakeProfile(), GETPIXELHANDLERFLAGS::DEEPIMAGE, {}));
+    ASSERT_TRUE(image->Set(image::kColorProfile, MakeProfile()));
+    ASSERT_TRUE(image->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {}));
+    ASSERT_TRUE(image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION));
+    EXPECT_EQ(g_log, (std::vector<std::string>{"get stored no other yes flags 2", "get stored yes other no flags 0",
+                                               "set stored yes other no flags 1"}));
+    EXPECT_EQ(ErrorIdOf(image->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, SelectImage("#1"))),
+              errorid::kFunctionNotImplemented);
+}
+
+TEST_F(ImageTest, BaseHasNoPixels) {
+    const auto base = Make<ImageBaseInterface>(imageclasses::kBase);
+    EXPECT_EQ(base->GetChannelCount(), 0);
+    ASSERT_TRUE(base->InitBase(6, 5, _format, ITYPE::FOLDER));
+    EXPECT_EQ(base->GetWidth(), 6);
+    EXPECT_EQ(base->GetHeight(), 5);
+    EXPECT_EQ(base->GetChannelCount(), 2);
+    EXPECT_EQ(base->GetPixelFormat(), PixelFormat(_format));
+    EXPECT_EQ(base->Get(image::kType, ITYPE::UNDEFINED), ITYPE::FOLDER);
+    std::byte pixel[2] = {};
+    EXPECT_EQ(ErrorIdOf(base->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {})),
+              errorid::kFunctionNotImplemented);
+    EXPECT_EQ(ErrorIdOf(base->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+    EXPECT_EQ(ErrorIdOf(base->GetComponent(0, {0, 0, 1}, pixel, 1, GETPIXELFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+    EXPECT_EQ(ErrorIdOf(base->SetComponent(0, {0, 0, 1}, pixel, 1, SETPIXELFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+}
+
+TEST_F(ImageTest, WholeRectangleIsTheNodeItself) {
+    const ImageRef image = MakeImage();
+    ASSERT_TRUE(image->Init(4, 3, ClassRef(kNormal), _format, {}));
+    EXPECT_EQ(image->CreateSubImagePart({{0, 0}, {4, 3}}).TakeValue(), ImageBaseRef(image));
+    for (const DrawRectInt& part : {DrawRectInt{{0, 0}, {4, 2}}, DrawRectInt{{1, 0}, {4, 3}}})
+        EXPECT_EQ(ErrorIdOf(image->CreateSubImagePart(part)), errorid::kFunctionNotImplemented);
+}
+
+/// The host's observable and the plain one that stands in for it behave alike.
+TEST_F(ImageTest, NotifiesOnceOfWhatWasWidened) {
+    for (const bool hasService : {false, true}) {
+        SCOPED_TRACE(hasService);
+        if (hasService)
+            PublishRegionService();
+        std::vector<UpdateRegion> told;
+        ImageBaseInterface* teller = nullptr;
+        {
+            const ImageRef image = MakeImage();
+            ASSERT_TRUE(image->Init(10, 10, ClassRef(kNormal), _format, {}));
+            ASSERT_TRUE(image->ObservableRegionChanged()->AddObserver(
+                [&](ImageBaseInterface* from, const UpdateRegion& region) {
+                    teller = from;
+                    told.push_back(region);
+                    return Result<void>();
+                }));
+            for (const bool widens : {false, true}) {
+                auto handler = image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE).TakeValue();
+                const std::byte row[20] = {};
+                for (const PixelSpan& span : {PixelSpan{2, 3, 4}, PixelSpan{5, 7, 2}}) {
+                    ASSERT_TRUE(handler.write(span, {row, BITS(16)}, SETPIXELFLAGS::NONE));
+                    if (widens)
+                        handler.Widen(span);
+                }
+                // The node may go another way meanwhile.
+                ASSERT_TRUE(image->Init(10, 10, ClassRef(kNormal), _format, {}));
+                image->FreePixelHandler(handler);
+                image->FreePixelHandler(handler);
+            }
+            EXPECT_EQ(teller, static_cast<ImageBaseInterface*>(image.GetPointer()));
+            g_log.clear();
+        }
+        EXPECT_EQ(told, (std::vector<UpdateRegion>{{2, 3, 5, 5}}));
+        EXPECT_EQ(g_log,
+                  hasService ? (std::vector<std::string>{"disconnect 0", "disconnect 1"}) : std::vector<std::string>());
+    }
+}
+
+TEST_F(ImageTest, TextureAnswersForItsFirstImage) {
+    const ImageTextureRef texture = MakeTexture();
+    EXPECT_EQ(texture->GetWidth(), 0);
+    EXPECT_EQ(texture->GetHeight(), 0);
+    EXPECT_EQ(texture->GetChannelCount(), 0);
+    EXPECT_FALSE(texture->GetPixelFormat());
+    const auto none = texture->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
+    EXPECT_EQ(ErrorIdOf(none), errorid::kIllegalArgument);
+    EXPECT_EQ(MessageOf(none), "Illegal argument: Condition image not fulfilled. ");
+
+    const ImageRef first = MakeImage(), second = MakeImage();
+    ASSERT_TRUE(first->Init(4, 3, ClassRef(kNormal), _format, {}));
+    ASSERT_TRUE(second->Init(7, 8, ClassRef(kNormal), MakeFormat({8}), {}));
+    ASSERT_TRUE(texture->AddChildren(IMAGEHIERARCHY::IMAGE, first, nullptr));
+    ASSERT_TRUE(texture->AddChildren(IMAGEHIERARCHY::IMAGE, second, nullptr));
+    EXPECT_EQ(texture->GetWidth(), 4);
+    EXPECT_EQ(texture->GetHeight(), 3);
+    EXPECT_EQ(texture->GetChannelCount(), 2);
+    EXPECT_EQ(texture->GetPixelFormat(), PixelFormat(_format));
+    EXPECT_EQ(ReadRows(texture).size(), 3u);
+    EXPECT_EQ(ErrorIdOf(texture->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+}
+
+TEST_F(ImageTest, WalksDepthFirstAndNotTooDeep) {
+    const ImageTextureRef texture = MakeTexture();
+    const ImageRef image = MakeImage();
+    ASSERT_TRUE(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
+    ImageBaseRef bottom = image;
+    const auto addLevels = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            const auto layer = Make<ImageBaseInterface>(imageclasses::kRasterLayer);
+            ASSERT_TRUE(bottom->AddChildren(IMAGEHIERARCHY::LAYER, layer, nullptr));
+            bottom = layer;
+        }
+    };
+    addLevels(2);
+    ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::ALPHA, Make<ImageBaseInterface>(imageclasses::kRasterLayer), {}));
+    std::vector<int> branches;
+    Int stopAfter = 100;
+    const ImageVisitor visit = [&](const ImageBaseRef&, IMAGEHIERARCHY branch) -> Result<Bool> {
+        branches.push_back(static_cast<int>(branch));
+        return static_cast<Int>(branches.size()) < stopAfter;
+    };
+    EXPECT_TRUE(WalkImages(texture, visit).GetValueOr(false));
+    EXPECT_EQ(branches, (std::vector<int>{0, 1, 2, 3, 3}));
+    branches.clear();
+    stopAfter = 3;
+    EXPECT_FALSE(WalkImages(texture, visit).GetValueOr(true));
+    EXPECT_EQ(branches.size(), 3u);
+
+    stopAfter = 1000;
+    addLevels(252);  // the texture, its image and 254 layers: 256 levels
+    EXPECT_TRUE(WalkImages(texture, visit).GetValueOr(false));
+    addLevels(1);
+    EXPECT_EQ(ErrorIdOf(WalkImages(texture, visit)), errorid::kIllegalState);
+    EXPECT_EQ(ErrorIdOf(WalkImages(nullptr, visit)), errorid::kNullptr);
+}
+
+}  // namespace
+}  // namespace orvik

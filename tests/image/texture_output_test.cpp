@@ -1,0 +1,428 @@
+#include "image_fakes.h"
+
+namespace orvik {
+namespace {
+
+using T = MEDIAFORMATTYPE;
+using S = SELECTIONHANDLERRESULT;
+
+/// A texture output on a fake input in one session.
+class TextureOutputTest : public ImageFixture {
+protected:
+    void Connect(std::vector<StreamSpec> specs) {
+        import = NewObj<FakeImport>(std::move(specs), format).TakeValue();
+        texture = MakeTexture();
+        output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
+        session = Make<MediaSessionInterface>(mediaclasses::kSession);
+        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
+        ASSERT_TRUE(session->ConnectMediaConverter(import, output));
+        g_log.clear();
+    }
+    Result<void> Run(MEDIASESSIONFLAGS flags = MEDIASESSIONFLAGS::NONE) { return session->Convert(TimeValue(), flags); }
+    /// The tree below the texture, one text a node: its depth, branch, class, type and name.
+    std::vector<std::string> Describe() const {
+        std::vector<std::string> nodes;
+        EXPECT_TRUE(WalkImages(texture, [&](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
+            if (branch != IMAGEHIERARCHY::TEXTURE) {
+                int depth = 0;
+                for (HierarchyObjectRef up = node->GetParent(); up; up = up->GetParent())
+                    ++depth;
+                nodes.push_back(std::to_string(depth) + " branch " + std::to_string(static_cast<int>(branch)) +
+                                (Cast<ImageLayerInterface>(node) ? " layer" : " image") + " type " +
+                                std::to_string(static_cast<int>(node->Get(image::kType, ITYPE::UNDEFINED))) + " " +
+                                std::string(node->Get(image::kName, String("?")).GetText()));
+            }
+            return true;
+        }));
+        return nodes;
+    }
+    ImageBaseRef Node(Int index, IMAGEHIERARCHY branch = IMAGEHIERARCHY::IMAGE, ImageBaseRef parent = {}) const {
+        const auto children = (parent ? parent : ImageBaseRef(texture))->GetChildren(static_cast<Int>(branch));
+        return index < static_cast<Int>(children.size())
+                   ? Cast<ImageBaseInterface>(children[static_cast<size_t>(index)])
+                   : nullptr;
+    }
+
+    Ref<FakeFormat> format = MakeFormat({8, 8});
+    Ref<FakeImport> import;
+    ImageTextureRef texture;
+    MediaOutputTextureRef output;
+    MediaSessionRef session;
+};
+
+std::function<void(MediaStreamFormat&)> Named(const char* name) {
+    return [name](MediaStreamFormat& format) { EXPECT_TRUE(format.Set(mediaformat::kStreamName, name)); };
+}
+
+TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
+    const std::vector<StreamSpec> specs = {
+        {.type = T::IMAGE, .seed = 1, .describe = Named("picture")},
+        {.type = T::ALPHA, .parent = 0, .seed = 2},
+        {.type = T::LAYERFOLDER, .parent = 0, .seed = 3, .describe = Named("folder")},
+        {.type = T::LAYER, .parent = 2, .width = 5, .seed = 4, .describe = Named("layer")},
+        {.type = T::LAYERMASK, .parent = 3, .seed = 5},
+        {.type = T::LAYERADJUSTMENT, .parent = 0, .seed = 6},
+        {.type = T::IMAGE, .seed = 1, .describe = Named("second")},
+    };
+    const std::vector<std::string> tree = {
+        "1 branch 1 image type 2 picture", "2 branch 2 layer type 3 ", "2 branch 3 layer type 6 folder",
+        "3 branch 3 layer type 4 layer",   "4 branch 4 layer type 5 ", "2 branch 3 layer type 7 ",
+        "1 branch 1 image type 2 second",
+    };
+    Connect(specs);
+    ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
+    EXPECT_EQ(Describe(), tree);
+    std::byte row[16];
+    const auto handler = texture->GetPixelHandler(format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
+    ASSERT_TRUE(handler) << MessageOf(handler);
+    EXPECT_EQ(ErrorIdOf(handler->read({0, 0, 1}, {row, BITS(16)}, GETPIXELFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);  // a description only, so far
+
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(Describe(), tree);  // nothing was added twice, and every type stands after the second Init too
+    EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "analyze"), 1);
+    EXPECT_EQ(ReadRows(Node(0)), RowsOf(specs[0], format));
+    EXPECT_EQ(ReadRows(Node(0, IMAGEHIERARCHY::ALPHA, Node(0))), RowsOf(specs[1], format));
+    const ImageBaseRef folder = Node(0, IMAGEHIERARCHY::LAYER, Node(0));
+    const ImageBaseRef layer = Node(0, IMAGEHIERARCHY::LAYER, folder);
+    EXPECT_EQ(ReadRows(layer), RowsOf(specs[3], format));
+    EXPECT_EQ(ReadRows(Node(0, IMAGEHIERARCHY::MASK, layer)), RowsOf(specs[4], format));
+    EXPECT_EQ(texture->Get(image::kSampleTime, TimeValue()).GetSeconds(), 6.5);  // the last sample that finished
+
+    ASSERT_TRUE(session->Close());
+    EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "close import"), 0);  // the input stays open
+}
+
+/// Session, importer, streams, output and texture go when nobody holds them, though nothing was closed.
+TEST_F(TextureOutputTest, LeavesNoCircleOfReferences) {
+    Connect({{.type = T::IMAGE}, {.type = T::ALPHA, .parent = 0}});
+    ASSERT_TRUE(Run());
+    const WeakRef<FakeImport> weakImport(import);
+    const WeakRef<MediaOutputTextureInterface> weakOutput(output);
+    const WeakRef<ImageTextureInterface> weakTexture(texture);
+    const WeakRef<ImageBaseInterface> weakNode(Node(0));
+    import = nullptr, output = nullptr, session = nullptr;
+    EXPECT_FALSE(weakImport.Get());
+    EXPECT_FALSE(weakOutput.Get());
+    EXPECT_EQ(texture->GetStrongCount(), 1);
+    texture = nullptr;
+    EXPECT_FALSE(weakTexture.Get());
+    EXPECT_FALSE(weakNode.Get());
+}
+
+TEST_F(TextureOutputTest, RefusesWhatIsIncompleteOrMisplaced) {
+    const auto without = [](const Id& key) {
+        return [key](MediaStreamFormat& f) {
+            MediaStreamFormat rest;
+            f->GetDictionary().ForEach([&](const Id& id, const Data& data) {
+                if (id != key) {
+                    EXPECT_TRUE(rest.SetData(id, data));
+                }
+            });
+            f = rest;
+        };
+    };
+    const struct {
+        const char* what;
+        std::vector<StreamSpec> specs;
+        Id error;
+        std::string message;
+        size_t nodes;
+    } cases[] = {
+        {"no pixel format",
+         {{.describe = without(mediaformat::kPixelFormat.GetId())}},
+         errorid::kIllegalArgument,
+         "Key net.orvik.mediaformat.pixelformat not found.",
+         0},
+        {"no width",
+         {{.describe = without(mediaformat::kWidth.GetId())}},
+         errorid::kIllegalArgument,
+         "Key net.orvik.mediaformat.width not found.",
+         0},
+        {"no height",
+         {{}, {.describe = without(mediaformat::kHeight.GetId())}},
+         errorid::kIllegalArgument,
+         "Key net.orvik.mediaformat.height not found.",
+         1},
+        {"no streams", {}, errorid::kMediaSessionWrongType, "", 0},
+        {"image below an image", {{}, {.type = T::IMAGE, .parent = 0}}, errorid::kMediaConverter, "", 1},
+        {"deep data below an image", {{}, {.type = T::DEEPIMAGEDATA, .parent = 0}}, errorid::kMediaConverter, "", 1},
+        {"mip level below an image", {{}, {.type = T::MIPMAP, .parent = 0}}, errorid::kMediaConverter, "", 1},
+        {"alpha below a layer",
+         {{}, {.type = T::LAYER, .parent = 0}, {.type = T::ALPHA, .parent = 1}},
+         errorid::kIllegalArgument,
+         "",
+         2},
+        {"negative size", {{.width = -3}}, errorid::kIllegalArgument, "", 0},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        Connect(test.specs);
+        const Result<void> ran = Run();
+        EXPECT_EQ(ErrorIdOf(ran), test.error);
+        EXPECT_EQ(MessageOf(ran), test.message);
+        EXPECT_EQ(Describe().size(), test.nodes);
+        EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "deliver 0"), 0);
+    }
+}
+
+TEST_F(TextureOutputTest, WantsExactlyOneInput) {
+    Connect({{}});
+    const MediaConverterRef two[] = {import, import};
+    for (const MediaConverterInterface::Inputs inputs : {MediaConverterInterface::Inputs(), {two, 2}}) {
+        output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
+        EXPECT_EQ(ErrorIdOf(output->Analyze(inputs, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
+        EXPECT_TRUE(output->Analyze(inputs, {}, MEDIASESSIONFLAGS::NONE));  // it has run, in its way
+        EXPECT_EQ(ErrorIdOf(output->PrepareExecute(inputs, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
+        EXPECT_EQ(ErrorIdOf(output->Execute(inputs, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
+    }
+    EXPECT_TRUE(g_log.empty());
+}
+
+/// A parent that is not in the walk: a stream that hangs below one that the output has never seen.
+TEST_F(TextureOutputTest, MissesAnUnknownParent) {
+    class Misplacing : public FakeImport {
+    public:
+        using FakeImport::FakeImport;
+        Result<void> Analyze(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
+            TRY(FakeImport::Analyze(inputs, time, flags));
+            // An audio stream is no image and gets no record, yet an image stream hangs below it.
+            const auto audio = TRY(ClassRef(mediaclasses::kStreamAudioImport).Create<MediaStreamInterface>());
+            const auto image = TRY(ClassRef(mediaclasses::kStreamImport).Create<MediaStreamInterface>());
+            TRY(image->AddFormat(Data(Int(0)), streams[0]->GetFormat(Data(Int(0)))));
+            TRY(audio->AddChild(MediaStreamInterface::kChildBranch, image));
+            return AddOutputStream(audio);
+        }
+    };
+    const Result<void> audioUnit = RegisterMediaSessionAudio(_publisher);
+    ASSERT_TRUE(audioUnit) << MessageOf(audioUnit);
+    Connect({{}});
+    session = Make<MediaSessionInterface>(mediaclasses::kSession);
+    output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
+    ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef()));
+    ASSERT_TRUE(session->ConnectMediaConverter(
+        NewObj<Misplacing>(std::vector<StreamSpec>{{}}, PixelFormat(format)).TakeValue(), output));
+    const Result<void> ran = Run();
+    EXPECT_EQ(ErrorIdOf(ran), errorid::kMediaConverter);
+    EXPECT_EQ(MessageOf(ran), "Parent stream not found.");
+}
+
+TEST_F(TextureOutputTest, FollowsTheSelection) {
+    const std::vector<StreamSpec> specs = {
+        {.describe = Named("a")}, {.type = T::ALPHA, .parent = 0, .describe = Named("b")}, {.describe = Named("c")}};
+    const struct {
+        const char* what;
+        std::vector<S> answers;
+        std::vector<std::string> nodes, delivered;
+    } cases[] = {
+        {"all",
+         {S::ALL, S::ALL, S::ALL},
+         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b", "1 branch 1 image type 2 c"},
+         {"deliver 0", "deliver 1", "deliver 2"}},
+        {"structure",
+         {S::STRUCTURE, S::STRUCTURE, S::STRUCTURE},
+         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b", "1 branch 1 image type 2 c"},
+         {}},
+        {"none", {S::NONE, S::NONE, S::NONE}, {}, {}},
+        {"content without structure", {S::CONTENT_FLAG, S::CONTENT_FLAG, S::CONTENT_FLAG}, {}, {}},
+        {"mixed",
+         {S::STRUCTURE, S::ALL, S::NONE},
+         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b"},
+         {"deliver 1"}},
+        {"a child brings its parent",
+         {S::NONE, S::ALL, S::NONE},
+         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b"},
+         {"deliver 1"}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        Connect(specs);
+        size_t next = 0;
+        std::vector<std::string> seen;
+        ASSERT_TRUE(output->SetSelectionHandler([&](const MediaStreamRef&, const MediaStreamFormat& f) -> Result<S> {
+            seen.emplace_back(f.Get(mediaformat::kStreamName, String()).GetText());
+            return test.answers[next++];
+        }));
+        const Result<void> ran = Run();
+        ASSERT_TRUE(ran) << MessageOf(ran);
+        EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "c"}));
+        EXPECT_EQ(Describe(), test.nodes);
+        std::erase(g_log, "analyze");
+        EXPECT_EQ(g_log, test.delivered);
+    }
+    Connect(specs);
+    ASSERT_TRUE(output->SetSelectionHandler(
+        [](const MediaStreamRef&, const MediaStreamFormat&) -> Result<S> { return UnsupportedOperationError(); }));
+    EXPECT_EQ(ErrorIdOf(Run()), errorid::kUnsupportedOperation);
+}
+
+TEST_F(TextureOutputTest, CopiesKeys) {
+    const ColorProfile profile = MakeProfile();
+    DataDictionary settings, later;
+    ASSERT_TRUE(settings.Set(mediaexport::kQuality, 0.5));
+    ASSERT_TRUE(later.Set(mediaexport::kQuality, 0.25));
+    const auto describe = [&](const DataDictionary& exportSettings, bool withProfile, Float dpi) {
+        return [=](MediaStreamFormat& f) {
+            EXPECT_TRUE(f.Set(mediaformat::kExportSettings, exportSettings));
+            if (withProfile) {
+                EXPECT_TRUE(f.Set(mediaformat::kColorProfile, profile));
+            }
+            if (dpi > 0) {
+                EXPECT_TRUE(f.Set(mediaformat::kDpi, dpi));
+            }
+            EXPECT_TRUE(f.Set(mediaformat::kAlphaName, "Mask"));
+            EXPECT_TRUE(f.Set(mediaformat::kSubImageIndex, 4));
+            EXPECT_TRUE(f.Set(mediaformat::kHotspotX, 2));
+            EXPECT_TRUE(f.Set(mediaformat::kLayerOpacity, 0.75));
+            EXPECT_TRUE(f.Set(mediaformat::kLayerMaskDefColor, 200));
+        };
+    };
+    Connect({{.type = T::IMAGE, .describe = describe(settings, true, 0)},
+             {.type = T::LAYER, .parent = 0, .describe = describe(later, false, 300)},
+             {.type = T::IMAGE, .describe = describe(later, false, 0)}});
+    ASSERT_TRUE(Run());
+    const ImageBaseRef image = Node(0), layer = Node(0, IMAGEHIERARCHY::LAYER, image), second = Node(1);
+
+    EXPECT_TRUE(image->Get(image::kColorProfile, ColorProfile()) == profile);
+    const auto stored = second->Get(image::kColorProfile);  // nothing given is stored all the same
+    ASSERT_TRUE(stored);
+    EXPECT_FALSE(stored->HasProfile());
+    for (const ImageBaseRef& node : {image, layer, second}) {
+        EXPECT_EQ(node->Get(image::kAlphaName, String()), String("Mask"));
+        EXPECT_EQ(node->Get(image::kSubImageIndex, 0), 4);
+        EXPECT_EQ(node->Get(image::kHotspotX, 0), 2);
+        EXPECT_FALSE(node->Has(image::kHotspotY.GetId()));
+        EXPECT_FALSE(node->Has(image::kAspectRatio.GetId()));
+    }
+    EXPECT_EQ(layer->Get(image::kLayerOpacity, 0), 0.75);
+    EXPECT_FALSE(image->Has(image::kLayerOpacity.GetId()));  // only layers have layer keys
+    EXPECT_FALSE(layer->Has(image::kLayerEnabled.GetId()));
+    EXPECT_EQ(layer->Get(image::kDpi, 0), 300);
+    EXPECT_EQ(texture->Get(image::kDpi, 0), 300);
+    EXPECT_FALSE(image->Has(image::kDpi.GetId()));
+    EXPECT_FALSE(texture->Has(image::kAspectRatio.GetId()));
+    EXPECT_EQ(texture->Get(image::kExportSettings, DataDictionary()).Get(mediaexport::kQuality, 0),
+              0.5);  // the first image's
+}
+
+TEST_F(TextureOutputTest, TakesTimingFromTheFirstStream) {
+    const auto timed = [](Float fps) {
+        return [fps](MediaStreamFormat& f) {
+            if (fps != 0) {
+                EXPECT_TRUE(f.Set(mediaformat::kVideoFps, fps));
+                EXPECT_TRUE(f.Set(mediaformat::kVideoDuration, TimeValue::FromSeconds(fps / 10)));
+            }
+        };
+    };
+    const struct { Float first, second, expected; } cases[] = {{25, 30, 25}, {0, 30, 0}, {12, 0, 12}};
+    for (const auto& test : cases) {
+        Connect({{.describe = timed(test.first)}, {.describe = timed(test.second)}});
+        ASSERT_TRUE(Run());
+        EXPECT_EQ(texture->Get(image::kFps, 0), test.expected);
+        EXPECT_EQ(texture->Has(image::kFps.GetId()), test.expected != 0);
+        EXPECT_EQ(texture->Get(image::kDuration, TimeValue()).GetSeconds(), test.expected / 10);
+    }
+}
+
+/// After a close the known rate stays, after a reset it is asked anew.
+TEST_F(TextureOutputTest, CloseKeepsTheRateAndResetForgetsIt) {
+    for (const bool resets : {false, true}) {
+        Connect({{}});  // its rate of 0 is known now
+        ASSERT_TRUE(Run());
+        ASSERT_TRUE(resets ? output->ResetConverter() : output->Close({}));
+        const MediaSessionRef next = Make<MediaSessionInterface>(mediaclasses::kSession);
+        session = nullptr;
+        const auto timed = [](MediaStreamFormat& f) { EXPECT_TRUE(f.Set(mediaformat::kVideoFps, 24)); };
+        ASSERT_TRUE(next->ConnectMediaConverter(
+            NewObj<FakeImport>(std::vector<StreamSpec>{{.describe = timed}}, PixelFormat(format)).TakeValue(), output));
+        ASSERT_TRUE(next->Convert({}, MEDIASESSIONFLAGS::NONE));
+        EXPECT_EQ(Describe().size(), 2u);
+        EXPECT_EQ(texture->Get(image::kFps, 0), resets ? 24 : 0);
+    }
+}
+
+/// A mask is filled with its own colour where nothing is delivered.
+TEST_F(TextureOutputTest, HandsTheMaskColourToTheStorage) {
+    class Filling : public ImagePixelStorageInterface {
+    public:
+        Result<void> Init(Int, Int, const PixelFormat&, Block<const std::byte> color) override {
+            std::string text = "fill";
+            for (const std::byte b : color)
+                text += " " + std::to_string(std::to_integer<int>(b));
+            g_log.push_back(text);
+            return UnsupportedOperationError();
+        }
+    };
+    constexpr Id kClass{"net.orvik.test.filling"};
+    ASSERT_TRUE(_publisher.PublishClass<Filling>(kClass));
+    const struct {
+        Int color;
+        const char* expected;
+    } cases[] = {{-1, "fill 0 0"}, {0, "fill 0 0"}, {200, "fill 200 200"}, {300, "fill 255 255"}};
+    for (const auto& [color, expected] : cases) {
+        Connect({{},
+                 {.type = T::LAYER, .parent = 0},
+                 {.type = T::LAYERMASK, .parent = 1, .describe = [color = color](MediaStreamFormat& f) {
+                      EXPECT_TRUE(f.Set(mediaformat::kLayerMaskDefColor, color));
+                  }}});
+        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef(kClass)));
+        ASSERT_TRUE(output->SetSelectionHandler([](const MediaStreamRef&, const MediaStreamFormat& f) -> Result<S> {
+            return f.Get(mediaformat::kType, T::UNDEFINED) == T::LAYERMASK ? S::ALL : S::STRUCTURE;
+        }));
+        EXPECT_EQ(ErrorIdOf(Run()), errorid::kUnsupportedOperation);
+        EXPECT_EQ(g_log.back(), expected);
+    }
+}
+
+TEST_F(TextureOutputTest, TellsEachNodeOnceOfItsPixels) {
+    for (const bool hasService : {false, true}) {
+        if (hasService)
+            PublishRegionService();
+        Connect({{.width = 4, .height = 3}, {.type = T::ALPHA, .parent = 0, .width = 2, .height = 2}});
+        ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
+        std::vector<UpdateRegion> told;
+        for (const ImageBaseRef& node : {Node(0), Node(0, IMAGEHIERARCHY::ALPHA, Node(0))}) {
+            ASSERT_TRUE(
+                node->ObservableRegionChanged()->AddObserver([&](ImageBaseInterface* from, const UpdateRegion& region) {
+                    EXPECT_EQ(from, node.GetPointer());
+                    told.push_back(region);
+                    return Result<void>();
+                }));
+        }
+        ASSERT_TRUE(Run());
+        EXPECT_EQ(told, (std::vector<UpdateRegion>{{0, 0, 4, 3}, {0, 0, 2, 2}}));
+    }
+}
+
+TEST_F(TextureOutputTest, HandsExifToTheTexture) {
+    class FakeExif : public ExifInterface {};
+    class WithExif : public FakeImport {
+    public:
+        using FakeImport::FakeImport;
+        Result<void> Analyze(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
+            TRY(FakeImport::Analyze(inputs, time, flags));
+            exif = TRY(ClassRef(mediaclasses::kStreamExif).Create<MediaStreamExifDataInterface>());
+            TRY(exif->AddFormat(Data(Int(0)), streams[0]->GetFormat(Data(Int(0)))));
+            return AddOutputStream(exif);
+        }
+        Ref<MediaStreamExifDataInterface> exif;
+    };
+    for (const S answer : {S::ALL, S::NONE}) {
+        texture = MakeTexture();
+        const auto input = NewObj<WithExif>(std::vector<StreamSpec>{{}}, PixelFormat(format)).TakeValue();
+        output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
+        session = Make<MediaSessionInterface>(mediaclasses::kSession);
+        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef()));
+        ASSERT_TRUE(output->SetSelectionHandler(
+            [answer](const MediaStreamRef&, const MediaStreamFormat&) -> Result<S> { return answer; }));
+        ASSERT_TRUE(session->ConnectMediaConverter(input, output));
+        ASSERT_TRUE(Run());
+        const ExifRef data = NewObj<FakeExif>().TakeValue();
+        EXPECT_EQ(input->exif->IsSubscribed(), answer == S::ALL);
+        EXPECT_EQ(ErrorIdOf(input->exif->HandleExifData(data)), answer == S::ALL ? Id() : errorid::kNullptr);
+        EXPECT_EQ(texture->Get(image::kExifData, ObjectRef()) == ObjectRef(data), answer == S::ALL);
+    }
+}
+
+}  // namespace
+}  // namespace orvik

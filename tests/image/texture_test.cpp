@@ -1,0 +1,334 @@
+#include "image_fakes.h"
+
+#include "orvik/iomemory.h"
+#include "orvik/memory.h"
+
+namespace orvik {
+namespace {
+
+using T = MEDIAFORMATTYPE;
+
+/// What the one fake file holds, as its importer finds it.
+std::vector<StreamSpec> g_file;
+Ref<FakeFormat> g_pixelFormat;
+
+class FakeFileFormat : public FileFormatInterface {
+public:
+    Result<Bool> Detect(const Url&, const InputStreamRef& stream) const override {
+        char magic[4];
+        TRY(stream->Read(std::as_writable_bytes(std::span(magic))));
+        return std::string_view(magic, 4) == "FAKE";
+    }
+    Id GetFormatId() const override { return Id("net.orvik.test.fileformat"); }
+    DETECTIONSTRENGTH GetDetectionStrength() const override { return DETECTIONSTRENGTH::SIGNATURE; }
+};
+
+class FakeHandler : public MediaSessionFileFormatHandlerInterface {
+public:
+    explicit FakeHandler(FileFormat format) : _format(std::move(format)) {}
+    FileFormat GetFileFormat() const override { return _format; }
+    const DataType* GetHandlerType() const override { return &GetDataType<MediaInputRef>(); }
+    FILEFORMAT_PRIORITY GetDependends() const override { return FILEFORMAT_PRIORITY::GENERALFORMAT; }
+    Result<ObjectRef> CreateHandler(const Url&) const override {
+        return ObjectRef(TRY(NewObj<FakeImport>(g_file, g_pixelFormat)));
+    }
+
+private:
+    FileFormat _format;
+};
+
+class TextureTest : public ImageFixture {
+protected:
+    void SetUp() override {
+        ImageFixture::SetUp();
+        g_file = {{.type = T::IMAGE, .seed = 1}, {.type = T::ALPHA, .parent = 0, .seed = 2}};
+        g_pixelFormat = MakeFormat({8, 8});
+        const FileFormat format = NewObj<FakeFileFormat>().TakeValue();
+        ASSERT_TRUE(_publisher.AddToRegistry(kFileFormatRegistry, "net.orvik.test.fileformat", format));
+        ASSERT_TRUE(_publisher.AddToRegistry(kFileFormatHandlerRegistry, "net.orvik.test.handler",
+                                             NewObj<FakeHandler>(format).TakeValue()));
+        fake = Mount("image_test_fake", "FAKE file");
+        other = Mount("image_test_other", "another file");
+    }
+    void TearDown() override {
+        UnmountMemoryFile("image_test_fake");
+        UnmountMemoryFile("image_test_other");
+        g_file.clear();
+        g_pixelFormat = nullptr;
+    }
+    static Url Mount(const char* name, std::string_view content) {
+        return MountMemoryFile(name, CreateMemoryFile(std::as_bytes(std::span(content))).TakeValue()).TakeValue();
+    }
+    static Result<MediaSessionRef> Load(const ImageTextureRef& texture, const Url& url, const LayerSet& layers = {},
+                                        MEDIASESSIONFLAGS flags = MEDIASESSIONFLAGS::NONE) {
+        return texture->Load(url, TimeValue(), flags, ClassRef(), layers);
+    }
+    static std::vector<std::vector<std::vector<std::byte>>> AllRows(const ImageTextureRef& texture) {
+        std::vector<std::vector<std::vector<std::byte>>> all;
+        EXPECT_TRUE(WalkImages(texture, [&](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
+            if (branch != IMAGEHIERARCHY::TEXTURE)
+                all.push_back(ReadRows(node));
+            return true;
+        }));
+        return all;
+    }
+
+    Url fake, other;
+};
+
+TEST_F(TextureTest, LoadsWhatAHandlerClaims) {
+    const ImageTextureRef texture = MakeTexture();
+    const auto session = Load(texture, fake);
+    ASSERT_TRUE(session) << MessageOf(session);
+    EXPECT_TRUE(session.GetValue());
+    EXPECT_EQ(AllRows(texture), (std::vector{RowsOf(g_file[0], g_pixelFormat), RowsOf(g_file[1], g_pixelFormat)}));
+
+    const auto made =
+        ImageTextureInterface::LoadTexture(fake, TimeValue(), MEDIASESSIONFLAGS::NONE, ClassRef(), LayerSet());
+    ASSERT_TRUE(made) << MessageOf(made);
+    EXPECT_EQ(made.GetValue()->GetWidth(), 3);
+
+    const auto refused = Load(texture, other);
+    EXPECT_EQ(MessageOf(refused), "Image memory:image_test_other is not of a supported type.");
+    EXPECT_EQ(ErrorIdOf(Load(texture, Url("memory:image_test_missing"))), errorid::kIo);
+    EXPECT_EQ(ErrorIdOf(ImageTextureInterface::LoadTexture(other, TimeValue(), MEDIASESSIONFLAGS::NONE, ClassRef(),
+                                                           LayerSet())),
+              ErrorIdOf(refused));
+}
+
+TEST_F(TextureTest, AnalyseOnlyReadsNoPixels) {
+    const ImageTextureRef texture = MakeTexture();
+    const auto session = Load(texture, fake, {}, MEDIASESSIONFLAGS::RUNONLYANALYZE);
+    ASSERT_TRUE(session) << MessageOf(session);
+    EXPECT_EQ(g_log, std::vector<std::string>{"analyze"});
+    EXPECT_EQ(texture->GetWidth(), 3);
+    ASSERT_TRUE(session.GetValue()->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
+    EXPECT_EQ(AllRows(texture).size(), 2u);
+}
+
+TEST_F(TextureTest, LayerSetSelectsImages) {
+    const auto image = [](Int index, const char* name, int seed) {
+        return StreamSpec{.type = T::IMAGE, .seed = seed, .describe = [index, name](MediaStreamFormat& format) {
+                              if (index >= 0) {
+                                  EXPECT_TRUE(format.Set(mediaformat::kSubImageIndex, index));
+                              }
+                              EXPECT_TRUE(format.Set(mediaformat::kStreamName, name));
+                          }};
+    };
+    // Three images, the second with an alpha that comes and goes with it.
+    g_file = {
+        image(-1, "front", 1), image(1, "back", 2), {.type = T::ALPHA, .parent = 1, .seed = 3}, image(2, "#1", 4)};
+    const struct {
+        const char* selected;
+        std::vector<std::string> delivered;
+    } cases[] = {
+        {"", {"deliver 0", "deliver 1", "deliver 2", "deliver 3"}},
+        {"#2", {"deliver 1", "deliver 2"}},
+        {"back", {"deliver 1", "deliver 2"}},
+        {"#1", {"deliver 0", "deliver 3"}},  // by number and by name
+        {"#3", {"deliver 3"}},
+        {"Back", {}},
+        {"#4", {}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.selected);
+        const ImageTextureRef texture = MakeTexture();
+        g_log.clear();
+        const auto session = Load(texture, fake, SelectImage(test.selected));
+        ASSERT_TRUE(session) << MessageOf(session);
+        std::erase(g_log, "analyze");
+        EXPECT_EQ(g_log, test.delivered);
+        EXPECT_EQ(AllRows(texture).size(), test.delivered.size());
+    }
+}
+
+/// Loads, saves, and compares rows, types and keys of the streams that the exporter sees.
+TEST_F(TextureTest, SavesWhatItLoaded) {
+    DataDictionary settings;
+    ASSERT_TRUE(settings.Set(mediaexport::kQuality, 0.5));
+    const auto named = [&](const char* name) {
+        return [=](MediaStreamFormat& format) {
+            EXPECT_TRUE(format.Set(mediaformat::kStreamName, name));
+            EXPECT_TRUE(format.Set(mediaformat::kAlphaName, "alpha of " + std::string(name)));
+            EXPECT_TRUE(format.Set(mediaformat::kSubImageIndex, 3));
+            EXPECT_TRUE(format.Set(mediaformat::kDpi, 96));
+            EXPECT_TRUE(format.Set(mediaformat::kLayerOpacity, 0.25));
+            EXPECT_TRUE(format.Set(mediaformat::kVideoFps, 25));
+            EXPECT_TRUE(format.Set(mediaformat::kExportSettings, settings));
+        };
+    };
+    g_file = {{.type = T::IMAGE, .seed = 1, .describe = named("i")},
+              {.type = T::ALPHA, .parent = 0, .seed = 2, .describe = named("a")},
+              {.type = T::LAYERFOLDER, .parent = 0, .seed = 3},
+              {.type = T::LAYER, .parent = 2, .width = 4, .height = 1, .seed = 4, .describe = named("l")},
+              {.type = T::LAYERMASK, .parent = 3, .seed = 5},
+              {.type = T::LAYERADJUSTMENT, .parent = 0, .seed = 6}};
+    const ImageTextureRef texture = MakeTexture();
+    ASSERT_TRUE(Load(texture, fake));
+
+    const auto output = NewObj<FakeExport>().TakeValue();
+    MediaSessionRef session;
+    g_log.clear();
+    const Result<void> saved = texture->Save(output, MEDIASESSIONFLAGS::NONE, &session);
+    ASSERT_TRUE(saved) << MessageOf(saved);
+    ASSERT_TRUE(session);
+    EXPECT_TRUE(g_log.empty());  // still open
+
+    ASSERT_EQ(output->streams.size(), g_file.size());
+    for (size_t i = 0; i < g_file.size(); ++i) {
+        SCOPED_TRACE(i);
+        const MediaStreamRef& stream = output->streams[i];
+        const MediaStreamFormat format = stream->GetFormat(stream->GetSelectedFormat());
+        const StreamSpec& spec = g_file[i];
+        EXPECT_EQ(output->rows[i], RowsOf(spec, g_pixelFormat));
+        EXPECT_EQ(format.Get(mediaformat::kType, T::UNDEFINED), spec.type);
+        EXPECT_EQ(format.Get(mediaformat::kWidth, 0), spec.width);
+        EXPECT_EQ(format.Get(mediaformat::kHeight, 0), spec.height);
+        EXPECT_EQ(format.Get(mediaformat::kPixelFormat, {}), PixelFormat(g_pixelFormat));
+        EXPECT_EQ(format.Get(mediaformat::kVideoFps, 0), 25);
+        EXPECT_EQ(format.Get(mediaformat::kExportSettings, DataDictionary()).Get(mediaexport::kQuality, 0), 0.5);
+        const bool isAlpha = spec.type == T::ALPHA, isNamed = static_cast<bool>(spec.describe);
+        EXPECT_EQ(format.Get(mediaformat::kSubImageIndex, -1), isNamed ? 3 : 0);
+        EXPECT_EQ(format.Get(mediaformat::kDpi, 0), isNamed ? 96 : 0);
+        EXPECT_EQ(format->Has(mediaformat::kAlphaName.GetId()), isAlpha);
+        EXPECT_EQ(format->Has(mediaformat::kStreamName.GetId()), !isAlpha);
+        EXPECT_EQ(format.Get(mediaformat::kLayerOpacity, 0), spec.type == T::LAYER ? 0.25 : 0);
+        EXPECT_FALSE(format->Has(mediaformat::kLayerEnabled.GetId()));
+        const auto parent = Cast<MediaStreamInterface>(stream->GetParent());
+        EXPECT_EQ(parent, spec.parent < 0 ? MediaStreamRef() : output->streams[static_cast<size_t>(spec.parent)]);
+    }
+    EXPECT_EQ(output->streams[1]->GetFormat(Data(Int(0))).Get(mediaformat::kAlphaName, String()), String("alpha of a"));
+    EXPECT_EQ(output->streams[3]->GetFormat(Data(Int(0))).Get(mediaformat::kStreamName, String()), String("l"));
+    ASSERT_TRUE(session->Close());
+    EXPECT_EQ(g_log, std::vector<std::string>{"close export"});
+
+    const auto again = NewObj<FakeExport>().TakeValue();
+    g_log.clear();
+    ASSERT_TRUE(texture->Save(again, MEDIASESSIONFLAGS::NONE, nullptr));
+    EXPECT_EQ(g_log, std::vector<std::string>{"close export"});
+    EXPECT_EQ(again->rows, output->rows);
+    session = nullptr;
+    EXPECT_EQ(texture->GetStrongCount(), 1);
+}
+
+/// A node in a layer branch is what its own key says; one that says nothing is no stream, its children stay.
+TEST_F(TextureTest, ExportJudgesLayersByTheirType) {
+    const struct {
+        ITYPE type;
+        T expected;
+    } cases[] = {
+        {ITYPE::LAYER, T::LAYER},        {ITYPE::LAYERMASK, T::LAYERMASK},
+        {ITYPE::FOLDER, T::LAYERFOLDER}, {ITYPE::ADJUSTMENT, T::LAYERADJUSTMENT},
+        {ITYPE::IMAGE, T::UNDEFINED},    {ITYPE::ALPHA, T::UNDEFINED},
+    };
+    for (const IMAGEHIERARCHY branch : {IMAGEHIERARCHY::LAYER, IMAGEHIERARCHY::MASK}) {
+        for (const auto& [type, expected] : cases) {
+            SCOPED_TRACE(testing::Message() << static_cast<int>(branch) << " type " << static_cast<int>(type));
+            const ImageTextureRef texture = MakeTexture();
+            const ImageRef image = MakeImage();
+            ASSERT_TRUE(image->Init(2, 1, ClassRef(), g_pixelFormat, {}));
+            ASSERT_TRUE(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
+            const auto layer = Make<ImageInterface>(imageclasses::kRasterLayer);
+            const auto node = Make<ImageInterface>(imageclasses::kRasterLayer);
+            const auto below = Make<ImageInterface>(imageclasses::kRasterLayer);
+            for (const ImageRef& each : {layer, node, below}) {
+                ASSERT_TRUE(each->Init(2, 1, ClassRef(), g_pixelFormat, {}));
+                ASSERT_TRUE(each->Set(image::kType, ITYPE::LAYER));
+            }
+            ASSERT_TRUE(node->Set(image::kType, type));
+            ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::LAYER, layer, nullptr));
+            ASSERT_TRUE(layer->AddChildren(branch, node, nullptr));
+            ASSERT_TRUE(node->AddChildren(IMAGEHIERARCHY::LAYER, below, nullptr));
+            const auto output = NewObj<FakeExport>().TakeValue();
+            MediaSessionRef session;
+            ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, &session));
+            std::vector<T> types;
+            for (const MediaStreamRef& stream : output->streams)
+                types.push_back(stream->GetFormat(Data(Int(0))).Get(mediaformat::kType, T::UNDEFINED));
+            std::vector<T> wanted = {T::IMAGE, T::LAYER, expected, T::LAYER};
+            std::erase(wanted, T::UNDEFINED);
+            EXPECT_EQ(types, wanted);
+        }
+    }
+}
+
+TEST_F(TextureTest, SaveReportsProgressAndStopsWhereTheObserverFails) {
+    g_file = {{.type = T::IMAGE, .height = 4}, {.type = T::ALPHA, .parent = 0, .height = 12}};
+    const ImageTextureRef texture = MakeTexture();
+    ASSERT_TRUE(Load(texture, fake));
+    class Watching : public FakeExport {
+    public:
+        Result<void> PrepareExecute(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
+            TRY(FakeExport::PrepareExecute(inputs, time, flags));
+            TRY(GetSessionProgress()->InitProgress(TimeValue::FromSeconds(-1), TimeValue::FromSeconds(-1)));
+            TRY(GetSessionProgress()->ObservableProgressNotification()->AddObserver(
+                [this](const MediaSessionProgressRef&, Float fraction, TimeValue, TimeValue) -> Result<void> {
+                    fractions.push_back(fraction);
+                    return static_cast<int>(fractions.size()) == stopAt ? Result<void>(ThreadCancelledError())
+                                                                        : Result<void>();
+                }));
+            return {};
+        }
+        std::vector<Float> fractions;
+        int stopAt = 0;
+    };
+    const auto output = NewObj<Watching>().TakeValue();
+    ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, nullptr));
+    ASSERT_EQ(output->fractions.size(), 16u);  // one a row
+    for (size_t i = 0; i < 16; ++i)
+        EXPECT_DOUBLE_EQ(output->fractions[i], static_cast<Float>(i + 1) / 16);
+
+    const auto stopped = NewObj<Watching>().TakeValue();
+    stopped->stopAt = 3;
+    MediaSessionRef session;
+    EXPECT_EQ(ErrorIdOf(texture->Save(stopped, MEDIASESSIONFLAGS::NONE, &session)), errorid::kThreadCancelled);
+    EXPECT_EQ(stopped->fractions.size(), 3u);
+    EXPECT_FALSE(session);  // out values stay empty after an error
+}
+
+TEST_F(TextureTest, ExportInputKeepsItsOrder) {
+    const auto input = Make<MediaInputInterface>(mediaclasses::kExportFromTexture);
+    const MediaConverterRef any[] = {input};
+    EXPECT_EQ(ErrorIdOf(input->Analyze(any, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
+    EXPECT_EQ(ErrorIdOf(input->Analyze({}, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);  // no texture
+    EXPECT_TRUE(input->Execute({}, {}, MEDIASESSIONFLAGS::NONE));
+    EXPECT_EQ(ErrorIdOf(MakeTexture()->Save(nullptr, MEDIASESSIONFLAGS::NONE, nullptr)), errorid::kIllegalArgument);
+}
+
+/// Whatever allocation fails, a load and a save end in an error, and nothing stays behind that the next run trips over.
+TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
+    PublishRegionService();
+    const ImageTextureRef source = MakeTexture();
+    ASSERT_TRUE(Load(source, fake));
+    for (const bool saves : {false, true}) {
+        for (const bool sticky : {false, true}) {
+            int errors = 0;
+            bool finished = false;
+            for (Int n = 1; n < 5000 && !finished; ++n) {
+                const ImageTextureRef texture = MakeTexture();
+                const auto output = NewObj<FakeExport>().TakeValue();
+                SetAllocationFault(n, sticky);
+                Result<void> ran;
+                if (saves) {
+                    ran = source->Save(output, MEDIASESSIONFLAGS::NONE, nullptr);
+                } else if (auto loaded = Load(texture, fake); !loaded) {
+                    ran = std::move(loaded).TakeError();
+                }
+                finished = GetAllocationCount() < n;
+                SetAllocationFault(0);
+                if (!ran) {
+                    ++errors;
+                    EXPECT_FALSE(finished);
+                    EXPECT_EQ(ErrorIdOf(ran), errorid::kOutOfMemory) << "allocation " << n << ": " << MessageOf(ran);
+                }
+                output->streams.clear();
+            }
+            EXPECT_TRUE(finished);
+            EXPECT_GT(errors, 20);
+        }
+    }
+    ASSERT_TRUE(Load(MakeTexture(), fake));
+}
+
+}  // namespace
+}  // namespace orvik
