@@ -184,7 +184,7 @@ TEST_F(TextureTest, SavesWhatItLoaded) {
         EXPECT_EQ(format.Get(mediaformat::kType, T::UNDEFINED), spec.type);
         EXPECT_EQ(format.Get(mediaformat::kWidth, 0), spec.width);
         EXPECT_EQ(format.Get(mediaformat::kHeight, 0), spec.height);
-        EXPECT_EQ(format.Get(mediaformat::kPixelFormat, {}), PixelFormat(g_pixelFormat));
+        EXPECT_EQ(format.Get(mediaformat::kPixelFormat, PixelFormat()), PixelFormat(g_pixelFormat));
         EXPECT_EQ(format.Get(mediaformat::kVideoFps, 0), 25);
         EXPECT_EQ(format.Get(mediaformat::kExportSettings, DataDictionary()).Get(mediaexport::kQuality, 0), 0.5);
         const bool isAlpha = spec.type == T::ALPHA, isNamed = static_cast<bool>(spec.describe);
@@ -307,6 +307,7 @@ TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
             for (Int n = 1; n < 5000 && !finished; ++n) {
                 const ImageTextureRef texture = MakeTexture();
                 const auto output = NewObj<FakeExport>().TakeValue();
+                g_log.clear();
                 SetAllocationFault(n, sticky);
                 Result<void> ran;
                 if (saves) {
@@ -319,7 +320,12 @@ TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
                 if (!ran) {
                     ++errors;
                     EXPECT_FALSE(finished);
-                    EXPECT_EQ(ErrorIdOf(ran), errorid::kOutOfMemory) << "allocation " << n << ": " << MessageOf(ran);
+                    // Detection may take a shortage for a file that nobody claims; from the importer on it has its
+                    // name.
+                    if (saves || !g_log.empty()) {
+                        EXPECT_EQ(ErrorIdOf(ran), errorid::kOutOfMemory)
+                            << "allocation " << n << ": " << MessageOf(ran);
+                    }
                 }
                 output->streams.clear();
             }
