@@ -178,7 +178,7 @@ Result<Id> MakeGroupRegistryId(const FamilyRow& row) {
 }
 
 Id GetChannelTypeOfDigit(int digit, bool inverted) {
-    static constexpr Id kTypes[16] = {
+    static const Id kTypes[16] = {
         channeltypes::kRed,
         channeltypes::kGreen,
         channeltypes::kBlue,
@@ -196,7 +196,7 @@ Id GetChannelTypeOfDigit(int digit, bool inverted) {
         {},
         channeltypes::kUnused,
     };
-    static constexpr Id kInvertedInks[4] = {
+    static const Id kInvertedInks[4] = {
         "net.orvik.image.imagechanneltype.cmyk_ic",
         "net.orvik.image.imagechanneltype.cmyk_im",
         "net.orvik.image.imagechanneltype.cmyk_iy",
