@@ -34,6 +34,7 @@ using Run = std::function<int(const Console&)>;
 /// One subcommand; `run` is what the command line comes to when this one is named.
 CLI::App* AddCommand(CLI::App& app, const char* name, const char* description, Run& chosen, Run run) {
     CLI::App* command = app.add_subcommand(name, description);
+    command->footer("");
     command->callback([&chosen, run = std::move(run)] { chosen = run; });
     return command;
 }
@@ -81,7 +82,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
 /// The help of the subcommand that was named, or the whole program's.
 std::string ChosenHelp(const CLI::App& app) {
     const auto named = app.get_subcommands();
-    return named.empty() ? app.help() : named.front()->help();
+    return named.empty() ? app.help() : named.front()->help(app.get_name());
 }
 
 int RunWithHost(Console& console, const Run& run) {

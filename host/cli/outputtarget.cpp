@@ -43,11 +43,12 @@ mode_t ModeOfNewFiles() {
 
 }  // namespace
 
-Result<OutputTarget> OutputTarget::Open(const std::string& path) {
+Result<OutputTarget> OutputTarget::Open(const std::string& name) {
     OutputTarget target;
-    target._target = Url(path == "-" ? std::string_view("standard output") : std::string_view(path));
+    target._target = Url(name == "-" ? std::string_view("standard output") : std::string_view(name));
+    const std::string& path = target._target.GetSystemPath();
     struct stat status {};
-    if (path == "-") {
+    if (name == "-") {
         target._descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     } else if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
         target._descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
@@ -124,7 +125,7 @@ Result<void> OutputTarget::Write(Block<const std::byte> bytes) {
 
 Result<Url> OutputTarget::GetUrl() {
     if (!_temporary.empty())
-        return Url(_temporary);
+        return Url::FromSystemPath(_temporary);
     // Encoders seek back to fill in sizes, which a pipe cannot do.
     _memory = TRY(CreateMemoryFile());
     return MountMemoryFile(kMemoryName, _memory);

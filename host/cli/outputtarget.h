@@ -13,10 +13,10 @@ namespace orvik::cli {
 /// (standard output, devices, pipes) is written directly.
 class OutputTarget {
 public:
-    /// @param path  a path, or "-" for standard output
+    /// @param name  a path, a file URL, or "-" for standard output
     /// Errors are io errors: a directory, a missing directory, a target or directory that is marked read-only (also for
     /// the superuser, whom the system would let through).
-    static Result<OutputTarget> Open(const std::string& path);
+    static Result<OutputTarget> Open(const std::string& name);
 
     OutputTarget(OutputTarget&& other) noexcept;
     OutputTarget& operator=(OutputTarget&&) = delete;

@@ -1,0 +1,175 @@
+"""`orvik convert`: what it writes, peers read to the same pixels; settings, targets, replacement."""
+
+import os
+import stat
+import struct
+import subprocess
+import threading
+
+import numpy as np
+from PIL import Image
+
+from orvik_e2e import (
+    SAMPLE,
+    OrvikTest,
+    find_tool,
+    graphics_magick_rgba,
+    magick_rgba,
+    main,
+    noise,
+    pillow_rgba,
+    run,
+)
+
+
+def bmp_header_size(path):
+    return struct.unpack_from("<I", path.read_bytes(), 14)[0]
+
+
+def png_interlaced(path):
+    return path.read_bytes()[28] == 1
+
+
+class Convert(OrvikTest):
+    def test_peers_read_what_is_written(self):
+        for channels in (3, 4):
+            source = self.save("source.png", noise(17, 23, channels))
+            expected = pillow_rgba(source)
+            bitmap, png, again = (self.folder / name for name in ("a.bmp", "b.png", "c.png"))
+            self.ok("convert", source, bitmap)
+            self.ok("convert", bitmap, png)
+            self.ok("convert", "--set", "interlaced=true", png, again)
+            for path in (bitmap, png, again):
+                with self.subTest(channels=channels, file=path.name):
+                    self.assertEqual(self.ok("pixels", path, "-o", "-"), expected.tobytes())
+                    self.assertEqual(magick_rgba(path), expected.tobytes())
+                    if path.suffix == ".png":
+                        self.assertEqual(pillow_rgba(path).tobytes(), expected.tobytes())
+                        self.assertEqual(graphics_magick_rgba(path), expected.tobytes())
+                        subprocess.run([find_tool("pngcheck"), "-q", str(path)], check=True, stdout=subprocess.DEVNULL)
+                    else:
+                        # Pillow 9 knows no alpha in bitmaps.
+                        self.assertTrue((pillow_rgba(path)[..., :3] == expected[..., :3]).all())
+            self.assertEqual(os.path.getsize(again) > 0 and png_interlaced(again), True)
+
+    def test_grey_stays_grey(self):
+        for mode, channels in (("L", 1), ("LA", 2)):
+            with self.subTest(mode):
+                source = self.save("source.png", noise(9, 14, channels), mode)
+                out = self.folder / "out.png"
+                self.ok("convert", source, out)
+                with Image.open(out) as image:
+                    self.assertEqual(image.mode, mode)
+                    self.assertTrue((np.asarray(image) == noise(9, 14, channels)).all())
+
+    def test_sixteen_bits_survive(self):
+        pixels = noise(9, 14, 3, np.uint16)
+        source, out = self.folder / "source.png", self.folder / "out.png"
+        with open(source, "wb") as file:
+            pnm = b"P6 14 9 65535\n" + pixels.astype(">u2").tobytes()
+            subprocess.run([find_tool("pnmtopng")], input=pnm, stdout=file, check=True, stderr=subprocess.DEVNULL)
+        self.ok("convert", source, out)
+        back = subprocess.run([find_tool("pngtopnm"), str(out)], stdout=subprocess.PIPE, check=True).stdout
+        self.assertTrue(back.startswith(b"P6\n14 9\n65535\n"), back[:20])
+        self.assertEqual(back[-pixels.nbytes :], pixels.astype(">u2").tobytes())
+
+    def test_bitmap_header(self):
+        opaque = self.save("opaque.png", noise(4, 4, 3))
+        out = self.folder / "out.bmp"
+        for source, settings, size in (
+            (opaque, (), 40),
+            (SAMPLE, (), 124),  # alpha is kept unless told otherwise
+            (SAMPLE, ("bitmapinfoheader=V3",), 40),
+            (SAMPLE, ("bmp.export.bitmapinfoheader=V4",), 108),
+            (opaque, ("net.orvik.mediasession.bmp.export.bitmapinfoheader=V5",), 124),
+            (opaque, ("bitmapinfoheader=V3", "bitmapinfoheader=V5"), 124),
+        ):
+            with self.subTest(source=source.name, settings=settings):
+                arguments = [argument for setting in settings for argument in ("--set", setting)]
+                self.ok("convert", *arguments, source, out)
+                self.assertEqual(bmp_header_size(out), size)
+
+    def test_wrong_settings(self):
+        out = self.folder / "out.png"
+        for setting, contains in (
+            ("interlaced", "key=value"),
+            ("interlaced=maybe", "true, false"),
+            ("nonsense=1", "no setting nonsense"),
+            ("laced=true", "no setting laced"),
+            ("=true", "no setting"),
+            ("quality=high", "needs a number"),
+            ("bitmapinfoheader=V5", "belongs to format bmp"),
+        ):
+            with self.subTest(setting):
+                self.fails(2, "convert", "--set", setting, SAMPLE, out, contains=contains)
+        self.assert_no_leftovers()
+
+    def test_format_of_the_target(self):
+        out = self.folder / "out.dat"
+        self.fails(2, "convert", SAMPLE, out, contains="--to")
+        self.fails(2, "convert", SAMPLE, self.folder / "out", contains="--to")
+        self.fails(2, "convert", "--to", "nonsense", SAMPLE, out, contains="nonsense")
+        for name, magic in (("png", b"\x89PNG"), ("BMP", b"BM"), ("net.orvik.fileformat.imagebmp", b"BM")):
+            with self.subTest(name):
+                self.ok("convert", "--to", name, SAMPLE, out)
+                self.assertTrue(out.read_bytes().startswith(magic))
+
+    def test_source_as_target(self):
+        path = self.folder / "picture.png"
+        path.write_bytes(SAMPLE.read_bytes())
+        self.ok("convert", "--set", "interlaced=true", path, path)
+        self.assertTrue(png_interlaced(path))
+        self.assertEqual(pillow_rgba(path).tobytes(), pillow_rgba(SAMPLE).tobytes())
+        self.assert_no_leftovers("picture.png")
+
+    def test_permissions(self):
+        out = self.folder / "out.png"
+        for before, mask, after in ((None, 0o022, 0o644), (None, 0o077, 0o600), (0o640, 0o022, 0o640)):
+            with self.subTest(before=before, mask=mask):
+                if before:
+                    out.write_text("old")
+                    out.chmod(before)
+                elif out.exists():
+                    out.unlink()
+                previous = os.umask(mask)
+                try:
+                    self.ok("convert", SAMPLE, out)
+                finally:
+                    os.umask(previous)
+                self.assertEqual(stat.S_IMODE(out.stat().st_mode), after)
+
+    def test_link_stays_a_link(self):
+        link, target = self.folder / "link.png", self.folder / "target.png"
+        link.symlink_to("target.png")
+        for what in ("dangling", "existing"):
+            with self.subTest(what):
+                self.ok("convert", SAMPLE, link)
+                self.assertTrue(link.is_symlink())
+                self.assertEqual(pillow_rgba(target).tobytes(), pillow_rgba(SAMPLE).tobytes())
+
+    def test_standard_output_and_pipes(self):
+        direct = self.ok("convert", "--to", "bmp", SAMPLE, "-")
+        self.ok("convert", SAMPLE, self.folder / "file.bmp")
+        self.assertEqual(direct, (self.folder / "file.bmp").read_bytes())
+        self.assertEqual(self.ok("convert", "--to", "bmp", SAMPLE, "/dev/stdout"), direct)
+
+        fifo = self.folder / "fifo.bmp"
+        os.mkfifo(fifo)
+        received = []
+        reader = threading.Thread(target=lambda: received.append(fifo.read_bytes()))
+        reader.start()
+        self.ok("convert", SAMPLE, fifo)
+        reader.join(30)
+        self.assertEqual(received, [direct])
+        self.assertTrue(stat.S_ISFIFO(fifo.stat().st_mode))
+        self.assertEqual(run("convert", "--to", "bmp", SAMPLE, "/dev/null").returncode, 0)
+        self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
+
+    def test_file_urls(self):
+        out = self.folder / "with space.bmp"
+        self.ok("convert", f"file://{SAMPLE}", f"file://{self.folder}/with%20space.bmp")
+        self.assertEqual(bmp_header_size(out), 124)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,121 @@
+"""The installed package: what lies where, programs of others on it, and life without the module."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from orvik_e2e import BUILD, SAMPLE, SANITIZED, SOURCE, OrvikTest, main, run
+
+
+@unittest.skipIf(SANITIZED, "packages are made of plain builds")
+class Installed(OrvikTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.root = pathlib.Path(tempfile.mkdtemp(prefix="orvik-install-"))
+        first = cls.root / "first"
+        cls.call(["cmake", "--install", BUILD, "--prefix", first])
+        # Everything has to work in another place than the one it was installed to.
+        cls.prefix = cls.root / "moved"
+        first.rename(cls.prefix)
+        cls.libraries = next(cls.prefix.glob("lib/**/liborvik-core.so")).parent
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.root, ignore_errors=True)
+
+    @staticmethod
+    def call(command, **options):
+        result = subprocess.run(
+            list(map(str, command)), stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options
+        )
+        if result.returncode != 0:
+            raise AssertionError(f"{command} failed:\n{result.stdout}")
+        return result.stdout
+
+    def test_files(self):
+        for name in (
+            "bin/orvik",
+            "include/orvik/objectbase.h",
+            "include/orvik/gfx_image.h",
+            "include/orvik/host.h",
+            "share/man/man1/orvik.1",
+            "share/bash-completion/completions/orvik",
+        ):
+            self.assertTrue((self.prefix / name).is_file(), name)
+        for name in (
+            "liborvik-core.so",
+            "liborvik-image.so",
+            "liborvik-host.so",
+            "orvik/modules/image.module",
+            "cmake/orvik-image/orvik-image-config.cmake",
+            "pkgconfig/orvik-image.pc",
+        ):
+            self.assertTrue((self.libraries / name).is_file(), name)
+
+    def test_no_trace_of_the_build_tree(self):
+        for path in (*self.prefix.glob("bin/*"), *self.prefix.glob("lib/**/*.so*"), *self.prefix.glob("lib/**/*.module")):
+            text = self.call(["readelf", "-d", path])
+            for line in text.splitlines():
+                if "RUNPATH" in line or "RPATH" in line:
+                    self.assertIn("[$ORIGIN", line, path)
+
+    def test_exported_symbols(self):
+        text = self.call(["nm", "-D", "--defined-only", self.libraries / "orvik/modules/image.module"])
+        self.assertEqual({line.split()[-1] for line in text.splitlines()}, {"g_orvik", "g_CpuYieldDelegate"})
+
+    def test_program(self):
+        program = str(self.prefix / "bin/orvik")
+        text = self.ok("info", SAMPLE, program=program, cwd="/").decode()
+        self.assertIn("320 x 200", text)
+
+    def test_cmake_consumer(self):
+        build = self.folder / "build"
+        self.call(["cmake", "-S", SOURCE / "examples/consumer", "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}"])
+        self.call(["cmake", "--build", build])
+        self.assertEqual(self.call([build / "picture_size", SAMPLE]), "320 x 200\n")
+
+    def test_pkg_config_consumer(self):
+        environment = {**os.environ, "PKG_CONFIG_PATH": str(self.libraries / "pkgconfig")}
+        flags = self.call(["pkg-config", "--cflags", "--libs", "orvik-image"], env=environment).split()
+        program = self.folder / "picture_size"
+        source = SOURCE / "examples/consumer/picture_size.cpp"
+        self.call(["g++", source, *flags, f"-Wl,-rpath,{self.libraries}", "-o", program])
+        self.assertEqual(self.call([program, SAMPLE]), "320 x 200\n")
+        missing = subprocess.run([program, "/missing.png"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.assertEqual((missing.returncode, missing.stderr.count("\n")), (1, 1))
+
+    def test_without_the_module(self):
+        prefix = self.folder / "bare"
+        shutil.copytree(self.prefix, prefix, symlinks=True)
+        module = next(prefix.glob("lib/**/image.module"))
+        module.rename(self.folder / "image.module")
+        program = str(prefix / "bin/orvik")
+        out = self.folder / "out.bmp"
+        for arguments in (
+            ("info", SAMPLE),
+            ("convert", SAMPLE, out),
+            ("pixels", SAMPLE, "-o", out),
+            ("formats",),
+            ("pixelformats", "--json"),
+        ):
+            with self.subTest(arguments[0]):
+                self.fails(1, *arguments, program=program, contains="image.module was not found")
+        self.assertFalse(out.exists())
+        self.assertEqual(run("--version", program=program).returncode, 0)
+
+        elsewhere = {**os.environ, "ORVIK_MODULE_PATH": f"/missing:{self.folder}"}
+        self.ok("info", SAMPLE, program=program, env=elsewhere)
+
+    def test_module_that_is_none(self):
+        for what, content in (("no library", b"not an object file"), ("empty", b"")):
+            with self.subTest(what):
+                (self.folder / "image.module").write_bytes(content)
+                environment = {**os.environ, "ORVIK_MODULE_PATH": str(self.folder)}
+                self.fails(1, "info", SAMPLE, env=environment, contains="image.module")
+
+
+if __name__ == "__main__":
+    main()
