@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <source_location>
 #include <span>
 
 /// Marks what the framework libraries export; everything is compiled with hidden visibility.
@@ -20,7 +19,26 @@ using Bool = bool;
 template <class T>
 using Block = std::span<T>;
 
-/// Where an error was made. The build maps file names so that they start at the project's root.
-using SourceLocation = std::source_location;
+/// Where an error was made. The build maps file names so that they start at the project's root. As
+/// std::source_location, which clang does not have before version 16.
+class SourceLocation {
+public:
+    static constexpr SourceLocation current(const char* file = __builtin_FILE(), uint32_t line = __builtin_LINE(),
+                                            const char* function = __builtin_FUNCTION()) noexcept {
+        SourceLocation location;
+        location._file = file;
+        location._function = function;
+        location._line = line;
+        return location;
+    }
+    constexpr const char* file_name() const noexcept { return _file; }
+    constexpr const char* function_name() const noexcept { return _function; }
+    constexpr uint32_t line() const noexcept { return _line; }
+
+private:
+    const char* _file = "";
+    const char* _function = "";
+    uint32_t _line = 0;
+};
 
 }  // namespace orvik
