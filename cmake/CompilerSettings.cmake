@@ -32,8 +32,9 @@ if(ORVIK_WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC 12 reports maybe-uninitialized and dangling-pointer for correct code once it inlines Result and Delegate.
-    add_compile_options(-Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-array-bounds -Wno-stringop-overflow)
+    # GCC 12 reports these for correct code once it inlines Result, Delegate and std::string.
+    add_compile_options(-Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-array-bounds -Wno-stringop-overflow
+                        -Wno-restrict)
 endif()
 if(ORVIK_SANITIZE)
     add_compile_options(-fsanitize=${ORVIK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
