@@ -1,5 +1,6 @@
 // The import driver: which handler is tried, what ends an import, and what is left behind.
 #include <gmock/gmock.h>
+#include <thread>
 
 #include "session_fakes.h"
 #include "support/module_fixture.h"
@@ -7,6 +8,7 @@
 #include "orvik/crashreport.h"
 #include "orvik/iomemory.h"
 #include "orvik/mediasession_output.h"
+#include "orvik/threadservices.h"
 
 namespace orvik {
 namespace {
@@ -228,6 +230,24 @@ TEST_F(MediaImport, ObserversCanEndAnImport) {
         return stop;
     };
     EXPECT_THAT(MediaSessionImport(Mount("A"), {}, MEDIASESSIONFLAGS::NONE, _output, {}, refuse), Succeeds());
+}
+
+TEST_F(MediaImport, CancellationEndsItAtTheNextRow) {
+    CancelToken token;
+    const CancelScope scope(token);
+    Int reached = -1;
+    _first->behaviour.rows = 100;
+    _first->behaviour.duringRow = [&](Int row) {
+        reached = row;
+        if (row == 40)
+            std::thread([&] { token.Cancel(); }).join();
+    };
+    EXPECT_THAT(Import("A"), FailsAs(errorid::kThreadCancelled));
+    EXPECT_EQ(reached, 40);
+    EXPECT_FALSE(_first->lastInput.Get());
+    token.Reset();
+    _first->behaviour.duringRow = {};
+    EXPECT_THAT(Import("A"), Succeeds());
 }
 
 TEST_F(MediaImport, ImportsInsideImportsAreBounded) {

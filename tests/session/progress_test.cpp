@@ -133,7 +133,7 @@ TEST_F(Progress, CompletionNotifiesAtOnce) {
     const Int a = Job(0.1), b = Job(0.2), c = Job(0.7);
     ASSERT_THAT(Report(a, 1), Succeeds());
     ASSERT_THAT(Report(b, 1), Succeeds());
-    ASSERT_THAT(Report(c, 0.999), Succeeds());
+    ASSERT_THAT(Report(c, 0.99999), Succeeds());
     EXPECT_THAT(Fractions(), IsEmpty());
     ASSERT_THAT(Report(c, 1), Succeeds());
     EXPECT_THAT(Fractions(), ElementsAre(DoubleEq(1)));
@@ -145,6 +145,11 @@ TEST_F(Progress, ZeroWeightsNeverComplete) {
     ASSERT_THAT(Report(job, 1), Succeeds());
     EXPECT_THAT(Fractions(), IsEmpty());
     ASSERT_THAT(Report(job, 0.5, 200), Succeeds());  // by time alone
+    EXPECT_THAT(Fractions(), ElementsAre(0));
+    _seen.clear();
+    Job(5);  // weights that cancel out are no weight either
+    const Int negative = Job(-5);
+    ASSERT_THAT(Report(negative, -1, 200), Succeeds());
     EXPECT_THAT(Fractions(), ElementsAre(0));
 }
 

@@ -1,6 +1,9 @@
 // The session: who may be connected with whom, in which order the phases run, and what ends them.
+#include <atomic>
 #include <gmock/gmock.h>
 #include <map>
+#include <set>
+#include <thread>
 
 #include "media_session_impl.h"
 #include "mediasession_urloutput.h"
@@ -258,6 +261,32 @@ TEST_F(Session, KeepsItsConvertersAliveAndNotTheOtherWayRound) {
     _session = nullptr;
     EXPECT_FALSE(watched.Get());
     EXPECT_EQ(output->GetStrongCount(), 1);
+}
+
+// The link back to the session is the one thing that other threads may look at.
+TEST_F(Session, OtherThreadsMayAskForTheSession) {
+    const auto input = Input();
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                if (const MediaSessionRef seen = input->GetSession()) {
+                    EXPECT_TRUE(seen->GetProgress());
+                }
+            }
+        });
+    }
+    for (int i = 0; i < 300; ++i) {
+        auto session = Create<MediaSessionInterface>(mediaclasses::kSession);
+        Result<void> bound = input->ConnectToSession(session);
+        while (!bound)  // a reader still holds the session before
+            bound = input->ConnectToSession(session);
+        EXPECT_EQ(input->GetSession(), session);
+    }
+    stop = true;
+    for (std::thread& reader : readers)
+        reader.join();
 }
 
 TEST(SessionAlone, NeedsThePublishedProgress) {
