@@ -298,10 +298,12 @@ public:
             GetPixelHandlerStruct handler =
                 TRY(source->GetPixelStream(properties, pixelFormat, ColorProfile(), GETPIXELHANDLERFLAGS::NONE));
             rows.emplace_back();
-            for (Int y = 0; y < height; ++y) {
+            rows.back().resize(static_cast<size_t>(height));
+            for (Int i = 0; i < height; ++i) {
+                const Int y = bottomUp ? height - 1 - i : i;
                 std::vector<std::byte> row(static_cast<size_t>((bits * width).GetBytes()));
                 TRY(handler.read({0, y, width}, {row.data(), bits}, GETPIXELFLAGS::NONE));
-                rows.back().push_back(row);
+                rows.back()[static_cast<size_t>(y)] = row;
             }
             handler.Free();
             TRY(source->FinishStream(properties));
@@ -316,6 +318,7 @@ public:
 
     std::vector<MediaStreamRef> streams;
     std::vector<std::vector<std::vector<std::byte>>> rows;  ///< stream, row, byte
+    bool bottomUp = false;
 };
 
 /// All bytes of a node, read in its own format.

@@ -53,31 +53,37 @@ public:
         return {};
     }
     Result<GetPixelHandlerStruct> GetPixels(const PixelFormat& format, const ColorProfile& profile,
-                                            GETPIXELHANDLERFLAGS flags) const {
+                                            GETPIXELHANDLERFLAGS flags) {
         GetPixelHandlerStruct handler =
             TRY(_node->GetPixelHandler(format, format->GetChannelOffsets(), profile, flags, LayerSet()));
-        if (_job < 0 || _node->GetHeight() <= 0)
-            return handler;
-        handler.read = TRY(ReadLineFunc::Create(Reader{std::move(handler.read), _progress, _job, _node->GetHeight()}));
+        _rowsRead = 0;
+        if (_job >= 0)
+            handler.read = TRY(ReadLineFunc::Create(Reader{std::move(handler.read), Ref<Source>(this)}));
         return handler;
     }
 
 private:
     struct Reader {
         ReadLineFunc read;
-        MediaSessionProgressRef progress;
-        Int job;
-        Int height;
+        Ref<Source> source;
 
         Result<void> operator()(const PixelSpan& span, const PixelLine& dst, GETPIXELFLAGS flags) const {
             TRY(read(span, dst, flags));
-            return progress->SetProgressAndCheckBreak(job, static_cast<Float>(span.y + 1) / static_cast<Float>(height));
+            return source->ReportRow();
         }
     };
+
+    /// Rows may come in any order, and more than once for an interlaced file.
+    Result<void> ReportRow() {
+        const Int height = std::max<Int>(_node->GetHeight(), 1);
+        _rowsRead = std::min(_rowsRead + 1, height);
+        return _progress->SetProgressAndCheckBreak(_job, static_cast<Float>(_rowsRead) / static_cast<Float>(height));
+    }
 
     ImageBaseRef _node;
     MediaSessionProgressRef _progress;
     Int _job = -1;
+    Int _rowsRead = 0;
 };
 
 MediaStreamExportFromImageTextureImpl::MediaStreamExportFromImageTextureImpl() = default;
