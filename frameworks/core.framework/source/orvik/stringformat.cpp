@@ -1,6 +1,8 @@
+#include <fmt/format.h>
+
 #include <charconv>
 #include <cmath>
-#include <limits>
+#include <iterator>
 #include <new>
 
 #include "orvik/string.h"
@@ -9,10 +11,10 @@ namespace orvik {
 
 namespace {
 
-template <class... A>
-void AppendChars(std::string& out, A... arguments) {
-    char digits[64];  // the longest number is a double of 24 characters
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), arguments...);
+template <class T>
+void AppendInteger(std::string& out, T value, int base) {
+    char digits[24];  // the longest, a negative decimal, has 20 characters
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), value, base);
     out.append(digits, end.ptr);
 }
 
@@ -20,7 +22,7 @@ void AppendReal(std::string& out, double value) {
     if (std::isnan(value))
         out += "nan";  // the sign of a NaN says nothing to anybody
     else
-        AppendChars(out, value);
+        fmt::format_to(std::back_inserter(out), "{}", value);  // the shortest text that reads back as the same value
 }
 
 }  // namespace
@@ -33,12 +35,12 @@ void FormatArgument::AppendTo(std::string& out, std::string_view spec) const {
             break;
         case Kind::Signed:
             if (hexadecimal)
-                AppendChars(out, static_cast<uint64_t>(_signed), 16);
+                AppendInteger(out, static_cast<uint64_t>(_signed), 16);
             else
-                AppendChars(out, _signed);
+                AppendInteger(out, _signed, 10);
             break;
         case Kind::Unsigned:
-            AppendChars(out, _unsigned, hexadecimal ? 16 : 10);
+            AppendInteger(out, _unsigned, hexadecimal ? 16 : 10);
             break;
         case Kind::Real:
             AppendReal(out, _real);

@@ -1,0 +1,5 @@
+// A module whose framework is nowhere.
+#include "module_exports.h"
+
+ORVIK_TEST_MODULE("net.orvik.test.needy", "net.orvik.nowhere.framework",
+                  [](orvik::Publisher&) { return orvik::Result<void>(); })

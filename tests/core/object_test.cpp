@@ -1,0 +1,291 @@
+#include <thread>
+
+#include "orvik/datadictionaryobject.h"
+#include "orvik/registrybase.h"
+#include "test_helpers.h"
+
+namespace orvik {
+namespace {
+
+/// An interface with a method of every shape of answer.
+class ShapesInterface : public virtual Object {
+    ORVIK_INTERFACE(ShapesInterface, "net.orvik.test.interface.shapes");
+
+public:
+    virtual Result<void> GetNothing() { return Unbound(); }
+    virtual Result<Bool> GetBool() const { return Unbound(); }
+    virtual Result<Int> GetInt() const { return Unbound(); }
+    virtual Result<String> GetText() const { return Unbound(); }
+    virtual Result<Ref<ShapesInterface>> GetNext() const { return Unbound(); }
+    virtual Result<ShapesInterface*> GetPointer() const { return Unbound(); }
+    virtual Ref<ShapesInterface> GetPlainNext() const { return Unbound(); }
+    virtual Bool IsSet() const { return Unbound(); }
+    virtual Int GetCount() const { return Unbound(); }
+    virtual Float GetRatio() const { return Unbound(); }
+    virtual String GetName() const { return Unbound(); }
+    virtual Id GetId() const { return Unbound(); }
+    virtual const char* GetAddress() const { return Unbound(); }
+};
+using ShapesRef = Ref<ShapesInterface>;
+
+class OtherInterface : public virtual Object {
+    ORVIK_INTERFACE(OtherInterface, "net.orvik.test.interface.other");
+
+public:
+    virtual Int GetOther() const { return Unbound(); }
+};
+class AbsentInterface : public virtual Object {
+    ORVIK_INTERFACE(AbsentInterface, "net.orvik.test.interface.absent");
+};
+
+/// Implements two interfaces, with data before and between them, and counts its instances.
+class TwoFaced : public ShapesInterface, public OtherInterface {
+public:
+    TwoFaced() { ++instances; }
+    ~TwoFaced() override { --instances; }
+    Int GetCount() const override { return 12; }
+    Int GetOther() const override { return 34; }
+    static inline std::atomic<int> instances = 0;
+    Int value = 0;
+};
+
+TEST(NullReference, AnswersEveryShapeAsItsReasonSays) {
+    const struct {
+        ShapesRef ref;
+        const char* error;
+    } cases[] = {
+        {ShapesRef(), "net.orvik.error.nullptr"},
+        {ShapesRef::Unresolved(), "net.orvik.error.unresolved"},
+        {NewObj<ShapesInterface>().TakeValue(), "net.orvik.error.functionnotimplemented"},
+    };
+    for (const auto& c : cases) {
+        SetAllocationFault(1, true);  // no answer may need memory
+        EXPECT_EQ(c.ref->GetNothing().GetError()->GetErrorId().GetText(), c.error);
+        EXPECT_EQ(c.ref->GetBool().GetError()->GetErrorId().GetText(), c.error);
+        EXPECT_EQ(c.ref->GetInt().GetError()->GetErrorId().GetText(), c.error);
+        EXPECT_EQ(c.ref->GetText().GetError()->GetErrorId().GetText(), c.error);
+        EXPECT_EQ(c.ref->GetNext().GetError()->GetErrorId().GetText(), c.error);
+        EXPECT_EQ(c.ref->GetPointer().GetError()->GetErrorId().GetText(), c.error);
+        EXPECT_FALSE(c.ref->GetPlainNext());
+        EXPECT_FALSE(c.ref->GetPlainNext()->GetPlainNext()->GetPlainNext());
+        EXPECT_FALSE(c.ref->IsSet());
+        EXPECT_EQ(c.ref->GetCount(), 0);
+        EXPECT_EQ(c.ref->GetRatio(), 0.0);
+        EXPECT_TRUE(c.ref->GetName().IsEmpty());
+        EXPECT_TRUE(c.ref->GetId().IsEmpty());
+        EXPECT_EQ(c.ref->GetAddress(), nullptr);
+        EXPECT_EQ(c.ref->GetNothing().GetError().Get(), c.ref->GetInt().GetError().Get()) << "one shared error";
+        SetAllocationFault(0);
+    }
+    EXPECT_FALSE(ShapesRef::Unresolved());
+    EXPECT_EQ(ShapesRef::Unresolved(), ShapesRef());
+    EXPECT_EQ(ErrorIdOf(ShapesRef::Unresolved()->Clone()), "net.orvik.error.unresolved");
+}
+
+TEST(NullReference, OtherReasonsStopTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH((void)PrivateGetNullReturnError(4), "Stop: reason not supported by PrivateGetNullReturnError.");
+    EXPECT_DEATH((void)PrivateGetNullReturnError(-1), "Stop: reason not supported by PrivateGetNullReturnError.");
+    EXPECT_TRUE(PrivateGetNullReturnError(0)->IsKindOf(errorid::kIllegalArgument)) << "as a null pointer error is";
+}
+
+TEST(Ref, LastReferenceEndsTheObject) {
+    ASSERT_EQ(TwoFaced::instances, 0);
+    Ref<TwoFaced> object = NewObj<TwoFaced>().TakeValue();
+    EXPECT_EQ(object->GetStrongCount(), 1);
+    ShapesRef shapes = object;
+    Ref<OtherInterface> other = object;
+    EXPECT_EQ(object->GetStrongCount(), 3);
+    EXPECT_EQ(shapes->GetCount(), 12);
+    EXPECT_EQ(other->GetOther(), 34);
+    object = nullptr;
+    const ShapesRef moved = std::move(shapes);
+    EXPECT_EQ(moved->GetStrongCount(), 2);
+    other = nullptr;
+    EXPECT_EQ(TwoFaced::instances, 1);
+    const_cast<ShapesRef&>(moved) = nullptr;
+    EXPECT_EQ(TwoFaced::instances, 0);
+}
+
+TEST(Ref, ConstructionCanFail) {
+    class Failing : public TwoFaced {
+    public:
+        Result<void> Construct() { return IllegalStateError("not today"); }
+    };
+    EXPECT_EQ(MessageOf(NewObj<Failing>()), "not today");
+    EXPECT_EQ(TwoFaced::instances, 0);
+    EXPECT_EQ(FailEachAllocation([] { return NewObj<TwoFaced>(); }), 1);
+    EXPECT_EQ(TwoFaced::instances, 0);
+}
+
+TEST(Ref, KeepsTheAlignmentOfItsObject) {
+    struct alignas(64) Aligned : Object {
+        std::byte line[64];
+    };
+    for (int i = 0; i < 20; ++i) {
+        Ref<Aligned> object = NewObj<Aligned>().TakeValue();
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(object.GetPointer()) % 64, 0u);
+    }
+}
+
+TEST(Cast, FindsInterfacesWithAndWithoutAPublishedClass) {
+    Publisher publisher;
+    ASSERT_TRUE(publisher.PublishClass<TwoFaced>("net.orvik.test.class.twofaced"));
+    const ClassRef published{Id("net.orvik.test.class.twofaced")};
+    const ObjectRef objects[] = {NewObj<TwoFaced>().TakeValue(), published.Create().TakeValue(),
+                                 published.Create().TakeValue()};
+    for (const ObjectRef& object : objects) {
+        for (int again = 0; again < 2; ++again) {  // the second cast answers from the class's table
+            EXPECT_EQ(Cast<OtherInterface>(object)->GetOther(), 34);
+            EXPECT_EQ(Cast<ShapesInterface>(object)->GetCount(), 12);
+            EXPECT_FALSE(Cast<AbsentInterface>(object));
+        }
+    }
+    EXPECT_EQ(objects[1]->GetClassId(), Id("net.orvik.test.class.twofaced"));
+    EXPECT_TRUE(objects[0]->GetClassId().IsEmpty());
+    EXPECT_FALSE(Cast<ShapesInterface>(ObjectRef()));
+    EXPECT_FALSE(Cast<ShapesInterface>(ObjectRef::Unresolved()));
+}
+
+TEST(WeakRef, YieldsNullWhenTheObjectHasGone) {
+    ShapesRef strong = NewObj<TwoFaced>().TakeValue();
+    WeakRef<ShapesInterface> weak(strong);
+    WeakRef<ShapesInterface> copy = weak;
+    EXPECT_EQ(weak.Get(), strong);
+    EXPECT_EQ(strong->GetStrongCount(), 1) << "weak references do not count";
+    strong = nullptr;
+    EXPECT_FALSE(weak.Get());
+    EXPECT_FALSE(copy.Get());
+    weak = copy;
+    EXPECT_FALSE(weak.Get());
+    EXPECT_EQ(TwoFaced::instances, 0);
+}
+
+TEST(WeakRef, ReadersRaceWithTheEndOfTheObject) {
+    for (int round = 0; round < 200; ++round) {
+        Ref<TwoFaced> strong = NewObj<TwoFaced>().TakeValue();
+        WeakRef<TwoFaced> weak(strong);
+        std::atomic<bool> go = false;
+        std::atomic<int> wrong = 0;
+        std::vector<std::thread> readers;
+        for (int t = 0; t < 3; ++t) {
+            readers.emplace_back([&] {
+                while (!go)
+                    std::this_thread::yield();
+                for (int i = 0; i < 200; ++i) {
+                    if (Ref<TwoFaced> got = weak.Get(); got && got->GetCount() != 12)
+                        ++wrong;
+                }
+            });
+        }
+        readers.emplace_back([&, other = NewObj<TwoFaced>().TakeValue()] {
+            while (!go)
+                std::this_thread::yield();
+            for (int i = 0; i < 50; ++i)
+                weak.Set(i % 2 ? other : Ref<TwoFaced>());
+        });
+        go = true;
+        strong = nullptr;
+        for (std::thread& reader : readers)
+            reader.join();
+        readers.clear();
+        EXPECT_EQ(wrong, 0);
+        EXPECT_FALSE(weak.Get());
+    }
+    EXPECT_EQ(TwoFaced::instances, 0);
+}
+
+TEST(ValueRef, CopiesOnWriteOnlyWhenShared) {
+    class Value : public Object {
+    public:
+        Result<ObjectRef> Clone() const override {
+            Ref<Value> copy = TRY(NewObj<Value>());
+            copy->number = number;
+            return ObjectRef(copy);
+        }
+        Int number = 1;
+    };
+    ValueRef<Value> first(NewObj<Value>().TakeValue());
+    Value* before = first.MakeWritable().TakeValue();
+    EXPECT_EQ(first.MakeWritable().TakeValue(), before) << "nobody else holds it: no copy";
+    const ValueRef<Value> second = first;
+    SetAllocationFault(1);
+    EXPECT_EQ(ErrorIdOf(first.MakeWritable()), "net.orvik.error.outofmemory");
+    SetAllocationFault(0);
+    EXPECT_EQ(first.GetPointer(), second.GetPointer()) << "a failed write leaves the reference alone";
+    first.MakeWritable().TakeValue()->number = 2;
+    EXPECT_EQ(first->number, 2);
+    EXPECT_EQ(second->number, 1);
+    EXPECT_EQ(ErrorIdOf(ValueRef<Value>().MakeWritable()), "net.orvik.error.nullptr");
+}
+
+TEST(ValueRef, ClassesWithoutACopyAreRefusedByName) {
+    ValueRef<TwoFaced> first(NewObj<TwoFaced>().TakeValue());
+    const ValueRef<TwoFaced> second = first;
+    EXPECT_THAT(MessageOf(first.MakeWritable()),
+                testing::MatchesRegex("Component .*TwoFaced has members, but CopyFrom is not implemented!"));
+    Publisher publisher;
+    ASSERT_TRUE(publisher.PublishClass<TwoFaced>("net.orvik.test.class.uncopied"));
+    EXPECT_EQ(MessageOf(ClassRef(Id("net.orvik.test.class.uncopied")).Create().TakeValue()->Clone()),
+              "Component net.orvik.test.class.uncopied has members, but CopyFrom is not implemented!");
+}
+
+TEST(Result, MovesAndDropsValuesOnce) {
+    Ref<TwoFaced> object = NewObj<TwoFaced>().TakeValue();
+    Result<Ref<TwoFaced>> good(object);
+    Result<Ref<TwoFaced>> bad(IllegalStateError("bad"));
+    EXPECT_EQ(object->GetStrongCount(), 2);
+    Result<Ref<TwoFaced>> moved = std::move(bad);
+    bad = good;
+    good = moved;
+    moved = std::move(bad);
+    EXPECT_EQ(object->GetStrongCount(), 2);
+    EXPECT_EQ(MessageOf(good), "bad");
+    EXPECT_EQ(std::move(moved).TakeValue(), object);
+    const auto pass = [&](Result<Ref<TwoFaced>> from) -> Result<Int> {
+        Ref<TwoFaced> taken = TRY(std::move(from));
+        return taken->GetCount();
+    };
+    EXPECT_EQ(pass(object).GetValueOr(0), 12);
+    EXPECT_EQ(MessageOf(pass(good)), "bad");
+    EXPECT_EQ(pass(good).GetError().Get(), good.GetError().Get()) << "the error goes up unchanged";
+}
+
+TEST(Error, CarriesClassPlaceMessageAndCause) {
+    const Error cause = IllegalArgumentError("inner @", 7);
+    const uint32_t line = __LINE__ + 1;
+    const Error error = UnexpectedErrorWith(cause, "outer @{x}", 255);
+    EXPECT_EQ(error->GetMessage(), String("outer ff"));
+    EXPECT_EQ(error->GetLocation().line(), line);
+    EXPECT_THAT(error->GetLocation().file_name(), testing::EndsWith("object_test.cpp"));
+    EXPECT_EQ(error->GetCause().Get(), cause.Get());
+    EXPECT_TRUE(error->IsKindOf(errorid::kUnexpected));
+    EXPECT_FALSE(error->IsKindOf(errorid::kIllegalArgument));
+    EXPECT_TRUE(Error(NullptrError())->IsKindOf(errorid::kIllegalArgument));
+    EXPECT_EQ(Error(NullptrError())->GetLocation().line(), uint32_t(__LINE__));
+    EXPECT_FALSE(Error(OutOfMemoryError())->ToString().IsEmpty());
+}
+
+TEST(Error, StandardKindsByNumber) {
+    const char* const expected[] = {"outofmemory", "nullptr",    "illegalargument", "illegalstate",
+                                    "functionnotimplemented", "unresolved", "unknown"};
+    for (int kind = -1; kind < 8; ++kind) {
+        const char* tail = kind < 0 || kind > 6 ? "unknown" : expected[kind];
+        const Error error = MakeStandardError(SourceLocation::current(), kind);
+        EXPECT_EQ(error->GetErrorId().GetText(), "net.orvik.error." + std::string(tail)) << kind;
+        EXPECT_TRUE(error->GetMessage().IsEmpty());
+        EXPECT_FALSE(error->ToString().IsEmpty());
+    }
+}
+
+TEST(Error, WithoutMemoryForItselfIsTheOutOfMemoryError) {
+    SetAllocationFault(1, true);
+    const Error error = IllegalStateError("text @", 1);
+    const Error io = IoError(Url(), "text");
+    SetAllocationFault(0);
+    EXPECT_TRUE(error->IsKindOf(errorid::kOutOfMemory));
+    EXPECT_TRUE(io->IsKindOf(errorid::kOutOfMemory));
+}
+
+}  // namespace
+}  // namespace orvik

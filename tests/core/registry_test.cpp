@@ -1,0 +1,207 @@
+#include <thread>
+
+#include "orvik/datadictionaryobject.h"
+#include "orvik/module.h"
+#include "test_helpers.h"
+
+namespace orvik {
+namespace {
+
+class Thing : public virtual Object {
+    ORVIK_INTERFACE(Thing, "net.orvik.test.interface.thing");
+
+public:
+    virtual Int GetNumber() const { return Unbound(); }
+    virtual Result<Int> TryNumber() const { return Unbound(); }
+};
+class Seven : public Thing {
+public:
+    Seven() { ++instances; }
+    ~Seven() override {
+        --instances;
+        (void)FindPublishedObject("net.orvik.test.anything");  // the end of an object may look things up
+    }
+    Int GetNumber() const override { return 7; }
+    static inline std::atomic<int> instances = 0;
+};
+
+ObjectRef MakeSeven() { return NewObj<Seven>().TakeValue(); }
+
+constexpr Id kRegistry{"net.orvik.test.registry"};
+std::vector<std::string>* g_undone = nullptr;
+
+std::vector<std::string> EntriesOf(const Id& registry) {
+    std::vector<std::string> names;
+    for (const Registry::Entry& entry : Registry::GetEntries(registry))
+        names.emplace_back(entry.id.GetText());
+    return names;
+}
+
+TEST(Registry, FindsWhatIsPublishedAndUndoesItInReverse) {
+    Publisher publisher;
+    ASSERT_TRUE(publisher.PublishClass<Seven>("net.orvik.test.class"));
+    ASSERT_TRUE(publisher.PublishObject("net.orvik.test.object", MakeSeven()));
+    ASSERT_TRUE(publisher.AddToRegistry(kRegistry, "z", MakeSeven()));
+    ASSERT_TRUE(publisher.AddToRegistry(kRegistry, "a", MakeSeven()));
+    EXPECT_EQ(publisher.GetRecordCount(), 4);
+    EXPECT_EQ(ClassRef(Id("net.orvik.test.class")).Create<Thing>().TakeValue()->GetNumber(), 7);
+    EXPECT_EQ(FindPublished<Thing>("net.orvik.test.object")->GetNumber(), 7);
+    EXPECT_EQ(Registry::Find<Thing>(kRegistry, "a")->GetNumber(), 7);
+    EXPECT_THAT(EntriesOf(kRegistry), testing::ElementsAre("z", "a")) << "in the order of insertion";
+    const Int generation = Registry::GetGeneration();
+
+    std::vector<std::string> undone;
+    g_undone = &undone;
+    Publisher::SetUndoObserver([](const char* kind, const Id& id) {
+        g_undone->push_back(kind + (" " + std::string(id.GetText())));
+    });
+    publisher.UndoAll();
+    Publisher::SetUndoObserver(nullptr);
+    EXPECT_THAT(undone, testing::ElementsAre("entry a", "entry z", "object net.orvik.test.object",
+                                             "class net.orvik.test.class"));
+    EXPECT_EQ(Seven::instances, 0);
+    EXPECT_TRUE(EntriesOf(kRegistry).empty());
+    EXPECT_NE(Registry::GetGeneration(), generation);
+}
+
+TEST(Registry, MissingEntitiesAnswerUnresolved) {
+    const char* const unresolved = "net.orvik.error.unresolved";
+    EXPECT_EQ(ErrorIdOf(ClassRef(Id("net.orvik.test.none")).Create()), unresolved);
+    EXPECT_EQ(ErrorIdOf(ClassRef(Id("net.orvik.test.none")).Create<Thing>()), unresolved);
+    EXPECT_EQ(ErrorIdOf(ClassRef().Create()), "net.orvik.error.nullptr");
+    EXPECT_EQ(ErrorIdOf(FindPublished<Thing>("net.orvik.test.none")->TryNumber()), unresolved);
+    EXPECT_EQ(ErrorIdOf(FindPublishedObject("net.orvik.test.none")->Clone()), unresolved);
+    EXPECT_EQ(ErrorIdOf(Registry::Find<Thing>(kRegistry, "none")->TryNumber()), unresolved);
+    EXPECT_TRUE(EntriesOf("net.orvik.test.unknownregistry").empty());
+
+    class Unrelated : public Object {};
+    Publisher publisher;
+    ASSERT_TRUE(publisher.PublishClass<Unrelated>("net.orvik.test.class"));
+    ASSERT_TRUE(publisher.PublishObject("net.orvik.test.object", NewObj<Unrelated>().TakeValue()));
+    EXPECT_EQ(ErrorIdOf(ClassRef(Id("net.orvik.test.class")).Create<Thing>()), "net.orvik.error.unexpected");
+    EXPECT_EQ(ErrorIdOf(FindPublished<Thing>("net.orvik.test.object")->TryNumber()), unresolved);
+}
+
+TEST(Registry, RefusesASecondOfTheSameId) {
+    Publisher first, second;
+    ASSERT_TRUE(first.PublishClass<Seven>("net.orvik.test.class"));
+    ASSERT_TRUE(first.PublishObject("net.orvik.test.object", MakeSeven()));
+    ASSERT_TRUE(first.AddToRegistry(kRegistry, "a", MakeSeven()));
+    EXPECT_EQ(MessageOf(second.PublishClass<Seven>("net.orvik.test.class")), "net.orvik.test.class is already published.");
+    EXPECT_EQ(ErrorIdOf(second.PublishObject("net.orvik.test.object", MakeSeven())), "net.orvik.error.illegalargument");
+    EXPECT_EQ(ErrorIdOf(second.AddToRegistry(kRegistry, "a", MakeSeven())), "net.orvik.error.illegalargument");
+    EXPECT_EQ(ErrorIdOf(second.PublishObject("net.orvik.test.null", nullptr)), "net.orvik.error.illegalargument");
+    ASSERT_TRUE(second.AddToRegistry(kRegistry, "b", MakeSeven()));
+    first.UndoAll();
+    EXPECT_THAT(EntriesOf(kRegistry), testing::ElementsAre("b")) << "each takes back only what is its own";
+}
+
+TEST(Registry, SurvivesEachFailedAllocation) {
+    EXPECT_GE(FailEachAllocation([]() -> Result<void> {
+                  Publisher publisher;
+                  TRY(publisher.PublishClass<Seven>("net.orvik.test.class"));
+                  Ref<Seven> object = TRY(NewObj<Seven>());
+                  TRY(publisher.PublishObject("net.orvik.test.object", object));
+                  for (const char* name : {"a", "b", "c"}) {
+                      const Id id = TRY(Id::Create(name));
+                      TRY(publisher.AddToRegistry(kRegistry, id, object));
+                  }
+                  return {};
+              }),
+              10);
+    EXPECT_EQ(Seven::instances, 0);
+    EXPECT_TRUE(EntriesOf(kRegistry).empty());
+    EXPECT_FALSE(FindPublishedObject("net.orvik.test.object"));
+}
+
+TEST(Registry, ReadersAndPublishersInParallel) {
+    std::atomic<bool> done = false;
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 2; ++t) {
+        readers.emplace_back([&] {
+            while (!done) {
+                const Ref<Thing> found = Registry::Find<Thing>(kRegistry, "a");
+                if (found && found->GetNumber() != 7)
+                    ++wrong;
+                for (const Registry::Entry& entry : Registry::GetEntries(kRegistry))
+                    wrong += !Cast<Thing>(entry.object);
+                if (Result<Ref<Thing>> made = ClassRef(Id("net.orvik.test.class")).Create<Thing>())
+                    wrong += made->GetPointer()->GetNumber() != 7;
+            }
+        });
+    }
+    Publisher classes;
+    ASSERT_TRUE(classes.PublishClass<Seven>("net.orvik.test.class"));
+    for (int i = 0; i < 500; ++i) {
+        Publisher publisher;
+        ASSERT_TRUE(publisher.AddToRegistry(kRegistry, "a", MakeSeven()));
+        ASSERT_TRUE(publisher.AddToRegistry(kRegistry, "b", MakeSeven()));
+    }
+    done = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+Url TestModule(const char* name) { return Url::FromSystemPath(std::string(ORVIK_TEST_MODULES) + "/" + name); }
+
+TEST(Module, LoadsPublishesAndUnloads) {
+    const ClassRef published{Id("net.orvik.test.module.class")};
+    EXPECT_EQ(ErrorIdOf(published.Create()), "net.orvik.error.unresolved");
+    for (int round = 0; round < 3; ++round) {
+        Module module = Module::Load(TestModule("good.module")).TakeValue();
+        EXPECT_EQ(module.GetId(), Id("net.orvik.test.good"));
+        EXPECT_EQ(module.GetRecordCount(), 3);
+        // The module's object tells what it found in its slots: 1 the resolver works, 2 the yield function is set.
+        EXPECT_EQ(published.Create().TakeValue()->GetClassId(), published.GetId());
+        EXPECT_EQ(FindPublished<DataDictionaryObjectInterface>("net.orvik.test.module.object")
+                      ->Get(Key<Int>("net.orvik.test.slots"), 0),
+                  3);
+        EXPECT_EQ(ErrorIdOf(Module::Load(TestModule("good.module"))), "net.orvik.error.illegalstate");
+        EXPECT_TRUE(published.Create()) << "the refused second load leaves the first alone";
+        module.Unload();
+        EXPECT_FALSE(module);
+        EXPECT_EQ(ErrorIdOf(published.Create()), "net.orvik.error.unresolved");
+        EXPECT_TRUE(EntriesOf("net.orvik.test.module.registry").empty());
+    }
+}
+
+TEST(Module, FailuresLeaveNothingBehind) {
+    const TempFolder folder;
+    const struct {
+        Url url;
+        const char *error, *message;
+    } cases[] = {
+        {folder / "none.module", "net.orvik.error.io", "cannot load module: cannot open shared object file: No such file"},
+        {folder.Write("text.module", "not an object"), "net.orvik.error.io", "cannot load module: "},
+        {folder / "", "net.orvik.error.io", "cannot load module: "},
+        {TestModule("plain.module"), "net.orvik.error.illegalargument", ""},
+        {TestModule("needy.module"), "net.orvik.error.unresolved", ""},
+        {TestModule("failing.module"), "net.orvik.error.unsupportedoperation", "no start today: 17"},
+        {Url("memory:x"), "net.orvik.error.io", "cannot load a module from memory"},
+    };
+    for (const auto& c : cases) {
+        const Result<Module> loaded = Module::Load(c.url);
+        EXPECT_EQ(ErrorIdOf(loaded), c.error) << c.url.GetSystemPath();
+        EXPECT_THAT(MessageOf(loaded), testing::StartsWith(c.message));
+    }
+    EXPECT_FALSE(FindPublishedObject("net.orvik.test.module.object"));
+}
+
+TEST(Module, IsFoundThroughTheEnvironment) {
+    const TempFolder folder;
+    const Url expected = folder.Write("some.module", "");
+    const std::string path = ":/nonexistent:" + folder.GetPath().native() + ":/tmp";
+    setenv("ORVIK_MODULE_PATH", path.c_str(), 1);
+    EXPECT_EQ(FindModule("some.module").GetValueOr(Url()), expected);
+    EXPECT_EQ(MessageOf(FindModule("other.module")), "cannot find module: No such file or directory");
+    unsetenv("ORVIK_MODULE_PATH");
+    EXPECT_FALSE(FindModule("some.module"));
+    ASSERT_TRUE(SetModuleResourceDirectory("net.orvik.test.good", Url("/resources")));
+    EXPECT_EQ(GetModuleResourceDirectory("net.orvik.test.good").GetValueOr(Url()), Url("/resources"));
+    EXPECT_EQ(ErrorIdOf(GetModuleResourceDirectory("net.orvik.test.none")), "net.orvik.error.unresolved");
+}
+
+}  // namespace
+}  // namespace orvik

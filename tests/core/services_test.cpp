@@ -1,0 +1,346 @@
+#include <unistd.h>
+
+#include <thread>
+
+#include "orvik/crashreport.h"
+#include "orvik/crc32c.h"
+#include "orvik/hierarchyobject.h"
+#include "orvik/observerobject.h"
+#include "orvik/threadservices.h"
+#include "test_helpers.h"
+
+namespace orvik {
+namespace {
+
+/// Implements the hierarchy beside another interface and counts its instances.
+class Node : public HierarchyObjectInterface {
+public:
+    explicit Node(Int n = 0) : number(n) { ++instances; }
+    ~Node() override { --instances; }
+    Int number;
+    static inline std::atomic<Int> instances = 0;
+};
+
+Ref<Node> MakeNode(Int number = 0) { return NewObj<Node>(number).TakeValue(); }
+
+std::vector<Int> NumbersOf(Block<const HierarchyObjectRef> children) {
+    std::vector<Int> numbers;
+    for (const HierarchyObjectRef& child : children)
+        numbers.push_back(dynamic_cast<const Node&>(*child).number);
+    return numbers;
+}
+
+TEST(Hierarchy, KeepsOrderAndPredecessorsPerBranch) {
+    const Ref<Node> root = MakeNode();
+    std::vector<Ref<Node>> nodes;
+    for (Int i = 0; i < 6; ++i)
+        nodes.push_back(MakeNode(i));
+    EXPECT_FALSE(root->GetFirst());
+    ASSERT_TRUE(root->AddChild(2, nodes[0]));
+    ASSERT_TRUE(root->AddChild(2, nodes[1]));
+    ASSERT_TRUE(root->AddChild(2, nodes[2], nodes[0]));
+    ASSERT_TRUE(root->AddChild(2, nodes[3], nodes[1]));
+    ASSERT_TRUE(root->AddChild(4, nodes[4]));
+    EXPECT_THAT(NumbersOf(root->GetChildren(2)), testing::ElementsAre(0, 2, 1, 3));
+    EXPECT_THAT(NumbersOf(root->GetChildren(4)), testing::ElementsAre(4));
+    EXPECT_TRUE(root->GetChildren(3).empty() && root->GetChildren(-1).empty() && root->GetChildren(99).empty());
+    EXPECT_EQ(root->GetFirst(), nodes[0]);
+    EXPECT_EQ(root->GetFirstChild(4), nodes[4]);
+    EXPECT_EQ(nodes[4]->GetBranch(), 4);
+    EXPECT_EQ(nodes[4]->GetParent(), root);
+    EXPECT_FALSE(nodes[4]->GetNext());
+
+    std::vector<Int> walked;
+    for (HierarchyObjectRef node = root->GetFirstChild(2); node; node = node->GetNext())
+        walked.push_back(dynamic_cast<const Node&>(*node).number);
+    EXPECT_THAT(walked, testing::ElementsAre(0, 2, 1, 3));
+    ASSERT_TRUE(root->RemoveChild(nodes[0]));
+    EXPECT_EQ(nodes[2]->GetNext(), nodes[1]) << "the places have moved";
+    EXPECT_FALSE(nodes[0]->GetParent());
+    EXPECT_EQ(nodes[0]->GetBranch(), -1);
+    ASSERT_TRUE(root->AddChild(4, nodes[0]));
+    EXPECT_EQ(nodes[4]->GetNext(), nodes[0]);
+}
+
+TEST(Hierarchy, RefusesWhatWouldBreakTheTree) {
+    const Ref<Node> root = MakeNode(), child = MakeNode(), grandchild = MakeNode(), stranger = MakeNode();
+    ASSERT_TRUE(root->AddChild(0, child));
+    ASSERT_TRUE(child->AddChild(0, grandchild));
+    const struct {
+        const char* what;
+        Result<void> answer;
+    } cases[] = {
+        {"itself", root->AddChild(0, root)},
+        {"parent below child", child->AddChild(0, root)},
+        {"root below grandchild", grandchild->AddChild(1, root)},
+        {"a second parent", stranger->AddChild(0, grandchild)},
+        {"the same again", root->AddChild(0, child)},
+        {"null", root->AddChild(0, nullptr)},
+        {"negative branch", root->AddChild(-1, stranger)},
+        {"absurd branch", root->AddChild(INT64_MAX, stranger)},
+        {"unknown predecessor", root->AddChild(0, stranger, grandchild)},
+        {"predecessor of another branch", root->AddChild(1, stranger, child)},
+        {"remove a stranger", root->RemoveChild(stranger)},
+        {"remove a grandchild", root->RemoveChild(grandchild)},
+        {"remove null", root->RemoveChild(nullptr)},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(ErrorIdOf(c.answer), "net.orvik.error.illegalargument") << c.what;
+    EXPECT_EQ(root->GetChildren(0).size(), 1u);
+    EXPECT_EQ(child->GetChildren(0).size(), 1u);
+    EXPECT_FALSE(stranger->GetParent());
+    EXPECT_EQ(ErrorIdOf(HierarchyObjectRef()->AddChild(0, child)), "net.orvik.error.nullptr");
+}
+
+TEST(Hierarchy, LongChainsAndWideTreesGoWithoutRecursion) {
+    constexpr Int kDepth = 100000;
+    {
+        Ref<Node> root = MakeNode();
+        HierarchyObjectRef last = root;
+        for (Int i = 0; i < kDepth; ++i) {
+            Ref<Node> next = MakeNode();
+            ASSERT_TRUE(last->AddChild(i % 3, next));
+            ASSERT_TRUE(last->AddChild(1, MakeNode()));
+            last = next;
+        }
+        EXPECT_EQ(Node::instances, 2 * kDepth + 1);
+    }
+    EXPECT_EQ(Node::instances, 0);
+}
+
+TEST(Hierarchy, ChildrenThatOthersHoldSurviveTheirParent) {
+    Ref<Node> root = MakeNode();
+    const Ref<Node> child = MakeNode(), grandchild = MakeNode();
+    ASSERT_TRUE(root->AddChild(0, child));
+    ASSERT_TRUE(child->AddChild(0, grandchild));
+    root = nullptr;
+    EXPECT_FALSE(child->GetParent());
+    EXPECT_EQ(child->GetBranch(), -1);
+    EXPECT_FALSE(child->GetNext());
+    EXPECT_EQ(grandchild->GetParent(), child);
+    ASSERT_TRUE(MakeNode()->AddChild(0, child)) << "free to hang elsewhere";
+}
+
+TEST(Hierarchy, FailedAllocationsLeaveTheTreeWhole) {
+    const Ref<Node> child = MakeNode();
+    EXPECT_GE(FailEachAllocation([&]() -> Result<void> {
+                  const Ref<Node> root = TRY(NewObj<Node>());
+                  Result<void> added = root->AddChild(1, child);
+                  EXPECT_EQ(bool(child->GetParent()), bool(added));
+                  return added;
+              }),
+              4);
+}
+
+using Event = Observable<Result<void>(Int)>;
+
+TEST(Observable, RunsAllInOrderAndReturnsTheFirstError) {
+    Event event;
+    std::string log;
+    for (const char name : {'a', 'b', 'c', 'd'}) {
+        ASSERT_TRUE(event.AddObserver([&log, name](Int value) -> Result<void> {
+            log += name + std::to_string(value);
+            if (name == 'b' || name == 'c')
+                return IllegalStateError("@", name == 'b' ? "b" : "c");
+            return {};
+        }));
+    }
+    EXPECT_EQ(MessageOf(event.Notify(7)), "b");
+    EXPECT_EQ(log, "a7b7c7d7");
+    EXPECT_TRUE(Event().Notify(1));
+}
+
+TEST(Observable, ObserversMayComeAndGoDuringANotification) {
+    Event event;
+    std::string log;
+    Int numbers[4] = {};
+    const auto add = [&](int i, Delegate<Result<void>(Int)> observer) {
+        numbers[i] = event.AddObserver(std::move(observer)).TakeValue();
+    };
+    add(0, [&](Int) { return log += "a", Result<void>(); });
+    add(1, [&](Int) {
+        log += "b";
+        event.RemoveObserver(numbers[0]);  // one that has run
+        event.RemoveObserver(numbers[1]);  // itself
+        (void)event.AddObserver([&](Int) { return log += "e", Result<void>(); });
+        return Result<void>();
+    });
+    add(2, [&](Int) {
+        log += "c";
+        event.RemoveObserver(numbers[3]);  // one that has not
+        return Result<void>();
+    });
+    add(3, [&](Int) { return log += "d", Result<void>(); });
+    ASSERT_TRUE(event.Notify(0));
+    EXPECT_EQ(log, "abc");
+    ASSERT_TRUE(event.Notify(0));
+    EXPECT_EQ(log, "abcce");
+    EXPECT_EQ(event.GetObserverCount(), 2);
+}
+
+TEST(Delegate, CopiesMovesAndTests) {
+    Delegate<int(int)> empty;
+    EXPECT_FALSE(empty);
+    auto counted = std::make_shared<int>(10);
+    Delegate<int(int)> small = [counted](int x) { return *counted + x; };
+    Delegate<int(int)> copy = small;
+    EXPECT_EQ(counted.use_count(), 3);
+    empty = std::move(small);
+    EXPECT_FALSE(small);
+    EXPECT_EQ(counted.use_count(), 3);
+    EXPECT_EQ(empty(1) + copy(2), 23);
+    copy = nullptr;
+    empty = nullptr;
+    EXPECT_EQ(counted.use_count(), 1);
+
+    const std::array<Int, 20> many{1, 2, 3};
+    const auto large = [many, counted](int i) { return static_cast<int>(many[size_t(i)]) + *counted; };
+    Delegate<int(int)> shared = Delegate<int(int)>::Create(large).TakeValue();
+    const Delegate<int(int)> twin = shared;
+    shared = nullptr;
+    EXPECT_EQ(twin(2), 13);
+    EXPECT_EQ(FailEachAllocation([&] { return Delegate<int(int)>::Create(large); }), 1);
+}
+
+TEST(Cancel, ScopesNestAndBelongToTheirThread) {
+    CancelToken outer, inner;
+    EXPECT_FALSE(IsCurrentThreadCancelled());
+    {
+        const CancelScope outerScope(outer);
+        {
+            const CancelScope innerScope(inner);
+            inner.Cancel();
+            EXPECT_TRUE(IsCurrentThreadCancelled());
+            inner.Reset();
+            outer.Cancel();
+            EXPECT_TRUE(IsCurrentThreadCancelled()) << "an outer request reaches inner work";
+            outer.Reset();
+            inner.Cancel();
+        }
+        EXPECT_FALSE(IsCurrentThreadCancelled()) << "an inner request ends with its scope";
+        outer.Cancel();
+        bool other = true;
+        std::thread([&] { other = IsCurrentThreadCancelled(); }).join();
+        EXPECT_FALSE(other);
+    }
+    EXPECT_FALSE(IsCurrentThreadCancelled());
+}
+
+TEST(Cancel, AnotherThreadStopsTheWork) {
+    CancelToken token;
+    std::atomic<bool> working = false;
+    std::thread worker([&] {
+        const CancelScope scope(token);
+        working = true;
+        while (!IsCurrentThreadCancelled())
+            std::this_thread::yield();
+    });
+    while (!working)
+        std::this_thread::yield();
+    token.Cancel();
+    worker.join();
+}
+
+TEST(Crc32c, KnownVectors) {
+    std::string rising(32, 0), falling(32, 0);
+    for (int i = 0; i < 32; ++i)
+        rising[size_t(i)] = static_cast<char>(i), falling[size_t(i)] = static_cast<char>(31 - i);
+    const struct {
+        std::string bytes;
+        uint32_t crc;
+    } cases[] = {
+        {"", 0},
+        {"123456789", 0xE3069283},
+        {std::string(32, 0), 0x8A9136AA},
+        {std::string(32, '\xFF'), 0x62A8AB43},
+        {rising, 0x46DD794E},
+        {falling, 0x113FDB5C},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ComputeCrc32c(AsBlock(c.bytes)), c.crc);
+        for (size_t cut = 0; cut <= c.bytes.size(); ++cut) {
+            const std::string_view bytes(c.bytes);
+            EXPECT_EQ(ComputeCrc32c(AsBlock(bytes.substr(cut)), ComputeCrc32c(AsBlock(bytes.substr(0, cut)))), c.crc);
+        }
+    }
+}
+
+std::string ReportedProperties() {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    WriteCrashReportProperties(ends[1]);
+    close(ends[1]);
+    std::string text(65536, 0);
+    const ssize_t count = read(ends[0], text.data(), text.size());
+    close(ends[0]);
+    text.resize(size_t(std::max<ssize_t>(count, 0)));
+    return text;
+}
+
+TEST(CrashReport, ShowsPropertiesWhileTheyLive) {
+    EXPECT_EQ(ReportedProperties(), "");
+    {
+        const CrashReportProperty url("Url", "/tmp/a\nb.png");
+        {
+            const CrashReportProperty time("Time", "1.5 s");
+            EXPECT_EQ(ReportedProperties(), "Url: /tmp/a b.png\nTime: 1.5 s\n");
+            EXPECT_EQ(GetCrashReportPropertyCount(), 2);
+        }
+        EXPECT_EQ(ReportedProperties(), "Url: /tmp/a b.png\n");
+    }
+    EXPECT_EQ(GetCrashReportPropertyCount(), 0);
+}
+
+TEST(CrashReport, CutsLongValuesBetweenCharactersAndSurvivesOverflow) {
+    {
+        const CrashReportProperty cut("Long", std::string(254, 'x') + "\xC3\xA4");
+        EXPECT_EQ(ReportedProperties(), "Long: " + std::string(254, 'x') + "\n");
+    }
+    std::vector<std::unique_ptr<CrashReportProperty>> many;
+    for (int i = 0; i < 100; ++i)
+        many.push_back(std::make_unique<CrashReportProperty>("n", String("v")));
+    EXPECT_EQ(GetCrashReportPropertyCount(), 64);
+    while (!many.empty())
+        many.pop_back();
+    EXPECT_EQ(GetCrashReportPropertyCount(), 0);
+}
+
+TEST(CrashReport, ReadersNeverSeeATornValue) {
+    std::atomic<bool> done = false;
+    std::thread writer([&] {
+        for (int i = 0; !done; ++i)
+            const CrashReportProperty property("p", String(std::string(200, i % 2 ? 'a' : 'b')));
+    });
+    const std::string a = "p: " + std::string(200, 'a') + "\n", b = "p: " + std::string(200, 'b') + "\n";
+    for (int i = 0; i < 2000; ++i) {
+        const std::string text = ReportedProperties();
+        ASSERT_TRUE(text.empty() || text == a || text == b) << text;
+    }
+    done = true;
+    writer.join();
+}
+
+TEST(SpinLock, ExcludesAndYields) {
+    static std::atomic<int> yields;
+    yields = 0;
+    for (unsigned spins = 0; spins < 64; ++spins)
+        SpinBackoff(spins, [] { ++yields; });
+    EXPECT_EQ(yields, 4) << "after every 16th try";
+    SpinLock lock;
+    int counter = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                const std::lock_guard guard(lock);
+                ++counter;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(counter, 80000);
+}
+
+}  // namespace
+}  // namespace orvik

@@ -1,0 +1,374 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+#include <thread>
+
+#include "orvik/iomemory.h"
+#include "test_helpers.h"
+
+namespace orvik {
+namespace {
+
+constexpr Int kWindow = 64 << 10;
+
+std::string ReadExactly(InputStreamInterface& stream, Int count) {
+    std::string bytes(static_cast<size_t>(count), '?');
+    const Result<void> read = stream.Read(bytes.data(), bytes.size());
+    return read ? bytes : "error: " + MessageOf(read);
+}
+
+/// The same bytes behind every kind of seekable stream.
+struct Source {
+    const char* name;
+    std::function<InputStreamRef()> open;
+};
+
+class SeekableStreams : public testing::Test {
+protected:
+    SeekableStreams() {
+        const Url url = _folder.Write("data", _bytes);
+        _memory = CreateMemoryFile(AsBlock(_bytes)).TakeValue();
+        _padded = _folder.Write("padded", "head" + _bytes + "tail");
+        _sources = {
+            {"file", [=] { return url.OpenInputStream().TakeValue(); }},
+            {"in-out file", [=] { return url.OpenInOutputStream().TakeValue().first; }},
+            {"memory", [=, this] { return OpenMemoryInput(_memory).TakeValue(); }},
+            {"part of a file",
+             [=, this] {
+                 return OpenSubStream(_padded.OpenInputStream().TakeValue(), 4, static_cast<Int>(_bytes.size())).TakeValue();
+             }},
+        };
+    }
+
+    TempFolder _folder;
+    const std::string _bytes = PatternBytes(size_t(kWindow) * 3 + 1234);
+    MemoryFileRef _memory;
+    Url _padded;
+    std::vector<Source> _sources;
+};
+
+TEST_F(SeekableStreams, ReadAcrossEveryWindowBoundary) {
+    const Int length = static_cast<Int>(_bytes.size());
+    for (const Source& source : _sources) {
+        SCOPED_TRACE(source.name);
+        for (const Int boundary : {kWindow, 2 * kWindow, length}) {
+            for (const Int before : {Int(0), Int(1), Int(2), Int(7), kWindow - 1, kWindow, kWindow + 1}) {
+                for (const Int count : {Int(0), Int(1), Int(2), Int(9), kWindow - 1, kWindow, kWindow + 3, 2 * kWindow}) {
+                    const Int start = boundary - before;
+                    if (start < 0 || start + count > length)
+                        continue;
+                    const InputStreamRef stream = source.open();
+                    ASSERT_TRUE(stream->Seek(start));
+                    ASSERT_EQ(ReadExactly(*stream, count), _bytes.substr(size_t(start), size_t(count)))
+                        << start << " + " << count;
+                    ASSERT_EQ(stream->GetPosition(), start + count);
+                    const Int rest = std::min(Int(5), length - start - count);
+                    ASSERT_EQ(ReadExactly(*stream, rest), _bytes.substr(size_t(start + count), size_t(rest)));
+                    ASSERT_EQ(stream->BytesAvailable(), length - start - count - rest);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(SeekableStreams, RandomSeeksSkipsAndReads) {
+    const Int length = static_cast<Int>(_bytes.size());
+    for (const Source& source : _sources) {
+        SCOPED_TRACE(source.name);
+        const InputStreamRef stream = source.open();
+        uint32_t random = 7;
+        const auto next = [&](Int limit) {
+            random = random * 1664525 + 1013904223;
+            return static_cast<Int>(random >> 8) % (limit + 1);
+        };
+        Int position = 0;
+        for (int step = 0; step < 2000; ++step) {
+            if (step % 3 == 0) {
+                position = next(length);
+                ASSERT_TRUE(stream->Seek(position));
+            } else if (step % 3 == 1) {
+                const Int skipped = next(std::min(length - position, Int(300)));
+                ASSERT_TRUE(stream->Skip(skipped));
+                position += skipped;
+            }
+            const Int count = next(std::min(length - position, step % 5 ? Int(64) : Int(100000)));
+            ASSERT_EQ(ReadExactly(*stream, count), _bytes.substr(size_t(position), size_t(count)));
+            position += count;
+            ASSERT_EQ(stream->GetPosition(), position);
+        }
+    }
+}
+
+TEST_F(SeekableStreams, TheEnd) {
+    const Int length = static_cast<Int>(_bytes.size());
+    for (const Source& source : _sources) {
+        SCOPED_TRACE(source.name);
+        const InputStreamRef stream = source.open();
+        EXPECT_EQ(stream->GetStreamLength().GetValueOr(-1), length);
+        EXPECT_TRUE(stream->SeekSupported());
+        EXPECT_EQ(ErrorIdOf(stream->Seek(length + 1)), "net.orvik.error.io");
+        EXPECT_EQ(ErrorIdOf(stream->Seek(-1)), "net.orvik.error.io");
+        EXPECT_EQ(ErrorIdOf(stream->Skip(-1)), "net.orvik.error.io");
+        EXPECT_EQ(ErrorIdOf(stream->Skip(length + 1)), "net.orvik.error.io");
+        EXPECT_EQ(ErrorIdOf(stream->Skip(INT64_MAX)), "net.orvik.error.io");
+        EXPECT_EQ(stream->GetPosition(), 0) << "refused moves leave the position";
+        ASSERT_TRUE(stream->Seek(length - 3));
+        std::byte block[8];
+        EXPECT_EQ(stream->ReadEOS(block).GetValueOr(-1), 3);
+        EXPECT_EQ(std::memcmp(block, _bytes.data() + length - 3, 3), 0);
+        EXPECT_EQ(stream->ReadEOS(block).GetValueOr(-1), 0);
+        EXPECT_TRUE(stream->Read({}));
+        EXPECT_TRUE(stream->Skip(0));
+        EXPECT_EQ(stream->BytesAvailable(), 0);
+        ASSERT_TRUE(stream->Seek(length - 3));
+        EXPECT_THAT(MessageOf(stream->Read(block)), testing::StartsWith("unexpected end of file"));
+        std::vector<std::byte> large(_bytes.size() + 10);
+        ASSERT_TRUE(stream->Seek(1));
+        EXPECT_EQ(stream->ReadEOS(large).GetValueOr(-1), length - 1);
+        ASSERT_TRUE(stream->Seek(0));
+        EXPECT_EQ(ReadExactly(*stream, 4), _bytes.substr(0, 4));
+        ASSERT_TRUE(stream->Close());
+        EXPECT_TRUE(stream->Close());
+    }
+}
+
+TEST(InputStream, LargeReadsDoNotCostAnAllocation) {
+    const TempFolder folder;
+    const InputStreamRef stream = folder.Write("x", PatternBytes(300000)).OpenInputStream().TakeValue();
+    std::vector<std::byte> block(250000);
+    SetAllocationFault(1, true);
+    const Result<void> read = stream->Read(block);
+    SetAllocationFault(0);
+    EXPECT_TRUE(read);
+}
+
+TEST(InputStream, EmptyFilesAndParts) {
+    const TempFolder folder;
+    const Url empty = folder.Write("empty", "");
+    std::byte byte;
+    for (const InputStreamRef& stream :
+         {empty.OpenInputStream().TakeValue(), OpenMemoryInput(Block<const std::byte>()).TakeValue(),
+          OpenSubStream(empty.OpenInputStream().TakeValue(), 0, 0).TakeValue()}) {
+        EXPECT_EQ(stream->GetStreamLength().GetValueOr(-1), 0);
+        EXPECT_EQ(stream->ReadEOS({&byte, 1}).GetValueOr(-1), 0);
+        EXPECT_TRUE(stream->Seek(0));
+        EXPECT_FALSE(stream->Seek(1));
+        EXPECT_FALSE(stream->Read(&byte, 1));
+    }
+    const InputStreamRef nine = OpenMemoryInput(AsBlock("012345678")).TakeValue();
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, 5, 5)), "net.orvik.error.io");
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, -1, 2)), "net.orvik.error.illegalargument");
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, INT64_MAX, 2)), "net.orvik.error.illegalargument");
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nullptr, 0, 0)), "net.orvik.error.nullptr");
+    const InputStreamRef part = OpenSubStream(nine, 2, 5).TakeValue();
+    const InputStreamRef inner = OpenSubStream(part, 1, 3).TakeValue();
+    EXPECT_EQ(ReadExactly(*inner, 3), "345");
+    EXPECT_FALSE(inner->Skip(1));
+}
+
+TEST(InputStream, NullAndUnresolvedStreamsAnswerErrors) {
+    std::byte block[4];
+    for (const InputStreamRef& stream : {InputStreamRef(), InputStreamRef::Unresolved()}) {
+        const std::string expected = stream.GetObject() ? "net.orvik.error.unresolved" : "net.orvik.error.nullptr";
+        EXPECT_EQ(ErrorIdOf(stream->Read(block)), expected);
+        EXPECT_EQ(ErrorIdOf(stream->ReadEOS(block)), expected);
+        EXPECT_EQ(ErrorIdOf(stream->Seek(3)), expected);
+        EXPECT_EQ(ErrorIdOf(stream->Skip(3)), expected);
+        EXPECT_EQ(ErrorIdOf(stream->GetStreamLength()), expected);
+        EXPECT_EQ(stream->GetPosition(), 0);
+        EXPECT_FALSE(stream->SeekSupported());
+    }
+}
+
+TEST(InputStream, PipesReadForwardOnly) {
+    const TempFolder folder;
+    const Url url = folder / "pipe";
+    ASSERT_EQ(mkfifo(url.GetSystemPath().c_str(), 0600), 0);
+    const std::string bytes = PatternBytes(300000);
+    std::thread writer([&] {
+        const OutputStreamRef out = url.OpenOutputStream().TakeValue();
+        EXPECT_FALSE(out->Seek(10));
+        for (size_t i = 0; i < bytes.size(); i += 7777)
+            EXPECT_TRUE(out->Write(bytes.data() + i, std::min<size_t>(7777, bytes.size() - i)));
+        EXPECT_TRUE(out->Close());
+    });
+    const InputStreamRef in = url.OpenInputStream().TakeValue();
+    EXPECT_FALSE(in->SeekSupported());
+    EXPECT_EQ(ErrorIdOf(in->GetStreamLength()), "net.orvik.error.io");
+    EXPECT_EQ(in->BytesAvailable(), -1);
+    EXPECT_EQ(ReadExactly(*in, 10), bytes.substr(0, 10));
+    EXPECT_TRUE(in->Seek(100000)) << "forward seeks read on";
+    EXPECT_EQ(ReadExactly(*in, 100000), bytes.substr(100000, 100000));
+    EXPECT_FALSE(in->Seek(5));
+    EXPECT_EQ(in->GetPosition(), 200000);
+    EXPECT_TRUE(in->Skip(99990));
+    EXPECT_FALSE(in->Skip(11));
+    std::byte byte;
+    EXPECT_EQ(in->ReadEOS({&byte, 1}).GetValueOr(-1), 0);
+    writer.join();
+}
+
+/// Every kind of output over the same steps: overwriting, seeking back, gaps, blocks around the buffer's size.
+TEST(OutputStream, WritesSeeksAndGaps) {
+    const TempFolder folder;
+    const MemoryFileRef memory = CreateMemoryFile(AsBlock("removed first")).TakeValue();
+    const Url file = folder.Write("out", "removed first");
+    const Url inOut = folder / "inout";
+    const struct {
+        const char* name;
+        OutputStreamRef stream;
+        std::function<std::string()> content;
+    } targets[] = {
+        {"file", file.OpenOutputStream().TakeValue(), [&] { return folder.Read("out"); }},
+        {"in-out file", inOut.OpenInOutputStream().TakeValue().second, [&] { return folder.Read("inout"); }},
+        {"memory", OpenMemoryOutput(memory).TakeValue(),
+         [&] {
+             const auto& bytes = memory->GetBytes();
+             return std::string(reinterpret_cast<const char*>(bytes.GetFirst()), size_t(bytes.GetCount()));
+         }},
+    };
+    const std::string pattern = PatternBytes(size_t(kWindow) * 2 + 5);
+    for (const auto& target : targets) {
+        SCOPED_TRACE(target.name);
+        OutputStreamInterface& out = *target.stream;
+        std::string expected;
+        const auto write = [&](std::string_view bytes, size_t position) {
+            if (expected.size() < position + bytes.size() && !bytes.empty())
+                expected.resize(position + bytes.size());
+            expected.replace(position, bytes.size(), bytes);
+            EXPECT_TRUE(out.Write(bytes.data(), bytes.size()));
+            EXPECT_EQ(out.GetPosition().GetValueOr(-1), Int(position + bytes.size()));
+        };
+        write("header", 0);
+        for (const size_t size : {size_t(1), size_t(kWindow) - 7, size_t(2), size_t(kWindow), size_t(kWindow) * 2 + 5, size_t(0)})
+            write(std::string_view(pattern).substr(0, size), expected.size());
+        ASSERT_TRUE(out.Seek(2));
+        write("AD", 2);
+        const size_t far = expected.size() + 100000;
+        ASSERT_TRUE(out.Seek(Int(far)));
+        write("end", far);
+        EXPECT_EQ(ErrorIdOf(out.Seek(-1)), "net.orvik.error.io");
+        ASSERT_TRUE(out.Flush());
+        EXPECT_EQ(target.content(), expected) << "flushed";
+        write("!", expected.size());
+        ASSERT_TRUE(out.Close());
+        EXPECT_TRUE(out.Close());
+        EXPECT_EQ(target.content(), expected);
+        EXPECT_EQ(ErrorIdOf(out.Write("x", 1)), "net.orvik.error.io") << "closed";
+    }
+}
+
+TEST(OutputStream, WhatIsNotClosedIsWrittenAtTheEnd) {
+    const TempFolder folder;
+    ASSERT_TRUE((folder / "x").OpenOutputStream().TakeValue()->Write("abc", 3));
+    EXPECT_EQ(folder.Read("x"), "abc");
+}
+
+TEST(OutputStream, AFullDiskShowsAtTheLatestOnClose) {
+    const std::string large(size_t(kWindow) + 1, 'x');
+    const auto open = [] { return Url("/dev/full").OpenOutputStream().TakeValue(); };
+    const std::string full = "cannot write: No space left on device";
+    OutputStreamRef out = open();
+    EXPECT_EQ(MessageOf(out->Write(large.data(), large.size())), full);
+    EXPECT_EQ(MessageOf(out->Write("x", 1)), full) << "the failure stays";
+    EXPECT_EQ(MessageOf(out->Close()), full);
+    EXPECT_TRUE(out->Close());
+    out = open();
+    EXPECT_TRUE(out->Write("x", 1));
+    EXPECT_EQ(MessageOf(out->Flush()), full);
+    out = open();
+    EXPECT_TRUE(out->Write("x", 1));
+    EXPECT_EQ(MessageOf(out->Close()), full);
+    out = open();
+    EXPECT_TRUE(out->Close()) << "nothing was written";
+}
+
+TEST(OutputStream, AFileSizeLimitIsAnErrorNotASignal) {
+    const TempFolder folder;
+    const pid_t child = fork();
+    if (child == 0) {  // the limit must not hit the other tests
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{100000, 100000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        OutputStreamRef out = (folder / "x").OpenOutputStream().TakeValue();
+        const std::string block(150000, 'x');
+        const bool refused = MessageOf(out->Write(block.data(), block.size())) == "cannot write: File too large";
+        _exit(refused && !out->Close() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(folder.Read("x").size(), 100000u) << "the short write before the error was kept";
+}
+
+TEST(OutputStream, OpeningAndWritingSurviveEachFailedAllocation) {
+    const TempFolder folder;
+    EXPECT_GE(FailEachAllocation([&]() -> Result<void> {
+                  OutputStreamRef out = TRY((folder / "x").OpenOutputStream());
+                  TRY(out->Write("abc", 3));
+                  TRY(out->Close());
+                  InputStreamRef in = TRY((folder / "x").OpenInputStream());
+                  std::byte block[3];
+                  return in->Read(block);
+              }),
+              4);
+    EXPECT_GE(FailEachAllocation([&]() -> Result<void> {
+                  const MemoryFileRef file = TRY(CreateMemoryFile());
+                  OutputStreamRef out = TRY(OpenMemoryOutput(file));
+                  for (int i = 0; i < 50; ++i)
+                      TRY(out->Write("abc", 3));
+                  return out->Close();
+              }),
+              4);
+}
+
+TEST(InOutStream, ReadersAndWritersShareThePosition) {
+    const TempFolder folder;
+    const MemoryFileRef memory = CreateMemoryFile(AsBlock("0123456789")).TakeValue();
+    const Url mounted = MountMemoryFile("in-out test", memory).TakeValue();
+    for (const Url& url : {folder.Write("x", "0123456789"), mounted}) {
+        auto [in, out] = url.OpenInOutputStream().TakeValue();
+        EXPECT_EQ(ReadExactly(*in, 2), "01");
+        EXPECT_EQ(out->GetPosition().GetValueOr(-1), 2);
+        ASSERT_TRUE(out->Write("AB", 2));
+        EXPECT_EQ(ReadExactly(*in, 2), "45");
+        ASSERT_TRUE(in->Seek(1));
+        ASSERT_TRUE(out->Write("C", 1));
+        EXPECT_EQ(ReadExactly(*in, 3), "AB4") << "writes show at once";
+        ASSERT_TRUE(out->Seek(12));
+        ASSERT_TRUE(out->Write("end", 3));
+        ASSERT_TRUE(in->Seek(0));
+        EXPECT_EQ(ReadExactly(*in, 15), std::string("0CAB456789\0\0end", 15));
+        ASSERT_TRUE(out->Close());
+    }
+    UnmountMemoryFile("in-out test");
+}
+
+TEST(MemoryUrl, MountsReplacesAndUnmounts) {
+    const Url url = MountMemoryFile("block.bin", CreateMemoryFile(AsBlock("one")).TakeValue()).TakeValue();
+    EXPECT_EQ(url.GetUrl(), String("memory:block.bin"));
+    EXPECT_EQ(url.IoDetect(), IODETECT::FILE);
+    const InputStreamRef before = url.OpenInputStream().TakeValue();
+    ASSERT_TRUE(MountMemoryFile("block.bin", CreateMemoryFile(AsBlock("three")).TakeValue()));
+    EXPECT_EQ(ReadExactly(*before, 3), "one") << "an open stream keeps its block";
+    EXPECT_EQ(ReadExactly(*url.OpenInputStream().TakeValue(), 5), "three");
+    EXPECT_EQ(before->GetUrl(), url);
+    OutputStreamRef out = url.OpenOutputStream().TakeValue();
+    ASSERT_TRUE(out->Write("4", 1));
+    EXPECT_EQ(url.GetSizeAndTime().TakeValue().first, 1);
+    ASSERT_TRUE(url.IoDelete());
+    EXPECT_EQ(url.IoDetect(), IODETECT::NONEXISTENT);
+    EXPECT_FALSE(FindMemoryFile("block.bin"));
+    EXPECT_EQ(ErrorIdOf(MountMemoryFile("x", nullptr)), "net.orvik.error.nullptr");
+    ASSERT_TRUE(Url("memory:fresh").OpenOutputStream().TakeValue()->Write("new", 3));
+    EXPECT_EQ(ReadExactly(*Url("memory:fresh").OpenInputStream().TakeValue(), 3), "new");
+    UnmountMemoryFile("fresh");
+}
+
+}  // namespace
+}  // namespace orvik

@@ -1,0 +1,151 @@
+#include <clocale>
+#include <cmath>
+#include <limits>
+
+#include "orvik/timevalue.h"
+#include "test_helpers.h"
+
+namespace orvik {
+namespace {
+
+std::string TextOf(const Result<String>& text) { return text ? std::string(text->GetText()) : "error"; }
+
+TEST(Format, ReplacesPlaceholdersInOrder) {
+    struct NoText {};
+    struct Shown {
+        String ToString() const { return "shown"; }
+    };
+    enum class Colour { Red = 3 };
+    const struct {
+        String text;
+        const char* expected;
+    } cases[] = {
+        {FormatString("plain"), "plain"},
+        {FormatString("@ and @", 1, "two"), "1 and two"},
+        {FormatString("@@@", 1, 2, 3), "123"},
+        {FormatString("0x@{x}, @{x}", 48879, uint8_t(10)), "0xbeef, a"},
+        {FormatString("@{x}", -1), "ffffffffffffffff"},
+        {FormatString("@{q}|@{}", 12, 13), "12|13"},
+        {FormatString("@ @", 1), "1 @"},
+        {FormatString("@ @{x}"), "@ @{x}"},
+        {FormatString("@", 1, 2), "1"},
+        {FormatString("@{x", 255), "255{x"},
+        {FormatString("@", "a@b"), "a@b"},
+        {FormatString("@ @", "@", 2), "@ 2"},
+        {FormatString("@ @", true, false), "true false"},
+        {FormatString("@ @", NoText(), Shown()), "<value> shown"},
+        {FormatString("@", Colour::Red), "3"},
+        {FormatString("@", Id("net.orvik.x")), "net.orvik.x"},
+        {FormatString("@", INT64_MIN), "-9223372036854775808"},
+        {FormatString("@", UINT64_MAX), "18446744073709551615"},
+        {FormatString("@", String("\xC3\xA4")), "\xC3\xA4"},
+        {FormatString("@", TimeValue::FromSeconds(1.5)), "1.5 s"},
+        {FormatString("@", TimeValue::None()), "<none>"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.text.GetText(), c.expected);
+}
+
+TEST(Format, NumbersAreShortAndFreeOfTheLocale) {
+    const char* before = std::setlocale(LC_ALL, nullptr);
+    const std::string kept = before ? before : "C";
+    std::setlocale(LC_ALL, "de_DE.UTF-8");  // a machine without it tests the rest
+    const struct {
+        double value;
+        const char* expected;
+    } cases[] = {{1.5, "1.5"},
+                 {1.0, "1"},
+                 {0.1, "0.1"},
+                 {-0.0, "-0"},
+                 {1e300, "1e+300"},
+                 {100000.0, "100000"},
+                 {std::nan(""), "nan"},
+                 {-std::nan(""), "nan"},
+                 {std::numeric_limits<double>::infinity(), "inf"},
+                 {-std::numeric_limits<double>::infinity(), "-inf"},
+                 {0.1 + 0.2, "0.30000000000000004"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(FormatString("@", c.value).GetText(), c.expected);
+    std::setlocale(LC_ALL, kept.c_str());
+}
+
+TEST(String, InvalidUtf8BecomesReplacementCharacters) {
+    const struct {
+        const char* what;
+        std::string bytes, expected;
+    } cases[] = {
+        {"ascii", "abc", "abc"},
+        {"all lengths", "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80", "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"},
+        {"lone byte", "a\xFFz", "a\xEF\xBF\xBDz"},
+        {"cut at the end", "a\xE2\x82", "a\xEF\xBF\xBD"},
+        {"zero inside", std::string("a\0b", 3), std::string("a\0b", 3)},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(TextOf(String::Create(c.bytes)), c.expected) << c.what;
+    // However many replacements stand for these, nothing invalid remains and what is around them stays.
+    for (const std::string bad : {"\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xC3", "\x80\x80"}) {
+        const std::string text = TextOf(String::Create("<" + bad + ">"));
+        EXPECT_THAT(text, testing::StartsWith("<\xEF\xBF\xBD"));
+        EXPECT_EQ(text.back(), '>');
+        EXPECT_EQ(TextOf(String::FromSystemText(text)), text);
+    }
+}
+
+TEST(String, ConvertsUtf16Utf32AndLatin1) {
+    EXPECT_EQ(TextOf(String::FromUtf16(u"a\u00E4\u20AC\U0001F600")), "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
+    const char16_t lone[] = {0xDC00, 'x', 0xD800, 'y', 0xD83D};
+    EXPECT_EQ(TextOf(String::FromUtf16({lone, 5})), "\xEF\xBF\xBDx\xEF\xBF\xBDy\xEF\xBF\xBD");
+    const char32_t wide[] = {0x1F600, 0xD800, 0x110000, 'k'};
+    EXPECT_EQ(TextOf(String::FromUtf32({wide, 4})), "\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBDk");
+    EXPECT_EQ(TextOf(String::FromLatin1("a\xE4\xFF")), "a\xC3\xA4\xC3\xBF");
+    EXPECT_EQ(TextOf(String::FromSystemText("a\xE4")), "a\xC3\xA4") << "not UTF-8, hence Latin-1";
+    EXPECT_EQ(TextOf(String::FromSystemText("a\xC3\xA4")), "a\xC3\xA4");
+
+    const String text("a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
+    EXPECT_EQ(text.GetLength(), 4);
+    EXPECT_EQ(text.ToUtf16().TakeValue(), u"a\u00E4\u20AC\U0001F600");
+    EXPECT_EQ(text.ToUtf32().TakeValue(), U"a\u00E4\u20AC\U0001F600");
+    EXPECT_EQ(text.ToLatin1().TakeValue(), "a\xE4??");
+}
+
+TEST(String, AppendLeavesCopiesAlone) {
+    String text("ab");
+    const String copy = text;
+    ASSERT_TRUE(text.Append("cd"));
+    ASSERT_TRUE(text.Append(text));
+    const String second = text;
+    ASSERT_TRUE(text.Append("!"));
+    ASSERT_TRUE(text.Append(String()));
+    EXPECT_EQ(copy, String("ab"));
+    EXPECT_EQ(second, String("abcdabcd"));
+    EXPECT_STREQ(text.GetCString(), "abcdabcd!");
+    String self = text;
+    ASSERT_TRUE(self.Append(self));
+    EXPECT_EQ(self, String("abcdabcd!abcdabcd!"));
+}
+
+TEST(String, ReportsLackOfMemory) {
+    EXPECT_EQ(FailEachAllocation([] { return String::Create("some text"); }), 1);
+    EXPECT_EQ(FailEachAllocation([] { return String::FromLatin1("\xE4"); }), 1);
+    SetAllocationFault(1);
+    EXPECT_TRUE(String("short").IsEmpty()) << "the implicit form gives the empty text";
+    SetAllocationFault(0);
+    String text("kept");
+    const String more("more");
+    SetAllocationFault(1);
+    EXPECT_EQ(ErrorIdOf(text.Append(more)), "net.orvik.error.outofmemory");
+    SetAllocationFault(0);
+    EXPECT_EQ(text, String("kept"));
+}
+
+TEST(String, SearchesAndLowersAsciiOnly) {
+    EXPECT_EQ(String("AbC\xC3\x84").ToLower(), String("abc\xC3\x84"));
+    EXPECT_TRUE(String("Linear sRGB profile").ContainsIgnoringCase("SRGB"));
+    EXPECT_FALSE(String("Linear").ContainsIgnoringCase("sRGB"));
+    EXPECT_TRUE(String().ContainsIgnoringCase(""));
+    EXPECT_EQ(String("a").GetHashCode(), String(std::string("a")).GetHashCode());
+    EXPECT_LT(String("a"), String("b"));
+}
+
+}  // namespace
+}  // namespace orvik

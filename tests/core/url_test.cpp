@@ -1,0 +1,155 @@
+#include <unistd.h>
+
+#include <set>
+
+#include "orvik/iobrowse.h"
+#include "orvik/iomemory.h"
+#include "test_helpers.h"
+
+namespace orvik {
+namespace {
+
+std::string Text(const String& text) { return std::string(text.GetText()); }
+
+TEST(Url, TakesNamesApart) {
+    const struct {
+        const char *text, *path, *name, *suffix, *directory;
+    } cases[] = {
+        {"/tmp/a.png", "/tmp/a.png", "a.png", "png", "/tmp"},
+        {"a.png", "a.png", "a.png", "png", "."},
+        {"dir/a", "dir/a", "a", "", "dir"},
+        {"/a.tar.gz", "/a.tar.gz", "a.tar.gz", "gz", "/"},
+        {"/d.ir/name", "/d.ir/name", "name", "", "/d.ir"},
+        {"/home/.profile", "/home/.profile", ".profile", "", "/home"},
+        {"/home/.a.png", "/home/.a.png", ".a.png", "png", "/home"},
+        {"ends.", "ends.", "ends.", "", "."},
+        {"/tmp/folder/", "/tmp/folder/", "folder", "", "/tmp"},
+        {"/", "/", "/", "", "/"},
+        {"file:///tmp/a%20b%C3%A4.png", "/tmp/a b\xC3\xA4.png", "a b\xC3\xA4.png", "png", "/tmp"},
+        {"file://localhost/tmp/x", "/tmp/x", "x", "", "/tmp"},
+        {"FILE:/tmp/x", "/tmp/x", "x", "", "/tmp"},
+        {"file:///100%/a%zz%4", "/100%/a%zz%4", "a%zz%4", "", "/100%"},
+        {"file:///a%00b", "/a%00b", "a%00b", "", "/"},
+        {"/plain/a%20b", "/plain/a%20b", "a%20b", "", "/plain"},
+        {"memory:some/name.bmp", "some/name.bmp", "name.bmp", "bmp", "some"},
+        {"frames_@{04}.png", "frames_@{04}.png", "frames_@{04}.png", "png", "."},
+    };
+    for (const auto& c : cases) {
+        const Url url(c.text);
+        EXPECT_EQ(url.GetSystemPath(), c.path) << c.text;
+        EXPECT_EQ(Text(url.GetName()), c.name == std::string("/") ? "" : c.name) << c.text;
+        EXPECT_EQ(Text(url.GetSuffix()), c.suffix) << c.text;
+        EXPECT_EQ(Text(url.GetPath()), c.directory) << c.text;
+        EXPECT_EQ(url.GetDirectory().GetSystemPath(), c.directory) << c.text;
+    }
+    EXPECT_EQ(Url("memory:x").GetScheme(), "memory");
+    EXPECT_EQ(Url("MEMORY:x").GetUrl(), String("memory:x"));
+    EXPECT_EQ(Url("memory.png").GetScheme(), "file");
+    EXPECT_TRUE(Url().IsEmpty());
+    EXPECT_NE(Url("memory:x"), Url("x"));
+}
+
+TEST(Url, KeepsTheBytesOfForeignNames) {
+    const Url url = Url::FromSystemPath("/tmp/\xE4.png");
+    EXPECT_EQ(url.GetSystemPath(), "/tmp/\xE4.png");
+    EXPECT_EQ(Text(url.GetName()), "\xC3\xA4.png") << "shown as Latin-1";
+    EXPECT_EQ(Url::FromSystemPath("memory:x").GetScheme(), "file");
+}
+
+TEST(Url, ChangesSuffixesAndAppends) {
+    const struct {
+        const char *text, *suffix, *expected;
+    } cases[] = {{"/a/b.png", "bmp", "/a/b.bmp"}, {"/a.d/b", "bmp", "/a.d/b.bmp"},   {"b.tar.gz", "z", "b.tar.z"},
+                 {"/a/b.png", "", "/a/b"},        {"/a/.rc", "png", "/a/.rc.png"}};
+    for (const auto& c : cases) {
+        Url url(c.text);
+        url.SetSuffix(c.suffix);
+        EXPECT_EQ(url.GetSystemPath(), c.expected);
+    }
+    Url url("/a");
+    ASSERT_TRUE(url.Append("b"));
+    ASSERT_TRUE(url.Append("c.png"));
+    EXPECT_EQ(url, Url("/a/b/c.png"));
+    Url root("/");
+    ASSERT_TRUE(root.Append("x"));
+    EXPECT_EQ(root, Url("/x"));
+}
+
+TEST(Url, CopiesCarryTheirData) {
+    static constexpr Key<Float> kRate{"net.orvik.test.rate"};
+    Url url("a_@{04}.png");
+    ASSERT_TRUE(url.GetData().Set(kRate, 25.0));
+    Url copy = url;
+    ASSERT_TRUE(copy.GetData().Set(kRate, 50.0));
+    const Data boxed = Data::Create(url).TakeValue();
+    EXPECT_EQ(boxed.GetIf<Url>()->GetData().Get(kRate, 0.0), 25.0);
+    EXPECT_EQ(copy.GetData().Get(kRate, 0.0), 50.0);
+    EXPECT_EQ(copy, url) << "the same resource";
+    EXPECT_EQ(copy.GetHashCode(), url.GetHashCode());
+}
+
+TEST(Url, LooksAtTheFileSystem) {
+    const TempFolder folder;
+    const Url file = folder.Write("a", "12345");
+    EXPECT_EQ(file.IoDetect(), IODETECT::FILE);
+    EXPECT_EQ(file.GetDirectory().IoDetect(), IODETECT::DIRECTORY);
+    EXPECT_EQ((folder / "none").IoDetect(), IODETECT::NONEXISTENT);
+    EXPECT_EQ(file.GetSizeAndTime().TakeValue().first, 5);
+    EXPECT_EQ(MessageOf((folder / "none").GetSizeAndTime()), "cannot open: No such file or directory");
+    ASSERT_TRUE(file.IoDelete());
+    EXPECT_EQ(file.IoDetect(), IODETECT::NONEXISTENT);
+    EXPECT_EQ(MessageOf(file.IoDelete()), "cannot delete: No such file or directory");
+}
+
+TEST(Url, OpenFailuresAreOneClearLineAndNameTheUrl) {
+    const TempFolder folder;
+    folder.Write("file", "x");
+    const struct {
+        Url url;
+        bool write;
+        const char* message;
+    } cases[] = {
+        {folder / "none", false, "cannot open: No such file or directory"},
+        {folder / "", false, "cannot open: Is a directory"},
+        {folder / "", true, "cannot open: Is a directory"},
+        {folder / "none/file", true, "cannot open: No such file or directory"},
+        {folder / "file/x", false, "cannot open: Not a directory"},
+        {Url(), false, "cannot open: No such file or directory"},
+        {Url::FromSystemPath(std::string("/dev/null\0.png", 14)), true, "cannot open: Invalid argument"},
+        {Url("memory:no such block"), false, "cannot open: No such file or directory"},
+    };
+    for (const auto& c : cases) {
+        const Error error = c.write ? Error(c.url.OpenOutputStream().GetError()) : Error(c.url.OpenInputStream().GetError());
+        ASSERT_TRUE(error) << Text(c.url.GetUrl());
+        EXPECT_EQ(Text(error->ToString()), c.message) << Text(c.url.GetUrl());
+        ASSERT_TRUE(error->IsKindOf(errorid::kIo));
+        EXPECT_EQ(dynamic_cast<const IoErrorInterface&>(*error).GetUrl(), c.url);
+    }
+}
+
+TEST(Browse, ListsEveryEntryOnce) {
+    const TempFolder folder;
+    for (const char* name : {"a.png", ".hidden", "memory:x", "\xE4\xF6"})
+        folder.Write(name, "x");
+    std::filesystem::create_directory(folder.GetPath() / "sub");
+    std::filesystem::create_symlink("nowhere", folder.GetPath() / "broken");
+    std::set<std::string> found;
+    const BrowseIteratorRef browse = (folder / "").GetBrowseIterator().TakeValue();
+    EXPECT_TRUE(browse->GetCurrent().IsEmpty()) << "not stepped to the first entry";
+    while (browse->GetNext().GetValueOr(false)) {
+        const Url url = browse->GetCurrent();
+        EXPECT_EQ(url.GetScheme(), "file");
+        const std::string name = std::filesystem::path(url.GetSystemPath()).filename();
+        EXPECT_TRUE(found.insert(name).second) << name;
+        EXPECT_EQ(browse->IsDirectory(), name == "sub");
+    }
+    EXPECT_EQ(found, (std::set<std::string>{"a.png", ".hidden", "memory:x", "\xE4\xF6", "sub", "broken"}));
+    EXPECT_FALSE(browse->GetNext().GetValueOr(true)) << "the end stays the end";
+    EXPECT_TRUE(browse->GetCurrent().IsEmpty());
+    EXPECT_EQ(MessageOf((folder / "none").GetBrowseIterator()), "cannot list: No such file or directory");
+    EXPECT_EQ(MessageOf((folder / "a.png").GetBrowseIterator()), "cannot list: Not a directory");
+    EXPECT_EQ(ErrorIdOf(Url("memory:x").GetBrowseIterator()), "net.orvik.error.io");
+}
+
+}  // namespace
+}  // namespace orvik
