@@ -1,8 +1,9 @@
 #include <memory>
 #include <set>
 
-#include "orvik/hashmap.h"
 #include "test_helpers.h"
+
+#include "orvik/hashmap.h"
 
 namespace orvik {
 namespace {
@@ -29,11 +30,10 @@ TEST(BaseArray, CapacityByRequest) {
         Int capacity;
     };
     const Case cases[] = {
-        {17, 17, RESIZEFLAGS::DEFAULT, 32},       // the first request, rounded up
-        {1, 17, RESIZEFLAGS::DEFAULT, 48},        // (16 + 16) * 3 / 2
-        {16, 1000, RESIZEFLAGS::DEFAULT, 1504},   // (16 + 984) * 3 / 2 = 1500
-        {17, 33, RESIZEFLAGS::FIT_TO_SIZE, 33},
-        {5, 3, RESIZEFLAGS::FIT_TO_SIZE, 5},      // shrinking keeps the memory
+        {17, 17, RESIZEFLAGS::DEFAULT, 32},                                           // the first request, rounded up
+        {1, 17, RESIZEFLAGS::DEFAULT, 48},                                            // (16 + 16) * 3 / 2
+        {16, 1000, RESIZEFLAGS::DEFAULT, 1504},                                       // (16 + 984) * 3 / 2 = 1500
+        {17, 33, RESIZEFLAGS::FIT_TO_SIZE, 33}, {5, 3, RESIZEFLAGS::FIT_TO_SIZE, 5},  // shrinking keeps the memory
     };
     for (const Case& c : cases) {
         BaseArray<uint8_t> array;

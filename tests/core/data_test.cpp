@@ -1,5 +1,6 @@
-#include "orvik/datadictionaryobject.h"
 #include "test_helpers.h"
+
+#include "orvik/datadictionaryobject.h"
 
 namespace orvik {
 namespace {

@@ -1,12 +1,12 @@
 #include <fcntl.h>
-#include <sys/stat.h>
-
 #include <functional>
+#include <sys/stat.h>
 #include <thread>
+
+#include "test_helpers.h"
 
 #include "orvik/fileformat.h"
 #include "orvik/iomemory.h"
-#include "test_helpers.h"
 
 namespace orvik {
 namespace {
@@ -83,9 +83,9 @@ protected:
                                              NewObj<FakeHandler>(format, type, priority).TakeValue()));
     }
     /// @return the name of the accepted format, "none", or the error
-    std::string Detect(const Url& url, const HandlerDelegate& delegate = [](const Url&, const FileFormatHandler&) {
-        return Result<Bool>(true);
-    }) {
+    std::string Detect(
+        const Url& url,
+        const HandlerDelegate& delegate = [](const Url&, const FileFormatHandler&) { return Result<Bool>(true); }) {
         g_asked.clear();
         const DataType* const types[] = {&GetDataType<WantedInput>()};
         Result<BaseArray<FileFormatHandler>> found = FileFormatDetection::DetectAll(url, types, delegate);
@@ -151,11 +151,12 @@ TEST_F(Detection, TheDelegateAcceptsRefusesAndFails) {
     AddHandler("again", second, FILEFORMAT_PRIORITY::FALLBACKFORMAT);
     const Url url = _folder.Write("a", "A");
     int calls = 0;
-    EXPECT_EQ(Detect(url, [&](const Url& asked, const FileFormatHandler& handler) -> Result<Bool> {
-                  EXPECT_EQ(asked, url);
-                  ++calls;
-                  return handler->GetDependends() == FILEFORMAT_PRIORITY::FALLBACKFORMAT;
-              }),
+    EXPECT_EQ(Detect(url,
+                     [&](const Url& asked, const FileFormatHandler& handler) -> Result<Bool> {
+                         EXPECT_EQ(asked, url);
+                         ++calls;
+                         return handler->GetDependends() == FILEFORMAT_PRIORITY::FALLBACKFORMAT;
+                     }),
               "second");
     EXPECT_EQ(calls, 3);
     EXPECT_THAT(g_asked, ElementsAre("first", "second")) << "a format with two handlers is tested once";
@@ -167,15 +168,19 @@ TEST_F(Detection, TheDelegateAcceptsRefusesAndFails) {
 TEST_F(Detection, NamesAreAskedBeforeTheFileIsOpened) {
     using enum DETECTIONSTRENGTH;
     Add("signature", SIGNATURE, "x", StartsWith("A"), FILEFORMAT_PRIORITY::NATIVEFORMAT);
-    Add("sequence", NAME, "", [](const Url& url, const InputStreamRef& stream) -> Result<Bool> {
-        EXPECT_FALSE(stream);
-        return url.GetName().GetText().find("@{") != std::string_view::npos;
-    }, FILEFORMAT_PRIORITY::GENERALFORMAT);
+    Add(
+        "sequence", NAME, "",
+        [](const Url& url, const InputStreamRef& stream) -> Result<Bool> {
+            EXPECT_FALSE(stream);
+            return url.GetName().GetText().find("@{") != std::string_view::npos;
+        },
+        FILEFORMAT_PRIORITY::GENERALFORMAT);
     EXPECT_EQ(Detect(_folder / "a_@{04}.png"), "sequence") << "no such file, and nothing was opened";
     EXPECT_THAT(g_asked, ElementsAre("sequence"));
-    EXPECT_EQ(Detect(_folder.Write("a_@{04}.x", "A"), [](const Url&, const FileFormatHandler& handler) -> Result<Bool> {
-                  return handler->GetFileFormat()->GetDetectionStrength() != NAME;
-              }),
+    EXPECT_EQ(Detect(_folder.Write("a_@{04}.x", "A"),
+                     [](const Url&, const FileFormatHandler& handler) -> Result<Bool> {
+                         return handler->GetFileFormat()->GetDetectionStrength() != NAME;
+                     }),
               "signature")
         << "a real file may have such a name";
     EXPECT_EQ(FileFormatDetectionCache::DetectFile(_folder / "b_@{04}.png").TakeValue()->GetName(), String("sequence"));
@@ -189,7 +194,8 @@ TEST_F(Detection, StreamsThatCannotSeekAreReadOnce) {
     });
     const Url url = _folder / "pipe";
     ASSERT_EQ(mkfifo(url.GetSystemPath().c_str(), 0600), 0);
-    std::thread writer([&] { EXPECT_TRUE(url.OpenOutputStream().TakeValue()->Write(PatternBytes(200003).data(), 200003)); });
+    std::thread writer(
+        [&] { EXPECT_TRUE(url.OpenOutputStream().TakeValue()->Write(PatternBytes(200003).data(), 200003)); });
     EXPECT_EQ(Detect(url), "long");
     writer.join();
 }

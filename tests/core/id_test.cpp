@@ -1,8 +1,9 @@
 #include <string>
 #include <thread>
 
-#include "orvik/hashmap.h"
 #include "test_helpers.h"
+
+#include "orvik/hashmap.h"
 
 namespace orvik {
 namespace {

@@ -1,8 +1,9 @@
 #include <thread>
 
+#include "test_helpers.h"
+
 #include "orvik/datadictionaryobject.h"
 #include "orvik/registrybase.h"
-#include "test_helpers.h"
 
 namespace orvik {
 namespace {
@@ -267,8 +268,8 @@ TEST(Error, CarriesClassPlaceMessageAndCause) {
 }
 
 TEST(Error, StandardKindsByNumber) {
-    const char* const expected[] = {"outofmemory", "nullptr",    "illegalargument", "illegalstate",
-                                    "functionnotimplemented", "unresolved", "unknown"};
+    const char* const expected[] = {
+        "outofmemory", "nullptr", "illegalargument", "illegalstate", "functionnotimplemented", "unresolved", "unknown"};
     for (int kind = -1; kind < 8; ++kind) {
         const char* tail = kind < 0 || kind > 6 ? "unknown" : expected[kind];
         const Error error = MakeStandardError(SourceLocation::current(), kind);

@@ -1,8 +1,9 @@
 #include <thread>
 
+#include "test_helpers.h"
+
 #include "orvik/datadictionaryobject.h"
 #include "orvik/module.h"
-#include "test_helpers.h"
 
 namespace orvik {
 namespace {
@@ -52,9 +53,8 @@ TEST(Registry, FindsWhatIsPublishedAndUndoesItInReverse) {
 
     std::vector<std::string> undone;
     g_undone = &undone;
-    Publisher::SetUndoObserver([](const char* kind, const Id& id) {
-        g_undone->push_back(kind + (" " + std::string(id.GetText())));
-    });
+    Publisher::SetUndoObserver(
+        [](const char* kind, const Id& id) { g_undone->push_back(kind + (" " + std::string(id.GetText()))); });
     publisher.UndoAll();
     Publisher::SetUndoObserver(nullptr);
     EXPECT_THAT(undone, testing::ElementsAre("entry a", "entry z", "object net.orvik.test.object",
@@ -87,7 +87,8 @@ TEST(Registry, RefusesASecondOfTheSameId) {
     ASSERT_TRUE(first.PublishClass<Seven>("net.orvik.test.class"));
     ASSERT_TRUE(first.PublishObject("net.orvik.test.object", MakeSeven()));
     ASSERT_TRUE(first.AddToRegistry(kRegistry, "a", MakeSeven()));
-    EXPECT_EQ(MessageOf(second.PublishClass<Seven>("net.orvik.test.class")), "net.orvik.test.class is already published.");
+    EXPECT_EQ(MessageOf(second.PublishClass<Seven>("net.orvik.test.class")),
+              "net.orvik.test.class is already published.");
     EXPECT_EQ(ErrorIdOf(second.PublishObject("net.orvik.test.object", MakeSeven())), "net.orvik.error.illegalargument");
     EXPECT_EQ(ErrorIdOf(second.AddToRegistry(kRegistry, "a", MakeSeven())), "net.orvik.error.illegalargument");
     EXPECT_EQ(ErrorIdOf(second.PublishObject("net.orvik.test.null", nullptr)), "net.orvik.error.illegalargument");
@@ -150,7 +151,9 @@ TEST(Module, LoadsPublishesAndUnloads) {
     const ClassRef published{Id("net.orvik.test.module.class")};
     EXPECT_EQ(ErrorIdOf(published.Create()), "net.orvik.error.unresolved");
     for (int round = 0; round < 3; ++round) {
-        Module module = Module::Load(TestModule("good.module")).TakeValue();
+        Result<Module> loaded = Module::Load(TestModule("good.module"));
+        ASSERT_TRUE(loaded) << MessageOf(loaded);
+        Module module = std::move(loaded).TakeValue();
         EXPECT_EQ(module.GetId(), Id("net.orvik.test.good"));
         EXPECT_EQ(module.GetRecordCount(), 3);
         // The module's object tells what it found in its slots: 1 the resolver works, 2 the yield function is set.
@@ -173,7 +176,8 @@ TEST(Module, FailuresLeaveNothingBehind) {
         Url url;
         const char *error, *message;
     } cases[] = {
-        {folder / "none.module", "net.orvik.error.io", "cannot load module: cannot open shared object file: No such file"},
+        {folder / "none.module", "net.orvik.error.io",
+         "cannot load module: cannot open shared object file: No such file"},
         {folder.Write("text.module", "not an object"), "net.orvik.error.io", "cannot load module: "},
         {folder / "", "net.orvik.error.io", "cannot load module: "},
         {TestModule("plain.module"), "net.orvik.error.illegalargument", ""},

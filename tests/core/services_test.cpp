@@ -1,13 +1,13 @@
+#include <thread>
 #include <unistd.h>
 
-#include <thread>
+#include "test_helpers.h"
 
 #include "orvik/crashreport.h"
 #include "orvik/crc32c.h"
 #include "orvik/hierarchyobject.h"
 #include "orvik/observerobject.h"
 #include "orvik/threadservices.h"
-#include "test_helpers.h"
 
 namespace orvik {
 namespace {

@@ -1,15 +1,15 @@
+#include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
-#include <csignal>
-#include <functional>
-#include <thread>
+#include "test_helpers.h"
 
 #include "orvik/iomemory.h"
-#include "test_helpers.h"
 
 namespace orvik {
 namespace {
@@ -40,7 +40,8 @@ protected:
             {"memory", [=, this] { return OpenMemoryInput(_memory).TakeValue(); }},
             {"part of a file",
              [=, this] {
-                 return OpenSubStream(_padded.OpenInputStream().TakeValue(), 4, static_cast<Int>(_bytes.size())).TakeValue();
+                 return OpenSubStream(_padded.OpenInputStream().TakeValue(), 4, static_cast<Int>(_bytes.size()))
+                     .TakeValue();
              }},
         };
     }
@@ -58,7 +59,8 @@ TEST_F(SeekableStreams, ReadAcrossEveryWindowBoundary) {
         SCOPED_TRACE(source.name);
         for (const Int boundary : {kWindow, 2 * kWindow, length}) {
             for (const Int before : {Int(0), Int(1), Int(2), Int(7), kWindow - 1, kWindow, kWindow + 1}) {
-                for (const Int count : {Int(0), Int(1), Int(2), Int(9), kWindow - 1, kWindow, kWindow + 3, 2 * kWindow}) {
+                for (const Int count :
+                     {Int(0), Int(1), Int(2), Int(9), kWindow - 1, kWindow, kWindow + 3, 2 * kWindow}) {
                     const Int start = boundary - before;
                     if (start < 0 || start + count > length)
                         continue;
@@ -245,7 +247,8 @@ TEST(OutputStream, WritesSeeksAndGaps) {
             EXPECT_EQ(out.GetPosition().GetValueOr(-1), Int(position + bytes.size()));
         };
         write("header", 0);
-        for (const size_t size : {size_t(1), size_t(kWindow) - 7, size_t(2), size_t(kWindow), size_t(kWindow) * 2 + 5, size_t(0)})
+        for (const size_t size :
+             {size_t(1), size_t(kWindow) - 7, size_t(2), size_t(kWindow), size_t(kWindow) * 2 + 5, size_t(0)})
             write(std::string_view(pattern).substr(0, size), expected.size());
         ASSERT_TRUE(out.Seek(2));
         write("AD", 2);

@@ -2,8 +2,9 @@
 #include <cmath>
 #include <limits>
 
-#include "orvik/timevalue.h"
 #include "test_helpers.h"
+
+#include "orvik/timevalue.h"
 
 namespace orvik {
 namespace {

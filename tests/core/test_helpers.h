@@ -1,11 +1,10 @@
 #pragma once
 // What several tests of the host layer need.
 
-#include <gmock/gmock.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <string>
 #include <vector>
 

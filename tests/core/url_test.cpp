@@ -1,10 +1,10 @@
+#include <set>
 #include <unistd.h>
 
-#include <set>
+#include "test_helpers.h"
 
 #include "orvik/iobrowse.h"
 #include "orvik/iomemory.h"
-#include "test_helpers.h"
 
 namespace orvik {
 namespace {
@@ -59,8 +59,11 @@ TEST(Url, KeepsTheBytesOfForeignNames) {
 TEST(Url, ChangesSuffixesAndAppends) {
     const struct {
         const char *text, *suffix, *expected;
-    } cases[] = {{"/a/b.png", "bmp", "/a/b.bmp"}, {"/a.d/b", "bmp", "/a.d/b.bmp"},   {"b.tar.gz", "z", "b.tar.z"},
-                 {"/a/b.png", "", "/a/b"},        {"/a/.rc", "png", "/a/.rc.png"}};
+    } cases[] = {{"/a/b.png", "bmp", "/a/b.bmp"},
+                 {"/a.d/b", "bmp", "/a.d/b.bmp"},
+                 {"b.tar.gz", "z", "b.tar.z"},
+                 {"/a/b.png", "", "/a/b"},
+                 {"/a/.rc", "png", "/a/.rc.png"}};
     for (const auto& c : cases) {
         Url url(c.text);
         url.SetSuffix(c.suffix);
@@ -119,7 +122,8 @@ TEST(Url, OpenFailuresAreOneClearLineAndNameTheUrl) {
         {Url("memory:no such block"), false, "cannot open: No such file or directory"},
     };
     for (const auto& c : cases) {
-        const Error error = c.write ? Error(c.url.OpenOutputStream().GetError()) : Error(c.url.OpenInputStream().GetError());
+        const Error error =
+            c.write ? Error(c.url.OpenOutputStream().GetError()) : Error(c.url.OpenInputStream().GetError());
         ASSERT_TRUE(error) << Text(c.url.GetUrl());
         EXPECT_EQ(Text(error->ToString()), c.message) << Text(c.url.GetUrl());
         ASSERT_TRUE(error->IsKindOf(errorid::kIo));

@@ -1,9 +1,8 @@
 #include "orvik/crashreport.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
+#include <unistd.h>
 
 namespace orvik {
 

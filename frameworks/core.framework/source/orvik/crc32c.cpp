@@ -1,8 +1,7 @@
 #include "orvik/crc32c.h"
 
-#include <isa-l.h>
-
 #include <algorithm>
+#include <isa-l.h>
 
 namespace orvik {
 

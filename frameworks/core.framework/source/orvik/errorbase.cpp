@@ -1,8 +1,7 @@
 #include "orvik/errorbase.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
+#include <unistd.h>
 
 #include "orvik/errortypes.h"
 

@@ -180,8 +180,7 @@ Cache& GetCache() {
 
 }  // namespace
 
-Result<BaseArray<FileFormatHandler>> FileFormatDetection::DetectAll(const Url& url,
-                                                                    Block<const DataType* const> types,
+Result<BaseArray<FileFormatHandler>> FileFormatDetection::DetectAll(const Url& url, Block<const DataType* const> types,
                                                                     const HandlerDelegate& delegate) {
     const NestingGuard guard;
     TRY(guard.Check());
@@ -190,8 +189,8 @@ Result<BaseArray<FileFormatHandler>> FileFormatDetection::DetectAll(const Url& u
     for (const Registry::Entry& entry : Registry::GetEntries(kFileFormatHandlerRegistry)) {
         const FileFormatHandler handler = Cast<FileFormatHandlerInterface>(entry.object);
         const DataType* type = handler->GetHandlerType();
-        const bool wanted = type && std::any_of(types.begin(), types.end(),
-                                                [&](const DataType* t) { return t && *t == *type; });
+        const bool wanted =
+            type && std::any_of(types.begin(), types.end(), [&](const DataType* t) { return t && *t == *type; });
         const FileFormat format = wanted ? handler->GetFileFormat() : nullptr;
         if (!format)
             continue;

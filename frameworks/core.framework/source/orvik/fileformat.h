@@ -75,9 +75,9 @@ struct FileFormatDetection {
     /// How deep the test of a format may ask for the format of another file.
     static constexpr int kMaxNesting = 4;
 
-    /// Opens the URL once and asks the registered formats. Those of strength NAME go first, before the open; an accepted
-    /// one ends the search without it. The others go by priority, then by strength (SIGNATURE, then STRUCTURE, then
-    /// WEAK, but from STRUCTURE on a format with the URL's suffix goes before the rest), then in the order of
+    /// Opens the URL once and asks the registered formats. Those of strength NAME go first, before the open; an
+    /// accepted one ends the search without it. The others go by priority, then by strength (SIGNATURE, then STRUCTURE,
+    /// then WEAK, but from STRUCTURE on a format with the URL's suffix goes before the rest), then in the order of
     /// registration. Each test starts at position 0; an error of a test counts as "not claimed"; a stream that cannot
     /// seek is read into memory first, up to `kMaxUnseekableBytes`. A format with several handlers is tested once.
     /// @param types   wanted handler types

@@ -33,7 +33,8 @@ public:
     static constexpr Int kMaxBranches = 1024;
 
     /// Places `child` behind `predecessor`, or at the end of the branch without one. Illegal argument: null child,
-    /// a branch outside 0 ... kMaxBranches - 1, a child that has a parent, this itself or one of its ancestors, a predecessor that is not there.
+    /// a branch outside 0 ... kMaxBranches - 1, a child that has a parent, this itself or one of its ancestors, a
+    /// predecessor that is not there.
     Result<void> AddChild(Int branch, const HierarchyObjectRef& child, const HierarchyObjectRef& predecessor = nullptr);
     /// Takes a child out again; illegal argument when it is not a child of this.
     Result<void> RemoveChild(const HierarchyObjectRef& child);

@@ -182,7 +182,8 @@ Mounts& GetMounts() {
 Result<MemoryFileRef> CreateMemoryFile(Block<const std::byte> bytes) {
     MemoryFileRef file = TRY(NewObj<MemoryFile>());
     if (!bytes.empty()) {
-        TRY(file->GetBytes().Resize(static_cast<Int>(bytes.size()), RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+        TRY(file->GetBytes().Resize(static_cast<Int>(bytes.size()),
+                                    RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
         std::memcpy(file->GetBytes().GetFirst(), bytes.data(), bytes.size());
     }
     return file;

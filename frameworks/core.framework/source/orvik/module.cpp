@@ -1,13 +1,12 @@
 #include "orvik/module.h"
 
-#include <dlfcn.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <mutex>
 #include <new>
+#include <unistd.h>
 
 #include "orvik/fileformat.h"
 #include "orvik/iofile_internal.h"

@@ -1,8 +1,7 @@
 #include "orvik/objectbase.h"
 
-#include <cxxabi.h>
-
 #include <cstdlib>
+#include <cxxabi.h>
 #include <mutex>
 #include <typeinfo>
 
@@ -39,7 +38,8 @@ Result<Ref<Object>> Object::Clone() const {
         return Unbound();
     constexpr std::string_view kBareName = "?";
     if (_class)
-        return FunctionNotImplementedError("Component @ has members, but CopyFrom is not implemented!", _class->GetId());
+        return FunctionNotImplementedError("Component @ has members, but CopyFrom is not implemented!",
+                                           _class->GetId());
     int status = 0;
     char* name = abi::__cxa_demangle(typeid(*this).name(), nullptr, nullptr, &status);
     Error error = FunctionNotImplementedError("Component @ has members, but CopyFrom is not implemented!",

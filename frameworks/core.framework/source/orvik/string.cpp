@@ -1,13 +1,12 @@
 #include "orvik/string.h"
 
-#include <utf8.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <iterator>
 #include <new>
 #include <stdexcept>
+#include <utf8.h>
 
 #include "orvik/errortypes.h"
 #include "orvik/memory.h"
@@ -81,8 +80,9 @@ String::~String() {
 
 Result<String> String::Create(std::string_view utf8) {
     if (!utf8::is_valid(utf8.begin(), utf8.end())) {
-        const std::string valid = TRY(Collect<std::string>(
-            [&](std::string& out) { utf8::replace_invalid(utf8.begin(), utf8.end(), std::back_inserter(out), kReplacement); }));
+        const std::string valid = TRY(Collect<std::string>([&](std::string& out) {
+            utf8::replace_invalid(utf8.begin(), utf8.end(), std::back_inserter(out), kReplacement);
+        }));
         return Create(valid);
     }
     String text;

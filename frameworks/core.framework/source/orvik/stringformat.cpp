@@ -1,7 +1,6 @@
-#include <fmt/format.h>
-
 #include <charconv>
 #include <cmath>
+#include <fmt/format.h>
 #include <iterator>
 #include <new>
 

@@ -1,11 +1,10 @@
 #include "orvik/url.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <sys/stat.h>
 
 #include "orvik/errortypes.h"
 #include "orvik/iofile_internal.h"
