@@ -5,6 +5,7 @@
 
 #include "orvik/gfx_image.h"
 #include "orvik/host.h"
+#include "orvik/mediasession_session.h"
 
 namespace {
 

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+
 #include "commands.h"
 #include "json.h"
 #include "picture.h"
@@ -52,13 +56,24 @@ std::string Size(const Json& node) {
     return std::to_string(node["width"].get<Int>()) + " x " + std::to_string(node["height"].get<Int>());
 }
 
+/// Six digits are enough for a person.
+std::string ValueText(const Json& value) {
+    if (value.is_string())
+        return value.get<std::string>();
+    if (!value.is_number_float())
+        return value.dump();
+    char text[32];
+    const auto end =
+        std::to_chars(std::begin(text), std::end(text), value.get<double>(), std::chars_format::general, 6);
+    return {text, end.ptr};
+}
+
 /// Metadata that the line of a node does not say already, as "dpi 72, subimageindex 0".
 std::string MetadataText(const Json& metadata) {
     static constexpr std::string_view kShownElsewhere[] = {"type", "name", "alphaname", "colorprofile"};
     std::string text;
     const auto add = [&text](std::string_view key, const Json& value) {
-        text += (text.empty() ? "" : ", ") + std::string(key) + " ";
-        text += value.is_string() ? value.get<std::string>() : value.dump();
+        text += (text.empty() ? "" : ", ") + std::string(key) + " " + ValueText(value);
     };
     for (const auto& [id, value] : metadata.items()) {
         const std::string_view key = std::string_view(id).substr(kMetadataPrefix.size());
@@ -113,7 +128,7 @@ int RunInfo(const Console& console, const InfoOptions& options) {
     Json list = Json::array();
     for (const std::string& file : options.files) {
         Result<Picture> picture = LoadPicture(Url(file), flags);
-        Result<Json> description = picture ? Describe(file, *picture) : Result<Json>(std::move(picture).TakeError());
+        Result<Json> description = picture ? Describe(file, *picture) : Result<Json>(picture.GetError());
         if (!description) {
             status = std::max(status, console.Fail(file, description.GetError()));
             if (status > kWrongUsage)

@@ -27,21 +27,21 @@ if SANITIZED:
     os.environ.setdefault("TSAN_OPTIONS", "exitcode=99")
 
 
-def prepare_child(limits):
+def prepare_child(limits, interrupt):
     """Runs in the child: signals as a shell in the foreground has them, and the limits."""
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    signal.signal(signal.SIGINT, interrupt)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     for kind, value in limits.items():
         resource.setrlimit(kind, (value, value))
 
 
-def start(*arguments, limits=None, **options):
+def start(*arguments, limits=None, interrupt=signal.SIG_DFL, **options):
     options.setdefault("stdout", subprocess.PIPE)
     options.setdefault("stderr", subprocess.PIPE)
     return subprocess.Popen(
         [options.pop("program", PROGRAM), *map(str, arguments)],
         stdin=subprocess.DEVNULL,
-        preexec_fn=lambda: prepare_child(limits or {}),
+        preexec_fn=lambda: prepare_child(limits or {}, interrupt),
         **options,
     )
 

@@ -44,7 +44,6 @@ BAD_FILES = {
     "bmp of 2^62 pixels": huge_bmp(0x7FFFFFFF, 0x7FFFFFFF, 32),
     "bmp of the lowest height": huge_bmp(100, -0x80000000),
     "bmp of negative width": huge_bmp(-4, 4),
-    "bmp 0 pixels high": huge_bmp(4, 0),
 }
 
 
@@ -118,7 +117,7 @@ class BadFiles(OrvikTest):
         result = run("info", SAMPLE, self.folder / "missing.png", SAMPLE)
         self.assertEqual(result.returncode, 1)
         self.assertEqual(result.stderr.count("\n"), 1)
-        self.assertEqual(result.stdout.decode().count("320 x 200"), 6)  # twice: file, image, alpha
+        self.assertEqual(result.stdout.decode().count("320 x 200"), 4)  # twice: file and image
 
 
 class BadTargets(OrvikTest):

@@ -35,8 +35,8 @@ class Info(OrvikTest):
         self.check_node(image)
         self.assertEqual((image["type"], image["width"], image["height"]), ("IMAGE", 320, 200))
         self.assertIn("sRGB", image["colorprofile"])
-        self.assertEqual([child["type"] for child in image["children"]], ["ALPHA"])
-        self.assertEqual(image["children"][0]["width"], 320)
+        self.assertEqual(image["pixelformat"], "net.orvik.image.pixelformat.rgba.u8")
+        self.assertEqual(image["children"], [])
         self.assertAlmostEqual(image["metadata"]["net.orvik.image.dpi"], 72, delta=0.01)
 
     def test_list_for_several_files(self):
@@ -53,10 +53,22 @@ class Info(OrvikTest):
                 image = info["images"][0]
                 self.check_node(image)
                 self.assertEqual((image["width"], image["height"]), (5, 3))
-                self.assertEqual(bool(image["children"]), "A" in mode)
-                self.assertIn("grey" if mode.startswith("L") else "rgb", image["pixelformat"])
+                family = {"L": "grey", "LA": "greya", "RGB": "rgb", "RGBA": "rgba"}[mode]
+                self.assertEqual(image["pixelformat"], f"net.orvik.image.pixelformat.{family}.u8")
         path = self.save("picture", noise(3, 5, 3), format="BMP")
         self.assertEqual(self.info(path)["format"], "net.orvik.fileformat.imagebmp")
+
+    def test_alpha_child(self):
+        path = self.folder / "alpha.bmp"
+        self.ok("convert", SAMPLE, path)
+        info = self.info(path)
+        self.assertEqual(info["format"], "net.orvik.fileformat.imagebmp")
+        image = info["images"][0]
+        self.check_node(image)
+        self.assertEqual([child["type"] for child in image["children"]], ["ALPHA"])
+        alpha = image["children"][0]
+        self.assertEqual((alpha["name"], alpha["width"], alpha["height"]), ("Alpha", 320, 200))
+        self.assertEqual(alpha["pixelformat"], "net.orvik.image.pixelformat.alpha.u8")
 
     def test_headers_only(self):
         whole = SAMPLE.read_bytes()
@@ -81,8 +93,11 @@ class Info(OrvikTest):
         lines = text.splitlines()
         self.assertEqual(lines[0], f"{SAMPLE}  png  320 x 200")
         self.assertTrue(lines[1].startswith("└─ image "), text)
-        self.assertTrue(any("└─ alpha " in line for line in lines[2:]), text)
         self.assertIn("dpi 72", text)
+        path = self.folder / "alpha.bmp"
+        self.ok("convert", SAMPLE, path)
+        text = self.ok("info", path).decode()
+        self.assertIn('\n   └─ alpha "Alpha"  320 x 200  alpha.u8', text)
 
 
 if __name__ == "__main__":

@@ -36,7 +36,7 @@ public:
     Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
         return SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
     }
-    bool Has(const Id& id) const { return GetData(id).HasError() == false; }
+    bool Has(const Id& id) const { return !GetData(id).HasError(); }
     /// The stored entries, without what `GetData` computes.
     const DataDictionary& GetDictionary() const { return _dictionary; }
 
