@@ -1,32 +1,375 @@
-// The catalogue of fixed formats: every id, name, channel, offset and default.
+// The catalogue of fixed formats: ids, names, channels, offsets, defaults and texts.
 
 #include <gmock/gmock.h>
-
+#include <map>
 #include <set>
+#include <sstream>
 
-#include "support/module_fixture.h"
+#include "pixel_tools.h"
 
-#include "orvik/gfx_image_pixelformat.h"
+#include "orvik/registrybase.h"
 
 namespace orvik {
 namespace {
 
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
 class CatalogueTest : public ModuleFixture {};
 
-TEST_F(CatalogueTest, HasAllFormats) {
-    Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
+struct ExpectedFamily {
+    const char* name;
+    const char* variants;
+    const char* space;
+    const char* channels;  ///< short names of the channel types in memory order
+};
+constexpr ExpectedFamily kFamilies[] = {
+    {"RGB", "U8 U16 U32 S32 F16 F32 F64 U565 U555 U444 RGBE", "rgb", "red green blue"},
+    {"RGBA", "U8 U16 U32 S32 F16 F32 F64", "rgb", "red green blue alpha"},
+    {"ARGB", "U8 U16 F32 F64 U1555 U4444", "rgb", "alpha red green blue"},
+    {"RGBX", "U8", "rgb", "red green blue unused"},
+    {"XRGB", "U8", "rgb", "unused red green blue"},
+    {"BGR", "U8 U16 F32 U565 U555 U444", "rgb", "blue green red"},
+    {"BGRA", "U8 U16 F16 F32", "rgb", "blue green red alpha"},
+    {"ABGR", "U8 U1555 U4444", "rgb", "alpha blue green red"},
+    {"BGRX", "U8", "rgb", "blue green red unused"},
+    {"ALPHA", "U8 U16 F16 F32 F64", "alpha", "alpha"},
+    {"GREY", "U8 U16 F16 F32 F64", "grey", "grey"},
+    {"AGREY", "U8 U16 F16 F32 F64", "grey", "alpha grey"},
+    {"GREYA", "U8 U16 F16 F32 F64", "grey", "grey alpha"},
+    {"CMYK", "U8 U16 F32", "cmyk", "cmyk_c cmyk_m cmyk_y cmyk_k"},
+    {"ACMYK", "U8 U16 F32", "cmyk", "cmyk_c cmyk_m cmyk_y cmyk_k alpha"},
+    {"CMYK_INV", "U8 U16 F32", "cmyk", "cmyk_ic cmyk_im cmyk_iy cmyk_ik"},
+    {"ACMYK_INV", "U8 U16 F32", "cmyk", "cmyk_ic cmyk_im cmyk_iy cmyk_ik alpha"},
+    {"YUV", "I422A I422B", "yuv", "unknown unknown unknown"},
+    {"Indexed", "u1bit u2bit u3bit u4bit u5bit u6bit u7bit u8bit u16bit", "", "unknown"},
+};
+
+std::vector<std::string> Split(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;)
+        words.push_back(word);
+    return words;
+}
+std::string Lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+Id IdOf(const std::string& text) { return Id::Create(text).GetValueOr(Id()); }
+
+std::vector<Int> BitsOf(ChannelOffsets offsets) {
+    std::vector<Int> bits;
+    for (const BITS offset : offsets)
+        bits.push_back(offset.GetBits());
+    return bits;
+}
+
+ComponentType ComponentOfVariant(const std::string& variant) {
+    for (int i = 0; i < kComponentTypeCount; ++i) {
+        if (variant == GetComponentName(static_cast<ComponentType>(i)))
+            return static_cast<ComponentType>(i);
+    }
+    return ComponentType::None;
+}
+
+TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
+    std::vector<std::string> expectedGroups, groups;
+    std::set<std::string> expectedIds;
+    for (const ExpectedFamily& family : kFamilies) {
+        const std::string lower = Lower(family.name);
+        expectedGroups.push_back("net.orvik.image.pixelformat." + lower + "group");
+        const auto group = FindPublished<PixelFormatGroupInterface>(IdOf(expectedGroups.back()));
+        const Result<BaseArray<PixelFormat>> entries = group->GetEntries();
+        ASSERT_TRUE(entries) << family.name;
+        std::vector<std::string> expected, found;
+        for (const std::string& variant : Split(family.variants))
+            expected.push_back(family.name + std::string("::") + variant);
+        for (const PixelFormat& format : *entries) {
+            found.push_back(TextOf(format->GetShortName()));
+            EXPECT_EQ(format->GetPixelFormatGroup(), group);
+        }
+        EXPECT_EQ(found, expected);
+        EXPECT_EQ(Registry::GetEntries(IdOf("net.orvik.image.registry." + lower)).GetCount(),
+                  static_cast<Int>(expected.size()));
+    }
+    expectedGroups.push_back("net.orvik.image.pixelformat.dynamicgroup");
+    for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry))
+        groups.push_back(TextOf(entry.id));
+    EXPECT_EQ(groups, expectedGroups);
+    EXPECT_EQ(Registry::GetEntries("net.orvik.image.registry.dynamic").GetCount(), 16);
+    const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
     ASSERT_TRUE(all);
     EXPECT_EQ(all->GetCount(), 83 + 16);
 }
 
-TEST_F(CatalogueTest, Converts) {
-    const PixelFormat rgba = PixelFormats::Get(pixelformats::kRgbaU8), rgb = PixelFormats::Get(pixelformats::kRgbU16);
-    const uint16_t in[6] = {0x1234, 0x5678, 0x9ABC, 0xFFFF, 0x00FF, 0};
-    uint8_t out[8] = {};
-    const Result<void> done = rgba->ConvertPixelFromSlow({out, BITS(32), 0}, 2, {in, BITS(48), 0}, rgb, nullptr, nullptr,
-                                                         CONVERTPIXELFLAGS::NONE);
-    ASSERT_TRUE(done) << done.GetError()->ToString().GetCString();
-    EXPECT_THAT(out, testing::ElementsAre(0x12, 0x56, 0x9A, 255, 0xFF, 0, 0, 255));
+TEST_F(CatalogueTest, EveryFormatIsDescribed) {
+    int count = 0;
+    for (const ExpectedFamily& family : kFamilies) {
+        for (const std::string& variant : Split(family.variants)) {
+            ++count;
+            const std::string id = "net.orvik.image.pixelformat." + Lower(family.name + std::string(".") + variant);
+            const PixelFormat format = PixelFormats::Get(IdOf(id));
+            ASSERT_TRUE(format) << id;
+            EXPECT_EQ(TextOf(format->GetId()), id);
+            EXPECT_EQ(TextOf(format->GetShortName()), family.name + std::string("::") + variant);
+            const std::string classId = "net.orvik.image.class.pixelformat." + std::string(family.name) + "." + variant;
+            EXPECT_EQ(TextOf(format->GetClassId()), classId);
+            const auto other = ClassRef(IdOf(classId)).Create<PixelFormatInterface>();
+            ASSERT_TRUE(other) << classId;
+            EXPECT_FALSE(*other == format);
+            EXPECT_EQ((*other)->GetId(), format->GetId());
+
+            const std::vector<std::string> types = Split(family.channels);
+            ASSERT_EQ(format->GetChannelCount(), static_cast<Int>(types.size())) << id;
+            const ComponentType component = ComponentOfVariant(variant);
+            for (size_t i = 0; i < types.size(); ++i) {
+                const ImageChannel& channel = format->GetChannels()[i];
+                EXPECT_EQ(TextOf(channel->GetChannelType()->GetId()), "net.orvik.image.imagechanneltype." + types[i]);
+                EXPECT_EQ(channel->GetComponentType(), component) << id;
+                if (component != ComponentType::None) {
+                    EXPECT_EQ(channel, channeltypes::GetChannel(channel->GetChannelType()->GetId(), component));
+                }
+            }
+            if (component != ComponentType::None) {
+                std::vector<Int> offsets;
+                for (size_t i = 0; i <= types.size(); ++i)
+                    offsets.push_back(static_cast<Int>(i) * GetComponentBits(component));
+                EXPECT_EQ(BitsOf(format->GetChannelOffsets()), offsets) << id;
+            }
+            EXPECT_EQ(format->GetBitsPerPixel(), format->GetChannelOffsets().back());
+            const bool hasAlpha = std::string(family.channels).find("alpha") != std::string::npos;
+            EXPECT_EQ(format->HasAlpha(), hasAlpha) << id;
+            EXPECT_EQ(format->GetPackedPixelCount(), family.space == std::string("yuv") ? 2 : 1);
+            const ColorSpace space = format->GetColorSpace();
+            EXPECT_EQ(TextOf(space->GetId()),
+                      *family.space ? "net.orvik.image.colorspace." + std::string(family.space) : "");
+        }
+    }
+    EXPECT_EQ(count, 83);
+}
+
+TEST_F(CatalogueTest, PackedAndSpecialOffsets) {
+    const struct {
+        const char* name;
+        std::vector<Int> offsets;
+    } kCases[] = {
+        {"rgb.u565", {11, 5, 0, 16}},      {"bgr.u565", {11, 5, 0, 16}},       {"rgb.u555", {10, 5, 0, 16}},
+        {"bgr.u555", {10, 5, 0, 16}},      {"argb.u1555", {15, 10, 5, 0, 16}}, {"abgr.u1555", {15, 10, 5, 0, 16}},
+        {"rgb.u444", {8, 4, 0, 16}},       {"bgr.u444", {8, 4, 0, 16}},        {"argb.u4444", {12, 8, 4, 0, 16}},
+        {"abgr.u4444", {12, 8, 4, 0, 16}}, {"rgb.rgbe", {0, 8, 16, 32}},       {"yuv.i422a", {0, 8, 24, 16}},
+        {"yuv.i422b", {8, 0, 16, 16}},     {"indexed.u1bit", {0, 1}},          {"indexed.u7bit", {0, 7}},
+        {"indexed.u16bit", {0, 16}},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(BitsOf(FormatOf(entry.name)->GetChannelOffsets()), entry.offsets) << entry.name;
+}
+
+TEST_F(CatalogueTest, GapsStayGaps) {
+    for (const char* name : {"argb.f16", "argb.u32", "bgr.f16", "bgr.f64", "bgra.f64", "bgra.u32", "rgbx.u16",
+                             "abgr.u16", "alpha.u32", "grey.s32", "cmyk.f64", "rgb.s8", "rgba"})
+        EXPECT_FALSE(FormatOf(name)) << name;
+}
+
+TEST_F(CatalogueTest, DefaultProfilesFollowSpaceAndComponent) {
+    const struct {
+        const char* format;
+        const char* profile;
+    } kCases[] = {
+        {"rgb.u8", "sRGB IEC61966-2.1"},        {"rgba.s32", "sRGB IEC61966-2.1"},
+        {"rgb.f32", "Linear Color Space"},      {"bgra.f16", "Linear Color Space"},
+        {"rgb.u565", "sRGB IEC61966-2.1"},      {"rgb.rgbe", "Linear Color Space"},
+        {"grey.u16", "Grey Gamma 2.2"},         {"greya.f16", "Linear Color Space (Gray)"},
+        {"cmyk.u8", "CMYK Default Profile"},    {"cmyk.f32", "CMYK Default Profile"},
+        {"yuv.i422a", "YUV Default Profile"},   {"alpha.u8", "<<no profile>>"},
+        {"alpha.f32", "<<no profile>>"},        {"indexed.u8bit", "<<no profile>>"},
+        {"dynamic.reds8", "sRGB IEC61966-2.1"}, {"dynamic.redf16", "Linear Color Space"},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(TextOf(FormatOf(entry.format)->GetDefaultColorProfile().ToString()), entry.profile) << entry.format;
+    EXPECT_FALSE(ColorSpace()->GetDefaultLinearColorProfile().HasProfile());
+}
+
+TEST_F(CatalogueTest, AlphaFormats) {
+    const struct {
+        const char* format;
+        const char* alpha;
+        Int index;
+    } kCases[] = {
+        {"rgba.f16", "alpha.f16", 3},  {"argb.u8", "alpha.u8", 0},    {"acmyk.u16", "alpha.u16", 4},
+        {"agrey.f64", "alpha.f64", 0}, {"alpha.f32", "alpha.f32", 0},
+    };
+    for (const auto& entry : kCases) {
+        const auto alpha = FormatOf(entry.format)->GetAlphaPixelFormat();
+        ASSERT_TRUE(alpha) << entry.format;
+        EXPECT_EQ(alpha->first, FormatOf(entry.alpha)) << entry.format;
+        EXPECT_EQ(alpha->second, entry.index) << entry.format;
+    }
+    const auto wide = FormatOf("rgba.u32")->GetAlphaPixelFormat();  // no fixed format has its shape
+    ASSERT_TRUE(wide);
+    EXPECT_EQ(TextOf(wide->first->GetShortName()), "A U32");
+    for (const char* name : {"rgb.u8", "rgbx.u8", "indexed.u8bit", "yuv.i422a"}) {
+        const auto none = FormatOf(name)->GetAlphaPixelFormat();
+        ASSERT_FALSE(none) << name;
+        EXPECT_EQ(none.GetError()->GetErrorId(), errorid::kUnsupportedOperation) << name;
+    }
+}
+
+TEST_F(CatalogueTest, LinesAndPixelMemory) {
+    const struct {
+        const char* format;
+        Int width, alignment, bytes;
+    } kCases[] = {
+        {"indexed.u1bit", 1, 1, 1}, {"indexed.u1bit", 9, 1, 2}, {"indexed.u3bit", 3, 1, 2}, {"rgb.u8", 1, 1, 3},
+        {"rgb.u8", 1, 4, 4},        {"rgb.u8", 3, 4, 12},       {"yuv.i422a", 2, 1, 4},     {"rgba.f64", 2, 64, 64},
+        {"rgb.u8", 0, 4, 0},        {"rgb.u8", -5, 4, 0},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(FormatOf(entry.format)->GetBytesPerLine(entry.width, entry.alignment), entry.bytes) << entry.format;
+
+    const PixelFormat rgb = FormatOf("rgb.u8");
+    const Result<BaseArray<std::byte>> pixels = rgb->CreatePix(5, 3, 4);
+    ASSERT_TRUE(pixels);
+    EXPECT_EQ(pixels->GetCount(), 48);
+    EXPECT_TRUE(std::ranges::all_of(*pixels, [](std::byte b) { return b == std::byte(0); }));
+    const struct {
+        Int width, height, alignment;
+        Id error;
+    } kRefused[] = {
+        {Int(1) << 62, 1, 1, errorid::kOutOfMemory}, {Int(1) << 40, Int(1) << 40, 1, errorid::kOutOfMemory},
+        {Int(1) << 61, 1, 1, errorid::kOutOfMemory}, {-1, 1, 1, errorid::kIllegalArgument},
+        {1, -1, 1, errorid::kIllegalArgument},       {1, 1, 3, errorid::kIllegalArgument},
+        {1, 1, 0, errorid::kIllegalArgument},
+    };
+    for (const auto& entry : kRefused) {
+        const auto refused = rgb->CreatePix(entry.width, entry.height, entry.alignment);
+        ASSERT_FALSE(refused) << entry.width << " " << entry.height;
+        EXPECT_EQ(refused.GetError()->GetErrorId(), entry.error) << entry.width << " " << entry.height;
+    }
+}
+
+TEST_F(CatalogueTest, TextsOfPixels) {
+    const struct {
+        const char* format;
+        std::vector<uint8_t> pixel;
+        const char* text;
+    } kCases[] = {
+        {"rgba.u8", {1, 2, 3, 4}, "A 4 R 1 G 2 B 3"},
+        {"bgra.u8", {1, 2, 3, 4}, "A 4 R 3 G 2 B 1"},
+        {"abgr.u8", {1, 2, 3, 4}, "A 1 R 4 G 3 B 2"},
+        {"bgr.u16", {1, 1, 2, 0, 3, 0}, "R 3 G 2 B 257"},
+        {"xrgb.u8", {9, 1, 2, 3}, "R 1 G 2 B 3"},
+        {"rgb.s32", {255, 255, 255, 255, 1, 0, 0, 0, 0, 0, 0, 128}, "R -1 G 1 B -2147483648"},
+        {"grey.u8", {9}, "Grey 9"},
+        {"greya.u8", {9, 8}, "A 8 Grey 9"},
+        {"agrey.u8", {9, 8}, "A 9 Grey 8"},
+        {"grey.f16", {0x00, 0x3C}, "Grey 1"},
+        {"cmyk.u8", {1, 2, 3, 4}, "C 1 M 2 Y 3 K 4"},
+        {"acmyk.u8", {1, 2, 3, 4, 5}, "C 1 M 2 Y 3 K 4 A 5"},
+        {"cmyk_inv.u8", {1, 2, 3, 4}, "iC 1 iM 2 iY 3 iK 4"},
+        {"acmyk_inv.u8", {1, 2, 3, 4, 5}, "iC 1 iM 2 iY 3 iK 4 iA 5"},
+        {"rgb.u565", {0x21, 0x18}, "A0 0 R5 3 G6 1 B5 1"},
+        {"bgr.u555", {0x01, 0x7C}, "A0 0 R5 1 G5 0 B5 31"},
+        {"argb.u1555", {0xFF, 0xFF}, "A1 1 R5 31 G5 31 B5 31"},
+        {"abgr.u4444", {0x34, 0x12}, "A4 1 R4 4 G4 3 B4 2"},
+        {"dynamic.redgreens8", {255, 2}, "R -1 G 2"},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(TextOf(FormatOf(entry.format)->PixToString(entry.pixel.data())), entry.text) << entry.format;
+}
+
+TEST_F(CatalogueTest, PixelsAreComparedWithTolerance) {
+    const auto compare = [](const char* format, auto a, auto b, Int tolerance) {
+        return FormatOf(format)->IsIdenticalPixel(a.data(), b.data(), tolerance);
+    };
+    using U8 = std::array<uint8_t, 4>;
+    using U16 = std::array<uint16_t, 4>;
+    using U32 = std::array<uint32_t, 4>;
+    using F32 = std::array<float, 4>;
+    EXPECT_TRUE(compare("rgba.u8", U8{1, 2, 3, 4}, U8{1, 2, 3, 4}, -5));
+    EXPECT_FALSE(compare("rgba.u8", U8{1, 2, 3, 4}, U8{1, 2, 3, 5}, -5)) << "negative counts as 0";
+    EXPECT_TRUE(compare("rgba.u8", U8{1, 2, 3, 4}, U8{1, 2, 3, 6}, 2));
+    EXPECT_TRUE(compare("xrgb.u8", U8{1, 2, 3, 4}, U8{99, 2, 3, 4}, 0)) << "unused";
+    EXPECT_TRUE(compare("rgba.u16", U16{0, 0, 0, 0}, U16{0, 256, 0, 0}, 1));
+    EXPECT_FALSE(compare("rgba.u16", U16{0, 0, 0, 0}, U16{0, 257, 0, 0}, 1));
+    EXPECT_TRUE(compare("rgba.u32", U32{0, 0, 0, 0}, U32{1u << 24, 0, 0, 0}, 1));
+    EXPECT_FALSE(compare("rgba.u32", U32{0, 0, 0, 0}, U32{(1u << 24) + 1, 0, 0, 0}, 1));
+    EXPECT_TRUE(
+        compare("rgba.s32", U32{0x80000000, 0, 0, 0}, U32{0x7FFFFFFF, 0, 0, 0}, std::numeric_limits<Int>::max()));
+    EXPECT_FALSE(compare("rgba.s32", U32{0x80000000, 0, 0, 0}, U32{0x7FFFFFFF, 0, 0, 0}, 254));
+    EXPECT_TRUE(compare("rgba.f32", F32{0.5f}, F32{0.5039f}, 1));
+    EXPECT_FALSE(compare("rgba.f32", F32{0.5f}, F32{0.5041f}, 1));
+    EXPECT_TRUE(compare("rgba.f32", F32{HUGE_VALF}, F32{HUGE_VALF}, 0));
+    EXPECT_FALSE(compare("rgba.f32", F32{NAN}, F32{1}, 255)) << "NaN is near nothing";
+    EXPECT_TRUE(compare("rgb.u565", U16{0x0800}, U16{0x1000}, 8)) << "a step of five bits is eight steps of eight";
+    EXPECT_FALSE(compare("rgb.u565", U16{0x0800}, U16{0x1000}, 7));
+}
+
+TEST_F(CatalogueTest, ChannelTypes) {
+    std::map<std::string, std::pair<int, std::string>> found;
+    for (const Registry::Entry& entry : Registry::GetEntries(kImageChannelTypeRegistry)) {
+        const auto type = Cast<ImageChannelTypeInterface>(entry.object);
+        const std::string id = TextOf(type->GetId());
+        EXPECT_EQ(id, TextOf(entry.id));
+        const std::string space = TextOf(type->GetColorSpace()->GetId());
+        found[id.substr(id.rfind('.') + 1)] = {type->GetDefaultFillValue() & 255, space.substr(space.rfind('.') + 1)};
+    }
+    std::map<std::string, std::pair<int, std::string>> expected;
+    for (const char* name : {"red", "green", "blue"})
+        expected[name] = {0, "rgb"};
+    for (const char* name : {"c", "m", "y", "k"}) {
+        expected[std::string("cmyk_") + name] = {0, "cmyk"};
+        expected[std::string("cmyk_i") + name] = {255, "cmyk"};
+    }
+    expected["alpha"] = {255, "alpha"};
+    expected["grey"] = {0, "grey"};
+    for (const char* name : {"unknown", "unused", "depth", "depthback", "materialid", "nodeid", "uvu", "uvv", "normal",
+                             "realpix", "coverage", "bg", "noderenderid", "transparency", "velocity", "weight", "mask"})
+        expected[name] = {0, ""};
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(found.size(), 30u);
+    EXPECT_EQ(channeltypes::Get(channeltypes::kAlpha)->GetDefaultFillValue(), 0xFFFFFFFFu);
+
+    const ImageChannelType red = channeltypes::Get(channeltypes::kRed);
+    const Result<ImageChannel> half = red->GetChannel(&GetDataType<Pix16f>());
+    ASSERT_TRUE(half);
+    EXPECT_EQ(*half, *red->GetChannel(&GetDataType<Pix16f>()));
+    EXPECT_EQ((*half)->GetChannelType(), red);
+    EXPECT_EQ((*half)->GetChannelBits(), BITS(16));
+    EXPECT_EQ(TextOf((*half)->GetClassId()), "net.orvik.image.class.imagechannelPix16f");
+    for (const DataType* wrong : {static_cast<const DataType*>(nullptr), &GetDataType<String>(), &GetDataType<Int>()}) {
+        const Result<ImageChannel> refused = red->GetChannel(wrong);
+        ASSERT_FALSE(refused);
+        EXPECT_EQ(refused.GetError()->GetErrorId(), errorid::kIllegalArgument);
+    }
+    EXPECT_FALSE(channeltypes::GetChannel("net.orvik.image.imagechanneltype.mauve", ComponentType::U8));
+    EXPECT_FALSE(channeltypes::GetChannel(channeltypes::kRed, ComponentType::None));
+}
+
+TEST_F(CatalogueTest, ColorTablesOfIndexedFormats) {
+    const ClassRef indexedClass("net.orvik.image.class.pixelformat.Indexed.u2bit");
+    const auto indexed = indexedClass.Create<PixelFormatIndexedColorInterface>();
+    ASSERT_TRUE(indexed);
+    const PixelFormat rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u16");
+    EXPECT_FALSE((*indexed)->InitColorTable(rgb, 5)) << "two bits hold four";
+    ASSERT_TRUE((*indexed)->InitColorTable(rgb, 4));
+    EXPECT_EQ((*indexed)->GetColorTableSize(), 4);
+    EXPECT_EQ((*indexed)->GetColorTablePixelFormat(), rgb);
+    EXPECT_EQ((*indexed)->GetColorSpace()->GetId(), colorspaces::kRgb);
+    const uint8_t color[3] = {1, 2, 3};
+    uint16_t read[4] = {};
+    ASSERT_TRUE((*indexed)->SetIndex(3, rgb, color));
+    ASSERT_TRUE((*indexed)->GetIndex(3, rgba, read));
+    EXPECT_THAT(read, ElementsAre(0x101, 0x202, 0x303, 0xFFFF));
+    for (const Int outside : {Int(-1), Int(4)}) {
+        const Result<void> set = (*indexed)->SetIndex(outside, rgb, color);
+        ASSERT_FALSE(set);
+        EXPECT_EQ(set.GetError()->GetErrorId(), errorid::kIllegalArgument);
+        EXPECT_FALSE((*indexed)->GetIndex(outside, rgba, read));
+    }
+    const auto shared = Cast<PixelFormatIndexedColorInterface>(FormatOf("indexed.u2bit"));
+    EXPECT_FALSE(shared->InitColorTable(rgb, 4)) << "the registered instance belongs to everybody";
 }
 
 }  // namespace

@@ -1,0 +1,190 @@
+// The 9 x 9 table of component conversions against an independent evaluation of its rules.
+
+#include <gtest/gtest.h>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "gfx_image_pixelformat_arithmetic.h"
+#include "gfx_image_pixelformat_kernels.h"
+#include "slow_arithmetic.h"
+
+namespace orvik {
+namespace {
+
+using enum ComponentType;
+
+template <class F, class Bits>
+void AppendFloats(std::vector<uint64_t>& values, std::mt19937_64& random) {
+    const auto append = [&](F value) { values.push_back(slow::Reinterpret<Bits>(value)); };
+    using Limits = std::numeric_limits<F>;
+    for (const F value : {F(0),
+                          F(-0.0),
+                          F(1),
+                          F(-1),
+                          F(0.999),
+                          F(0.997),
+                          F(2),
+                          F(65500),
+                          F(65504),
+                          F(65519),
+                          F(65536),
+                          F(1e9),
+                          F(-0.001),
+                          F(2147483648.0),
+                          F(-2147483648.0),
+                          F(1e30),
+                          F(1.2e-10),
+                          F(-1e-10),
+                          F(-1.5e-10),
+                          F(-2.4e-10),
+                          F(-4e-10),
+                          Limits::min(),
+                          Limits::max(),
+                          Limits::denorm_min(),
+                          Limits::infinity(),
+                          Limits::quiet_NaN(),
+                          Limits::epsilon()}) {
+        append(value);
+        append(-value);
+    }
+    // Both sides of every step of the 8-bit types and of many steps of the 16-bit types.
+    for (const int steps : {255, 65535}) {
+        for (int i = 0; i <= steps; i += steps == 255 ? 1 : 7) {
+            for (const F offset : {F(0), F(0.5)}) {
+                const F edge = (F(i) + offset) / F(steps);
+                append(edge);
+                append(std::nextafter(edge, F(-9)));
+                append(std::nextafter(edge, F(9)));
+            }
+        }
+    }
+    std::uniform_real_distribution<F> around(F(-0.1), F(1.1)), wide(F(-70000), F(70000));
+    for (int i = 0; i < 20000; ++i) {
+        append(around(random));
+        append(wide(random));
+        values.push_back(static_cast<Bits>(random()));  // any pattern, NaN and denormals among them
+    }
+}
+
+std::vector<uint64_t> MakeInputs(ComponentType type) {
+    std::vector<uint64_t> values;
+    std::mt19937_64 random(static_cast<uint64_t>(type) + 1);
+    if (GetComponentBits(type) <= 16) {
+        for (uint64_t i = 0; i < uint64_t(1) << GetComponentBits(type); ++i)
+            values.push_back(i);
+    } else if (type == F32) {
+        AppendFloats<float, uint32_t>(values, random);
+    } else if (type == F64) {
+        AppendFloats<double, uint64_t>(values, random);
+    } else {
+        for (int bit = 0; bit < 32; ++bit) {
+            for (const int64_t near : {-1, 0, 1})
+                values.push_back(static_cast<uint32_t>((int64_t(1) << bit) + near));
+        }
+        for (uint64_t i = 0; i < 65536; ++i)
+            values.push_back(i << 16 | (random() & 0xFFFF));
+    }
+    return values;
+}
+
+void StoreRaw(ComponentType type, uint64_t raw, std::byte* to) {
+    std::memcpy(to, &raw, static_cast<size_t>(GetComponentBits(type) / 8));  // little endian
+}
+uint64_t LoadRaw(ComponentType type, const std::byte* from) {
+    uint64_t raw = 0;
+    std::memcpy(&raw, from, static_cast<size_t>(GetComponentBits(type) / 8));
+    return raw;
+}
+
+class CellTest : public testing::TestWithParam<int> {};
+
+TEST_P(CellTest, EqualsTheRule) {
+    const auto src = static_cast<ComponentType>(GetParam() / kComponentTypeCount);
+    const auto dst = static_cast<ComponentType>(GetParam() % kComponentTypeCount);
+    const size_t srcBytes = static_cast<size_t>(GetComponentBits(src) / 8);
+    const size_t dstBytes = static_cast<size_t>(GetComponentBits(dst) / 8);
+    const std::vector<uint64_t> inputs = MakeInputs(src);
+
+    // One byte in front makes all addresses odd.
+    std::vector<std::byte> source(inputs.size() * srcBytes + 1), run(inputs.size() * dstBytes + 1);
+    for (size_t i = 0; i < inputs.size(); ++i)
+        StoreRaw(src, inputs[i], source.data() + 1 + i * srcBytes);
+    pixel::GetConvertRun(src, dst)(source.data() + 1, run.data() + 1, static_cast<Int>(inputs.size()));
+    std::vector<std::byte> strided(run.size() * 2);
+    pixel::GetConvertStrided(src, dst)(source.data() + 1, static_cast<Int>(srcBytes), strided.data() + 1,
+                                       static_cast<Int>(2 * dstBytes), static_cast<Int>(inputs.size()));
+
+    int failures = 0;
+    for (size_t i = 0; i < inputs.size() && failures < 5; ++i) {
+        const uint64_t expected = slow::Convert(src, dst, inputs[i]);
+        const uint64_t found = LoadRaw(dst, run.data() + 1 + i * dstBytes);
+        const bool bothNan = src != dst && slow::IsNan(dst, expected) && slow::IsNan(dst, found);
+        const bool exactNan = src == F32 && dst == F16;
+        failures += found != expected && !(bothNan && !exactNan);
+        EXPECT_TRUE(found == expected || (bothNan && !exactNan))
+            << GetComponentName(src) << " to " << GetComponentName(dst) << " of 0x" << std::hex << inputs[i] << ": 0x"
+            << found << " instead of 0x" << expected;
+        EXPECT_EQ(LoadRaw(dst, strided.data() + 1 + 2 * i * dstBytes), found) << "strided differs";
+    }
+}
+
+std::string NameOfCell(const testing::TestParamInfo<int>& info) {
+    return std::string(GetComponentName(static_cast<ComponentType>(info.param / kComponentTypeCount))) + "To" +
+           GetComponentName(static_cast<ComponentType>(info.param % kComponentTypeCount));
+}
+INSTANTIATE_TEST_SUITE_P(All, CellTest, testing::Range(0, kComponentTypeCount* kComponentTypeCount), NameOfCell);
+
+TEST(Half, DecodesEveryPattern) {
+    for (uint32_t h = 0; h < 65536; ++h) {
+        const float decoded = pixel::HalfToFloat({static_cast<uint16_t>(h)});
+        if ((h & 0x7C00) == 0x7C00) {  // infinities and NaN keep sign and mantissa
+            EXPECT_EQ(slow::Reinterpret<uint32_t>(decoded), (h & 0x8000) << 16 | 0x7F800000 | (h & 1023) << 13);
+        } else {
+            EXPECT_EQ(slow::Reinterpret<uint32_t>(decoded),
+                      slow::Reinterpret<uint32_t>(static_cast<float>(slow::DecodeHalf(h))));
+        }
+        EXPECT_EQ(pixel::FloatToHalf(decoded).bits, h) << "the way back is exact";
+    }
+}
+
+TEST(Half, EncodesByTruncation) {
+    const struct {
+        float value;
+        uint16_t half;
+    } kCases[] = {
+        {1.0f, 0x3C00},
+        {65500.0f, 0x7BFE},
+        {65535.9f, 0x7BFF},
+        {65536.0f, 0x7C00},
+        {-0.0f, 0x8000},
+        {std::ldexp(1.0f, -24), 0x0001},
+        {std::nextafter(std::ldexp(1.0f, -24), 0.0f), 0x0000},
+        {slow::Reinterpret<float>(uint32_t(0x7F800001)), 0x7C00},  // a small NaN becomes infinity
+        {slow::Reinterpret<float>(uint32_t(0xFFC00000)), 0xFE00},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(pixel::FloatToHalf(entry.value).bits, entry.half) << entry.value;
+    // All exponents with dense mantissas.
+    for (uint32_t high = 0; high < 65536; ++high) {
+        for (const uint32_t low : {0u, 1u, 0x1FFFu, 0x2000u, 0x7FFFu, 0xFFFFu}) {
+            const auto value = slow::Reinterpret<float>(high << 16 | low);
+            ASSERT_EQ(pixel::FloatToHalf(value).bits, slow::EncodeHalf(value)) << std::hex << (high << 16 | low);
+        }
+    }
+}
+
+TEST(Mean, TruncatesInTheSourceType) {
+    EXPECT_EQ(pixel::MeanOfColors<Pix8u>(10, 10, 11), 10);
+    EXPECT_EQ(pixel::MeanOfColors<Pix8u>(255, 255, 254), 254);
+    EXPECT_EQ(pixel::MeanOfColors<Pix32u>(0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF), 0xFFFFFFFF);
+    EXPECT_EQ(pixel::MeanOfColors<Pix32s>(-1, -1, 0), 0) << "signed division truncates towards zero";
+    EXPECT_EQ(pixel::MeanOfColors<Pix32s>(INT32_MIN, INT32_MIN, INT32_MIN), INT32_MIN);
+    EXPECT_EQ(pixel::MeanOfColors(0.1f, 0.2f, 0.4f), ((0.1f + 0.2f) + 0.4f) / 3.0f);
+    // 1 + 1 + 1.0009765625 over 3 lies between two halves and goes down.
+    EXPECT_EQ(pixel::MeanOfColors<Pix16f>({0x3C00}, {0x3C00}, {0x3C01}).bits, 0x3C00);
+    EXPECT_EQ(pixel::MeanOfColors<Pix16f>({0x7BFF}, {0x7BFF}, {0x7BFF}).bits, 0x7BFE) << "limited to 65500";
+}
+
+}  // namespace
+}  // namespace orvik
