@@ -36,7 +36,7 @@ Result<void> SaveTo(const std::string& output, const Picture& picture, const Id&
 }  // namespace
 
 int RunConvert(const Console& console, const ConvertOptions& options) {
-    Result<Picture> picture = LoadPicture(Url(options.input), MEDIASESSIONFLAGS::NONE);
+    Result<Picture> picture = LoadPicture(options.input, MEDIASESSIONFLAGS::NONE);
     if (!picture)
         return console.Fail(options.input, picture.GetError());
 

@@ -148,10 +148,10 @@ MediaSessionFileFormatHandler FindFormat(std::string_view name) {
     const String lower = String(name).ToLower();
     if (lower.IsEmpty())
         return {};
-    if (const auto handler = FindHandlerBySuffix(lower.GetText()))
+    if (auto handler = FindHandlerBySuffix(lower.GetText()))
         return handler;
     for (const Registry::Entry& entry : Registry::GetEntries(kFileFormatHandlerRegistry)) {
-        const auto handler = Cast<MediaSessionFileFormatHandlerInterface>(entry.object);
+        auto handler = Cast<MediaSessionFileFormatHandlerInterface>(entry.object);
         const FileFormat format = handler->GetFileFormat();
         if (format->GetName() == lower || format->GetFormatId().GetText() == lower.GetText())
             return handler;

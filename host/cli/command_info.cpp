@@ -127,7 +127,7 @@ int RunInfo(const Console& console, const InfoOptions& options) {
     int status = kDone;
     Json list = Json::array();
     for (const std::string& file : options.files) {
-        Result<Picture> picture = LoadPicture(Url(file), flags);
+        Result<Picture> picture = LoadPicture(file, flags);
         Result<Json> description = picture ? Describe(file, *picture) : Result<Json>(picture.GetError());
         if (!description) {
             status = std::max(status, console.Fail(file, description.GetError()));

@@ -133,7 +133,7 @@ Result<void> WriteTo(const std::string& output, const ImageBaseRef& image, const
 }  // namespace
 
 int RunPixels(const Console& console, const PixelsOptions& options) {
-    Result<Picture> picture = LoadPicture(Url(options.input), MEDIASESSIONFLAGS::NONE);
+    Result<Picture> picture = LoadPicture(options.input, MEDIASESSIONFLAGS::NONE);
     if (!picture)
         return console.Fail(options.input, picture.GetError());
     const Result<Id> formatId = Id::Create(options.pixelFormat);

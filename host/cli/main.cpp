@@ -55,7 +55,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
 
     CLI::App* convert = AddCommand(app, "convert", "Load a picture and save it in another format", chosen,
                                    [&](const Console& console) { return RunConvert(console, options.convert); });
-    convert->add_option("IN", options.convert.input, "File to load")->required();
+    convert->add_option("IN", options.convert.input, "File to load, '-' for standard input")->required();
     convert->add_option("OUT", options.convert.output, "File to save, '-' for standard output")->required();
     convert->add_option("-t,--to", options.convert.format, "Format to write; otherwise the suffix of OUT decides");
     convert->add_option("-s,--set", options.convert.settings, "Export setting key=value; can be repeated")
@@ -64,7 +64,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
 
     CLI::App* pixels = AddCommand(app, "pixels", "Write the pixels of an image as plain rows", chosen,
                                   [&](const Console& console) { return RunPixels(console, options.pixels); });
-    pixels->add_option("IN", options.pixels.input, "File to load")->required();
+    pixels->add_option("IN", options.pixels.input, "File to load, '-' for standard input")->required();
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
     pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")->capture_default_str();
     pixels->add_option("--image", options.pixels.image, "Which image of the file, from 1")->capture_default_str();

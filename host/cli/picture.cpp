@@ -1,10 +1,47 @@
 #include "picture.h"
 
+#include <sys/stat.h>
+
 #include "progressline.h"
+
+#include "orvik/threadservices.h"
 
 namespace orvik::cli {
 
-Result<Picture> LoadPicture(const Url& url, MEDIASESSIONFLAGS flags) {
+namespace {
+
+/// A pipe can be read once, but is asked twice: by detection and by the importer.
+Result<Url> ReadIntoMemory(const Url& url) {
+    constexpr Int kStep = 1 << 20;
+    constexpr Int kMaxBytes = Int(1) << 30;
+    const InputStreamRef stream = TRY(url.OpenInputStream());
+    const MemoryFileRef file = TRY(CreateMemoryFile());
+    BaseArray<std::byte>& bytes = file.GetPointer()->GetBytes();
+    for (Int count = kStep; count == kStep;) {
+        const Int start = bytes.GetCount();
+        if (start >= kMaxBytes)
+            return IoError(url, "more than @ bytes from a pipe or device", kMaxBytes);
+        TRY(bytes.Resize(start + kStep, RESIZEFLAGS::UNINITIALIZED));
+        count = TRY(stream->ReadEOS(bytes.ToBlock().subspan(static_cast<size_t>(start))));
+        TRY(bytes.Resize(start + count));
+        if (IsCurrentThreadCancelled())
+            return ThreadCancelledError();
+    }
+    return MountMemoryFile("orvik-input", file);
+}
+
+Result<Url> MakeUrl(const std::string& name) {
+    const Url url(name == "-" ? std::string_view("/dev/stdin") : std::string_view(name));
+    struct stat status {};
+    const bool isStream =
+        ::stat(url.GetSystemPath().c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+    return isStream ? ReadIntoMemory(url) : Result<Url>(url);
+}
+
+}  // namespace
+
+Result<Picture> LoadPicture(const std::string& name, MEDIASESSIONFLAGS flags) {
+    const Url url = TRY(MakeUrl(name));
     ProgressLine line("loading " + std::string(url.GetName().GetText()));
     Picture picture;
     picture.texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());

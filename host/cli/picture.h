@@ -13,7 +13,8 @@ struct Picture {
 };
 
 /// Loads a file; shows progress on a terminal. Cancellation by signal comes back as the thread-cancelled error.
-Result<Picture> LoadPicture(const Url& url, MEDIASESSIONFLAGS flags);
+/// @param name  a path, a file URL, or "-" for standard input; pipes and devices are read into memory first
+Result<Picture> LoadPicture(const std::string& name, MEDIASESSIONFLAGS flags);
 
 /// The children of a node in one branch; nodes that are no images are left out.
 Result<BaseArray<ImageBaseRef>> GetImages(const ImageBaseRef& node, IMAGEHIERARCHY branch);

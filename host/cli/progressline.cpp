@@ -13,7 +13,7 @@ namespace orvik::cli {
 
 using namespace std::chrono_literals;
 
-ProgressLine::ProgressLine(std::string label, std::string growingFile)
+ProgressLine::ProgressLine(const std::string& label, std::string growingFile)
     : _label(Printable(label)), _growingFile(std::move(growingFile)) {
     const char* terminal = std::getenv("TERM");
     if (!isatty(STDERR_FILENO) || !terminal || std::string_view(terminal) == "dumb")

@@ -16,7 +16,7 @@ namespace orvik::cli {
 class ProgressLine {
 public:
     /// @param growingFile  file whose size is shown while no fraction is known; may be empty
-    explicit ProgressLine(std::string label, std::string growingFile = {});
+    explicit ProgressLine(const std::string& label, std::string growingFile = {});
     ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;

@@ -40,7 +40,7 @@ def start(*arguments, limits=None, interrupt=signal.SIG_DFL, **options):
     options.setdefault("stderr", subprocess.PIPE)
     return subprocess.Popen(
         [options.pop("program", PROGRAM), *map(str, arguments)],
-        stdin=subprocess.DEVNULL,
+        stdin=options.pop("stdin", subprocess.DEVNULL),
         preexec_fn=lambda: prepare_child(limits or {}, interrupt),
         **options,
     )

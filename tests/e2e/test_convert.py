@@ -177,6 +177,19 @@ class Convert(OrvikTest):
         self.assertEqual(run("convert", "--to", "bmp", SAMPLE, "/dev/null").returncode, 0)
         self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
 
+    def test_standard_input_and_pipes(self):
+        with open(SAMPLE, "rb") as file:
+            self.assertIn(b"320 x 200", self.ok("info", "-", stdin=file))
+        expected = pillow_rgba(SAMPLE).tobytes()
+        for source in ("-", "/dev/stdin"):
+            with self.subTest(source), subprocess.Popen(["cat", SAMPLE], stdout=subprocess.PIPE) as cat:
+                self.assertEqual(self.ok("pixels", source, "-o", "-", stdin=cat.stdout), expected)
+                cat.stdout.close()
+        with subprocess.Popen(["head", "-c", "5000", SAMPLE], stdout=subprocess.PIPE) as head:
+            self.fails(1, "info", "-", stdin=head.stdout)
+            head.stdout.close()
+        self.fails(1, "info", "-", stdin=subprocess.DEVNULL)
+
     def test_file_urls(self):
         out = self.folder / "with space.bmp"
         self.ok("convert", f"file://{SAMPLE}", f"file://{self.folder}/with%20space.bmp")
