@@ -14,13 +14,13 @@ Result<void> StartImageModule(Publisher& publisher) {
         RegisterPixelFormats,
         RegisterImageStorages,
         RegisterImages,
+        RegisterFileFormats,
         RegisterMediaSession,
         RegisterMediaSessionAudio,
         RegisterTextureConverters,
         RegisterMediaSessionOutputConverterBase,
         RegisterMediaSessionProgress,
         RegisterMediaSessionUrlOutput,
-        RegisterFileFormats,
     };
     for (const Register registerUnit : kUnits)
         TRY(registerUnit(publisher));
