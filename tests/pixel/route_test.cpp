@@ -1,0 +1,325 @@
+// The search for conversions: channel by channel, through an intermediate format, errors, cache and threads; formats
+// made at run time.
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <thread>
+
+#include "pixel_tools.h"
+
+#include "orvik/gfx_image_colorprofileconvert.h"
+
+namespace orvik {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class RouteTest : public ModuleFixture {
+protected:
+    static ImageChannel Channel(const char* type, ComponentType component) {
+        const Result<Id> id = Id::Create(std::string("net.orvik.image.imagechanneltype.") + type);
+        return id ? channeltypes::GetChannel(*id, component) : ImageChannel();
+    }
+    static Result<PixelFormat> Make(std::initializer_list<const char*> types, ComponentType component) {
+        std::vector<ImageChannel> channels;
+        for (const char* type : types)
+            channels.push_back(Channel(type, component));
+        return PixelFormats::FindOrCreatePixelFormat(channels);
+    }
+};
+
+using enum ComponentType;
+
+// --- Formats made at run time ----------------------------------------------------------------------------------------
+
+TEST_F(RouteTest, OneListOfChannelsIsOneFormat) {
+    const struct {
+        std::initializer_list<const char*> types;
+        ComponentType component;
+        const char* id;
+        const char* shortName;
+    } kCases[] = {
+        {{"red", "green", "blue"}, U8, "rgb.u8", "RGB::U8"},
+        {{"red", "green", "blue"}, F16, "rgb.f16", "RGB::F16"},
+        {{"alpha"}, F16, "alpha.f16", "ALPHA::F16"},
+        {{"red"}, S8, "dynamic.reds8", "R S8"},
+        {{"red", "green"}, F32, "dynamic.redgreenf32", "R F32 G F32"},
+        {{"alpha", "grey"}, S16, "alpha.s16_grey.s16", "A S16 Gr S16"},
+        {{"depth", "unused", "uvu"}, F32, "depth.f32_unused.f32_uvu.f32", "Z F32 uvu F32"},
+        {{"cmyk_ic", "cmyk_k"}, U8, "cmyk_ic.u8_cmyk_k.u8", "iC U8 K U8"},
+    };
+    for (const auto& entry : kCases) {
+        const Result<PixelFormat> format = Make(entry.types, entry.component);
+        ASSERT_TRUE(format) << entry.id << ": " << MessageOf(format);
+        EXPECT_EQ(TextOf((*format)->GetId()), "net.orvik.image.pixelformat." + std::string(entry.id));
+        EXPECT_EQ(TextOf((*format)->GetShortName()), entry.shortName);
+        EXPECT_EQ(*format, *Make(entry.types, entry.component)) << "the same handle each time";
+    }
+}
+
+TEST_F(RouteTest, ImpossibleListsFailEachTime) {
+    EXPECT_EQ(MessageOf(PixelFormats::FindOrCreatePixelFormat({})),
+              "FindOrCreatePixelFormat() needs at least 1 channel.");
+    const Result<PixelFormat> mixed = Make({"red", "grey"}, U8), again = Make({"red", "grey"}, U8);
+    EXPECT_EQ(MessageOf(mixed),
+              "PixelFormat belongs to two different color spaces: net.orvik.image.colorspace.rgb, "
+              "net.orvik.image.colorspace.grey");
+    ASSERT_FALSE(again);
+    EXPECT_EQ(again.GetError().Get(), mixed.GetError().Get()) << "the failure itself is kept";
+    EXPECT_TRUE(Make({"grey", "alpha", "depth"}, U8));
+    EXPECT_FALSE(PixelFormats::FindOrCreatePixelFormat(std::vector<ImageChannel>{ImageChannel()}));
+    EXPECT_FALSE(PixelFormats::FindOrCreatePixelFormat(FormatOf("rgb.u565")->GetChannels()))
+        << "bits of a packed word are no components";
+}
+
+TEST_F(RouteTest, FormatsDoNotChangeOnceShared) {
+    const auto shared = Cast<PixelFormatDynamicInterface>(FormatOf("dynamic.redu8"));
+    ASSERT_TRUE(shared);
+    EXPECT_FALSE(shared->AddChannel(Channel("green", U8)));
+    EXPECT_EQ(shared->GetChannelCount(), 1);
+}
+
+// --- Channel by channel ----------------------------------------------------------------------------------------------
+
+TEST_F(RouteTest, ChannelsArePairedByType) {
+    const struct {
+        const char* what;
+        std::initializer_list<const char*> src, dst;
+        std::vector<uint8_t> in, out;
+    } kCases[] = {
+        {"order", {"depth", "blue", "red", "green"}, {"red", "green", "blue"}, {9, 3, 1, 2}, {1, 2, 3}},
+        {"missing colours", {"red"}, {"green", "red", "blue"}, {7}, {0, 7, 0}},
+        {"missing alpha", {"red", "green"}, {"alpha", "green", "red"}, {1, 2}, {255, 2, 1}},
+        {"k-th to k-th", {"red", "red", "green"}, {"red", "green", "red", "red"}, {1, 2, 3}, {1, 3, 2, 0}},
+        {"tolerated", {"red"}, {"unknown", "depth", "depthback", "unused", "red"}, {7}, {0, 0, 0, 0, 7}},
+        {"inverted ink", {"cmyk_c"}, {"cmyk_c", "cmyk_ik"}, {7}, {7, 255}},
+        {"no colour at all", {"uvu", "uvv"}, {"uvv", "uvu"}, {1, 2}, {2, 1}},
+        {"unused pairs too", {"red", "unused"}, {"unused", "red"}, {1, 2}, {2, 1}},
+        {"alpha alone", {"alpha", "depth"}, {"depth", "alpha"}, {1, 2}, {2, 1}},
+    };
+    for (const auto& entry : kCases) {
+        const Result<PixelFormat> src = Make(entry.src, U8), dst = Make(entry.dst, U8);
+        ASSERT_TRUE(src && dst) << entry.what;
+        EXPECT_EQ(ConvertBytes(*dst, *src, entry.in.data(), 1), entry.out) << entry.what;
+    }
+}
+
+TEST_F(RouteTest, InksStayAmongThemselves) {
+    const uint8_t cmyk[4] = {0, 1, 128, 255};
+    EXPECT_THAT(ConvertBytes(FormatOf("acmyk.u16"), FormatOf("cmyk.u8"), cmyk, 1),
+                ElementsAre(0, 0, 1, 1, 128, 128, 255, 255, 255, 255));
+    const uint8_t mixed[6] = {5, 0, 0, 0, 0, 0};
+    const Result<PixelFormat> floats = Make({"cmyk_k", "cmyk_y", "cmyk_m", "cmyk_c"}, U8);
+    ASSERT_TRUE(floats);
+    EXPECT_THAT(ConvertBytes(FormatOf("cmyk.u8"), *floats, mixed, 1), ElementsAre(0, 0, 0, 5));
+}
+
+// --- Intermediate ----------------------------------------------------------------------------------------------------
+
+TEST_F(RouteTest, IntermediateRunsInBlocksOf64) {
+    // Red and green have no grey of their own, so they pass through RGB.
+    const PixelFormat src = FormatOf("dynamic.redgreenu8"), dst = FormatOf("grey.u8");
+    for (const Int count : {Int(1), Int(63), Int(64), Int(65), Int(128), Int(200)}) {
+        std::vector<uint8_t> in(static_cast<size_t>(2 * count)), wanted(static_cast<size_t>(count) + 8, 0xCD);
+        for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+            in[2 * i] = static_cast<uint8_t>(i * 7);
+            in[2 * i + 1] = static_cast<uint8_t>(i * 13);
+            wanted[i] = static_cast<uint8_t>((in[2 * i] + in[2 * i + 1]) / 3);
+        }
+        std::vector<uint8_t> out(wanted.size(), 0xCD);
+        const Result<ConvertPixelFunc> convert = FindConversion(dst, src);
+        ASSERT_TRUE(convert) << MessageOf(convert);
+        ASSERT_TRUE((*convert)({out.data(), BITS(8), 0}, count, {in.data(), BITS(16), 0}, CONVERTPIXELFLAGS::NONE));
+        EXPECT_EQ(out, wanted) << count;
+
+        std::vector<uint8_t> backwards(wanted.size(), 0xCD);
+        ASSERT_TRUE((*convert)({backwards.data() + count - 1, BITS(-8), 0}, count, {in.data(), BITS(16), 0},
+                               CONVERTPIXELFLAGS::NONE));
+        std::reverse(backwards.begin(), backwards.begin() + count);
+        EXPECT_EQ(backwards, wanted) << count << " backwards";
+    }
+}
+
+TEST_F(RouteTest, IntermediateKeepsAlphaThatBothHave) {
+    const Result<PixelFormat> src = Make({"alpha", "green"}, U16);
+    ASSERT_TRUE(src);
+    const uint8_t in[4] = {0, 0x40, 0, 0x60};
+    EXPECT_THAT(ConvertBytes(FormatOf("greya.u8"), *src, in, 1), ElementsAre(0x20, 0x40));
+}
+
+TEST_F(RouteTest, WithoutARouteTheErrorTellsWhy) {
+    const struct {
+        const char* src;
+        const char* dst;
+    } kCases[] = {
+        {"rgb.u565", "rgb.u8"},   {"rgb.u8", "rgb.u565"},     {"rgb.rgbe", "rgba.f32"},    {"rgb.f32", "rgb.rgbe"},
+        {"cmyk.u8", "grey.u8"},   {"rgb.u8", "cmyk.f32"},     {"cmyk.u8", "cmyk_inv.u8"},  {"yuv.i422a", "rgb.u8"},
+        {"rgba.u8", "yuv.i422b"}, {"yuv.i422a", "yuv.i422b"}, {"indexed.u8bit", "rgb.u8"}, {"grey.u8", "indexed.u1bit"},
+        {"alpha.f16", "rgb.u8"},  {"rgb.u555", "argb.u1555"}, {"alpha.f16", "rgba.u8"},
+    };
+    for (const auto& entry : kCases) {
+        const Result<ConvertPixelFunc> none = FindConversion(FormatOf(entry.dst), FormatOf(entry.src));
+        ASSERT_FALSE(none) << entry.src << " to " << entry.dst;
+        const std::string prefix = "net.orvik.image.pixelformat.";
+        EXPECT_EQ(MessageOf(none),
+                  "No pixel conversion found from '" + prefix + entry.src + "' to '" + prefix + entry.dst + "'");
+        EXPECT_THAT(ChainOf(none.GetError()), testing::EndsWith("Recursion check"));
+        // A failed search leaves nothing behind that would answer the next one differently.
+        EXPECT_EQ(ChainOf(FindConversion(FormatOf(entry.dst), FormatOf(entry.src)).GetError()),
+                  ChainOf(none.GetError()));
+    }
+    const Result<ConvertPixelFunc> empty = FindConversion(FormatOf("rgb.u8"), PixelFormat());
+    EXPECT_EQ(MessageOf(empty), "srcformat must not be nullptr.");
+    ASSERT_FALSE(empty);
+    EXPECT_EQ(empty.GetError()->GetErrorId(), errorid::kIllegalArgument);
+    EXPECT_FALSE(FindConversion(FormatOf("rgb.u8"), FormatOf("rgba.u8"), {}, {})) << "offsets are missing";
+}
+
+// --- Profiles --------------------------------------------------------------------------------------------------------
+
+TEST_F(RouteTest, ProfilesDecideOnlyWhereTheyMust) {
+    const PixelFormat rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u8"), grey = FormatOf("grey.u8");
+    const ColorProfile srgb = colorprofiles::Get(colorprofiles::kSrgb);
+    const ColorProfile linear = colorprofiles::Get(colorprofiles::kLinearRgb);
+    const ColorProfile sgrey = colorprofiles::Get(colorprofiles::kSgrey);
+    constexpr auto kForce = CONVERTPIXELFLAGS::FORCECOLORPROFILECONVERSION;
+    const auto find = [](const PixelFormat& dst, const PixelFormat& src, const ColorProfile* srcProfile,
+                         ColorProfile* dstProfile, CONVERTPIXELFLAGS flags) {
+        bool converts = false;
+        const auto found = dst->GetConvertPixelFunc(src, src->GetChannelOffsets(), dst->GetChannelOffsets(), srcProfile,
+                                                    dstProfile, flags, converts);
+        EXPECT_FALSE(converts);
+        return MessageOf(found);
+    };
+    ColorProfile out = srgb;
+    EXPECT_EQ(find(rgba, rgb, &linear, &out, CONVERTPIXELFLAGS::NONE), "no error");
+    EXPECT_EQ(out, linear) << "same space: the pixels keep their profile";
+    out = srgb;
+    EXPECT_EQ(find(rgba, rgb, nullptr, &out, CONVERTPIXELFLAGS::NONE), "no error");
+    EXPECT_EQ(out, srgb);
+    out = sgrey;
+    EXPECT_EQ(find(grey, rgb, &srgb, &out, CONVERTPIXELFLAGS::NONE), "no error") << "no transform: plain arithmetic";
+    EXPECT_EQ(out, sgrey);
+    out = ColorProfile();
+    EXPECT_EQ(find(grey, rgb, &srgb, &out, kForce),
+              "Warning: Pixel conversion with different color spaces: net.orvik.image.colorspace.rgb != "
+              "net.orvik.image.colorspace.grey and incomplete color profiles: sRGB IEC61966-2.1 != <<no profile>>");
+    EXPECT_THAT(find(grey, rgb, nullptr, nullptr, kForce), HasSubstr("profiles: <<no profile>> != <<no profile>>"));
+    EXPECT_EQ(find(rgba, rgb, nullptr, nullptr, kForce), "no error");
+}
+
+/// A transform that adds one, to see when it is asked.
+class AddOne final : public virtual ColorProfileConvertInterface {
+public:
+    Result<Bool> Init(const PixelFormat&, const ColorProfile& src, const PixelFormat&, const ColorProfile& dst,
+                      COLORCONVERSIONINTENT intent, COLORCONVERSIONFLAGS flags) override {
+        EXPECT_EQ(intent, COLORCONVERSIONINTENT::PERCEPTUAL);
+        EXPECT_EQ(flags, COLORCONVERSIONFLAGS::BLACKPOINTCOMPENSATION);
+        EXPECT_FALSE(src == dst);
+        return true;
+    }
+    Result<void> Convert(const PixelLine& dst, const PixelLineConst& src, Int count) const override {
+        for (Int i = 0; i < count; ++i)
+            static_cast<uint8_t*>(dst.data)[i] = static_cast<uint8_t>(static_cast<const uint8_t*>(src.data)[i] + 1);
+        return {};
+    }
+};
+
+TEST_F(RouteTest, AProfileTransformGoesFirstAndIsNotCached) {
+    ASSERT_TRUE(_publisher.PublishClass<AddOne>(kColorProfileConvertClass));
+    const PixelFormat grey = FormatOf("grey.u8");
+    const ColorProfile sgrey = colorprofiles::Get(colorprofiles::kSgrey);
+    ColorProfile linear = colorprofiles::Get(colorprofiles::kLinearGrey);
+    const uint8_t in = 7;
+    const auto run = [&](CONVERTPIXELFLAGS flags, bool expectTransform) {
+        bool converts = false;
+        ColorProfile target = linear;
+        const auto convert = grey->GetConvertPixelFunc(grey, grey->GetChannelOffsets(), grey->GetChannelOffsets(),
+                                                       &sgrey, &target, flags, converts);
+        uint8_t out = 0;
+        EXPECT_TRUE(convert && (*convert)({&out, BITS(8), 0}, 1, {&in, BITS(8), 0}, flags));
+        EXPECT_EQ(converts, expectTransform);
+        return int(out);
+    };
+    EXPECT_EQ(run(CONVERTPIXELFLAGS::FORCECOLORPROFILECONVERSION, true), 8);
+    EXPECT_EQ(run(CONVERTPIXELFLAGS::NONE, false), 7);
+    EXPECT_EQ(run(CONVERTPIXELFLAGS::FORCECOLORPROFILECONVERSION, true), 8);
+}
+
+// --- Cache and threads -----------------------------------------------------------------------------------------------
+
+/// A source that counts how often a route is searched.
+class CountingFormat final : public virtual PixelFormatInterface {
+public:
+    static inline std::atomic<int> searches{0};
+    Id GetId() const override { return "net.orvik.test.counting"; }
+    ChannelOffsets GetChannelOffsets() const override { return _offsets; }
+    Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dst, ChannelOffsets, ChannelOffsets,
+                                                   bool) const override {
+        ++searches;
+        if (dst->HasAlpha()) {  // asks for itself while it is being looked for
+            const auto again = FindConversion(dst, PixelFormat(const_cast<CountingFormat*>(this)));
+            EXPECT_EQ(MessageOf(again), "Recursion check");
+        }
+        return ConvertPixelFunc(
+            [](const PixelLine&, Int, const PixelLineConst&, CONVERTPIXELFLAGS) -> Result<void> { return {}; });
+    }
+
+private:
+    BITS _offsets[2] = {BITS(0), BITS(8)};
+};
+
+TEST_F(RouteTest, RoutesAreSearchedOnceForEachKey) {
+    const Result<Ref<CountingFormat>> made = NewObj<CountingFormat>();
+    ASSERT_TRUE(made);
+    const PixelFormat source = *made, rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u8");
+    CountingFormat::searches = 0;
+    ASSERT_TRUE(FindConversion(rgb, source));
+    ASSERT_TRUE(FindConversion(rgb, source));
+    EXPECT_EQ(CountingFormat::searches, 1);
+    const BITS shifted[] = {BITS(8), BITS(16)};
+    ASSERT_TRUE(FindConversion(rgb, source, rgb->GetChannelOffsets(), shifted));
+    EXPECT_EQ(CountingFormat::searches, 2) << "other offsets, other key";
+    ASSERT_TRUE(FindConversion(rgba, source));
+    EXPECT_EQ(CountingFormat::searches, 3);
+}
+
+TEST_F(RouteTest, ThreadsMaySearchAtOnce) {
+    const char* const kNames[] = {"rgb.u8",   "rgba.f16", "grey.f32", "argb.u16", "cmyk.u8", "dynamic.redgreens16",
+                                  "alpha.f16"};
+    std::atomic<int> found{0}, refused{0};
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            while (!go)
+                std::this_thread::yield();
+            for (const char* dst : kNames) {
+                for (const char* src : kNames) {
+                    const auto route = FindConversion(FormatOf(dst), FormatOf(src));
+                    ++(route ? found : refused);
+                    if (!route) {
+                        EXPECT_THAT(MessageOf(route), StartsWith("No pixel conversion found"));
+                    }
+                }
+                EXPECT_TRUE(Make({"alpha", "red", dst == kNames[0] ? "green" : "blue"}, S8));
+            }
+        });
+    }
+    go = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    int expected = 0;
+    for (const char* dst : kNames) {
+        for (const char* src : kNames)
+            expected += FindConversion(FormatOf(dst), FormatOf(src)) ? 1 : 0;
+    }
+    EXPECT_EQ(found, 4 * expected);
+    EXPECT_EQ(refused, 4 * (49 - expected));
+    EXPECT_EQ(*Make({"alpha", "red", "green"}, S8), *Make({"alpha", "red", "green"}, S8));
+}
+
+}  // namespace
+}  // namespace orvik
