@@ -3,7 +3,6 @@
 /// Collects measurements, pairs each with what it is held against, prints a table and writes the JSON list.
 
 #include <benchmark/benchmark.h>
-
 #include <map>
 #include <string>
 #include <vector>
@@ -23,8 +22,8 @@ struct Row {
 struct Pairing {
     std::string name;
     std::string against;
-    std::string unit;     ///< of `value`: items per second in this unit, for instance "Mpixel/s"
-    double items = 0;     ///< items of one iteration, in that unit
+    std::string unit;  ///< of `value`: items per second in this unit, for instance "Mpixel/s"
+    double items = 0;  ///< items of one iteration, in that unit
 };
 
 /// Takes the median over the repetitions of each benchmark.

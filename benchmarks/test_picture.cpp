@@ -1,11 +1,10 @@
 #include "test_picture.h"
 
-#include <png.h>
-
 #include <cmath>
 #include <csetjmp>
 #include <cstdlib>
 #include <cstring>
+#include <png.h>
 
 namespace bench {
 namespace {
