@@ -76,7 +76,8 @@ TEST(Data, SharesLargeValues) {
 
 TEST(Data, KeepsWideAlignment) {
     struct alignas(64) Wide {
-        char bytes[64];
+        ~Wide() {}  // passed by address, whatever the compiler's rules for aligned arguments
+        char bytes[64] = {};
     };
     for (int i = 0; i < 10; ++i) {
         const Data data = Data::Create(Wide()).TakeValue();
