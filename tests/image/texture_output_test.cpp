@@ -382,9 +382,9 @@ TEST_F(TextureOutputTest, TellsEachNodeOnceOfItsPixels) {
         ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
         std::vector<UpdateRegion> told;
         for (const ImageBaseRef& node : {Node(0), Node(0, IMAGEHIERARCHY::ALPHA, Node(0))}) {
-            ASSERT_TRUE(
-                node->ObservableRegionChanged()->AddObserver([&](ImageBaseInterface* from, const UpdateRegion& region) {
-                    EXPECT_EQ(from, node.GetPointer());
+            ASSERT_TRUE(node->ObservableRegionChanged()->AddObserver(
+                [&told, expected = node.GetPointer()](ImageBaseInterface* from, const UpdateRegion& region) {
+                    EXPECT_EQ(from, expected);
                     told.push_back(region);
                     return Result<void>();
                 }));
