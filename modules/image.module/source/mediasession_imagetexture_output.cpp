@@ -199,10 +199,12 @@ Result<Int> MediaOutputTextureImpl::AddRecord(const MediaStreamRef& stream, cons
                                               const MediaStreamFormat& format) {
     const MEDIAFORMATTYPE type = format.Get(mediaformat::kType, MEDIAFORMATTYPE::UNDEFINED);
     const Int index = _records.GetCount();
+    // Made outside the braces: GCC forgets the members before it when an initialiser returns from the function.
+    Ref<Target> target = TRY(NewObj<Target>(_texture, _storage, type, format->GetDictionary()));
     TRY(_records.Append(Record{
         .parent = parent,
         .stream = stream,
-        .target = TRY(NewObj<Target>(_texture, _storage, type, format->GetDictionary())),
+        .target = std::move(target),
         .fps = format.Get(mediaformat::kVideoFps, 0),
         .duration = format.Get(mediaformat::kVideoDuration, TimeValue()),
         .type = type,
