@@ -53,10 +53,12 @@ Result<void> PngLibrary::CreateInfos() {
 void PngLibrary::Close() noexcept {
     if (_png) {
         (void)Call([this](png_structp, png_infop) {  // what fails while everything goes interests nobody
-            if (_writes)
+            if (_writes) {
+                png_destroy_info_struct(_png, &_endInfo);  // which the next call does not know
                 png_destroy_write_struct(&_png, &_info);
-            else
+            } else {
                 png_destroy_read_struct(&_png, &_info, &_endInfo);
+            }
         });
     }
     _png = nullptr;
