@@ -116,8 +116,8 @@ void ConversionPlan::Compose(const PlanSide& dst, const PlanSide& src, Block<con
 void ConversionPlan::Run(const PixelLine& dst, Int count, const PixelLineConst& src) const {
     if (count <= 0)
         return;
-    if (_composed && src.stride.GetBits() == _srcCount * GetComponentBits(_srcType) &&
-        dst.stride.GetBits() == _dstCount * GetComponentBits(_dstType))
+    if (_composed && src.stride.GetBits() == Int(_srcCount) * GetComponentBits(_srcType) &&
+        dst.stride.GetBits() == Int(_dstCount) * GetComponentBits(_dstType))
         RunComposed(static_cast<const std::byte*>(src.data), static_cast<std::byte*>(dst.data), count);
     else
         RunStrided(dst, count, src);
