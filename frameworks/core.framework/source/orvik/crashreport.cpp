@@ -25,21 +25,22 @@ static_assert(std::atomic<char>::is_always_lock_free && std::atomic<uint32_t>::i
 
 constinit Slot g_slots[kSlotCount];
 
-/// Cuts between characters, never within one, and keeps a property on one line.
+/// Cuts between characters, never within one, and keeps a property on one line. Each character is released behind the
+/// odd stamp, and `Load` acquires it before it looks at the stamp again, so that a torn text is noticed.
 void Store(std::atomic<char>* to, std::string_view text, size_t limit) noexcept {
     size_t size = std::min(text.size(), limit);
     while (size < text.size() && size > 0 && (text[size] & 0xC0) == 0x80)
         --size;
     for (size_t i = 0; i < size; ++i) {
         const bool control = static_cast<unsigned char>(text[i]) < 0x20;
-        to[i].store(control ? ' ' : text[i], std::memory_order_relaxed);
+        to[i].store(control ? ' ' : text[i], std::memory_order_release);
     }
-    to[size].store(0, std::memory_order_relaxed);
+    to[size].store(0, std::memory_order_release);
 }
 
 size_t Load(char* to, const std::atomic<char>* from, size_t limit) noexcept {
     size_t size = 0;
-    while (size < limit && (to[size] = from[size].load(std::memory_order_relaxed)) != 0)
+    while (size < limit && (to[size] = from[size].load(std::memory_order_acquire)) != 0)
         ++size;
     return size;
 }
@@ -56,7 +57,6 @@ CrashReportProperty::CrashReportProperty(std::string_view name, const String& va
         return;  // more properties than a report can show
     Slot& slot = g_slots[_slot];
     slot.stamp.fetch_add(1, std::memory_order_acq_rel);
-    std::atomic_thread_fence(std::memory_order_release);
     Store(slot.name, name, kMaxName);
     Store(slot.value, value.GetText(), kMaxValue);
     slot.stamp.fetch_add(1, std::memory_order_release);
@@ -81,7 +81,6 @@ void WriteCrashReportProperties(int fileDescriptor) noexcept {
         line[size++] = ' ';
         size += Load(line + size, slot.value, kMaxValue);
         line[size++] = '\n';
-        std::atomic_thread_fence(std::memory_order_acquire);
         if (slot.stamp.load(std::memory_order_relaxed) != before)
             continue;
         for (size_t done = 0; done < size;) {
