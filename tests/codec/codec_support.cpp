@@ -1,0 +1,206 @@
+#include "codec_support.h"
+
+#include "png_direct.h"
+
+namespace codectest {
+namespace {
+
+constexpr std::string_view kMounted = "codec.test";
+
+/// A handler is given back however the test ends.
+struct Reader {
+    GetPixelHandlerStruct handler;
+    ~Reader() { handler.Free(); }
+};
+
+Result<Bytes> ReadPixels(const ImageBaseRef& node, const PixelFormat& format) {
+    const Int rowBytes = format->GetBytesPerLine(node->GetWidth());
+    Bytes bytes(size_t(rowBytes * node->GetHeight()));
+    Reader reader{TRY(node->GetPixelHandler(format, format->GetChannelOffsets(), ColorProfile(),
+                                            GETPIXELHANDLERFLAGS::NONE, LayerSet()))};
+    for (Int y = 0; y < node->GetHeight(); ++y)
+        TRY(reader.handler.read({0, y, node->GetWidth()}, {bytes.data() + y * rowBytes, format->GetBitsPerPixel()},
+                                GETPIXELFLAGS::NONE));
+    return bytes;
+}
+
+Result<ImageRef> MakeImage(const Id& imageClass, Int width, Int height, const Id& formatId, const Bytes& pixels) {
+    const ImageRef image = TRY(ClassRef(imageClass).Create<ImageInterface>());
+    const PixelFormat format = PixelFormats::Get(formatId);
+    TRY(image->Init(width, height, ClassRef(), format, {}));
+    SetPixelHandlerStruct handler =
+        TRY(image->SetPixelHandler(format, format->GetChannelOffsets(), ColorProfile(), SETPIXELHANDLERFLAGS::NONE));
+    const Int rowBytes = format->GetBytesPerLine(width);
+    Result<void> written;
+    for (Int y = 0; y < height && written; ++y)
+        written = handler.write({0, y, width}, {pixels.data() + y * rowBytes, format->GetBitsPerPixel()},
+                                SETPIXELFLAGS::NONE);
+    TRY(handler.Free());
+    TRY(std::move(written));
+    return image;
+}
+
+Result<ImageTextureRef> MakeTree(const Picture& picture) {
+    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+    const ImageRef image =
+        TRY(MakeImage(imageclasses::kImage, picture.width, picture.height, picture.format, picture.pixels));
+    TRY(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
+    if (!picture.alpha.empty()) {
+        const ImageRef alpha = TRY(MakeImage(imageclasses::kRasterLayer, picture.width, picture.height,
+                                             pixelformats::kAlphaU8, picture.alpha));
+        TRY(image->AddChildren(IMAGEHIERARCHY::ALPHA, alpha, nullptr));
+    }
+    return texture;
+}
+
+template <class T>
+T Expect(Result<T> result, T otherwise) {
+    EXPECT_TRUE(result) << result.GetError()->ToString().GetCString();
+    return result ? std::move(result).TakeValue() : otherwise;
+}
+
+void Append(Bytes& bytes, uint64_t value, int count) {
+    for (int i = 0; i < count; ++i)
+        bytes.push_back(uint8_t(value >> (8 * i)));
+}
+
+}  // namespace
+
+Url Mount(const Bytes& bytes) {
+    return Expect(MountMemoryFile(kMounted, Expect(CreateMemoryFile(AsBlock(bytes)), MemoryFileRef())), Url());
+}
+
+Result<ImageTextureRef> Load(const Url& url, MEDIASESSIONFLAGS flags) {
+    return ImageTextureInterface::LoadTexture(url, TimeValue(), flags, ClassRef(), LayerSet());
+}
+
+ImageBaseRef FirstImage(const ImageTextureRef& texture) {
+    return Cast<ImageBaseInterface>(texture->GetFirstChild(Int(IMAGEHIERARCHY::IMAGE)));
+}
+
+ImageBaseRef AlphaOf(const ImageBaseRef& image) {
+    return Cast<ImageBaseInterface>(image->GetFirstChild(Int(IMAGEHIERARCHY::ALPHA)));
+}
+
+Bytes PixelsOf(const ImageBaseRef& node, const Id& format) {
+    return Expect(ReadPixels(node, PixelFormats::Get(format)), Bytes());
+}
+
+Bytes RgbaOf(const ImageTextureRef& texture) {
+    const ImageBaseRef image = FirstImage(texture);
+    Bytes rgba = PixelsOf(image, pixelformats::kRgbaU8);
+    if (const ImageBaseRef alpha = AlphaOf(image)) {
+        const Bytes alphas = PixelsOf(alpha, pixelformats::kAlphaU8);
+        for (size_t i = 0; i < alphas.size() && 4 * i + 3 < rgba.size(); ++i)
+            rgba[4 * i + 3] = alphas[i];
+    }
+    return rgba;
+}
+
+ImageTextureRef MakeTexture(const Picture& picture) { return Expect(MakeTree(picture), ImageTextureRef()); }
+
+const FileFormatEntry& Format(std::string_view name) {
+    for (const FileFormatEntry& entry : GetFileFormatTable()) {
+        if (entry.name == name)
+            return entry;
+    }
+    ADD_FAILURE() << "no format " << name;
+    return GetFileFormatTable()[0];
+}
+
+Result<void> SaveTo(const ImageTextureRef& texture, std::string_view formatName, const Url& url) {
+    const MediaOutputUrlRef exporter = TRY(ClassRef(Format(formatName).exporter).Create<MediaOutputUrlInterface>());
+    TRY(exporter->SetOutputUrl(url));
+    return texture->Save(exporter, MEDIASESSIONFLAGS::NONE, nullptr);
+}
+
+Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName) {
+    const MemoryFileRef file = TRY(CreateMemoryFile());
+    TRY(SaveTo(texture, formatName, TRY(MountMemoryFile(kMounted, file))));
+    const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
+    return Bytes(first, first + file->GetBytes().GetCount());
+}
+
+Bytes BmpParts::Make() const {
+    Bytes head;
+    Append(head, headerSize, 4);
+    if (headerSize == 12) {
+        Append(head, uint32_t(width), 2);
+        Append(head, uint32_t(height), 2);
+        Append(head, planes, 2);
+        Append(head, bitCount, 2);
+    } else {
+        Append(head, uint32_t(width), 4);
+        Append(head, uint32_t(height), 4);
+        Append(head, planes, 2);
+        Append(head, bitCount, 2);
+        Append(head, compression, 4);
+        Append(head, rows.size(), 4);
+        Append(head, uint32_t(xPerMetre), 4);
+        Append(head, uint32_t(yPerMetre), 4);
+        Append(head, colorsUsed, 4);
+        Append(head, 0, 4);
+    }
+    if (headerSize >= 56 || (headerSize == 40 && compression == 3)) {
+        Append(head, red, 4);
+        Append(head, green, 4);
+        Append(head, blue, 4);
+    }
+    if (headerSize >= 56)
+        Append(head, alpha, 4);
+    if (headerSize >= 108) {
+        Append(head, space, 4);
+        head.resize(head.size() + 36 + 12);
+    }
+    if (headerSize >= 124) {
+        Append(head, 4, 4);
+        Append(head, headerSize, 4);
+        Append(head, profile.size(), 4);
+        Append(head, 0, 4);
+    }
+    head.resize(std::max(head.size(), size_t(headerSize)));
+    head.insert(head.end(), profile.begin(), profile.end());
+
+    Bytes file = {'B', 'M'};
+    Append(file, 14 + head.size() + rows.size(), 4);
+    Append(file, 0, 4);
+    Append(file, 14 + head.size(), 4);
+    file.insert(file.end(), head.begin(), head.end());
+    file.insert(file.end(), rows.begin(), rows.end());
+    return file;
+}
+
+std::vector<Sample> MakeSamples() {
+    Noise noise(7);
+    std::vector<Sample> samples;
+    samples.push_back({"bmp of 24 bits", "bmp", BmpParts{.width = 3, .height = 3, .rows = noise.Make(36)}.Make()});
+    samples.push_back({"bmp of 32 bits with masks", "bmp",
+                       BmpParts{.headerSize = 108,
+                                .width = 2,
+                                .height = -3,
+                                .bitCount = 32,
+                                .compression = 3,
+                                .red = 0xFF0000,
+                                .green = 0xFF00,
+                                .blue = 0xFF,
+                                .alpha = 0xFF000000,
+                                .rows = noise.Make(24)}
+                           .Make()});
+    samples.push_back({"png rgb 8", "png",
+                       WritePng({.width = 4, .height = 3, .colorType = 2, .bitDepth = 8, .rows = noise.Make(36)})});
+    samples.push_back(
+        {"png rgba 16 interlaced", "png",
+         WritePng(
+             {.width = 5, .height = 4, .colorType = 6, .bitDepth = 16, .interlaced = true, .rows = noise.Make(160)})});
+    samples.push_back({"png grey 8 with a colour key", "png",
+                       WritePng({.width = 4,
+                                 .height = 2,
+                                 .colorType = 0,
+                                 .bitDepth = 8,
+                                 .rows = noise.Make(8),
+                                 .hasKey = true,
+                                 .key = {0, 0, 0, 0, 9}})});
+    return samples;
+}
+
+}  // namespace codectest

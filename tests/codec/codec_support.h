@@ -1,0 +1,106 @@
+#pragma once
+/// @file
+/// What the tests of the codecs share: files as bytes, pictures made by hand, errors as ids.
+
+#include <gmock/gmock.h>
+#include <string>
+#include <vector>
+
+#include "imexport/media_io_formats.h"
+#include "support/module_fixture.h"
+
+#include "orvik/gfx_image.h"
+#include "orvik/mediasession_output.h"
+
+namespace codectest {
+
+using namespace orvik;
+using Bytes = std::vector<uint8_t>;
+
+inline Block<const std::byte> AsBlock(const Bytes& bytes) { return std::as_bytes(Block<const uint8_t>(bytes)); }
+
+/// Publishes the bytes under a memory URL; a later call replaces them.
+Url Mount(const Bytes& bytes);
+
+Result<ImageTextureRef> Load(const Url& url, MEDIASESSIONFLAGS flags = MEDIASESSIONFLAGS::NONE);
+inline Result<ImageTextureRef> Load(const Bytes& bytes, MEDIASESSIONFLAGS flags = MEDIASESSIONFLAGS::NONE) {
+    return Load(Mount(bytes), flags);
+}
+ImageBaseRef FirstImage(const ImageTextureRef& texture);
+/// The alpha child of a node, or null.
+ImageBaseRef AlphaOf(const ImageBaseRef& image);
+
+/// All pixels of a node, tightly packed, from the top. Fails the test and gives nothing on an error.
+Bytes PixelsOf(const ImageBaseRef& node, const Id& format);
+/// RGBA of 8 bits of the first image, with the alpha of its alpha child where there is one.
+Bytes RgbaOf(const ImageTextureRef& texture);
+
+/// A picture made by hand: rows from the top, tightly packed.
+struct Picture {
+    Int width = 0, height = 0;
+    Id format;
+    Bytes pixels;
+    Bytes alpha = {};  ///< of 8 bits, in a child of its own; empty for none
+};
+ImageTextureRef MakeTexture(const Picture& picture);
+
+/// Saves through the exporter of a format, by its short name. The stream's settings are those of the texture.
+Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName);
+Result<void> SaveTo(const ImageTextureRef& texture, std::string_view formatName, const Url& url);
+const FileFormatEntry& Format(std::string_view name);
+
+/// "ok", or the last word of the error's class id, for instance "mediasessionwrongtype".
+template <class T>
+std::string KindOf(const Result<T>& result) {
+    if (result)
+        return "ok";
+    const std::string_view id = result.GetError()->GetErrorId().GetText();
+    return std::string(id.substr(id.rfind('.') + 1));
+}
+template <class T>
+std::string MessageOf(const Result<T>& result) {
+    return result ? std::string() : std::string(result.GetError()->GetMessage().GetText());
+}
+
+/// A reproducible stream of bytes.
+class Noise {
+public:
+    explicit Noise(uint32_t seed) : _state(seed) {}
+    uint32_t Next() { return _state = _state * 1664525u + 1013904223u, _state >> 8; }
+    Bytes Make(size_t count) {
+        Bytes bytes(count);
+        for (uint8_t& byte : bytes)
+            byte = uint8_t(Next());
+        return bytes;
+    }
+
+private:
+    uint32_t _state;
+};
+
+/// The bytes of a BMP as a test puts them together.
+struct BmpParts {
+    uint32_t headerSize = 40;
+    int32_t width = 2, height = 2;
+    uint16_t planes = 1, bitCount = 24;
+    uint32_t compression = 0;
+    int32_t xPerMetre = 0, yPerMetre = 0;
+    uint32_t colorsUsed = 0;
+    uint32_t red = 0, green = 0, blue = 0, alpha = 0;
+    uint32_t space = 0x73524742;
+    Bytes profile = {};  ///< behind the header
+    Bytes rows = {};     ///< as they stand in the file
+    Bytes Make() const;
+};
+
+/// A small good file of each format, for tests that damage files: name of the format and bytes.
+struct Sample {
+    std::string name;
+    std::string_view format;
+    Bytes bytes;
+};
+std::vector<Sample> MakeSamples();
+
+class CodecTest : public ModuleFixture {};
+
+}  // namespace codectest

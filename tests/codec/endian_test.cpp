@@ -1,0 +1,97 @@
+// Typed reads and writes, and the stack of chunks.
+
+#include "codec_support.h"
+#include "imexport/media_io_chunkedfileio.h"
+
+namespace codectest {
+namespace {
+
+const Bytes kBytes = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x88};
+
+EndianReader ReaderOf(BYTEORDER order, const Bytes& bytes = kBytes) {
+    EndianReader reader;
+    reader.Attach(OpenMemoryInput(AsBlock(bytes)).GetValueOr(InputStreamRef()), order);
+    return reader;
+}
+
+TEST(Endian, ReadsInBothOrders) {
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU16(), 0x0102);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE).ReadU16(), 0x0201);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU32(), 0x01020304u);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE).ReadU32(), 0x04030201u);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU64(), 0x0102030405060788u);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE).ReadS64(), int64_t(0x8807060504030201u));
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU8(), 1);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG, {0xFF, 0xFE}).ReadS16(), -2);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG, {0xFF, 0xFF, 0xFF, 0xFD}).ReadS32(), -3);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG, {0x3F, 0xC0, 0, 0}).ReadF32(), 1.5f);
+    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE, {0, 0, 0, 0, 0, 0, 0xF8, 0x3F}).ReadF64(), 1.5);
+}
+
+TEST(Endian, ShortReadIsTheStreamsError) {
+    EXPECT_EQ(KindOf(ReaderOf(BYTEORDER::BIG, {1, 2, 3}).ReadU32()), "io");
+    EXPECT_EQ(KindOf(EndianReader().ReadU8()), "nullptr");
+}
+
+TEST(Endian, WritesWhatItReads) {
+    for (const BYTEORDER order : {BYTEORDER::BIG, BYTEORDER::LITTLE}) {
+        const MemoryFileRef file = *CreateMemoryFile();
+        EndianWriter out;
+        out.Attach(*OpenMemoryOutput(file), order);
+        ASSERT_TRUE(out.WriteU8(0x12) && out.WriteU16(0x3456) && out.WriteU32(0x789ABCDE) && out.WriteS16(-2) &&
+                    out.WriteS32(-3) && out.WriteU64(0x1122334455667788) && out.WriteF32(-0.75f) &&
+                    out.WriteF64(1e300) && out.WriteZeros(130) && out.WriteS64(-5) && out.GetStream()->Close());
+        EndianReader in;
+        in.Attach(*OpenMemoryInput(file), order);
+        EXPECT_EQ(*in.ReadU8(), 0x12);
+        EXPECT_EQ(*in.ReadU16(), 0x3456);
+        EXPECT_EQ(*in.ReadU32(), 0x789ABCDEu);
+        EXPECT_EQ(*in.ReadS16(), -2);
+        EXPECT_EQ(*in.ReadS32(), -3);
+        EXPECT_EQ(*in.ReadU64(), 0x1122334455667788u);
+        EXPECT_EQ(*in.ReadF32(), -0.75f);
+        EXPECT_EQ(*in.ReadF64(), 1e300);
+        Bytes zeros(130, 1);
+        ASSERT_TRUE(in.ReadBlock(std::as_writable_bytes(Block<uint8_t>(zeros))));
+        EXPECT_EQ(zeros, Bytes(130));
+        EXPECT_EQ(*in.ReadS64(), -5);
+        EXPECT_EQ(int(file->GetBytes()[1]), order == BYTEORDER::BIG ? 0x34 : 0x56);
+    }
+}
+
+TEST(ChunkedFileIO, EntersAndLeavesChunks) {
+    const Bytes bytes(100);
+    ChunkedFileIO io;
+    io.Attach(*OpenMemoryInput(AsBlock(bytes)), BYTEORDER::BIG);
+    EXPECT_EQ(io.Remaining(), -1);
+    EXPECT_EQ(KindOf(io.PopChunk()), "illegalstate");
+
+    ASSERT_TRUE(io.Seek(10));
+    ASSERT_TRUE(io.PushChunk(50));
+    ASSERT_TRUE(io.PushChunk(20));
+    ASSERT_TRUE(io.Skip(5));
+    EXPECT_EQ(io.Remaining(), 15);
+    ASSERT_TRUE(io.PopChunk());  // skips the rest
+    EXPECT_EQ(io.GetPosition(), 30);
+    EXPECT_EQ(io.Remaining(), 30);
+    ASSERT_TRUE(io.Skip(30));
+    EXPECT_EQ(io.Remaining(), 0);
+    ASSERT_TRUE(io.PopChunk());  // exactly at its end: nothing to skip
+    EXPECT_EQ(io.GetPosition(), 60);
+
+    ASSERT_TRUE(io.PushChunk(4));
+    ASSERT_TRUE(io.Skip(5));
+    EXPECT_EQ(io.Remaining(), -1);
+    EXPECT_EQ(KindOf(io.PopChunk()), "illegalstate");  // overrun
+
+    ASSERT_TRUE(io.PushChunk(36));  // one byte more than the file has, as an odd last chunk when it is padded
+    EXPECT_EQ(KindOf(io.PopChunk()), "io");
+    EXPECT_EQ(KindOf(io.PushChunk(-1)), "illegalargument");
+    EXPECT_EQ(KindOf(io.PushChunk(INT64_MAX)), "illegalargument");
+    ASSERT_TRUE(io.PushChunk(1));
+    io.ClearChunks();
+    EXPECT_EQ(io.Remaining(), -1);
+}
+
+}  // namespace
+}  // namespace codectest

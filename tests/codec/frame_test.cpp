@@ -1,0 +1,238 @@
+// What all importers and exporters share: phases, capabilities, cancellation, streams that are always finished.
+
+#include "codec_support.h"
+
+#include "orvik/threadservices.h"
+
+namespace codectest {
+namespace {
+
+class FrameTest : public CodecTest {
+protected:
+    static MediaConverterRef MakeImporter(const Sample& sample) {
+        const MediaSessionFileFormatHandler handler = FindHandlerByFormat(Format(sample.format).format);
+        return Cast<MediaConverterInterface>(*handler->CreateHandler(Mount(sample.bytes)));
+    }
+    /// With a session, but without an output.
+    MediaConverterRef MakeConnectedImporter(const Sample& sample) {
+        _session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
+        MediaConverterRef importer = MakeImporter(sample);
+        EXPECT_TRUE(importer->ConnectToSession(_session));
+        return importer;
+    }
+    static Result<void> Analyze(const MediaConverterRef& converter, MediaConverterInterface::Inputs inputs = {}) {
+        return converter->Analyze(inputs, TimeValue(), MEDIASESSIONFLAGS::NONE);
+    }
+    static Result<void> Prepare(const MediaConverterRef& converter, MediaConverterInterface::Inputs inputs = {}) {
+        return converter->PrepareExecute(inputs, TimeValue(), MEDIASESSIONFLAGS::NONE);
+    }
+    static Result<void> Execute(const MediaConverterRef& converter, MediaConverterInterface::Inputs inputs = {}) {
+        return converter->Execute(inputs, TimeValue(), MEDIASESSIONFLAGS::NONE);
+    }
+    MediaSessionRef _session;
+};
+
+/// Counts what reaches a stream.
+struct Calls {
+    int init = 0, rows = 0, finish = 0;
+};
+
+void Listen(const MediaConverterRef& importer, Calls& calls, Error initError = {}, int failAtRow = -1) {
+    const BaseArray<MediaStreamRef> streams = *importer->GetOutputStreams(true);
+    for (const MediaStreamRef& stream : streams) {
+        const auto image = Cast<MediaStreamImageDataImportInterface>(stream);
+        ASSERT_TRUE(image->SubscribeStream(Data(Int(0))));
+        ASSERT_TRUE(image->SetCallbackHandler(
+            [&calls, initError](const MediaStreamProperties&) -> Result<void> {
+                ++calls.init;
+                return initError;
+            },
+            [&calls, failAtRow](const MediaStreamProperties&, ChannelOffsets,
+                                SETPIXELHANDLERFLAGS) -> Result<SetPixelHandlerStruct> {
+                SetPixelHandlerStruct handler;
+                handler.write = [&calls, failAtRow](const PixelSpan&, const PixelLineConst&,
+                                                    SETPIXELFLAGS) -> Result<void> {
+                    if (calls.rows++ == failAtRow)
+                        return UnknownError();
+                    return {};
+                };
+                return handler;
+            },
+            [&calls](const MediaStreamProperties&) -> Result<void> {
+                ++calls.finish;
+                return {};
+            }));
+    }
+}
+
+TEST_F(FrameTest, PhasesOutOfOrderAreIllegalStates) {
+    for (const Sample& sample : MakeSamples()) {
+        SCOPED_TRACE(sample.name);
+        const MediaConverterRef importer = MakeConnectedImporter(sample);
+        EXPECT_EQ(KindOf(Prepare(importer)), "illegalstate");
+        EXPECT_EQ(KindOf(Execute(importer)), "illegalstate");
+        const MediaConverterRef inputs[] = {importer};
+        EXPECT_EQ(KindOf(Analyze(importer, inputs)), "illegalstate");
+        EXPECT_EQ(KindOf(Analyze(importer)), "ok");
+        EXPECT_EQ(KindOf(Execute(importer)), "illegalstate");
+        EXPECT_EQ(KindOf(Prepare(importer, inputs)), "illegalstate");
+        EXPECT_EQ(KindOf(Prepare(importer)), "ok");
+        EXPECT_EQ(KindOf(Execute(importer, inputs)), "illegalstate");
+        EXPECT_EQ(KindOf(Execute(importer)), "ok");  // nobody subscribed
+        EXPECT_EQ(KindOf(Execute(importer)), "mediastreameof");
+        EXPECT_EQ(KindOf(Analyze(importer)), sample.format == "png" ? "illegalstate" : "ok");
+        EXPECT_EQ(KindOf(importer->Close(inputs)), "illegalstate");
+        EXPECT_EQ(KindOf(importer->Close({})), "ok");
+        EXPECT_EQ(KindOf(Execute(importer)), "illegalstate");
+    }
+}
+
+TEST_F(FrameTest, EveryStreamIsFinishedOnce) {
+    for (const Sample& sample : MakeSamples()) {
+        for (const int failAtRow : {-1, 0, 1}) {
+            SCOPED_TRACE(testing::Message() << sample.name << " " << failAtRow);
+            const MediaConverterRef importer = MakeConnectedImporter(sample);
+            ASSERT_TRUE(Analyze(importer));
+            Calls calls;
+            Listen(importer, calls, {}, failAtRow);
+            ASSERT_TRUE(Prepare(importer));
+            EXPECT_EQ(KindOf(Execute(importer)), failAtRow < 0 ? "ok" : "unknown");
+            EXPECT_EQ(calls.init, importer->GetOutputStreams(true)->GetCount());
+            EXPECT_EQ(calls.finish, calls.init);
+        }
+        const MediaConverterRef importer = MakeConnectedImporter(sample);
+        ASSERT_TRUE(Analyze(importer));
+        Calls calls;
+        Listen(importer, calls, UnsupportedOperationError());
+        ASSERT_TRUE(Prepare(importer));
+        EXPECT_EQ(KindOf(Execute(importer)), "unsupportedoperation");
+        EXPECT_EQ(calls.init, 1);
+        EXPECT_EQ(calls.finish, 1);
+        EXPECT_EQ(calls.rows, 0);
+    }
+}
+
+TEST_F(FrameTest, OnlyTheAlphaCanBeSubscribed) {
+    const Sample sample = MakeSamples()[1];
+    const MediaConverterRef importer = MakeConnectedImporter(sample);
+    ASSERT_TRUE(Analyze(importer));
+    Calls calls;
+    Listen(importer, calls);
+    ASSERT_TRUE((*importer->GetOutputStreams(false))[0]->UnsubscribeStream());
+    ASSERT_TRUE(Prepare(importer));
+    ASSERT_TRUE(Execute(importer));
+    EXPECT_EQ(calls.init, 1);
+    EXPECT_EQ(calls.rows, 3);
+    EXPECT_EQ(calls.finish, 1);
+}
+
+TEST_F(FrameTest, CancellationEndsALoadAndASave) {
+    for (const Sample& sample : MakeSamples()) {
+        SCOPED_TRACE(sample.name);
+        const MediaConverterRef importer = MakeConnectedImporter(sample);
+        ASSERT_TRUE(Analyze(importer));
+        Calls calls;
+        CancelToken token;
+        Listen(importer, calls);
+        ASSERT_TRUE(Prepare(importer));
+        token.Cancel();
+        {
+            const CancelScope scope(token);
+            EXPECT_EQ(KindOf(Execute(importer)), "threadcancelled");
+        }
+        EXPECT_GT(calls.init, 0);
+        EXPECT_EQ(calls.finish, calls.init);
+
+        const Result<ImageTextureRef> texture = Load(sample.bytes);
+        ASSERT_TRUE(texture);
+        const CancelScope scope(token);
+        EXPECT_EQ(KindOf(Save(*texture, sample.format)), "threadcancelled");
+    }
+}
+
+TEST_F(FrameTest, EmptyAndOversizedPicturesAreNotWritten) {
+    for (const FileFormatEntry& entry : GetFileFormatTable()) {
+        SCOPED_TRACE(std::string(entry.name));
+        const ImageTextureRef empty = MakeTexture({0, 3, pixelformats::kRgbU8, {}});
+        EXPECT_EQ(MessageOf(Save(empty, entry.name)), "resolution must not be 0.");
+        EXPECT_EQ(KindOf(Save(empty, entry.name)), "illegalargument");
+        const Result<ImageTextureRef> none = ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>();
+        ASSERT_TRUE(none);
+        EXPECT_EQ(KindOf(Save(*none, entry.name)), "mediasessionwrongtype");
+        EXPECT_EQ(MessageOf(Save(*none, entry.name)), "no image stream(s) found.");
+    }
+    const ImageTextureRef wide = MakeTexture({32001, 1, pixelformats::kGreyU8, Bytes(32001)});
+    EXPECT_EQ(MessageOf(Save(wide, "bmp")), "Maximum resolution exceeded.");
+    EXPECT_TRUE(Save(wide, "png"));
+}
+
+TEST_F(FrameTest, ExportersCheckTheirInputs) {
+    for (const FileFormatEntry& entry : GetFileFormatTable()) {
+        SCOPED_TRACE(std::string(entry.name));
+        const auto makeExporter = [&] { return *ClassRef(entry.exporter).Create<MediaOutputUrlInterface>(); };
+        const MediaConverterRef importer = MakeImporter(MakeSamples()[0]);
+        const MediaConverterRef two[] = {importer, importer};
+        EXPECT_EQ(KindOf(Analyze(makeExporter())), "illegalstate");
+        EXPECT_EQ(KindOf(Analyze(makeExporter(), two)),
+                  entry.name == "png" ? "functionnotimplemented" : "illegalstate");
+        EXPECT_EQ(KindOf(Prepare(makeExporter())), "illegalstate");
+        EXPECT_EQ(KindOf(Execute(makeExporter(), {two, 1})), "illegalstate");
+
+        const MediaOutputUrlRef exporter = makeExporter();
+        EXPECT_FALSE(Analyze(exporter));
+        EXPECT_TRUE(Analyze(exporter));  // runs once
+        ASSERT_TRUE(exporter->ResetConverter());
+        EXPECT_FALSE(Analyze(exporter));
+        EXPECT_EQ(exporter->GetFileFormat()->GetFormatId(), entry.format);
+        EXPECT_EQ(KindOf(exporter->EditSystemOptions()), "functionnotimplemented");
+
+        const MediaSessionRef session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
+        EXPECT_EQ(MessageOf(session->ConnectMediaConverter(importer, makeExporter())),
+                  "Output doesn't support required import strategy.");
+    }
+}
+
+TEST_F(FrameTest, CapabilitiesComeFromTheTable) {
+    using namespace mediacapability;
+    const auto bmp = *ClassRef(Format("bmp").exporter).Create<MediaOutputUrlInterface>();
+    const auto png = *ClassRef(Format("png").exporter).Create<MediaOutputUrlInterface>();
+    for (const MediaOutputUrlRef& exporter : {bmp, png}) {
+        EXPECT_EQ(exporter->Get(kOutputSupportsImage, false), true);
+        EXPECT_EQ(exporter->Get(kOutputSupportsVideo, true), false);
+        EXPECT_EQ(exporter->Get(kOutputSupportsAudio, true), false);
+        EXPECT_EQ(exporter->Get(kOutputSupportsSystemOptions, true), false);
+        EXPECT_EQ(exporter->Get(kOutputEmbedColorProfile, false), true);
+        EXPECT_EQ(exporter->Get(kOutputMaximalAlphaChannels, 0), 1);
+        EXPECT_EQ(exporter->Get(kOutputMaximalLayerResolution, 9), 0);
+        EXPECT_TRUE(exporter->Get(kOutputBitDepthsLayer)->empty());
+    }
+    EXPECT_EQ(bmp->Get(kOutputMaximalImageResolution, 0), 32000);
+    EXPECT_EQ(png->Get(kOutputMaximalImageResolution, 0), 0x7FFFFFFF);
+    EXPECT_THAT(*bmp->Get(kOutputBitDepthsImage), testing::ElementsAre(8));
+    EXPECT_THAT(*png->Get(kOutputBitDepthsImage), testing::ElementsAre(8, 16));
+    for (const FileFormatEntry& entry : GetFileFormatTable()) {
+        const auto importer = *ClassRef(entry.importer).Create<MediaInputInterface>();
+        EXPECT_EQ(importer->Get(kInputSupportsImage, false), true);
+        EXPECT_EQ(importer->Get(kInputSupportsVideo, true), false);
+        EXPECT_EQ(importer->Get(kInputSupportsAudio, true), false);
+        EXPECT_FALSE(importer->Has("net.orvik.media.unknown"));
+    }
+}
+
+TEST_F(FrameTest, FormatsClaimTheirOwnFilesOnly) {
+    for (const Sample& sample : MakeSamples()) {
+        for (const FileFormatEntry& entry : GetFileFormatTable()) {
+            const auto format = Registry::Find<FileFormatInterface>(kFileFormatRegistry, entry.format);
+            for (size_t length = 0; length <= 24; ++length) {
+                const Bytes head(sample.bytes.begin(), sample.bytes.begin() + long(length));
+                const Result<Bool> claimed = format->Detect(Url(), *OpenMemoryInput(AsBlock(head)));
+                ASSERT_TRUE(claimed);
+                const size_t needed = entry.name == "png" ? 8 : 20;
+                EXPECT_EQ(*claimed, entry.name == sample.format && length >= needed) << sample.name << " " << length;
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace codectest

@@ -1,0 +1,258 @@
+// Damaged and hostile files, short memory, failing streams: a clear error or a picture, never more.
+
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include "codec_support.h"
+#include "decode_limits.h"
+#include "imexport/media_io_importer.h"
+#include "png_direct.h"
+#include "tool_support.h"
+
+namespace codectest {
+namespace {
+
+class HostileTest : public CodecTest {};
+
+void Put32(Bytes& bytes, size_t at, uint32_t value, bool bigEndian) {
+    for (int i = 0; i < 4; ++i)
+        bytes[at + size_t(i)] = uint8_t(value >> (8 * (bigEndian ? 3 - i : i)));
+}
+
+/// Gives every chunk the check sum of its content, so that damage reaches the code behind the check.
+void FixChecksums(Bytes& png) {
+    for (size_t at = 8; at + 12 <= png.size();) {
+        const size_t length = size_t(png[at]) << 24 | png[at + 1] << 16 | png[at + 2] << 8 | png[at + 3];
+        if (length > png.size() - at - 12)
+            return;
+        Put32(png, at + 8 + length, uint32_t(crc32(0, png.data() + at + 4, uInt(length + 4))), true);
+        at += length + 12;
+    }
+}
+
+/// Loads, and reads what came of it.
+std::string TryLoad(const Bytes& file) {
+    const Result<ImageTextureRef> texture = Load(file);
+    if (!texture)
+        return KindOf(texture);
+    EXPECT_FALSE(RgbaOf(*texture).empty() && FirstImage(*texture)->GetWidth() * FirstImage(*texture)->GetHeight() > 0);
+    return "ok";
+}
+
+TEST_F(HostileTest, CutFilesGiveErrorsOrPictures) {
+    for (const Sample& sample : MakeSamples()) {
+        SCOPED_TRACE(sample.name);
+        EXPECT_EQ(TryLoad(sample.bytes), "ok");
+        size_t pictures = 0;
+        for (size_t length = 0; length < sample.bytes.size(); ++length) {
+            const Bytes cut(sample.bytes.begin(), sample.bytes.begin() + long(length));
+            if (TryLoad(cut) == "ok")
+                ++pictures;
+        }
+        // All rows of a PNG can be there when its last chunks or the check sums of its data are not.
+        EXPECT_LE(pictures, sample.format == "png" ? 24u : 0u);
+    }
+}
+
+TEST_F(HostileTest, FlippedBytesGiveErrorsOrPictures) {
+    int pictures = 0, errors = 0;
+    for (const Sample& sample : MakeSamples()) {
+        SCOPED_TRACE(sample.name);
+        for (size_t at = 0; at < sample.bytes.size(); ++at) {
+            for (const uint8_t mask : {0x01, 0x80, 0xFF}) {
+                Bytes damaged = sample.bytes;
+                damaged[at] = uint8_t(damaged[at] ^ mask);
+                for (const bool fixed : {false, true}) {
+                    if (fixed && sample.format == "png")
+                        FixChecksums(damaged);
+                    ++(TryLoad(damaged) == "ok" ? pictures : errors);
+                }
+            }
+        }
+    }
+    EXPECT_GT(pictures, 100);
+    EXPECT_GT(errors, 100);
+}
+
+/// Files of some sixty bytes whose headers ask for gigabytes.
+std::vector<Sample> MakeBombs() {
+    std::vector<Sample> bombs;
+    const struct {
+        int32_t width, height;
+    } sizes[] = {{INT32_MAX, 1}, {1, INT32_MAX}, {INT32_MAX, INT32_MAX}, {INT32_MAX, INT32_MIN}, {65536, 65536}};
+    for (const auto& size : sizes) {
+        for (const uint16_t bits : {1, 4, 8, 16, 24, 32}) {
+            for (const uint32_t compression : {0, 1, 2})
+                bombs.push_back({testing::PrintToString(size.width), "bmp",
+                                 BmpParts{.width = size.width,
+                                          .height = size.height,
+                                          .bitCount = bits,
+                                          .compression = compression,
+                                          .colorsUsed = 0xFFFFFFFF}
+                                     .Make()});
+        }
+    }
+    for (const uint32_t side : {0xFFFFFFFFu, 0x7FFFFFFFu, 1000000u, 900000u}) {
+        for (const int colorType : {0, 2, 3, 6}) {
+            Bytes png = WritePng({.width = 1, .height = 1, .rows = {1, 2, 3}});
+            Put32(png, 16, side, true);
+            Put32(png, 20, side == 0xFFFFFFFF ? 1 : side, true);
+            png[25] = uint8_t(colorType);
+            png[28] = uint8_t(side & 1);  // interlaced or not
+            FixChecksums(png);
+            bombs.push_back({testing::PrintToString(side), "png", png});
+        }
+    }
+    return bombs;
+}
+
+TEST_F(HostileTest, AbsurdHeadersCostNoMemory) {
+    for (const Sample& bomb : MakeBombs()) {
+        EXPECT_NE(TryLoad(bomb.bytes), "ok") << bomb.format << " " << bomb.name;
+        EXPECT_FALSE(Load(bomb.bytes, MEDIASESSIONFLAGS::RUNONLYANALYZE)) << bomb.format << " " << bomb.name;
+    }
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these reserve all addresses for themselves
+    const auto loadInLittleMemory = [] {
+        const rlim_t room = rlim_t(1) << 29;
+        const rlimit limit{room, room};
+        if (setrlimit(RLIMIT_AS, &limit) != 0)
+            _exit(2);
+        for (const Sample& bomb : MakeBombs()) {
+            if (TryLoad(bomb.bytes) == "ok")
+                _exit(1);
+        }
+        _exit(0);
+    };
+    EXPECT_EXIT(loadInLittleMemory(), testing::ExitedWithCode(0), "");
+#endif
+}
+
+TEST_F(HostileTest, LimitOfDecodedBuffersHolds) {
+    const Bytes file = WritePng({.width = 100, .height = 100, .interlaced = true, .rows = Bytes(30000)});
+    SetDecodeBufferLimit(20000);
+    const std::string limited = TryLoad(file);
+    SetDecodeBufferLimit(0);
+    EXPECT_EQ(limited, "outofmemory");
+    EXPECT_EQ(TryLoad(file), "ok");
+}
+
+TEST_F(HostileTest, ShortMemoryIsAnErrorOrDoesNotMatter) {
+    for (const Sample& sample : MakeSamples()) {
+        SCOPED_TRACE(sample.name);
+        const Result<ImageTextureRef> good = Load(sample.bytes);  // also fills what is remembered between loads
+        ASSERT_TRUE(good);
+        const Bytes pixels = RgbaOf(*good);
+        const Result<Bytes> goodFile = Save(*good, sample.format);
+        ASSERT_TRUE(goodFile);
+        Int errors = 0;
+        for (Int n = 1;; ++n) {
+            const Url url = Mount(sample.bytes);
+            SetAllocationFault(n);
+            const Result<ImageTextureRef> texture = Load(url);
+            const bool reached = GetAllocationCount() >= n;
+            SetAllocationFault(0);
+            if (texture)
+                EXPECT_EQ(RgbaOf(*texture), pixels) << n;
+            else
+                ++errors;
+            if (!reached)
+                break;
+        }
+        EXPECT_GT(errors, 20);
+        errors = 0;
+        for (Int n = 1;; ++n) {
+            const MemoryFileRef file = *CreateMemoryFile();
+            const Url url = *MountMemoryFile("codec.fault", file);
+            SetAllocationFault(n);
+            const Result<void> saved = SaveTo(*good, sample.format, url);
+            const bool reached = GetAllocationCount() >= n;
+            SetAllocationFault(0);
+            if (saved)
+                EXPECT_EQ(file->GetBytes().GetCount(), Int(goodFile->size())) << n;
+            else
+                ++errors;
+            if (!reached)
+                break;
+        }
+        EXPECT_GT(errors, 20);
+    }
+}
+
+/// Gives out its bytes a few at a time, and fails at the n-th request.
+class FailingInput : public InputStreamInterface {
+public:
+    FailingInput(const Bytes& bytes, Int failAt) : _bytes(bytes), _failAt(failAt) {}
+    Url GetUrl() const override { return Url("memory:failing"); }
+    Result<Int> GetStreamLength() override { return Int(_bytes.size()); }
+    Bool SeekSupported() const override { return true; }
+    Result<void> Close() override { return {}; }
+    Int requests = 0;
+
+protected:
+    Result<void> FillWindow(Int position) override {
+        if (++requests == _failAt)
+            return IoError(GetUrl(), "broken");
+        const auto* data = reinterpret_cast<const std::byte*>(_bytes.data());
+        const Int count = std::clamp(Int(_bytes.size()) - position, Int(0), Int(7));
+        SetWindow(position, data + std::min(position, Int(_bytes.size())), count);
+        return {};
+    }
+
+private:
+    const Bytes& _bytes;
+    Int _failAt;
+};
+
+Result<ImageTextureRef> LoadFromStream(const Sample& sample, const InputStreamRef& stream) {
+    const ObjectRef importer = TRY(ClassRef(Format(sample.format).importer).Create());
+    dynamic_cast<ImageImporter&>(*importer).SetSourceStream(stream);
+    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+    const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
+    TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
+    const auto session = TRY(ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>());
+    TRY(session->ConnectMediaConverter(Cast<MediaConverterInterface>(importer), output));
+    TRY(session->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
+    return texture;
+}
+
+TEST_F(HostileTest, FailingInputIsItsOwnError) {
+    for (const Sample& sample : MakeSamples()) {
+        SCOPED_TRACE(sample.name);
+        const Ref<FailingInput> whole = *NewObj<FailingInput>(sample.bytes, 0);
+        ASSERT_EQ(KindOf(LoadFromStream(sample, InputStreamRef(whole))), "ok");
+        ASSERT_GT(whole->requests, 5);
+        for (Int n = 1; n <= whole->requests; ++n) {
+            const Ref<FailingInput> failing = *NewObj<FailingInput>(sample.bytes, n);
+            EXPECT_EQ(KindOf(LoadFromStream(sample, InputStreamRef(failing))), "io") << n;
+        }
+    }
+}
+
+TEST_F(HostileTest, FailingOutputIsAnError) {
+    const ScratchDirectory scratch;
+    signal(SIGXFSZ, SIG_IGN);
+    Noise noise(3);
+    const ImageTextureRef texture = MakeTexture({200, 150, pixelformats::kRgbU8, noise.Make(90000)});
+    for (const FileFormatEntry& entry : GetFileFormatTable()) {
+        SCOPED_TRACE(std::string(entry.name));
+        const Url url(scratch.Path("out"));
+        ASSERT_TRUE(SaveTo(texture, entry.name, url));
+        const size_t size = ReadFile(scratch.Path("out")).size();
+        rlimit before{};
+        ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+        for (const size_t room : {size_t(0), size_t(1), size_t(54), size_t(65536), size - 1}) {
+            const rlimit limit{room, before.rlim_max};
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+            const Result<void> saved = SaveTo(texture, entry.name, url);
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+            EXPECT_EQ(KindOf(saved), "io") << room;
+        }
+        EXPECT_EQ(KindOf(SaveTo(texture, entry.name, Url("/dev/full"))), "io");
+        EXPECT_EQ(KindOf(SaveTo(texture, entry.name, Url(scratch.Path("no/such/directory")))), "io");
+    }
+}
+
+}  // namespace
+}  // namespace codectest

@@ -1,0 +1,33 @@
+#pragma once
+/// @file
+/// PNG files made and read by libpng alone: an independent other side for the tests.
+
+#include <cstdint>
+#include <png.h>
+#include <string>
+#include <vector>
+
+namespace codectest {
+
+struct PngPicture {
+    uint32_t width = 0, height = 0;
+    int colorType = PNG_COLOR_TYPE_RGB;
+    int bitDepth = 8;
+    bool interlaced = false;
+    std::vector<uint8_t> rows = {};  ///< tightly packed, 16-bit samples in the machine's order
+    bool hasKey = false;
+    png_color_16 key = {};  ///< index, red, green, blue, grey
+    uint32_t xPerMetre = 0, yPerMetre = 0;
+    int unit = PNG_RESOLUTION_METER;
+    std::string profileName = {};
+    std::vector<uint8_t> profile = {};
+    std::vector<png_color> palette = {};
+
+    size_t RowBytes() const;
+};
+
+std::vector<uint8_t> WritePng(const PngPicture& picture);
+/// Everything the file says; an empty picture when libpng refuses it.
+PngPicture ReadPng(const std::vector<uint8_t>& file);
+
+}  // namespace codectest

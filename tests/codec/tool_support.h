@@ -1,0 +1,31 @@
+#pragma once
+/// @file
+/// Other programs as judges: run them, and read and write the files that they exchange with us.
+
+#include <string>
+
+#include "codec_support.h"
+
+namespace codectest {
+
+/// The folder with material that is not part of the repository: ORVIK_SHARED, or beside the source tree.
+std::string SharedDirectory();
+bool HasTool(const std::string& name);
+/// Runs a shell command. @return true for exit status 0; its standard output goes to `output`
+bool Run(const std::string& command, Bytes* output = nullptr);
+/// A directory that goes with the object.
+class ScratchDirectory {
+public:
+    ScratchDirectory();
+    ~ScratchDirectory();
+    std::string Path(const std::string& name) const { return _path + "/" + name; }
+
+private:
+    std::string _path;
+};
+void WriteFile(const std::string& path, const Bytes& bytes);
+Bytes ReadFile(const std::string& path);
+/// In hexadecimal, by the system's sha256sum.
+std::string Sha256(const Bytes& bytes);
+
+}  // namespace codectest
