@@ -346,6 +346,7 @@ Result<void> BmpImporter::AddStreams(const ColorProfile& profile) {
     if (_layout.hasAlpha) {
         description.type = MEDIAFORMATTYPE::ALPHA;
         description.pixelFormat = GetFormat(pixelformats::kAlphaU8);
+        description.colorProfile = ColorProfile();
         MediaStreamFormat alpha = TRY(DescribeStream(description));
         TRY(alpha.Set(mediaformat::kAlphaType, MEDIAALPHATYPE::STRAIGHT));
         TRY(alpha.Set(mediaformat::kAlphaName, "Alpha"));
