@@ -78,8 +78,9 @@ TEST_F(BmpTest, ReadsEveryGeneration) {
         EXPECT_EQ(RgbaOf(*texture), file.rgba);
         const PixelFormat format = FirstImage(*texture)->GetPixelFormat();
         EXPECT_EQ(format->GetBitsPerPixel().GetBits(), file.format.empty() ? 32 : 24);
-        if (!file.format.empty())
+        if (!file.format.empty()) {
             EXPECT_EQ(format->GetId().GetText(), file.format);
+        }
     }
 }
 
@@ -178,8 +179,8 @@ TEST_F(BmpTest, ProfileMustLieInsideTheFile) {
 }
 
 TEST_F(BmpTest, PixelsThatCannotBeConvertedAreRefused) {
-    for (const uint16_t bits : {1, 2, 4, 8, 16}) {
-        BmpParts parts{.bitCount = bits, .rows = Bytes(4 * 256 + 16)};
+    for (const int bits : {1, 2, 4, 8, 16}) {
+        BmpParts parts{.bitCount = uint16_t(bits), .rows = Bytes(4 * 256 + 16)};
         EXPECT_FALSE(Load(parts.Make())) << bits;
         EXPECT_TRUE(Load(parts.Make(), MEDIASESSIONFLAGS::RUNONLYANALYZE)) << bits;  // but they can be described
     }

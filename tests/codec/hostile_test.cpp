@@ -61,7 +61,7 @@ TEST_F(HostileTest, FlippedBytesGiveErrorsOrPictures) {
     for (const Sample& sample : MakeSamples()) {
         SCOPED_TRACE(sample.name);
         for (size_t at = 0; at < sample.bytes.size(); ++at) {
-            for (const uint8_t mask : {0x01, 0x80, 0xFF}) {
+            for (const int mask : {0x01, 0x80, 0xFF}) {
                 Bytes damaged = sample.bytes;
                 damaged[at] = uint8_t(damaged[at] ^ mask);
                 for (const bool fixed : {false, true}) {
@@ -83,8 +83,8 @@ std::vector<Sample> MakeBombs() {
         int32_t width, height;
     } sizes[] = {{INT32_MAX, 1}, {1, INT32_MAX}, {INT32_MAX, INT32_MAX}, {INT32_MAX, INT32_MIN}, {65536, 65536}};
     for (const auto& size : sizes) {
-        for (const uint16_t bits : {1, 4, 8, 16, 24, 32}) {
-            for (const uint32_t compression : {0, 1, 2})
+        for (const uint16_t bits : std::initializer_list<uint16_t>{1, 4, 8, 16, 24, 32}) {
+            for (const uint32_t compression : {0u, 1u, 2u})
                 bombs.push_back({testing::PrintToString(size.width), "bmp",
                                  BmpParts{.width = size.width,
                                           .height = size.height,

@@ -17,7 +17,7 @@ std::string SharedDirectory() {
     return (root.parent_path() / "shared").string();
 }
 
-bool Run(const std::string& command, Bytes* output) {
+bool RunShell(const std::string& command, Bytes* output) {
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe)
         return false;
@@ -31,7 +31,7 @@ bool Run(const std::string& command, Bytes* output) {
     return succeeded;
 }
 
-bool HasTool(const std::string& name) { return Run("command -v " + name + " > /dev/null"); }
+bool HasTool(const std::string& name) { return RunShell("command -v " + name + " > /dev/null"); }
 
 ScratchDirectory::ScratchDirectory() {
     std::string pattern = (std::filesystem::temp_directory_path() / "orvik-test-XXXXXX").string();
@@ -61,7 +61,7 @@ std::string Sha256(const Bytes& bytes) {
     const std::string path = scratch.Path("hash");
     WriteFile(path, bytes);
     Bytes text;
-    EXPECT_TRUE(Run("sha256sum '" + path + "'", &text));
+    EXPECT_TRUE(RunShell("sha256sum '" + path + "'", &text));
     return std::string(text.begin(), text.begin() + long(std::min(text.size(), size_t(64))));
 }
 

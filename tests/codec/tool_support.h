@@ -12,7 +12,7 @@ namespace codectest {
 std::string SharedDirectory();
 bool HasTool(const std::string& name);
 /// Runs a shell command. @return true for exit status 0; its standard output goes to `output`
-bool Run(const std::string& command, Bytes* output = nullptr);
+bool RunShell(const std::string& command, Bytes* output = nullptr);
 /// A directory that goes with the object.
 class ScratchDirectory {
 public:

@@ -12,7 +12,7 @@ protected:
 
     Bytes RunToBytes(const std::string& command) {
         Bytes output;
-        EXPECT_TRUE(Run(command, &output)) << command;
+        EXPECT_TRUE(RunShell(command, &output)) << command;
         return output;
     }
 };
@@ -84,7 +84,7 @@ TEST_F(ToolsTest, ImageMagickReadsOurFiles) {
 }
 
 TEST_F(ToolsTest, PillowReadsOurFiles) {
-    if (!Run("/usr/bin/python3 -c 'import PIL' 2> /dev/null"))
+    if (!RunShell("/usr/bin/python3 -c 'import PIL' 2> /dev/null"))
         GTEST_SKIP() << "Pillow is not installed";
     for (const Written& written : WriteAll(_scratch)) {
         const std::string script =
@@ -98,8 +98,9 @@ TEST_F(ToolsTest, PillowReadsOurFiles) {
 TEST_F(ToolsTest, PngcheckAcceptsOurFiles) {
     REQUIRE_TOOL("pngcheck");
     for (const Written& written : WriteAll(_scratch)) {
-        if (written.file.ends_with(".png"))
-            EXPECT_TRUE(Run("pngcheck -q '" + written.file + "'")) << written.name;
+        if (written.file.ends_with(".png")) {
+            EXPECT_TRUE(RunShell("pngcheck -q '" + written.file + "'")) << written.name;
+        }
     }
 }
 
@@ -107,7 +108,7 @@ TEST_F(ToolsTest, WeReadWhatTheyWrite) {
     REQUIRE_TOOL("convert-im6.q16");
     REQUIRE_TOOL("ppmtobmp");
     REQUIRE_TOOL("pnmtopng");
-    if (!Run("/usr/bin/python3 -c 'import PIL' 2> /dev/null"))
+    if (!RunShell("/usr/bin/python3 -c 'import PIL' 2> /dev/null"))
         GTEST_SKIP() << "Pillow is not installed";
     Noise noise(5);
     const Bytes rgba = noise.Make(4 * 31 * 19);
@@ -143,7 +144,7 @@ TEST_F(ToolsTest, WeReadWhatTheyWrite) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        ASSERT_TRUE(Run(c.command)) << c.command;
+        ASSERT_TRUE(RunShell(c.command)) << c.command;
         const Result<ImageTextureRef> texture = Load(Url(_scratch.Path("out")));
         ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
         EXPECT_EQ(RgbaOf(*texture), c.expected);
