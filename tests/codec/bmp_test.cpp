@@ -144,7 +144,7 @@ TEST_F(BmpTest, RefusesDamage) {
         {"run lengths of 24 bits", with(good, [](auto& p) { p.compression = 1; }), "mediasessionwrongtype", ""},
         {"more rows than bytes", with(good, [](auto& p) { p.height = 3; }), "mediasessionwrongtype", ""},
         {"least height", with(good, [](auto& p) { p.height = INT32_MIN; }), "mediasessionwrongtype", ""},
-        {"greatest size", with(good, [](auto& p) { p.width = p.height = INT32_MAX; }), "mediasessionwrongtype", ""},
+        {"greatest size", with(good, [](auto& p) { p.width = p.height = INT32_MAX; }), "outofmemory", ""},
         {"core with two planes", with(good, [](auto& p) { p.headerSize = 12, p.planes = 2; }), "mediasessionwrongtype",
          ""},
         {"no masks", with(masks, [](auto& p) { p.red = 0; }), "mediasessionwrongtype", "Invalid image bit count: 32."},

@@ -139,6 +139,7 @@ TEST_F(HostileTest, LimitOfDecodedBuffersHolds) {
 }
 
 TEST_F(HostileTest, ShortMemoryIsAnErrorOrDoesNotMatter) {
+    const ScratchDirectory scratch;
     for (const Sample& sample : MakeSamples()) {
         SCOPED_TRACE(sample.name);
         const Result<ImageTextureRef> good = Load(sample.bytes);  // also fills what is remembered between loads
@@ -163,14 +164,14 @@ TEST_F(HostileTest, ShortMemoryIsAnErrorOrDoesNotMatter) {
         EXPECT_GT(errors, 20);
         errors = 0;
         for (Int n = 1;; ++n) {
-            const MemoryFileRef file = *CreateMemoryFile();
-            const Url url = *MountMemoryFile("codec.fault", file);
+            const Url url(scratch.Path("saved"));
+            (void)url.IoDelete();  // the first time there is none
             SetAllocationFault(n);
             const Result<void> saved = SaveTo(*good, sample.format, url);
             const bool reached = GetAllocationCount() >= n;
             SetAllocationFault(0);
             if (saved)
-                EXPECT_EQ(file->GetBytes().GetCount(), Int(goodFile->size())) << n;
+                EXPECT_EQ(ReadFile(scratch.Path("saved")), *goodFile) << n;
             else
                 ++errors;
             if (!reached)
@@ -242,7 +243,7 @@ TEST_F(HostileTest, FailingOutputIsAnError) {
         const size_t size = ReadFile(scratch.Path("out")).size();
         rlimit before{};
         ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-        for (const size_t room : {size_t(0), size_t(1), size_t(54), size_t(65536), size - 1}) {
+        for (const size_t room : {size_t(0), size_t(1), size_t(54), size / 2, size - 1}) {
             const rlimit limit{room, before.rlim_max};
             ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
             const Result<void> saved = SaveTo(texture, entry.name, url);

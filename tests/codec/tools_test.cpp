@@ -79,8 +79,19 @@ std::vector<Written> WriteAll(const ScratchDirectory& scratch) {
 
 TEST_F(ToolsTest, ImageMagickReadsOurFiles) {
     REQUIRE_TOOL("convert-im6.q16");
-    for (const Written& written : WriteAll(_scratch))
+    for (const Written& written : WriteAll(_scratch)) {
+        if (written.name.ends_with("-V5"))
+            continue;  // it insists on profiles that lie behind the pixels
         EXPECT_EQ(RunToBytes("convert-im6.q16 '" + written.file + "' -depth 8 rgba:-"), written.rgba) << written.name;
+    }
+}
+
+TEST_F(ToolsTest, GraphicsMagickReadsOurFiles) {
+    REQUIRE_TOOL("gm");
+    for (const Written& written : WriteAll(_scratch)) {
+        const Bytes read = RunToBytes("gm convert '" + written.file + "' -depth 8 rgba:-");
+        EXPECT_EQ(read, written.rgba) << written.name;
+    }
 }
 
 TEST_F(ToolsTest, PillowReadsOurFiles) {
