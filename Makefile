@@ -46,11 +46,11 @@ bench: build/bench/build.ninja
 fuzz: build/fuzz/build.ninja
 	@cmake/install-packages.sh cmake/packages-fuzz.txt
 	cmake --build build/fuzz -j$(JOBS) --target fuzzers
-	@for target in build/fuzz/bin/fuzz_*; do \
-	    mkdir -p build/fuzz/corpus/$${target##*/}; \
-	    echo "$$target"; \
-	    $$target -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -timeout=10 build/fuzz/corpus/$${target##*/} \
-	        || exit 1; \
+	@for format in $(notdir $(wildcard fuzz/seeds/*)); do \
+	    echo "fuzz_$$format"; \
+	    mkdir -p build/fuzz/corpus/$$format; \
+	    build/fuzz/bin/fuzz_$$format -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -timeout=10 \
+	        build/fuzz/corpus/$$format fuzz/seeds/$$format || exit 1; \
 	done
 
 tidy: build/debug/build.ninja

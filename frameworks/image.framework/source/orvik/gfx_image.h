@@ -6,6 +6,7 @@
 #include "orvik/hierarchyobject.h"
 #include "orvik/imageregionobservable.h"
 #include "orvik/layerset.h"
+#include "orvik/mediasession_session.h"
 #include "orvik/mediasession_streamformat.h"
 
 namespace orvik {

@@ -60,7 +60,7 @@ class MediaConverterInterface;
 using MediaConverterRef = Ref<MediaConverterInterface>;
 
 /// Base of converters, streams and images: a dictionary and a weak link to the session.
-class MediaBaseInterface : public virtual DataDictionaryObjectInterface {
+class ORVIK_API MediaBaseInterface : public virtual DataDictionaryObjectInterface {
     ORVIK_INTERFACE(MediaBaseInterface, "net.orvik.image.interface.mediabase");
 
 public:

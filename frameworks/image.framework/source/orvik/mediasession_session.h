@@ -29,6 +29,4 @@ public:
     }
 };
 
-inline MediaSessionRef MediaBaseInterface::GetSession() const { return Unbound(); }
-
 }  // namespace orvik
