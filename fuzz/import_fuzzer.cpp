@@ -30,8 +30,8 @@ bool Start() {
 }
 
 Result<void> ReadPixels(const ImageBaseRef& image) {
-    if (image->GetHeight() == 0)
-        return {};  // no rows, so nothing bounds their length
+    if (image->GetWidth() == 0 || image->GetHeight() == 0)
+        return {};  // nothing to read, and nothing that bounds the other side
     const PixelFormat format = PixelFormats::Get(pixelformats::kRgbaU8);
     BaseArray<std::byte> row;
     TRY(row.Resize(format->GetBytesPerLine(image->GetWidth())));

@@ -115,8 +115,8 @@ Result<void> WriteWithAlpha(const ImageBaseRef& image, const ImageBaseRef& alpha
 }
 
 Result<void> WritePixels(const ImageBaseRef& image, const PixelFormat& format, OutputTarget& target) {
-    if (image->GetHeight() == 0)
-        return {};  // no rows, so nothing bounds their length
+    if (image->GetWidth() == 0 || image->GetHeight() == 0)
+        return {};  // nothing to read, and nothing that bounds the other side
     const ImageBaseRef alpha = FindAlpha(image);
     if (!alpha || !format->HasAlpha())
         return WritePlain(image, format, target);
