@@ -123,7 +123,8 @@ Result<void> HierarchyObjectInterface::RemoveChild(const HierarchyObjectRef& chi
     if (!child || child->GetParent().GetPointer() != this)
         return IllegalArgumentError("The object to remove is not a child of this one.");
     BaseArray<HierarchyObjectRef>& list = _branches->lists[child->_branch];
-    const HierarchyObjectRef kept = child;  // the argument may be the list's own reference
+    // The argument may be the list's own reference.
+    const HierarchyObjectRef kept = child;  // NOLINT(performance-unnecessary-copy-initialization)
     kept->_parent = HierarchyObjectRef();
     kept->_branch = -1;
     for (Int i = 0; i < list.GetCount(); ++i) {

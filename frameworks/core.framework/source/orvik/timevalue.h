@@ -27,7 +27,7 @@ public:
     String ToString() const { return IsNone() ? String("<none>") : FormatString("@ s", _seconds); }
 
     friend constexpr bool operator==(TimeValue a, TimeValue b) = default;
-    friend constexpr auto operator<=>(TimeValue a, TimeValue b) = default;
+    friend constexpr auto operator<=>(TimeValue a, TimeValue b) = default;  // NOLINT(modernize-use-nullptr)
     friend constexpr TimeValue operator-(TimeValue a, TimeValue b) { return FromSeconds(a._seconds - b._seconds); }
     friend constexpr TimeValue operator+(TimeValue a, TimeValue b) { return FromSeconds(a._seconds + b._seconds); }
 

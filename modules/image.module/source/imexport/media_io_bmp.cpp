@@ -380,7 +380,7 @@ Result<void> BmpImporter::DecodePixels(const InputStreamRef& stream) {
 
 /// Uncompressed rows, as many at a time as a small buffer takes.
 Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream, RowSink& image, RowSink& alpha) {
-    constexpr Int kBufferBytes = 64 * 1024;  // stays in the caches between file and picture
+    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
     const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
     if (rowBytes == 0 || height == 0)
         return {};
