@@ -13,9 +13,9 @@ constexpr std::string_view kBmpHeaders[] = {"V3", "V4", "V5"};
 constexpr std::string_view kSwitch[] = {"true", "false"};
 
 const ExportSetting kSettings[] = {
-    {mediaexport::kQuality.GetId(), SettingType::Float, "", "", {}, "quality of lossy compression, 0 to 1"},
-    {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "", "false", kSwitch,
-     "keep the numbers of a picture that has no profile"},
+    {mediaexport::kQuality.GetId(), SettingType::Float, "", "", {}, "0 to 1; lossless formats ignore it"},
+    {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "bmp", "false", kSwitch,
+     "V3 and V4, which hold no profile: leave the pixels in their own instead of sRGB"},
     {mediaexport::kBmpInfoHeader.GetId(), SettingType::Id, "bmp", "V3, or V5 with alpha", kBmpHeaders,
      "generation of the header; V4 and V5 keep alpha, V5 keeps the colour profile"},
     {mediaexport::kPngInterlaced.GetId(), SettingType::Bool, "png", "false", kSwitch, "in seven passes"},
