@@ -107,25 +107,31 @@ TEST_P(CellTest, EqualsTheRule) {
     const std::vector<uint64_t> inputs = MakeInputs(src);
 
     // One byte in front makes all addresses odd.
-    std::vector<std::byte> source(inputs.size() * srcBytes + 1), run(inputs.size() * dstBytes + 1);
+    std::vector<std::byte> source(inputs.size() * srcBytes + 1), strided(inputs.size() * dstBytes * 2 + 1);
     for (size_t i = 0; i < inputs.size(); ++i)
         StoreRaw(src, inputs[i], source.data() + 1 + i * srcBytes);
-    pixel::GetConvertRun(src, dst)(source.data() + 1, run.data() + 1, static_cast<Int>(inputs.size()));
-    std::vector<std::byte> strided(run.size() * 2);
+    const Int count = static_cast<Int>(inputs.size());
     pixel::GetConvertStrided(src, dst)(source.data() + 1, static_cast<Int>(srcBytes), strided.data() + 1,
-                                       static_cast<Int>(2 * dstBytes), static_cast<Int>(inputs.size()));
+                                       static_cast<Int>(2 * dstBytes), count);
+    std::vector<uint64_t> expected;
+    for (const uint64_t input : inputs)
+        expected.push_back(slow::Convert(src, dst, input));
 
-    int failures = 0;
-    for (size_t i = 0; i < inputs.size() && failures < 5; ++i) {
-        const uint64_t expected = slow::Convert(src, dst, inputs[i]);
-        const uint64_t found = LoadRaw(dst, run.data() + 1 + i * dstBytes);
-        const bool bothNan = src != dst && slow::IsNan(dst, expected) && slow::IsNan(dst, found);
-        const bool exactNan = src == F32 && dst == F16;
-        failures += found != expected && !(bothNan && !exactNan);
-        EXPECT_TRUE(found == expected || (bothNan && !exactNan))
-            << GetComponentName(src) << " to " << GetComponentName(dst) << " of 0x" << std::hex << inputs[i] << ": 0x"
-            << found << " instead of 0x" << expected;
-        EXPECT_EQ(LoadRaw(dst, strided.data() + 1 + 2 * i * dstBytes), found) << "strided differs";
+    for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
+        std::vector<std::byte> run(inputs.size() * dstBytes + 1);
+        kernels->GetRun(src, dst)(source.data() + 1, run.data() + 1, count);
+        int failures = 0;
+        for (size_t i = 0; i < inputs.size() && failures < 5; ++i) {
+            const uint64_t found = LoadRaw(dst, run.data() + 1 + i * dstBytes);
+            const bool bothNan = src != dst && slow::IsNan(dst, expected[i]) && slow::IsNan(dst, found);
+            const bool exactNan = src == F32 && dst == F16;
+            const bool fine = found == expected[i] || (bothNan && !exactNan);
+            failures += !fine;
+            EXPECT_TRUE(fine) << kernels->name << ": " << GetComponentName(src) << " to " << GetComponentName(dst)
+                              << " of 0x" << std::hex << inputs[i] << ": 0x" << found << " instead of 0x"
+                              << expected[i];
+            EXPECT_EQ(LoadRaw(dst, strided.data() + 1 + 2 * i * dstBytes), found) << "strided differs";
+        }
     }
 }
 

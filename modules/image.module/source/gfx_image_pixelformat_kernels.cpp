@@ -1,10 +1,9 @@
 // Plain loops that the compiler can vectorise. This file is compiled with -O3 in every preset.
 
-#include "gfx_image_pixelformat_kernels.h"
-
 #include <cstring>
 
 #include "gfx_image_pixelformat_arithmetic.h"
+#include "gfx_image_pixelformat_kernels_simd.h"
 
 namespace orvik::pixel {
 namespace {
@@ -21,7 +20,7 @@ void Store(std::byte* to, T value) {
 }
 
 template <class S, class D>
-void ConvertRun(const std::byte* __restrict src, std::byte* __restrict dst, Int count) {
+void ConvertRun(const std::byte* src, std::byte* dst, Int count) {
     for (Int i = 0; i < count; ++i)
         Store(dst + i * Int(sizeof(D)), ConvertComponent<D>(Load<S>(src + i * Int(sizeof(S)))));
 }
@@ -65,44 +64,61 @@ void Permute(const std::byte* src, int srcCount, std::byte* dst, int dstCount, c
     }
 }
 
-struct KernelTable {
-    ConvertRunFunction run[kComponentTypeCount][kComponentTypeCount];
-    ConvertStridedFunction strided[kComponentTypeCount][kComponentTypeCount];
+template <class T>
+void MeanRun(const std::byte* red, const std::byte* green, const std::byte* blue, std::byte* dst, Int count) {
+    Mean<T>(red, green, blue, sizeof(T), dst, sizeof(T), count);
+}
+template <class E>
+void Interleave(const std::byte* first, const std::byte* second, std::byte* dst, Int count) {
+    ConvertStrided<E, E>(first, sizeof(E), dst, 2 * sizeof(E), count);
+    ConvertStrided<E, E>(second, sizeof(E), dst + sizeof(E), 2 * sizeof(E), count);
+}
+
+struct StridedTable {
+    ConvertStridedFunction convert[kComponentTypeCount][kComponentTypeCount];
     MeanFunction mean[kComponentTypeCount];
+};
+struct PlainKernels {
+    StridedTable strided{};
+    KernelSet set{};
 };
 
 template <int S, int D>
-constexpr void SetCell(KernelTable& table) {
+constexpr void SetCell(PlainKernels& plain) {
     using Src = ComponentAtT<S>;
     using Dst = ComponentAtT<D>;
     if constexpr (S == D)
-        table.run[S][D] = &CopyRun<Src>;
+        plain.set.run[S][D] = &CopyRun<Src>;
     else
-        table.run[S][D] = &ConvertRun<Src, Dst>;
-    table.strided[S][D] = &ConvertStrided<Src, Dst>;
+        plain.set.run[S][D] = &ConvertRun<Src, Dst>;
+    plain.strided.convert[S][D] = &ConvertStrided<Src, Dst>;
 }
 template <int S, int... D>
-constexpr void SetRow(KernelTable& table, std::integer_sequence<int, D...>) {
-    (SetCell<S, D>(table), ...);
-    table.mean[S] = &Mean<ComponentAtT<S>>;
+constexpr void SetRow(PlainKernels& plain, std::integer_sequence<int, D...>) {
+    (SetCell<S, D>(plain), ...);
+    plain.strided.mean[S] = &Mean<ComponentAtT<S>>;
+    plain.set.mean[S] = &MeanRun<ComponentAtT<S>>;
 }
 template <int... S>
-constexpr KernelTable MakeKernelTable(std::integer_sequence<int, S...> all) {
-    KernelTable table{};
-    (SetRow<S>(table, all), ...);
-    return table;
+constexpr PlainKernels MakePlainKernels(std::integer_sequence<int, S...> all) {
+    PlainKernels plain;
+    (SetRow<S>(plain, all), ...);
+    plain.set.interleave[0] = &Interleave<uint8_t>;
+    plain.set.interleave[1] = &Interleave<uint16_t>;
+    plain.set.interleave[2] = &Interleave<uint32_t>;
+    plain.set.interleave[3] = &Interleave<uint64_t>;
+    return plain;
 }
-constexpr KernelTable kKernels = MakeKernelTable(std::make_integer_sequence<int, kComponentTypeCount>());
+constexpr PlainKernels kPlain = MakePlainKernels(std::make_integer_sequence<int, kComponentTypeCount>());
 
 }  // namespace
 
-ConvertRunFunction GetConvertRun(ComponentType src, ComponentType dst) {
-    return kKernels.run[static_cast<int>(src)][static_cast<int>(dst)];
-}
+const KernelSet& GetPlainKernels() { return kPlain.set; }
+
 ConvertStridedFunction GetConvertStrided(ComponentType src, ComponentType dst) {
-    return kKernels.strided[static_cast<int>(src)][static_cast<int>(dst)];
+    return kPlain.strided.convert[static_cast<int>(src)][static_cast<int>(dst)];
 }
-MeanFunction GetMean(ComponentType type) { return kKernels.mean[static_cast<int>(type)]; }
+MeanFunction GetMean(ComponentType type) { return kPlain.strided.mean[static_cast<int>(type)]; }
 
 void FillStrided(const std::byte* value, int elementBytes, std::byte* dst, Int dstStride, Int count) {
     switch (elementBytes) {

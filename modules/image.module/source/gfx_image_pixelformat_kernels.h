@@ -3,23 +3,27 @@
 /// The loops of pixel conversion. All addresses may be unaligned; strides are in bytes and may be 0 or negative for
 /// sources and negative for destinations. A count of 0 or below does nothing.
 ///
-/// The kernels are looked up by component types, so that faster ones for a machine can take their places here; every
-/// kernel gives the bits of the scalar functions in gfx_image_pixelformat_arithmetic.h.
+/// The strided loops serve planes and odd placements. The loops over contiguous values exist at several levels, one for
+/// each instruction set; every level gives the bits of the scalar functions in gfx_image_pixelformat_arithmetic.h.
 
 #include "orvik/gfx_image_channels.h"
 
 namespace orvik::pixel {
 
-/// Converts `count` contiguous values. The runs must not overlap unless the types are equal.
+/// Converts `count` contiguous values. The runs must not overlap; values of equal width may be converted in place.
 using ConvertRunFunction = void (*)(const std::byte* src, std::byte* dst, Int count);
 /// Converts `count` values that lie `srcStride` and `dstStride` bytes apart.
 using ConvertStridedFunction = void (*)(const std::byte* src, Int srcStride, std::byte* dst, Int dstStride, Int count);
 /// Writes the means of red, green and blue as values of the same type.
 using MeanFunction = void (*)(const std::byte* red, const std::byte* green, const std::byte* blue, Int srcStride,
                               std::byte* dst, Int dstStride, Int count);
+/// The same over contiguous values.
+using MeanRunFunction = void (*)(const std::byte* red, const std::byte* green, const std::byte* blue, std::byte* dst,
+                                 Int count);
+/// Writes `count` pairs of a first and a second value.
+using InterleaveFunction = void (*)(const std::byte* first, const std::byte* second, std::byte* dst, Int count);
 
 /// Types must be of the nine.
-ConvertRunFunction GetConvertRun(ComponentType src, ComponentType dst);
 ConvertStridedFunction GetConvertStrided(ComponentType src, ComponentType dst);
 MeanFunction GetMean(ComponentType type);
 
@@ -35,5 +39,44 @@ struct PermuteSource {
 /// `elementBytes` bytes. The runs must not overlap.
 void PermutePixels(const std::byte* src, int srcCount, std::byte* dst, int dstCount, const PermuteSource* sources,
                    int elementBytes, Int count);
+
+/// A permutation as byte shuffles. One period of pixels fills `blocks` vectors; a vector is made of lanes, and each
+/// lane of up to four windows of the source, of which a shuffle picks bytes.
+struct ShuffleTable {
+    static constexpr int kMaxBlocks = 4, kMaxWindows = 4, kMaxLanes = 4, kMaxBlockBytes = 64;
+
+    int blocks = 0, windows = 0;
+    int pixels = 0;                  ///< of a period
+    int srcPixel = 0, dstPixel = 0;  ///< bytes
+    bool hasFill = false;
+    int32_t offsets[kMaxBlocks][kMaxWindows][kMaxLanes] = {};     ///< of windows, from the period's first source byte
+    uint8_t picks[kMaxBlocks][kMaxWindows][kMaxBlockBytes] = {};  ///< byte of the window; 0x80 gives 0
+    uint8_t fill[kMaxBlocks][kMaxBlockBytes] = {};                ///< joins where no window gives a byte
+};
+/// Shuffles at least one period of pixels. In place if the pixels have one size.
+using ShuffleFunction = void (*)(const ShuffleTable& table, const std::byte* src, std::byte* dst, Int count);
+
+/// The loops over contiguous values for one instruction set.
+struct KernelSet {
+    const char* name = "scalar";
+    ConvertRunFunction run[kComponentTypeCount][kComponentTypeCount] = {};
+    MeanRunFunction mean[kComponentTypeCount] = {};
+    InterleaveFunction interleave[4] = {};  ///< by the logarithm of the value's bytes
+    int laneBytes = 0;                      ///< of a shuffle; 0 when there is none
+    int blockBytes = 0;                     ///< of a vector
+    ShuffleFunction shuffle[ShuffleTable::kMaxBlocks][ShuffleTable::kMaxWindows] = {};  ///< by blocks and windows - 1
+
+    ConvertRunFunction GetRun(ComponentType src, ComponentType dst) const {
+        return run[static_cast<int>(src)][static_cast<int>(dst)];
+    }
+};
+
+/// The best set for this machine, or the one that the environment variable ORVIK_SIMD names. An unknown or unsupported
+/// name changes nothing. What it returns stays valid.
+const KernelSet& GetKernels();
+/// The sets that this machine can run, plain loops first.
+Block<const KernelSet* const> GetKernelSets();
+/// Makes later calls of `GetKernels` return this set. For tests.
+void SetKernels(const KernelSet& kernels);
 
 }  // namespace orvik::pixel

@@ -2,7 +2,7 @@
 /// @file
 /// The plan of a conversion between two formats of whole components.
 
-#include "gfx_image_pixelformat_kernels.h"
+#include "gfx_image_pixelformat_shuffle.h"
 
 #include "orvik/gfx_image_pixelformat.h"
 
@@ -29,9 +29,11 @@ struct PlanSide {
 /// Built once, immutable then, run from any thread; allocates nothing while it runs.
 ///
 /// It runs at one of two speeds with the same bits. Composed, when both sides are whole pixels of one component type
-/// without gaps: blocks that stay in the first-level cache go through up to three steps over contiguous values (gather
-/// the channels that are needed, convert the components, spread them over the destination's channels); steps that are
-/// the identity vanish. Strided, for everything else: one loop for each channel of the destination.
+/// without gaps: blocks that stay in the first-level cache go through a few steps over contiguous values. The steps are
+/// a rearrangement of channels before the conversion of components, the conversion, and a rearrangement behind it;
+/// steps that are the identity vanish, and mostly there is one of each kind at most. Colours that become grey are first
+/// parted into planes, of which the mean is taken. Strided, for everything else: one loop for each channel of the
+/// destination.
 class ConversionPlan final : public Object {
 public:
     /// @param origins  one for each channel of the destination
@@ -53,30 +55,53 @@ private:
         ChannelOrigin::Kind kind = ChannelOrigin::Kind::Fill;
         ComponentType srcType = ComponentType::None;
         ComponentType dstType = ComponentType::None;
-        Int srcOffset = 0;  ///< bytes
-        Int dstOffset = 0;  ///< bytes
-        std::byte fill[8] = {};
+        Int srcOffset = 0;       ///< bytes
+        Int dstOffset = 0;       ///< bytes
+        std::byte value = {};    ///< a U8 component that fills
+        std::byte fill[8] = {};  ///< the same as a component of the destination
     };
-    static constexpr int kMaxComposedChannels = 8;
+    /// The steps of the composed form.
+    enum class Steps : uint8_t {
+        None,            ///< strided only
+        Fill,            ///< the source is not read
+        Convert,         ///< one conversion or copy
+        Shuffle,         ///< one rearrangement
+        Pixels,          ///< rearranged before, converted, rearranged behind
+        Mean,            ///< one channel of grey
+        MeanAndFill,     ///< grey beside a constant
+        MeanAndChannel,  ///< grey beside a channel of the source
+    };
+    static constexpr int kMaxComposedChannels = PixelShuffle::kMaxChannels;
     static constexpr Int kScratchBytes = 8192;
+    static constexpr Int kPlaneBytes = 2048;
 
     Result<void> Init(const PlanSide& dst, const PlanSide& src, Block<const ChannelOrigin> origins,
                       const int (&colors)[3]);
-    void Compose(const PlanSide& dst, const PlanSide& src, Block<const ChannelOrigin> origins);
+    void Compose(const PlanSide& dst, const PlanSide& src, Block<const ChannelOrigin> origins, const int (&colors)[3]);
+    void ComposePixels(Block<const ChannelOrigin> origins);
+    void ComposeMean(Block<const ChannelOrigin> origins, const int (&colors)[3]);
+    bool FillsBeforeConversion(PermuteSource* sources) const;
     void RunComposed(const std::byte* src, std::byte* dst, Int count) const;
-    void Gather(const std::byte* src, std::byte* dst, Int count) const;
+    void RunFill(std::byte* dst, Int count) const;
+    void RunPixels(const std::byte* src, std::byte* dst, Int count) const;
+    void RunMean(const std::byte* src, std::byte* dst, Int count) const;
 
     BaseArray<Channel> _channels;
     ComponentType _meanType = ComponentType::None;
     Int _meanOffsets[3] = {};  ///< bytes: red, green, blue
 
-    // The composed form. `gathered` is the pixel of source values that are needed, between gathering and spreading.
-    bool _composed = false;
-    bool _gathers = false, _spreads = false;
+    // The composed form.
+    Steps _steps = Steps::None;
+    bool _shufflesBefore = false, _shufflesBehind = false;
+    bool _greyIsFirst = false;  ///< of two channels
     ComponentType _srcType = ComponentType::None, _dstType = ComponentType::None;
-    int _srcCount = 0, _dstCount = 0, _gatheredCount = 0;
-    PermuteSource _gather[kMaxComposedChannels];  ///< of the source; -1 is the mean
-    PermuteSource _spread[kMaxComposedChannels];  ///< of the gathered pixel
+    int _srcCount = 0, _dstCount = 0, _convertedCount = 0;  ///< channels of a pixel
+    Int _srcPixel = 0, _dstPixel = 0, _blockPixels = 0;     ///< bytes, bytes, pixels
+    ConvertRunFunction _convert = nullptr;
+    MeanRunFunction _mean = nullptr;
+    InterleaveFunction _interleave = nullptr;
+    PixelShuffle _before, _behind;
+    PixelShuffle _planes[4];  ///< red, green, blue and the channel beside the grey
 };
 
 }  // namespace orvik::pixel
