@@ -9,6 +9,7 @@
 
 #include "bench_report.h"
 #include "codec_bench.h"
+#include "profile_bench.h"
 
 #include "orvik/host.h"
 
@@ -44,7 +45,9 @@ int main(int argc, char** argv) {
     }
     // Large blocks come fresh from the system each time, for both sides, as in a program that loads one picture.
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
-    const std::vector<bench::Pairing> pairings = bench::RegisterCodecBenchmarks();
+    std::vector<bench::Pairing> pairings = bench::RegisterCodecBenchmarks();
+    const std::vector<bench::Pairing> profiles = bench::RegisterProfileBenchmarks();
+    pairings.insert(pairings.end(), profiles.begin(), profiles.end());
     bench::Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
     bench::ReleaseCodecMaterial();

@@ -4,9 +4,10 @@
 #include <array>
 #include <atomic>
 #include <cwchar>
-#include <lcms2.h>
 #include <mutex>
 
+#include "gfx_image_colorprofile_library.h"
+#include "gfx_image_colorprofile_oiio.h"
 #include "registration.h"
 
 #include "orvik/crc32c.h"
@@ -17,37 +18,6 @@ namespace orvik {
 namespace {
 
 class ColorProfileImpl;
-
-/// The colour library with an error handler of our own. Lives as long as any profile.
-class ColorLibrary final : public Object {
-public:
-    ~ColorLibrary() override {
-        (void)TakeError();
-        if (_context)
-            cmsDeleteContext(_context);
-    }
-    Result<void> Construct() {
-        _context = cmsCreateContext(nullptr, this);
-        if (!_context)
-            return UnexpectedError("Could not initialize LCMS.");
-        cmsSetLogErrorHandlerTHR(_context, &OnError);
-        return {};
-    }
-    cmsContext GetContext() const { return _context; }
-    /// The newest error of the library since the last call, or null.
-    Error TakeError() { return Error::Adopt(_newest.exchange(nullptr)); }
-
-private:
-    static void OnError(cmsContext context, cmsUInt32Number code, const char* text) {
-        auto* library = static_cast<ColorLibrary*>(cmsGetContextUserData(context));
-        Error error = UnknownError("LCMS Error: @, @", code, text);
-        error->Retain();  // the slot's count
-        const Error older = Error::Adopt(library->_newest.exchange(error.Get()));
-    }
-
-    cmsContext _context = nullptr;
-    std::atomic<const ErrorInterface*> _newest{nullptr};
-};
 
 /// CRC to entry, for all profiles that are open.
 class ProfileTable final : public Object {
@@ -71,8 +41,6 @@ private:
     SpinLock _lock;
     HashMap<uint32_t, WeakRef<ColorProfileImpl>> _entries;
 };
-
-Error LibraryError(ColorLibrary& library, LocatedText text) { return UnknownErrorWith(library.TakeError(), text); }
 
 class ColorProfileImpl final : public virtual ColorProfileInterface {
 public:
@@ -212,22 +180,6 @@ void ProfileTable::Leave(uint32_t crc) {
 
 // --- Built-in profiles -----------------------------------------------------------------------------------------------
 
-/// Closes a library profile at the end of its scope.
-struct ScopedProfile {
-    cmsHPROFILE handle = nullptr;
-    ~ScopedProfile() {
-        if (handle)
-            cmsCloseProfile(handle);
-    }
-};
-struct ScopedCurve {
-    cmsToneCurve* curve = nullptr;
-    ~ScopedCurve() {
-        if (curve)
-            cmsFreeToneCurve(curve);
-    }
-};
-
 constexpr cmsCIExyY kD65{0.3127, 0.3290, 1.0};
 
 cmsHPROFILE BuildGrey(cmsContext context, cmsToneCurve* curve) {
@@ -272,38 +224,13 @@ constexpr BuiltInRow kBuiltIns[] = {
     {colorprofiles::kYuvDefault, L"YUV Default Profile", &BuildYuv},
 };
 
-bool WriteText(cmsContext context, cmsHPROFILE profile, cmsTagSignature tag, const wchar_t* text) {
-    cmsMLU* unit = cmsMLUalloc(context, 1);
-    const bool written = unit && cmsMLUsetWide(unit, "en", "US", text) && cmsWriteTag(profile, tag, unit);
-    cmsMLUfree(unit);
-    return written;
-}
-
-Result<BaseArray<std::byte>> SaveProfile(ColorLibrary& library, cmsHPROFILE profile) {
-    cmsUInt32Number size = 0;
-    if (!cmsSaveProfileToMem(profile, nullptr, &size) || size == 0)
-        return LibraryError(library, "Calculating color profile size failed.");
-    BaseArray<std::byte> bytes;
-    TRY(bytes.Resize(size, RESIZEFLAGS::FIT_TO_SIZE));
-    if (!cmsSaveProfileToMem(profile, bytes.GetFirst(), &size))
-        return LibraryError(library, "Writing color profile failed.");
-    return bytes;
-}
-
 Result<BaseArray<std::byte>> BuildProfileBytes(ColorLibrary& library, const BuiltInRow& row) {
     const cmsContext context = library.GetContext();
     const ScopedProfile profile{row.build(context)};
-    if (!profile.handle || !WriteText(context, profile.handle, cmsSigProfileDescriptionTag, row.description) ||
-        !WriteText(context, profile.handle, cmsSigCopyrightTag, L"No copyright, use freely"))
+    if (!profile.handle || !WriteTextTag(context, profile.handle, cmsSigProfileDescriptionTag, row.description) ||
+        !WriteTextTag(context, profile.handle, cmsSigCopyrightTag, L"No copyright, use freely"))
         return LibraryError(library, "Building a color profile failed.");
-    BaseArray<std::byte> bytes = TRY(SaveProfile(library, profile.handle));
-    // The library notes the current time. A fixed date makes bytes and sums the same in every run.
-    constexpr size_t kDateBegin = 24;
-    constexpr uint8_t kDate[12] = {0x07, 0xE4, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0};  // 2020-01-01 00:00:00
-    if (bytes.GetCount() < Int(kDateBegin + sizeof(kDate)))
-        return UnexpectedError("A built-in color profile has no header.");
-    std::memcpy(bytes.GetFirst() + kDateBegin, kDate, sizeof(kDate));
-    return bytes;
+    return SaveBuiltProfile(library, profile.handle);
 }
 
 // --- The service -----------------------------------------------------------------------------------------------------
@@ -347,6 +274,11 @@ public:
             return built;
         }
         return ColorProfile();
+    }
+
+    Result<ColorProfile> BakeProfile(const OiioProcessor& processor) override {
+        const BaseArray<std::byte> bytes = TRY(BakeOiioProfile(_table.GetObject()->GetLibrary(), processor));
+        return OpenProfileFromMemory(bytes.ToBlock());
     }
 
 private:

@@ -125,7 +125,8 @@ Result<ConvertPixelFunc> PixelFormatBase::GetConvertPixelFunc(const PixelFormat&
     if (!srcFormat)
         return IllegalArgumentError("srcformat must not be nullptr.");
     const bool fixedOffsetsAllowed = !isColorProfileConversion;
-    if (ConvertPixelFunc transform = TRY(ConvertByProfiles(srcFormat, srcProfile, dstProfile, flags))) {
+    if (ConvertPixelFunc transform =
+            TRY(ConvertByProfiles(srcFormat, srcOffsets, dstOffsets, srcProfile, dstProfile, flags))) {
         isColorProfileConversion = true;
         return transform;
     }
@@ -152,9 +153,9 @@ Result<ConvertPixelFunc> PixelFormatBase::GetConvertPixelFunc(const PixelFormat&
     return route;
 }
 
-Result<ConvertPixelFunc> PixelFormatBase::ConvertByProfiles(const PixelFormat& srcFormat,
-                                                            const ColorProfile* srcProfile, ColorProfile* dstProfile,
-                                                            CONVERTPIXELFLAGS flags) const {
+Result<ConvertPixelFunc> PixelFormatBase::ConvertByProfiles(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
+                                                            ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
+                                                            ColorProfile* dstProfile, CONVERTPIXELFLAGS flags) const {
     const ColorSpace srcSpace = srcFormat->GetColorSpace(), dstSpace = GetColorSpace();
     const bool sameSpace = srcSpace == dstSpace;
     const bool force = HasFlag(flags, CONVERTPIXELFLAGS::FORCECOLORPROFILECONVERSION);
@@ -168,8 +169,9 @@ Result<ConvertPixelFunc> PixelFormatBase::ConvertByProfiles(const PixelFormat& s
             const auto create = [&]() -> Result<ConvertPixelFunc> {
                 const ColorProfileConvert transform =
                     TRY(ClassRef(kColorProfileConvertClass).Create<ColorProfileConvertInterface>());
-                if (!TRY(transform->Init(srcFormat, source, GetSelf(), *dstProfile, COLORCONVERSIONINTENT::PERCEPTUAL,
-                                         COLORCONVERSIONFLAGS::BLACKPOINTCOMPENSATION)))
+                if (!TRY(transform->InitWithOffsets(srcFormat, srcOffsets, source, GetSelf(), dstOffsets, *dstProfile,
+                                                    COLORCONVERSIONINTENT::PERCEPTUAL,
+                                                    COLORCONVERSIONFLAGS::BLACKPOINTCOMPENSATION)))
                     return ConvertPixelFunc();
                 return ConvertPixelFunc(
                     [transform](const PixelLine& dst, Int count, const PixelLineConst& src, CONVERTPIXELFLAGS) {

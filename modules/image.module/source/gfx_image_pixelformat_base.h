@@ -69,7 +69,8 @@ private:
     class SearchScope;
 
     /// @return the transform, or an empty delegate when the pixels are converted without profiles
-    Result<ConvertPixelFunc> ConvertByProfiles(const PixelFormat& srcFormat, const ColorProfile* srcProfile,
+    Result<ConvertPixelFunc> ConvertByProfiles(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
+                                               ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
                                                ColorProfile* dstProfile, CONVERTPIXELFLAGS flags) const;
     Result<ConvertPixelFunc> FindRoute(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
                                        ChannelOffsets dstOffsets, const ColorProfile* srcProfile,

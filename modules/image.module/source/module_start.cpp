@@ -11,6 +11,7 @@ Result<void> StartImageModule(Publisher& publisher) {
         RegisterChannels,
         RegisterColorSpaces,
         RegisterColorProfiles,
+        RegisterColorProfileConvert,
         RegisterPixelFormats,
         RegisterImageStorages,
         RegisterImages,

@@ -13,6 +13,8 @@ Result<void> RegisterChannels(Publisher& publisher);
 Result<void> RegisterColorSpaces(Publisher& publisher);
 /// The service that opens colour profiles and hands out the built-in ones.
 Result<void> RegisterColorProfiles(Publisher& publisher);
+/// The class of transforms between profiles.
+Result<void> RegisterColorProfileConvert(Publisher& publisher);
 /// Groups, classes and instances of all pixel formats, and the service that makes formats at run time. Needs the
 /// channel types and the colour spaces.
 Result<void> RegisterPixelFormats(Publisher& publisher);

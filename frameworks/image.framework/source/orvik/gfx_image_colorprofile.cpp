@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "orvik/gfx_image_oiioprocessor.h"
 #include "orvik/gfx_image_pixelformat.h"
 #include "orvik/iostreams.h"
 #include "orvik/registrybase.h"
@@ -34,6 +35,10 @@ Result<ColorProfile> ColorProfile::OpenProfileFromFile(const Url& url) {
     TRY(stream->Read(bytes.ToBlock()));
     TRY(stream->Close());
     return OpenProfileFromMemory(bytes.ToBlock());
+}
+
+Result<ColorProfile> ColorProfile::BakeFromProcessor(const OiioProcessor& processor) {
+    return GetColorProfiles()->BakeProfile(processor);
 }
 
 Result<Block<const std::byte>> ColorProfile::WriteProfileToMemory() const {

@@ -10,6 +10,8 @@ namespace orvik {
 
 class PixelFormatInterface;
 using PixelFormat = Ref<PixelFormatInterface>;
+class OiioProcessorInterface;
+using OiioProcessor = Ref<OiioProcessorInterface>;
 class ColorSpaceInterface;
 using ColorSpace = Ref<ColorSpaceInterface>;
 class ColorProfile;
@@ -86,6 +88,10 @@ public:
     /// "cmsOpenProfileFromMem failed.". Every variant of sRGB comes back as the built-in sRGB profile.
     static Result<ColorProfile> OpenProfileFromMemory(Block<const std::byte> bytes);
 
+    /// Samples a colour processor into a profile with the description "\"NAME\". Baked by Orvik OIIO.". The first error
+    /// of the processor comes back unchanged.
+    static Result<ColorProfile> BakeFromProcessor(const OiioProcessor& processor);
+
     Result<Block<const std::byte>> WriteProfileToMemory() const;
     Result<void> WriteProfileToFile(const Url& url) const;
     Result<String> GetInfo(COLORPROFILEINFO info) const;
@@ -119,6 +125,10 @@ public:
     }
     virtual Result<ColorProfile> GetBuiltIn(const Id& id) {
         (void)id;
+        return Unbound();
+    }
+    virtual Result<ColorProfile> BakeProfile(const OiioProcessor& processor) {
+        (void)processor;
         return Unbound();
     }
 };
