@@ -33,13 +33,20 @@ constexpr double kLog2[] = {1.44269486851498,    -0.7213471282616974,  0.4809225
 constexpr double kExp2[] = {1.0000000005550493,   0.6931472057671006,    0.24022646886064203, 0.055503287118773614,
                             0.009618489247450492, 0.0013399957606422832, 0.000153457880148327};
 
+constexpr float kLargestFloat = 0x1.FFFFFEp127f;
+
+/// Even and odd powers apart: two short chains instead of a long one.
 template <size_t N>
 HWY_INLINE VD Polynomial(const double (&coefficients)[N], VD x) {
+    static_assert(N % 2 == 1);
     const Doubles d;
-    VD sum = hn::Set(d, coefficients[N - 1]);
-    for (size_t i = N - 1; i-- > 0;)
-        sum = hn::MulAdd(sum, x, hn::Set(d, coefficients[i]));
-    return sum;
+    const VD square = hn::Mul(x, x);
+    VD even = hn::Set(d, coefficients[N - 1]), odd = hn::Set(d, coefficients[N - 2]);
+    for (size_t i = N - 3; i > 0; i -= 2) {
+        even = hn::MulAdd(even, square, hn::Set(d, coefficients[i]));
+        odd = hn::MulAdd(odd, square, hn::Set(d, coefficients[i - 1]));
+    }
+    return hn::MulAdd(odd, x, hn::MulAdd(even, square, hn::Set(d, coefficients[0])));
 }
 
 /// 2^(exponent * log2(t) + offset) for positive normal t. Other lanes get numbers without meaning.
@@ -63,11 +70,12 @@ HWY_INLINE VD Power(VD t, double exponent, double offset) {
     return hn::BitCast(d, hn::Add(hn::BitCast(u, power), hn::ShiftLeft<52>(hn::BitCast(u, rounded))));
 }
 
-/// Infinity and NaN do not survive the bit tricks of `Power`.
-HWY_INLINE VF KeepSpecial(VF c, VF result) {
+/// Infinity and NaN do not survive the bit tricks of `Power`, and not every narrowing to float makes an infinity.
+/// @param largest  the largest value with a finite result
+HWY_INLINE VF KeepSpecial(VF c, VF result, float largest) {
     const Floats f;
-    const auto ordinary = hn::Le(c, hn::Set(f, 3.40282347e38f));
-    return hn::IfThenElse(ordinary, result, hn::Add(c, c));
+    const auto ordinary = hn::Le(c, hn::Set(f, largest));
+    return hn::IfThenElse(ordinary, result, hn::Mul(c, hn::Set(f, kLargestFloat)));  // NaN or infinity
 }
 
 struct LinearToSrgbOp {
@@ -77,7 +85,7 @@ struct LinearToSrgbOp {
         const VD power = Power(hn::PromoteTo(d, c), double(0.41666666f), 0);
         const VF curved = hn::DemoteTo(f, hn::MulSub(power, hn::Set(d, double(1.055f)), hn::Set(d, double(0.055f))));
         const auto straight = hn::Lt(c, hn::Set(f, 0.0031308f));
-        return hn::IfThenElse(straight, hn::Mul(c, hn::Set(f, 12.92f)), KeepSpecial(c, curved));
+        return hn::IfThenElse(straight, hn::Mul(c, hn::Set(f, 12.92f)), KeepSpecial(c, curved, kLargestFloat));
     }
 };
 
@@ -90,7 +98,7 @@ struct SrgbToLinearOp {
         const VD t = hn::Add(hn::PromoteTo(d, c), hn::Set(d, double(0.055f)));
         const VF curved = hn::DemoteTo(f, Power(t, kExponent, kOffset));
         const auto straight = hn::Le(c, hn::Set(f, 0.04045f));
-        return hn::IfThenElse(straight, hn::Mul(c, hn::Set(f, 0.07739938f)), KeepSpecial(c, curved));
+        return hn::IfThenElse(straight, hn::Mul(c, hn::Set(f, 0.07739938f)), KeepSpecial(c, curved, 0x1.54476Ap53f));
     }
 };
 
