@@ -149,7 +149,9 @@ TEST(TransferCurve, PlaceInTheRunDoesNotMatter) {
                 }
                 std::vector<float> line(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count));
                 ConvertTransferCurve(curve, line.data(), line.data(), count);
-                ASSERT_EQ(std::memcmp(line.data(), wanted.data(), 4 * count), 0) << count << " in place";
+                if (count > 0) {
+                    ASSERT_EQ(std::memcmp(line.data(), wanted.data(), 4 * count), 0) << count << " in place";
+                }
             }
         });
     }
