@@ -165,7 +165,7 @@ void ConversionPlan::ComposePixels(Block<const ChannelOrigin> origins) {
         if (_shufflesBehind)
             _behind.Init(kernels, _convertedCount, _dstCount, map, dstSize);
     }
-    _blockPixels = kScratchBytes / (_convertedCount * std::max(srcSize, dstSize)) / kPeriod * kPeriod;
+    _blockPixels = kScratchBytes / (Int(_convertedCount) * std::max(srcSize, dstSize)) / kPeriod * kPeriod;
 }
 
 void ConversionPlan::ComposeMean(Block<const ChannelOrigin> origins, const int (&colors)[3]) {
