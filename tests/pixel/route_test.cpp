@@ -152,10 +152,9 @@ TEST_F(RouteTest, WithoutARouteTheErrorTellsWhy) {
         const char* src;
         const char* dst;
     } kCases[] = {
-        {"rgb.u565", "rgb.u8"},   {"rgb.u8", "rgb.u565"},     {"rgb.rgbe", "rgba.f32"},    {"rgb.f32", "rgb.rgbe"},
-        {"cmyk.u8", "grey.u8"},   {"rgb.u8", "cmyk.f32"},     {"cmyk.u8", "cmyk_inv.u8"},  {"yuv.i422a", "rgb.u8"},
-        {"rgba.u8", "yuv.i422b"}, {"yuv.i422a", "yuv.i422b"}, {"indexed.u8bit", "rgb.u8"}, {"grey.u8", "indexed.u1bit"},
-        {"alpha.f16", "rgb.u8"},  {"rgb.u555", "argb.u1555"}, {"alpha.f16", "rgba.u8"},
+        {"indexed.u8bit", "rgb.u8"},        {"grey.u8", "indexed.u1bit"},  {"rgb.rgbe", "indexed.u16bit"},
+        {"indexed.u4bit", "indexed.u8bit"}, {"alpha.f16", "rgb.u8"},       {"alpha.f16", "rgba.u8"},
+        {"alpha.f16", "argb.u1555"},        {"alpha.f16", "acmyk_inv.u8"}, {"alpha.f16", "yuv.i422a"},
     };
     for (const auto& entry : kCases) {
         const Result<ConvertPixelFunc> none = FindConversion(FormatOf(entry.dst), FormatOf(entry.src));

@@ -87,6 +87,15 @@ Result<ConvertPixelFunc> PixelFormatBase::GetConvertPixelToFunc(const PixelForma
 
 // --- Conversion ------------------------------------------------------------------------------------------------------
 
+namespace {
+
+/// Instances with different colours share one id, and a cache that never forgets would keep each picture's colours.
+bool IsIndexed(const PixelFormat& format) {
+    return dynamic_cast<const PixelFormatIndexedColorInterface*>(format.GetPointer()) != nullptr;
+}
+
+}  // namespace
+
 /// Marks that this thread searches a route from a source into a format, until the scope ends.
 class PixelFormatBase::SearchScope {
 public:
@@ -145,7 +154,7 @@ Result<ConvertPixelFunc> PixelFormatBase::GetConvertPixelFunc(const PixelFormat&
     TRY(search.Enter());
     const ConvertPixelFunc route = TRY(FindRoute(srcFormat, srcOffsets, dstOffsets, srcProfile, dstProfile, flags,
                                                  defaultOffsets, isColorProfileConversion));
-    if (!isColorProfileConversion) {
+    if (!isColorProfileConversion && !IsIndexed(srcFormat) && !IsIndexed(GetSelf())) {
         ConversionKey owned = TRY(key.Copy());
         std::lock_guard guard(_lock);
         TRY(_conversions.Set(std::move(owned), route));

@@ -131,10 +131,7 @@ constexpr size_t kFormatCount = std::size(kFormats);
 
 template <size_t Row>
 Result<ObjectRef> CreateRow() {
-    if constexpr (kFormats[Row].kind == Indexed)
-        return CreateIndexedPixelFormat(kFormats[Row]);
-    else
-        return CreateFixedPixelFormat(kFormats[Row]);
+    return CreateFixedPixelFormat(kFormats[Row]);
 }
 template <size_t... Row>
 constexpr std::array<CreateFunction, kFormatCount> MakeCreateFunctions(std::index_sequence<Row...>) {

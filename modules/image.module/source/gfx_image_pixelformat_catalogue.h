@@ -95,7 +95,6 @@ Id GetChannelTypeOfDigit(int digit, bool inverted);
 
 /// Creates an unregistered instance of a row's class.
 Result<ObjectRef> CreateFixedPixelFormat(const FormatRow& row);
-Result<ObjectRef> CreateIndexedPixelFormat(const FormatRow& row);
 Result<ObjectRef> CreateDynamicPixelFormat();
 
 /// Channel list to format; also what the alpha formats come from.

@@ -60,11 +60,4 @@ Result<ConvertPixelFunc> PixelFormatChannels::GetConvertPixelFromFunc(const Pixe
     return pixel::MakePixelCopy(GetBitsPerPixel(), GetPackedPixelCount());
 }
 
-uint32_t ReadPackedBits(const void* pixel, Int pixelBits, Int offset, Int width) {
-    uint64_t word = 0;
-    for (Int i = 0; i < (pixelBits + 7) / 8; ++i)
-        word |= uint64_t(static_cast<const uint8_t*>(pixel)[i]) << (8 * i);
-    return static_cast<uint32_t>((word >> offset) & ((uint64_t(1) << width) - 1));
-}
-
 }  // namespace orvik

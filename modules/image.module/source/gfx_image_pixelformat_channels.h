@@ -33,8 +33,4 @@ protected:
     int _alphaIndex = -1;
 };
 
-/// Reads bits of a pixel as a little-endian number.
-/// @param offset  from the lowest bit, at most 64 - 8
-uint32_t ReadPackedBits(const void* pixel, Int pixelBits, Int offset, Int width);
-
 }  // namespace orvik

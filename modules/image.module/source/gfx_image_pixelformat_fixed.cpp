@@ -48,118 +48,6 @@ private:
     Int _bits;
 };
 
-/// Channels of a 16-bit word, the first in the highest bits.
-class PixelFormatPacked final : public PixelFormatFixed {
-public:
-    using PixelFormatFixed::PixelFormatFixed;
-
-    Result<void> Construct() override {
-        TRY(ConstructNames());
-        Int top = 0;
-        for (int i = 0; i < _family.channelCount; ++i)
-            top += GetWidth(i);
-        for (int i = 0; i < _family.channelCount; ++i) {
-            const int digit = GetDigit(_family.order, i);
-            const ImageChannel channel = TRY(CreatePackedChannel(GetChannelTypeOfDigit(digit, false), GetWidth(i)));
-            TRY(AppendChannel(channel));
-            top -= GetWidth(i);
-            _offsets[i] = BITS(top);
-        }
-        _offsets.GetLast() = BITS(kWordBits);
-        return {};
-    }
-    Bool IsIdenticalPixel(const void* a, const void* b, Int tolerance) const override {
-        for (int i = 0; i < _family.channelCount; ++i) {
-            const Int difference = Int(Read(a, i)) - Int(Read(b, i));
-            if ((difference < 0 ? -difference : difference) << (8 - GetWidth(i)) > std::max<Int>(tolerance, 0))
-                return false;
-        }
-        return true;
-    }
-    String PixToString(const void* pixel) const override {
-        Int widths[4] = {}, values[4] = {};
-        constexpr int kDigits[4] = {kAlphaDigit, 0, 1, 2};
-        for (int i = 0; i < 4; ++i) {
-            const int channel = FindDigit(_family.order, _family.channelCount, kDigits[i]);
-            if (channel == 15)
-                continue;  // no alpha: 0 bits
-            widths[i] = GetWidth(channel);
-            values[i] = Read(pixel, channel);
-        }
-        return FormatString("A@ @ R@ @ G@ @ B@ @", widths[0], values[0], widths[1], values[1], widths[2], values[2],
-                            widths[3], values[3]);
-    }
-
-private:
-    static constexpr Int kWordBits = 16;
-
-    Int GetWidth(int channel) const { return (_row.packing >> (4 * (_family.channelCount - 1 - channel))) & 15; }
-    uint32_t Read(const void* pixel, int channel) const {
-        return ReadPackedBits(pixel, kWordBits, _offsets[channel].GetBits(), GetWidth(channel));
-    }
-};
-
-/// Three mantissas and one exponent, a byte each.
-class PixelFormatSharedExponent final : public PixelFormatFixed {
-public:
-    using PixelFormatFixed::PixelFormatFixed;
-
-    Result<void> Construct() override {
-        TRY(ConstructNames());
-        for (int i = 0; i < _family.channelCount; ++i) {
-            const Id type = GetChannelTypeOfDigit(GetDigit(_family.order, i), false);
-            const ImageChannel mantissa = TRY(CreatePackedChannel(type, 8));
-            TRY(AppendChannel(mantissa));
-        }
-        _offsets.GetLast() = BITS(32);
-        return {};
-    }
-    ColorProfile GetDefaultColorProfile() const override { return _colorSpace->GetDefaultLinearColorProfile(); }
-    Bool IsIdenticalPixel(const void* a, const void* b, Int) const override { return std::memcmp(a, b, 4) == 0; }
-    String PixToString(const void* pixel) const override {
-        const auto* bytes = static_cast<const uint8_t*>(pixel);
-        return FormatString("R @ G @ B @ E @", bytes[0], bytes[1], bytes[2], bytes[3]);
-    }
-};
-
-/// Two pixels with a brightness each and one chroma: Y U Y V in variant A, U Y V Y in variant B.
-class PixelFormatSharedChroma final : public PixelFormatFixed {
-public:
-    using PixelFormatFixed::PixelFormatFixed;
-
-    Result<void> Construct() override {
-        TRY(ConstructNames());
-        const Int first = IsVariantA() ? 0 : 8, chroma = IsVariantA() ? 8 : 0;
-        const Int offsets[] = {first, chroma, chroma + 16, 16};
-        for (int i = 0; i < _family.channelCount; ++i) {
-            const ImageChannel channel = TRY(CreatePackedChannel(channeltypes::kUnknown, 8));
-            TRY(AppendChannel(channel));
-        }
-        for (int i = 0; i < 4; ++i)
-            _offsets[i] = BITS(offsets[i]);
-        return {};
-    }
-    Int GetPackedPixelCount() const override { return 2; }
-    /// Compares a pair.
-    Bool IsIdenticalPixel(const void* a, const void* b, Int tolerance) const override {
-        for (int i = 0; i < 4; ++i) {
-            if (!pixel::IsIdenticalValue(ComponentType::U8, static_cast<const uint8_t*>(a) + i,
-                                         static_cast<const uint8_t*>(b) + i, tolerance))
-                return false;
-        }
-        return true;
-    }
-    /// The text of a pair.
-    String PixToString(const void* pixel) const override {
-        const auto* bytes = static_cast<const uint8_t*>(pixel);
-        const int y = IsVariantA() ? 0 : 1, u = IsVariantA() ? 1 : 0;
-        return FormatString(_family.text, bytes[y], bytes[u], bytes[y + 2], bytes[u + 2]);
-    }
-
-private:
-    bool IsVariantA() const { return std::string_view(_row.variant).back() == 'A'; }
-};
-
 }  // namespace
 
 Result<ImageChannel> CreatePackedChannel(const Id& type, Int bits) {
@@ -199,7 +87,7 @@ String PixelFormatFixed::PixToString(const void* pixel) const {
 Result<ConvertPixelFunc> PixelFormatFixed::GetConvertPixelFromFunc(const PixelFormat& srcFormat,
                                                                    ChannelOffsets srcOffsets, ChannelOffsets dstOffsets,
                                                                    bool defaultOffsets) const {
-    const auto* src = dynamic_cast<const PixelFormatFixed*>(srcFormat.GetPointer());
+    const PixelFormatFixed* src = Get(srcFormat);
     if (_row.kind != FormatKind::Components || !src || !IsDirectSource(src->GetRow()))
         return PixelFormatChannels::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
     BaseArray<pixel::ChannelOrigin> origins;
@@ -213,15 +101,20 @@ Result<ConvertPixelFunc> PixelFormatFixed::GetConvertPixelFromFunc(const PixelFo
 
 Result<ObjectRef> CreateFixedPixelFormat(const FormatRow& row) {
     switch (row.kind) {
+        case FormatKind::Inks:
+            return CreateInksPixelFormat(row);
         case FormatKind::Packed:
-            return ObjectRef(TRY(NewObj<PixelFormatPacked>(row)));
+            return CreatePackedPixelFormat(row);
         case FormatKind::SharedExponent:
-            return ObjectRef(TRY(NewObj<PixelFormatSharedExponent>(row)));
+            return CreateSharedExponentPixelFormat(row);
         case FormatKind::SharedChroma:
-            return ObjectRef(TRY(NewObj<PixelFormatSharedChroma>(row)));
-        default:
-            return ObjectRef(TRY(NewObj<PixelFormatFixed>(row)));
+            return CreateSharedChromaPixelFormat(row);
+        case FormatKind::Indexed:
+            return CreateIndexedPixelFormat(row);
+        case FormatKind::Components:
+            break;
     }
+    return ObjectRef(TRY(NewObj<PixelFormatFixed>(row)));
 }
 
 }  // namespace orvik

@@ -20,6 +20,10 @@ public:
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
                                                      ChannelOffsets dstOffsets, bool defaultOffsets) const override;
     const FormatRow& GetRow() const { return _row; }
+    /// @return the format's object when it is one of the catalogue, else null
+    static const PixelFormatFixed* Get(const PixelFormat& format) {
+        return dynamic_cast<const PixelFormatFixed*>(format.GetPointer());
+    }
 
 protected:
     Result<void> ConstructNames();
@@ -31,5 +35,12 @@ protected:
 
 /// A channel of which only the meaning and the width is known: its values are no whole components.
 Result<ImageChannel> CreatePackedChannel(const Id& type, Int bits);
+
+// The formats that are more than whole components converted by the component table.
+Result<ObjectRef> CreateInksPixelFormat(const FormatRow& row);
+Result<ObjectRef> CreatePackedPixelFormat(const FormatRow& row);
+Result<ObjectRef> CreateSharedExponentPixelFormat(const FormatRow& row);
+Result<ObjectRef> CreateSharedChromaPixelFormat(const FormatRow& row);
+Result<ObjectRef> CreateIndexedPixelFormat(const FormatRow& row);
 
 }  // namespace orvik

@@ -145,6 +145,11 @@ Result<ConvertPixelFunc> FindChannelRoute(const PixelFormat& dstFormat, ChannelO
     ChannelList src, dst;
     TRY(src.Init(srcFormat));
     TRY(dst.Init(dstFormat));
+    // Channels that are no whole components have places in bits and a meaning that only their format knows.
+    for (const ChannelList* list : {&src, &dst}) {
+        if (std::ranges::count(list->GetComponents(), ComponentType::None) != 0)
+            return ConvertPixelFunc();
+    }
     const ColorSpace space = GetColorSpaceOfChannels(srcFormat, src);
 
     BaseArray<bool> used;

@@ -1,0 +1,216 @@
+#pragma once
+/// @file
+/// Packed words, shared exponents, shared chroma and inks, evaluated pixel by pixel from their rules: words as texts of
+/// bits, integers without shifts, and floats in extended precision that is rounded after each step.
+
+#include <map>
+
+#include "slow_formats.h"
+
+namespace orvik::slow {
+
+/// A value of a channel with its type.
+struct Component {
+    ComponentType type = None;
+    uint64_t raw = 0;
+    uint64_t As(ComponentType wanted) const { return Convert(type, wanted, raw); }
+};
+using Channels = std::map<std::string, Component>;
+
+inline Channels NameChannels(const SlowFormat& format, const SlowPixel& pixel) {
+    Channels named;
+    for (size_t c = 0; c < pixel.size(); ++c)
+        named[format.types[c]] = {format.components[c], pixel[c]};
+    return named;
+}
+/// What a format takes of named channels: absent alpha is opaque, an unused channel is 0.
+inline SlowPixel TakeChannels(const SlowFormat& format, const Channels& named) {
+    SlowPixel pixel;
+    for (size_t c = 0; c < format.types.size(); ++c) {
+        const auto found = named.find(format.types[c]);
+        if (format.types[c] == "unused")
+            pixel.push_back(0);
+        else if (found != named.end())
+            pixel.push_back(found->second.As(format.components[c]));
+        else
+            pixel.push_back(Convert(U8, format.components[c], 255));
+    }
+    return pixel;
+}
+
+inline float AsFloat(const Channels& channels, const std::string& name) {
+    return Reinterpret<float>(static_cast<uint32_t>(channels.at(name).As(F32)));
+}
+inline Component FloatComponent(float value) { return {F32, Reinterpret<uint32_t>(value)}; }
+inline float Round(long double value) { return static_cast<float>(value); }
+
+// --- Packed ----------------------------------------------------------------------------------------------------------
+
+/// The bits of a word, the highest first.
+inline const std::map<std::string, std::string> kPackedBits = {
+    {"rgb.u565", "RRRRRGGGGGGBBBBB"},   {"bgr.u565", "BBBBBGGGGGGRRRRR"},   {"rgb.u555", "xRRRRRGGGGGBBBBB"},
+    {"bgr.u555", "xBBBBBGGGGGRRRRR"},   {"argb.u1555", "ARRRRRGGGGGBBBBB"}, {"abgr.u1555", "ABBBBBGGGGGRRRRR"},
+    {"rgb.u444", "xxxxRRRRGGGGBBBB"},   {"bgr.u444", "xxxxBBBBGGGGRRRR"},   {"argb.u4444", "AAAARRRRGGGGBBBB"},
+    {"abgr.u4444", "AAAABBBBGGGGRRRR"},
+};
+inline const std::map<char, std::string> kPackedNames = {{'R', "red"}, {'G', "green"}, {'B', "blue"}, {'A', "alpha"}};
+
+/// The channels of a word as texts of bits.
+inline std::map<char, std::string> SplitWord(uint16_t word, const std::string& bits) {
+    std::map<char, std::string> values;
+    for (size_t i = 0; i < 16; ++i)
+        values[bits[i]] += word >> (15 - i) & 1 ? '1' : '0';
+    return values;
+}
+inline uint16_t JoinWord(std::map<char, std::string> values, const std::string& bits) {
+    uint16_t word = 0;
+    for (size_t i = 0; i < 16; ++i) {
+        std::string& value = values[bits[i]];
+        word = static_cast<uint16_t>(word * 2);
+        if (value.empty() || bits[i] == 'x')
+            continue;
+        word = static_cast<uint16_t>(word + (value[0] == '1'));
+        value.erase(0, 1);
+    }
+    return word;
+}
+inline Channels ExpandWord(uint16_t word, const std::string& bits) {
+    Channels channels;
+    for (auto [letter, value] : SplitWord(word, bits)) {
+        if (letter == 'x')
+            continue;
+        if (value.size() == 1)
+            value = std::string(8, value[0]);
+        else if (bits.find("AAAA") != std::string::npos)
+            value += value;
+        value.resize(8, '0');
+        channels[kPackedNames.at(letter)] = {U8, std::stoul(value, nullptr, 2)};
+    }
+    return channels;
+}
+inline uint16_t CompressWord(const Channels& channels, const std::string& bits) {
+    std::map<char, std::string> values;
+    for (const auto& [letter, name] : kPackedNames) {
+        const auto found = channels.find(name);
+        const uint64_t byte = found == channels.end() ? 255 : found->second.As(U8);
+        for (int bit = 7; bit >= 0; --bit)
+            values[letter] += byte >> bit & 1 ? '1' : '0';
+    }
+    return JoinWord(values, bits);
+}
+/// Between two words whose colours have equal widths.
+inline uint16_t RearrangeWord(uint16_t word, const std::string& src, const std::string& dst) {
+    std::map<char, std::string> values = SplitWord(word, src);
+    if (values.count('A') == 0)
+        values['A'] = "1111";
+    return JoinWord(values, dst);
+}
+
+// --- Shared exponents ------------------------------------------------------------------------------------------------
+
+inline Channels DecodeRgbe(const uint8_t* bytes) {
+    const auto decode = [&](int c) {
+        return FloatComponent(bytes[3] == 0 ? 0.0f : Round(std::ldexp(bytes[c] + 0.5L, bytes[3] - 136)));
+    };
+    return {{"red", decode(0)}, {"green", decode(1)}, {"blue", decode(2)}};
+}
+/// For colours whose greatest is below 2^127.
+inline std::array<uint8_t, 4> EncodeRgbe(const Channels& colors) {
+    const long double values[3] = {AsFloat(colors, "red"), AsFloat(colors, "green"), AsFloat(colors, "blue")};
+    const long double v = *std::max_element(values, values + 3);
+    std::array<uint8_t, 4> bytes{};
+    if (v <= 1e-32f)
+        return bytes;
+    int exponent = 0;
+    const long double mantissa = std::frexp(v, &exponent);
+    const long double scale = Round(Round(mantissa * 255.9999f) / v);
+    for (size_t c = 0; c < 3; ++c) {
+        const auto byte = static_cast<Wide>(Round(values[c] * scale));
+        bytes[c] = static_cast<uint8_t>(Mod(byte, 256));
+    }
+    bytes[3] = static_cast<uint8_t>(exponent + 128);
+    return bytes;
+}
+
+// --- Shared chroma ---------------------------------------------------------------------------------------------------
+
+inline uint64_t FloorAndLimit(int numerator) {
+    return static_cast<uint64_t>(std::min(std::max(std::floor(numerator / 256.0), 0.0), 255.0));
+}
+inline Channels DecodeYuv(int y, int u, int v) {
+    const int c = 298 * (y - 16) + 128, d = u - 128, e = v - 128;
+    return {{"red", {U8, FloorAndLimit(c + 409 * e)}},
+            {"green", {U8, FloorAndLimit(c - 100 * d - 208 * e)}},
+            {"blue", {U8, FloorAndLimit(c + 516 * d)}}};
+}
+/// Y, U and V.
+inline std::array<uint8_t, 3> EncodeYuv(int r, int g, int b) {
+    const auto scaled = [](int sum, int base) { return static_cast<uint8_t>(std::floor((sum + 128) / 256.0) + base); };
+    return {scaled(66 * r + 129 * g + 25 * b, 16), scaled(-38 * r - 74 * g + 112 * b, 128),
+            scaled(112 * r - 94 * g - 18 * b, 128)};
+}
+inline std::array<uint8_t, 3> EncodeYuv(const Channels& colors) {
+    const auto byte = [&](const char* name) { return static_cast<int>(colors.at(name).As(U8)); };
+    return EncodeYuv(byte("red"), byte("green"), byte("blue"));
+}
+
+// --- Inks ------------------------------------------------------------------------------------------------------------
+
+inline const std::string kInkNames[4] = {"cmyk_c", "cmyk_m", "cmyk_y", "cmyk_k"};
+inline const std::string kInvertedInkNames[4] = {"cmyk_ic", "cmyk_im", "cmyk_iy", "cmyk_ik"};
+inline const std::string kColorNames[3] = {"red", "green", "blue"};
+
+/// Alpha, if any, is kept beside.
+inline Channels KeepAlpha(const Channels& from) {
+    const auto alpha = from.find("alpha");
+    return alpha == from.end() ? Channels() : Channels{*alpha};
+}
+/// @param channels  inks or inverted inks
+inline Channels DecodeInks(const Channels& channels) {
+    const bool inverted = channels.count("cmyk_ik") != 0;
+    float inks[4];
+    for (int i = 0; i < 4; ++i) {
+        inks[i] = AsFloat(channels, inverted ? kInvertedInkNames[i] : kInkNames[i]);
+        if (inverted)
+            inks[i] = Round(1.0L - inks[i]);
+    }
+    Channels colors = KeepAlpha(channels);
+    const long double light = Round(1.0L - inks[3]);
+    for (int i = 0; i < 3; ++i)
+        colors[kColorNames[i]] = FloatComponent(Round(Round(1.0L - inks[i]) * light));
+    return colors;
+}
+inline Channels EncodeInks(const Channels& colors, bool inverted) {
+    float brightest = AsFloat(colors, "red");
+    for (const std::string& name : kColorNames)
+        brightest = std::max(brightest, AsFloat(colors, name));
+    const long double black = Round(1.0L - brightest), light = Round(1.0L - black);
+    float inks[4] = {0, 0, 0, Round(black)};
+    for (int i = 0; i < 3 && light != 0; ++i)
+        inks[i] = Round(Round(Round(1.0L - AsFloat(colors, kColorNames[i])) - black) / light);
+    Channels channels = KeepAlpha(colors);
+    for (int i = 0; i < 4; ++i) {
+        if (inverted)
+            channels[kInvertedInkNames[i]] = FloatComponent(Round(1.0L - inks[i]));
+        else
+            channels[kInkNames[i]] = FloatComponent(inks[i]);
+    }
+    return channels;
+}
+/// Inks to inverted inks or the other way: 1 - value, among integers all ones less the value.
+/// @param component  of the destination
+inline Channels InvertInks(const Channels& channels, ComponentType component) {
+    const bool inverted = channels.count("cmyk_ik") != 0;
+    Channels result = KeepAlpha(channels);
+    for (int i = 0; i < 4; ++i) {
+        const Component& ink = channels.at(inverted ? kInvertedInkNames[i] : kInkNames[i]);
+        Component& other = result[inverted ? kInkNames[i] : kInvertedInkNames[i]];
+        if (IsFloat(ink.type) || IsFloat(component))
+            other = FloatComponent(Round(1.0L - Reinterpret<float>(static_cast<uint32_t>(ink.As(F32)))));
+        else
+            other = {component, MaskOf(component) - ink.As(component)};
+    }
+    return result;
+}
+
+}  // namespace orvik::slow

@@ -1,0 +1,306 @@
+// Every format into every other, against a composition of the same rules from slow evaluations.
+
+#include <array>
+#include <gmock/gmock.h>
+#include <optional>
+#include <set>
+
+#include "slow_special.h"
+
+namespace orvik {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Answer = std::optional<Bytes>;
+
+/// Partners that a format knows in both directions.
+const char* const kU8Colors = " rgb.u8 rgba.u8 rgbx.u8 argb.u8 xrgb.u8 bgr.u8 bgra.u8 bgrx.u8 rgb.u16 rgb.f32 rgb.f64 ";
+const char* const kInkPartners = " rgba.u16 rgba.f32 rgba.f64 ";
+const char* const kPackedPartners = " rgb.u8 argb.u8 rgb.u16 argb.u16 rgb.f32 argb.f32 rgb.f64 argb.f64 ";
+const char* const kRgbePartners = " rgb.u8 rgb.u16 rgb.f16 rgb.f32 rgb.f64 ";
+
+bool Lists(const std::string& list, const std::string& name) {
+    return list.find(" " + name + " ") != std::string::npos;
+}
+
+std::string NameOf(const PixelFormat& format) {
+    return TextOf(format->GetId()).substr(std::string("net.orvik.image.pixelformat.").size());
+}
+bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+/// Finds the route as the rules say, and takes it pixel by pixel.
+class SlowRoutes {
+public:
+    Answer Convert(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count) {
+        if (!_searching.insert({dst.GetPointer(), src.GetPointer()}).second)
+            return {};
+        Answer answer = TakeDirect(dst, src, in, count);
+        if (!answer)
+            answer = TakeChannels(Describe(dst), Describe(src), in, count);
+        if (!answer)
+            answer = TakeIntermediate(dst, src, in, count);
+        _searching.erase({dst.GetPointer(), src.GetPointer()});
+        return answer;
+    }
+
+private:
+    static size_t StrideOf(const PixelFormat& format) {
+        return static_cast<size_t>(format->GetBitsPerPixel().GetBytes());
+    }
+    /// @param evaluate  from the bytes of one source pixel to those of one destination pixel
+    template <class Evaluate>
+    static Answer ForEach(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count,
+                          Evaluate evaluate) {
+        Bytes out(count * StrideOf(dst));
+        for (size_t i = 0; i < count; ++i)
+            evaluate(&in[i * StrideOf(src)], &out[i * StrideOf(dst)]);
+        return out;
+    }
+
+    Answer TakeDirect(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count) {
+        const std::string to = NameOf(dst), from = NameOf(src);
+        const SlowFormat slowDst = Describe(dst), slowSrc = Describe(src);
+        const bool fromGeneral = IsFixedGeneral(from, src) && from != "alpha.f16";
+        if (IsFixedGeneral(to, dst) && fromGeneral)
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                SlowPixel result(slowDst.types.size());
+                const SlowPixel raw = LoadPixel(slowSrc, pixel);
+                ConvertPixelSlowly(slowDst, result.data(), slowSrc, raw.data());
+                StorePixel(slowDst, result, out);
+            });
+        if (dst == src)
+            return in;
+        const auto named = [&](const uint8_t* pixel) { return slow::NameChannels(slowSrc, LoadPixel(slowSrc, pixel)); };
+        const auto store = [&](const slow::Channels& channels, uint8_t* out) {
+            StorePixel(slowDst, slow::TakeChannels(slowDst, channels), out);
+        };
+        const auto& words = slow::kPackedBits;
+        if (words.count(to) && Lists(kPackedPartners, from))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                const uint16_t word = slow::CompressWord(named(pixel), words.at(to));
+                std::memcpy(out, &word, 2);
+            });
+        if (words.count(from) && Lists(kPackedPartners, to))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                store(slow::ExpandWord(static_cast<uint16_t>(pixel[0] + 256 * pixel[1]), words.at(from)), out);
+            });
+        if (words.count(from) && words.count(to) && AreSiblings(from, to))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                const uint16_t word =
+                    slow::RearrangeWord(static_cast<uint16_t>(pixel[0] + 256 * pixel[1]), words.at(from), words.at(to));
+                std::memcpy(out, &word, 2);
+            });
+        if (to == "rgb.rgbe" && Lists(kRgbePartners, from))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                const auto bytes = slow::EncodeRgbe(named(pixel));
+                std::copy(bytes.begin(), bytes.end(), out);
+            });
+        if (from == "rgb.rgbe" && Lists(kRgbePartners, to))
+            return ForEach(dst, src, in, count,
+                           [&](const uint8_t* pixel, uint8_t* out) { store(slow::DecodeRgbe(pixel), out); });
+        if (StartsWith(to, "yuv") && Lists(kU8Colors, from))
+            return EncodePairs(to.back() == 'a', in, count, StrideOf(src), named);
+        if (StartsWith(from, "yuv") && Lists(kU8Colors, to))
+            return DecodePairs(from.back() == 'a', in, count, StrideOf(dst), store);
+        const bool toInks = IsFixedInks(to), fromInks = IsFixedInks(from);
+        const bool inverted = to.find("_inv.") != std::string::npos;
+        if (toInks && (Lists(kU8Colors, from) || Lists(kInkPartners, from)))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                store(slow::EncodeInks(named(pixel), inverted), out);
+            });
+        if (fromInks && (Lists(kU8Colors, to) || Lists(kInkPartners, to)))
+            return ForEach(dst, src, in, count,
+                           [&](const uint8_t* pixel, uint8_t* out) { store(slow::DecodeInks(named(pixel)), out); });
+        if (toInks && fromInks && to[0] == from[0] && inverted != (from.find("_inv.") != std::string::npos))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                store(slow::InvertInks(named(pixel), slowDst.component), out);
+            });
+        return {};
+    }
+
+    static bool IsFixedGeneral(const std::string& name, const PixelFormat& format) {
+        static const std::string kFamilies = " rgb rgba argb rgbx xrgb bgr bgra abgr bgrx alpha grey agrey greya ";
+        return name.find('_') == std::string::npos && Lists(kFamilies, name.substr(0, name.find('.'))) &&
+               IsWhole(Describe(format)) && name.find("s8") == std::string::npos &&
+               name.find("s16") == std::string::npos && name != "alpha.u32";
+    }
+    static bool IsFixedInks(const std::string& name) {
+        static const std::string kFamilies = " cmyk acmyk cmyk_inv acmyk_inv ";
+        return Lists(kFamilies, name.substr(0, name.find('.')));
+    }
+    /// The same colours in the same bits.
+    static bool AreSiblings(const std::string& a, const std::string& b) {
+        const std::string &x = slow::kPackedBits.at(a), &y = slow::kPackedBits.at(b);
+        for (size_t i = 0; i < 16; ++i) {
+            const bool isColor = x[i] != 'x' && x[i] != 'A';
+            if (isColor ? x[i] != y[i] : y[i] != 'x' && y[i] != 'A')
+                return false;
+        }
+        return true;
+    }
+    template <class Named>
+    static Answer EncodePairs(bool isA, const Bytes& in, size_t count, size_t stride, Named named) {
+        Bytes out;
+        for (size_t i = 0; i + 1 < count; i += 2) {
+            const auto a = slow::EncodeYuv(named(&in[i * stride])), b = slow::EncodeYuv(named(&in[(i + 1) * stride]));
+            const Bytes pair = isA ? Bytes{a[0], a[1], b[0], a[2]} : Bytes{a[1], a[0], a[2], b[0]};
+            out.insert(out.end(), pair.begin(), pair.end());
+        }
+        return out;
+    }
+    template <class Store>
+    static Answer DecodePairs(bool isA, const Bytes& in, size_t count, size_t stride, Store store) {
+        Bytes out(count * stride);
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t* pair = &in[i / 2 * 4];
+            const int y = pair[(isA ? 0 : 1) + 2 * (i & 1)], u = pair[isA ? 1 : 0], v = pair[isA ? 3 : 2];
+            store(slow::DecodeYuv(y, u, v), &out[i * stride]);
+        }
+        return out;
+    }
+
+    static bool IsWhole(const SlowFormat& format) {
+        return std::count(format.components.begin(), format.components.end(), ComponentType::None) == 0;
+    }
+    static std::string SpaceOf(const std::string& type) {
+        if (type == "red" || type == "green" || type == "blue")
+            return "rgb";
+        return StartsWith(type, "cmyk_") ? "cmyk" : type == "grey" || type == "alpha" ? type : "";
+    }
+    static Answer TakeChannels(const SlowFormat& dst, const SlowFormat& src, const Bytes& in, size_t count) {
+        if (!IsWhole(dst) || !IsWhole(src))
+            return {};
+        std::string space;
+        for (const std::string& type : src.types) {
+            if (space.empty() || space == "alpha")
+                space = SpaceOf(type).empty() ? space : SpaceOf(type);
+        }
+        static const std::string kTolerated = " alpha unknown depth depthback unused ";
+        std::vector<Int> partners;
+        std::vector<bool> used(src.types.size());
+        int colors = 0;
+        for (const std::string& type : dst.types) {
+            size_t partner = 0;
+            while (partner < used.size() && (used[partner] || src.types[partner] != type))
+                ++partner;
+            const bool found = partner < used.size();
+            if (found)
+                used[partner] = true;
+            else if (!Lists(kTolerated, type) && SpaceOf(type) != space)
+                return {};
+            colors += found && SpaceOf(type) == space;
+            partners.push_back(found ? static_cast<Int>(partner) : -1);
+        }
+        if (colors == 0)
+            return {};
+        return ForEach(dst.format, src.format, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+            const SlowPixel raw = LoadPixel(src, pixel);
+            SlowPixel result;
+            for (size_t c = 0; c < dst.types.size(); ++c) {
+                const bool isFull = dst.types[c] == "alpha" || StartsWith(dst.types[c], "cmyk_i");
+                const auto p = static_cast<size_t>(partners[c]);
+                result.push_back(partners[c] < 0 ? slow::Convert(ComponentType::U8, dst.components[c], isFull ? 255 : 0)
+                                                 : slow::Convert(src.components[p], dst.components[c], raw[p]));
+            }
+            StorePixel(dst, result, out);
+        });
+    }
+
+    Answer TakeIntermediate(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count) {
+        const bool alpha = src->HasAlpha() && dst->HasAlpha();
+        const PixelFormat middle = FormatOf(NameOf(src) == "rgb.rgbe" ? "rgb.f16" : alpha ? "argb.u8" : "rgb.u8");
+        const Answer half = Convert(middle, src, in, count);
+        return half ? Convert(dst, middle, *half, count) : Answer();
+    }
+
+    std::set<std::pair<const void*, const void*>> _searching;
+};
+
+class SpecialWalkTest : public ModuleFixture {
+protected:
+    static PixelFormat Make(std::initializer_list<std::pair<const char*, ComponentType>> list) {
+        std::vector<ImageChannel> channels;
+        for (const auto& [type, component] : list)
+            channels.push_back(channeltypes::GetChannel(
+                *Id::Create(std::string("net.orvik.image.imagechanneltype.") + type), component));
+        const Result<PixelFormat> format = PixelFormats::FindOrCreatePixelFormat(channels);
+        EXPECT_TRUE(format) << MessageOf(format);
+        return format ? *format : PixelFormat();
+    }
+    static std::vector<PixelFormat> MakeDynamic() {
+        using enum ComponentType;
+        return {Make({{"red", S8}, {"green", S8}, {"blue", S8}}),
+                Make({{"alpha", S16}, {"red", S16}, {"green", S16}, {"blue", S16}}),
+                Make({{"grey", S32}, {"alpha", S32}}),
+                Make({{"cmyk_k", F64}, {"cmyk_y", F64}, {"cmyk_m", F64}, {"cmyk_c", F64}}),
+                Make({{"cmyk_ik", U8}, {"cmyk_ic", U8}}),
+                Make({{"depth", F32}, {"red", F32}, {"green", F32}, {"blue", F32}}),
+                Make({{"alpha", S8}}),
+                Make({{"red", U16}, {"unused", U16}}),
+                Make({{"uvu", F32}, {"uvv", F32}}),
+                Make({{"grey", F16}, {"depth", F16}}),
+                Make({{"cmyk_k", U8}, {"alpha", U8}}),
+                Make({{"blue", F64}, {"green", F64}, {"red", F64}, {"alpha", F64}}),
+                Make({{"red", U8}, {"green", F32}, {"blue", U16}, {"red", S32}})};
+    }
+    static Bytes MakePixels(const PixelFormat& format, size_t count, std::mt19937_64& random) {
+        const SlowFormat slow = Describe(format);
+        Bytes pixels(static_cast<size_t>(format->GetBytesPerLine(static_cast<Int>(count))));
+        for (uint8_t& byte : pixels)
+            byte = static_cast<uint8_t>(random());
+        for (size_t i = 0; i < count && slow.component != ComponentType::None; ++i) {
+            SlowPixel pixel;
+            for (const ComponentType type : slow.components)
+                pixel.push_back(RandomComponent(type, random));
+            StorePixel(slow, pixel, &pixels[i * static_cast<size_t>(format->GetBitsPerPixel().GetBytes())]);
+        }
+        return pixels;
+    }
+};
+
+TEST_F(SpecialWalkTest, EveryPair) {
+    std::vector<PixelFormat> formats = MakeDynamic();
+    const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
+    ASSERT_TRUE(all);
+    for (const PixelFormat& format : *all)
+        formats.push_back(format);
+    ASSERT_EQ(formats.size(), 13u + 83 + 16);
+
+    constexpr size_t kCount = 66;  // two blocks of an intermediate conversion
+    std::mt19937_64 random(17);
+    int converted = 0, refused = 0;
+    for (const PixelFormat& src : formats) {
+        const Bytes in = MakePixels(src, kCount, random);
+        for (const PixelFormat& dst : formats) {
+            const std::string what = TextOf(src->GetId()) + "' to '" + TextOf(dst->GetId()) + "'";
+            const Answer wanted = SlowRoutes().Convert(dst, src, in, kCount);
+            const Result<ConvertPixelFunc> found = FindConversion(dst, src);
+            if (!wanted) {
+                EXPECT_EQ(MessageOf(found), "No pixel conversion found from '" + what);
+                ++refused;
+                continue;
+            }
+            ASSERT_TRUE(found) << what << ": " << ChainOf(found.GetError());
+            Bytes out(static_cast<size_t>(dst->GetBytesPerLine(kCount)));
+            const Result<void> done = (*found)({out.data(), dst->GetBitsPerPixel(), 0}, kCount,
+                                               {in.data(), src->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE);
+            ASSERT_TRUE(done) << what << ": " << MessageOf(done);
+            if (dst->GetBitsPerPixel().GetBits() % 8 != 0) {
+                // Indices are only copied to themselves; what fills the last byte is nobody's.
+                const size_t bits = kCount * static_cast<size_t>(dst->GetBitsPerPixel().GetBits());
+                EXPECT_EQ(src, dst);
+                EXPECT_TRUE(std::equal(out.begin(), out.begin() + static_cast<Int>(bits / 8), in.begin())) << what;
+            } else {
+                EXPECT_EQ(out, *wanted) << what;
+            }
+            ++converted;
+        }
+    }
+    EXPECT_EQ(converted + refused, 112 * 112);
+    EXPECT_GT(converted, 95 * 95);
+    // From and to indices without colours, and from alpha.f16 and lists without colours.
+    EXPECT_GT(refused, 2 * 9 * 100);
+}
+
+}  // namespace
+}  // namespace orvik
