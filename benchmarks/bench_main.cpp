@@ -9,12 +9,13 @@
 
 #include "bench_report.h"
 #include "codec_bench.h"
+#include "pixel_bench.h"
 #include "profile_bench.h"
 
 #include "orvik/host.h"
 
 int main(int argc, char** argv) {
-    std::string jsonPath;
+    std::string jsonPath, filter;
     std::vector<std::string> words{argv[0]};
     // The machine is shared: sides run interleaved, and the median of the repetitions counts.
     words.insert(words.end(), {"--benchmark_enable_random_interleaving=true", "--benchmark_repetitions=7",
@@ -24,6 +25,9 @@ int main(int argc, char** argv) {
             jsonPath = argv[++i];
         else
             words.push_back(argv[i]);
+        constexpr char kFilter[] = "--benchmark_filter=";
+        if (std::strncmp(argv[i], kFilter, sizeof(kFilter) - 1) == 0)
+            filter = argv[i] + sizeof(kFilter) - 1;
     }
     std::vector<char*> arguments;
     for (std::string& word : words)
@@ -43,6 +47,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "orvik_bench: %s\n", host.GetError()->ToString().GetCString());
         return 1;
     }
+    const std::vector<bench::Row> pixels = bench::MeasurePixels(filter);
     // Large blocks come fresh from the system each time, for both sides, as in a program that loads one picture.
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     std::vector<bench::Pairing> pairings = bench::RegisterCodecBenchmarks();
@@ -52,6 +57,7 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&collector);
     bench::ReleaseCodecMaterial();
     std::vector<bench::Row> rows = bench::Compare(collector, pairings);
+    rows.insert(rows.end(), pixels.begin(), pixels.end());
     rows.insert(rows.end(), program.begin(), program.end());
     bench::Print(rows);
     if (!jsonPath.empty() && !bench::WriteJson(rows, jsonPath)) {

@@ -1,0 +1,23 @@
+#pragma once
+/// @file
+/// Other converters of pixels, each behind one function.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Converts `count` pixels from one run into another.
+using PixelRun = std::function<void(const void* src, void* dst, int count)>;
+
+struct PixelPeer {
+    std::string pair;  ///< as the benchmark names it
+    std::string name;
+    PixelRun run;
+};
+
+/// The pairs that the peers found at build time convert with the same meaning.
+std::vector<PixelPeer> GetPixelPeers();
+
+}  // namespace bench
