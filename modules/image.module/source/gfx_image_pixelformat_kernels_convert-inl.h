@@ -61,9 +61,53 @@ HWY_INLINE hn::Vec<DF> LimitToHalf(DF df, hn::Vec<DF> value) {
     return hn::IfThenElse(hn::Gt(value, high), high, hn::IfThenElse(hn::Lt(value, low), low, value));
 }
 
+/// Truncates values that fit. Highway's own conversion also mends results for those that do not.
+template <class DF>
+HWY_INLINE hn::Vec<hn::RebindToSigned<DF>> Truncate(DF, hn::Vec<DF> value) {
+#if HWY_TARGET <= HWY_AVX3
+    if constexpr (hn::MaxLanes(DF()) == 16)
+        return hn::Vec<hn::RebindToSigned<DF>>{_mm512_cvttps_epi32(value.raw)};
+    else
+#endif
+#if HWY_TARGET <= HWY_AVX2
+        if constexpr (hn::MaxLanes(DF()) == 8)
+        return hn::Vec<hn::RebindToSigned<DF>>{_mm256_cvttps_epi32(value.raw)};
+    else
+#endif
+        return hn::ConvertTo(hn::RebindToSigned<DF>(), value);
+}
+
+/// The low bits of 32-bit lanes, which fit the narrower type.
+template <class D, class V>
+HWY_INLINE hn::Vec<D> Narrow(D to, V value) {
+#if HWY_TARGET <= HWY_AVX3
+    if constexpr (hn::MaxLanes(D()) == 16 && sizeof(hn::TFromD<D>) == 1)
+        return hn::Vec<D>{_mm512_cvtepi32_epi8(value.raw)};
+    else if constexpr (hn::MaxLanes(D()) == 16)
+        return hn::Vec<D>{_mm512_cvtepi32_epi16(value.raw)};
+    else
+#endif
+        return hn::DemoteTo(to, value);
+}
+
 /// Truncates. The value is limited or NaN.
 template <class DF>
 HWY_INLINE hn::Vec<hn::Rebind<uint16_t, DF>> FloatToHalf(DF df, hn::Vec<DF> value) {
+#if HWY_TARGET <= HWY_AVX3
+    // The machine truncates too, but changes NaN.
+    if constexpr (hn::MaxLanes(DF()) == 16) {
+        if (hn::AllFalse(df, hn::IsNaN(value))) [[likely]]
+            return hn::Vec<hn::Rebind<uint16_t, DF>>{
+                _mm512_cvtps_ph(value.raw, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC)};
+    }
+#endif
+#if HWY_TARGET <= HWY_AVX2
+    if constexpr (hn::MaxLanes(DF()) == 8) {
+        if (hn::AllFalse(df, hn::IsNaN(value))) [[likely]]
+            return hn::Vec<hn::Rebind<uint16_t, DF>>{
+                _mm256_cvtps_ph(value.raw, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC)};
+    }
+#endif
     const hn::RebindToUnsigned<DF> du;
     const hn::RebindToSigned<DF> di;
     const auto bits = hn::BitCast(du, value);
@@ -74,10 +118,10 @@ HWY_INLINE hn::Vec<hn::Rebind<uint16_t, DF>> FloatToHalf(DF df, hn::Vec<DF> valu
     const auto bias = hn::IfThenElse(isNan, hn::Set(du, 224u << 10), hn::Set(du, 112u << 10));
     const auto normal = hn::Sub(hn::ShiftRight<13>(magnitude), bias);
     const auto absolute = hn::BitCast(df, magnitude);
-    const auto small = hn::BitCast(du, hn::ConvertTo(di, hn::Mul(absolute, hn::Set(df, 16777216.0f))));
+    const auto small = hn::BitCast(du, Truncate(df, hn::Mul(absolute, hn::Set(df, 16777216.0f))));
     const auto isSmall = hn::RebindMask(du, hn::Lt(absolute, hn::Set(df, 6.103515625e-05f)));
     const auto result = hn::Or(hn::IfThenElse(isSmall, small, normal), sign);
-    return hn::DemoteTo(hn::Rebind<uint16_t, DF>(), hn::BitCast(di, result));
+    return Narrow(hn::Rebind<uint16_t, DF>(), hn::BitCast(di, result));
 }
 
 // --- Values as floats
@@ -156,7 +200,7 @@ HWY_INLINE hn::Vec<hn::Rebind<int32_t, DF>> ScaleAndClamp(DF df, hn::Vec<DF> val
     if constexpr (sizeof(F) == 8)
         return hn::DemoteTo(di, cut);
     else
-        return hn::ConvertTo(di, cut);
+        return Truncate(df, cut);
 }
 
 /// As `ToU32`: what is below -1, too large or NaN gives the largest number.
@@ -199,13 +243,13 @@ HWY_INLINE hn::Vec<hn::Rebind<LaneOf<D>, DF>> FromFloat(DF df, hn::Vec<DF> value
     } else if constexpr (std::is_same_v<D, float>) {
         return hn::DemoteTo(to, value);
     } else if constexpr (std::is_same_v<D, Pix8u>) {
-        return hn::DemoteTo(to, ScaleAndClamp(df, value, F(255)));
+        return Narrow(to, ScaleAndClamp(df, value, F(255)));
     } else if constexpr (std::is_same_v<D, Pix16u>) {
-        return hn::DemoteTo(to, ScaleAndClamp(df, value, F(65535)));
+        return Narrow(to, ScaleAndClamp(df, value, F(65535)));
     } else if constexpr (std::is_same_v<D, Pix8s>) {
-        return hn::DemoteTo(to, hn::Sub(ScaleAndClamp(df, value, F(255)), hn::Set(di, 128)));
+        return Narrow(to, hn::Sub(ScaleAndClamp(df, value, F(255)), hn::Set(di, 128)));
     } else if constexpr (std::is_same_v<D, Pix16s>) {
-        return hn::DemoteTo(to, hn::Sub(ScaleAndClamp(df, value, F(65535)), hn::Set(di, 32768)));
+        return Narrow(to, hn::Sub(ScaleAndClamp(df, value, F(65535)), hn::Set(di, 32768)));
     } else if constexpr (std::is_same_v<D, Pix32u>) {
         return ToUnsigned(df, value);
     } else {
