@@ -12,6 +12,7 @@ Result<void> StartImageModule(Publisher& publisher) {
         RegisterColorSpaces,
         RegisterColorProfiles,
         RegisterColorProfileConvert,
+        RegisterPixelBlends,
         RegisterPixelFormats,
         RegisterImageStorages,
         RegisterImages,

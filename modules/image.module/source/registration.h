@@ -15,6 +15,8 @@ Result<void> RegisterColorSpaces(Publisher& publisher);
 Result<void> RegisterColorProfiles(Publisher& publisher);
 /// The class of transforms between profiles.
 Result<void> RegisterColorProfileConvert(Publisher& publisher);
+/// Blend modes. They look up pixel formats when asked for a handler.
+Result<void> RegisterPixelBlends(Publisher& publisher);
 /// Groups, classes and instances of all pixel formats, and the service that makes formats at run time. Needs the
 /// channel types and the colour spaces.
 Result<void> RegisterPixelFormats(Publisher& publisher);

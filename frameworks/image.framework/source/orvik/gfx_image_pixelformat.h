@@ -207,6 +207,7 @@ inline constexpr Id kRgbF32{"net.orvik.image.pixelformat.rgb.f32"};
 inline constexpr Id kRgbaU8{"net.orvik.image.pixelformat.rgba.u8"};
 inline constexpr Id kRgbaU16{"net.orvik.image.pixelformat.rgba.u16"};
 inline constexpr Id kRgbaF32{"net.orvik.image.pixelformat.rgba.f32"};
+inline constexpr Id kRgbaF64{"net.orvik.image.pixelformat.rgba.f64"};
 inline constexpr Id kBgrU8{"net.orvik.image.pixelformat.bgr.u8"};
 inline constexpr Id kBgraU8{"net.orvik.image.pixelformat.bgra.u8"};
 inline constexpr Id kGreyU8{"net.orvik.image.pixelformat.grey.u8"};
