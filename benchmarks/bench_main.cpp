@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench_report.h"
+#include "blend_bench.h"
 #include "codec_bench.h"
 #include "pixel_bench.h"
 #include "profile_bench.h"
@@ -53,9 +54,12 @@ int main(int argc, char** argv) {
     std::vector<bench::Pairing> pairings = bench::RegisterCodecBenchmarks();
     const std::vector<bench::Pairing> profiles = bench::RegisterProfileBenchmarks();
     pairings.insert(pairings.end(), profiles.begin(), profiles.end());
+    const std::vector<bench::Pairing> blends = bench::RegisterBlendBenchmarks();
+    pairings.insert(pairings.end(), blends.begin(), blends.end());
     bench::Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
     bench::ReleaseCodecMaterial();
+    bench::ReleaseBlendMaterial();
     std::vector<bench::Row> rows = bench::Compare(collector, pairings);
     rows.insert(rows.end(), pixels.begin(), pixels.end());
     rows.insert(rows.end(), program.begin(), program.end());

@@ -203,11 +203,18 @@ HWY_INLINE Rgba<V> BlendPixel(const Rgba<V>& b, const Rgba<V>& f, V opacity) {
     const V share = source / alpha;  // of the mixed colour; the rest keeps the background's
     const V restShare = one - share, restAlpha = one - b.alpha;
     const Rgb<V> blended = BlendColor<kFormula, V>({b.red, b.green, b.blue}, {f.red, f.green, f.blue});
+    Rgba<V> out{restShare * b.red + share * (restAlpha * f.red + b.alpha * blended.red),
+                restShare * b.green + share * (restAlpha * f.green + b.alpha * blended.green),
+                restShare * b.blue + share * (restAlpha * f.blue + b.alpha * blended.blue), alpha};
+    // Where nothing lies in front, the background stays as it is. Most vectors have no such pixel.
     const auto keep = source == V(0);
-    return {Select(keep, b.red, restShare * b.red + share * (restAlpha * f.red + b.alpha * blended.red)),
-            Select(keep, b.green, restShare * b.green + share * (restAlpha * f.green + b.alpha * blended.green)),
-            Select(keep, b.blue, restShare * b.blue + share * (restAlpha * f.blue + b.alpha * blended.blue)),
-            Select(keep, b.alpha, alpha)};
+    if (IsAnyTrue<V>(keep)) {
+        out.red = Select(keep, b.red, out.red);
+        out.green = Select(keep, b.green, out.green);
+        out.blue = Select(keep, b.blue, out.blue);
+        out.alpha = Select(keep, b.alpha, out.alpha);
+    }
+    return out;
 }
 
 }  // namespace orvik::pixel::HWY_NAMESPACE

@@ -25,6 +25,7 @@ inline constexpr double kIntegerLimit = 1 << 30;
 /// A vector with the operators of a number.
 template <class D>
 struct Lanes {
+    using Tag = D;
     using Component = hn::TFromD<D>;
     using Mask = hn::Mask<D>;
 
@@ -73,6 +74,15 @@ HWY_INLINE T SquareRoot(T a) {
 template <std::floating_point T>
 HWY_INLINE T XorOfIntegers(T a, T b) {
     return static_cast<T>(static_cast<int32_t>(a) ^ static_cast<int32_t>(b));
+}
+
+/// @param condition  from a comparison of Vs
+template <class V, class Condition>
+HWY_INLINE bool IsAnyTrue(Condition condition) {
+    if constexpr (std::floating_point<V>)
+        return condition;
+    else
+        return !hn::AllFalse(typename V::Tag(), condition);
 }
 
 template <class V>
