@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "noderows.h"
 #include "outputtarget.h"
 #include "picture.h"
 
@@ -41,94 +42,15 @@ Result<ImageBaseRef> SelectNode(const Picture& picture, const PixelsOptions& opt
     return found;
 }
 
-/// A read handler that goes back to its image.
-class LineReader {
-public:
-    static Result<LineReader> Create(const ImageBaseRef& image, const PixelFormat& format) {
-        return LineReader(image, TRY(image->GetPixelHandler(format, format->GetChannelOffsets(), ColorProfile(),
-                                                            GETPIXELHANDLERFLAGS::NONE, LayerSet())));
-    }
-    LineReader(LineReader&& other) noexcept
-        : _image(std::move(other._image)), _handler(std::exchange(other._handler, {})) {}
-    LineReader& operator=(LineReader&&) = delete;
-    ~LineReader() {
-        if (_handler)
-            _image->FreePixelHandler(_handler);
-    }
-
-    Result<void> Read(Int y, Int width, const PixelLine& line) const {
-        return _handler.read({0, y, width}, line, GETPIXELFLAGS::NONE);
-    }
-
-private:
-    LineReader(ImageBaseRef image, GetPixelHandlerStruct handler)
-        : _image(std::move(image)), _handler(std::move(handler)) {}
-
-    ImageBaseRef _image;
-    GetPixelHandlerStruct _handler;
-};
-
-/// Writes the rows of an image that has no alpha child, or in a format that has no alpha.
-Result<void> WritePlain(const ImageBaseRef& image, const PixelFormat& format, OutputTarget& target) {
-    const Int width = image->GetWidth();
-    const LineReader reader = TRY(LineReader::Create(image, format));
-    BaseArray<std::byte> row;
-    TRY(row.Resize(format->GetBytesPerLine(width)));
-    for (Int y = 0; y < image->GetHeight(); ++y) {
-        TRY(reader.Read(y, width, {row.GetFirst(), format->GetBitsPerPixel()}));
-        TRY(target.Write(row.ToBlock()));
-    }
-    return {};
-}
-
-/// Writes rows whose alpha comes from the alpha child. Colours and alpha meet in a format in which alpha lies on whole
-/// bytes: the wanted one, or float where that packs its channels.
-Result<void> WriteWithAlpha(const ImageBaseRef& image, const ImageBaseRef& alpha, const PixelFormat& format,
-                            OutputTarget& target) {
-    PixelFormat meeting = format;
-    if (format->GetChannels().empty() || format->GetChannels()[0]->GetComponentType() == ComponentType::None)
-        meeting = PixelFormats::Get(pixelformats::kRgbaF32);
-    const auto [alphaFormat, alphaIndex] = TRY(meeting->GetAlphaPixelFormat());
-    const Int alphaStart = meeting->GetChannelOffsets()[static_cast<size_t>(alphaIndex)].GetBytes();
-    const BITS stride = meeting->GetBitsPerPixel();
-
-    const Int width = image->GetWidth();
-    const LineReader colours = TRY(LineReader::Create(image, meeting));
-    const LineReader alphas = TRY(LineReader::Create(alpha, alphaFormat));
-    BaseArray<std::byte> row;
-    TRY(row.Resize(meeting->GetBytesPerLine(width)));
-    BaseArray<std::byte> packed;
-    if (meeting != format)
-        TRY(packed.Resize(format->GetBytesPerLine(width)));
-    for (Int y = 0; y < image->GetHeight(); ++y) {
-        TRY(colours.Read(y, width, {row.GetFirst(), stride}));
-        TRY(alphas.Read(y, width, {row.GetFirst() + alphaStart, stride}));
-        if (meeting == format) {
-            TRY(target.Write(row.ToBlock()));
-            continue;
-        }
-        TRY(format->ConvertPixelFromSlow({packed.GetFirst(), format->GetBitsPerPixel()}, width,
-                                         {row.GetFirst(), stride}, meeting, nullptr, nullptr, CONVERTPIXELFLAGS::NONE));
-        TRY(target.Write(packed.ToBlock()));
-    }
-    return {};
-}
-
-Result<void> WritePixels(const ImageBaseRef& image, const PixelFormat& format, OutputTarget& target) {
-    if (image->GetWidth() == 0 || image->GetHeight() == 0)
-        return {};  // nothing to read, and nothing that bounds the other side
-    const ImageBaseRef alpha = FindAlpha(image);
-    if (!alpha || !format->HasAlpha())
-        return WritePlain(image, format, target);
-    if (alpha->GetWidth() != image->GetWidth() || alpha->GetHeight() != image->GetHeight())
-        return IllegalStateError("the alpha is @ x @, its image @ x @", alpha->GetWidth(), alpha->GetHeight(),
-                                 image->GetWidth(), image->GetHeight());
-    return WriteWithAlpha(image, alpha, format, target);
-}
-
-Result<void> WriteTo(const std::string& output, const ImageBaseRef& image, const PixelFormat& format) {
+Result<void> WriteTo(const std::string& output, const ImageBaseRef& node, const PixelFormat& format) {
     OutputTarget target = TRY(OutputTarget::Open(output));
-    TRY(WritePixels(image, format, target));
+    RowsWish wish;
+    wish.format = format;
+    NodeRows rows = TRY(NodeRows::Create(node, wish));
+    for (Int y = 0; y < rows.GetHeight() && rows.GetWidth() > 0; ++y) {
+        const Block<const std::byte> row = TRY(rows.Read(y));
+        TRY(target.Write(row));
+    }
     return target.Commit();
 }
 

@@ -1,0 +1,121 @@
+#include "description.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+
+namespace orvik::cli {
+
+namespace {
+
+constexpr int kMaxDepth = 256;
+
+/// The value under an image key, or null.
+Json FindKey(const Json& node, std::string_view key) {
+    const auto& metadata = node["metadata"];
+    const auto found = metadata.find(std::string(kImageKeyPrefix) + std::string(key));
+    return found == metadata.end() ? Json() : *found;
+}
+
+/// The end of an id: "multiply" of "net.orvik.render.blendmode.multiply".
+std::string LastWord(const std::string& id) { return id.substr(id.rfind('.') + 1); }
+
+}  // namespace
+
+Result<BaseArray<ImageBaseRef>> GetAllChildren(const ImageBaseRef& node) {
+    BaseArray<ImageBaseRef> all;
+    for (int branch = 0; branch < static_cast<int>(IMAGEHIERARCHY::MAX_ELEMENTS); ++branch) {
+        for (const ImageBaseRef& child : TRY(GetImages(node, static_cast<IMAGEHIERARCHY>(branch))))
+            TRY(all.Append(child));
+    }
+    return all;
+}
+
+Result<Json> DescribeNode(const ImageBaseRef& node, int depth) {
+    if (depth > kMaxDepth)
+        return IllegalStateError("the picture's tree is deeper than @ levels", kMaxDepth);
+    Json json;
+    json["type"] = std::string(GetTypeName(node));
+    json["name"] = ToJson(GetNodeName(node));
+    json["width"] = node->GetWidth();
+    json["height"] = node->GetHeight();
+    json["pixelformat"] = ToJson(node->GetPixelFormat()->GetId());
+    json["colorprofile"] = ToJson(GetProfileName(node));
+    json["metadata"] = ToJson(node->GetDictionary(), kImageKeyPrefix);
+    json["children"] = Json::array();
+    for (const ImageBaseRef& child : TRY(GetAllChildren(node)))
+        json["children"].push_back(TRY(DescribeNode(child, depth + 1)));
+    return json;
+}
+
+Result<Json> Describe(const std::string& file, const Picture& picture) {
+    Json json;
+    json["url"] = file;
+    json["format"] = ToJson(picture.format->GetFormatId());
+    json["width"] = picture.texture->GetWidth();
+    json["height"] = picture.texture->GetHeight();
+    json["images"] = Json::array();
+    for (const ImageBaseRef& image : TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE)))
+        json["images"].push_back(TRY(DescribeNode(image)));
+    return json;
+}
+
+LayerLook GetLayerLook(const Json& node) {
+    LayerLook look;
+    if (const Json blendMode = FindKey(node, "layer.blendmode"); blendMode.is_string())
+        look.blendMode = LastWord(blendMode.get<std::string>());
+    if (const Json opacity = FindKey(node, "layer.opacity"); opacity.is_number())
+        look.opacity = opacity.get<double>();
+    if (const Json enabled = FindKey(node, "layer.enabled"); enabled.is_boolean())
+        look.hidden = !enabled.get<bool>();
+    return look;
+}
+
+std::string TypeText(const Json& node) {
+    std::string type = node["type"].get<std::string>();
+    std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::tolower(c)); });
+    return type;
+}
+
+std::string SizeText(const Json& node) {
+    return std::to_string(node["width"].get<Int>()) + " x " + std::to_string(node["height"].get<Int>());
+}
+
+std::string FormatText(const Json& node) {
+    constexpr std::string_view kPrefix = "net.orvik.image.pixelformat.";
+    const auto format = node["pixelformat"].get<std::string>();
+    return format.starts_with(kPrefix) ? format.substr(kPrefix.size()) : format;
+}
+
+std::string ValueText(const Json& value) {
+    if (value.is_string())
+        return value.get<std::string>();
+    if (!value.is_number_float())
+        return value.dump();
+    char text[32];
+    const auto end =
+        std::to_chars(std::begin(text), std::end(text), value.get<double>(), std::chars_format::general, 6);
+    return {text, end.ptr};
+}
+
+std::vector<std::pair<std::string, std::string>> OtherMetadata(const Json& node) {
+    static constexpr std::string_view kToldElsewhere[] = {"type",         "name",
+                                                          "alphaname",    "colorprofile",
+                                                          "layer.opacity", "layer.blendmode",
+                                                          "layer.enabled"};
+    std::vector<std::pair<std::string, std::string>> rows;
+    for (const auto& [id, value] : node["metadata"].items()) {
+        const std::string key = id.substr(kImageKeyPrefix.size());
+        if (std::ranges::find(kToldElsewhere, key) != std::end(kToldElsewhere))
+            continue;
+        if (!value.is_object()) {
+            rows.emplace_back(key, ValueText(value));
+            continue;
+        }
+        for (const auto& [inner, setting] : value.items())
+            rows.emplace_back(LastWord(inner), ValueText(setting));
+    }
+    return rows;
+}
+
+}  // namespace orvik::cli
