@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <sys/mman.h>
 
-#include "test_picture.h"
+#include "codec_peers.h"
 
 #include "orvik/iomemory.h"
 #include "orvik/mediasession_output.h"
@@ -13,6 +14,12 @@ using namespace orvik;
 
 namespace bench {
 namespace {
+
+/// All formats that are measured.
+constexpr std::vector<CodecCase> (*kMakers[])() = {
+    MakeBmpCases,
+    MakePngCases,
+};
 
 Block<const std::byte> AsBytes(const std::vector<uint8_t>& bytes) { return std::as_bytes(Block<const uint8_t>(bytes)); }
 
@@ -34,119 +41,196 @@ bool Failed(benchmark::State& state, const Result<T>& result) {
     return true;
 }
 
-struct Codec {
-    const char* name;
-    Id exporter;
-    const char* against;  ///< name of the other side
-};
-const Codec kCodecs[] = {
-    {"png", Id("net.orvik.mediasession.png.export"), "libpng"},
-    {"bmp", Id("net.orvik.mediasession.bmp.export"), "memcpy"},
-};
+Result<ImageTextureRef> MakeTexture(const Id& formatId, const void* pixels) {
+    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+    const ImageRef image = TRY(ClassRef(imageclasses::kImage).Create<ImageInterface>());
+    const PixelFormat format = PixelFormats::Get(formatId);
+    TRY(image->Init(kWidth, kHeight, ClassRef(), format, {}));
+    SetPixelHandlerStruct handler =
+        TRY(image->SetPixelHandler(format, format->GetChannelOffsets(), ColorProfile(), SETPIXELHANDLERFLAGS::NONE));
+    const Int rowBytes = format->GetBytesPerLine(kWidth);
+    Result<void> written;
+    for (Int y = 0; y < kHeight && written; ++y)
+        written = handler.write({0, y, kWidth},
+                                {static_cast<const std::byte*>(pixels) + y * rowBytes, format->GetBitsPerPixel()},
+                                SETPIXELFLAGS::NONE);
+    TRY(handler.Free());
+    TRY(std::move(written));
+    TRY(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
+    return texture;
+}
 
-/// The picture, its PNG, and the texture loaded from it; made once.
-struct Material {
-    std::vector<uint8_t> pixels = MakeTestPicture();
-    std::vector<uint8_t> png = EncodeWithLibpng(pixels);
-    ImageTextureRef texture;
+/// One case with the texture that it writes and the file that it reads, made when they are first wanted.
+class Material {
+public:
+    explicit Material(CodecCase codec) : _codec(std::move(codec)) {}
 
-    static Material& Get() {
-        static Material material;
-        return material;
+    const CodecCase& GetCase() const { return _codec; }
+    size_t GetPixelBytes() const {
+        return _codec.makeFile ? size_t(kWidth) * kHeight : _codec.floats ? kPixelBytes * sizeof(float) : kPixelBytes;
     }
-    Result<void> Prepare() {
-        if (texture)
-            return {};
-        MemoryFileRef source = TRY(CreateMemoryFile(AsBytes(png)));
-        texture = TRY(Load(TRY(MountMemoryFile("bench.source", source))));
-        return {};
+
+    Result<ImageTextureRef> GetTexture() {
+        if (_texture)
+            return _texture;
+        ImageTextureRef texture =
+            TRY(_codec.floats ? MakeTexture("net.orvik.image.pixelformat.rgb.f32", TestFloats().data())
+                              : MakeTexture(pixelformats::kRgbU8, TestPicture().data()));
+        if (_codec.setUp) {
+            DataDictionary settings;
+            TRY(_codec.setUp(settings));
+            TRY(texture->Set(image::kExportSettings, settings));
+        }
+        _texture = texture;
+        return texture;
     }
+    Result<const std::vector<uint8_t>*> GetFile() {
+        if (!_file.empty())
+            return &_file;
+        if (_codec.makeFile) {
+            _file = _codec.makeFile();
+            return &_file;
+        }
+        const ImageTextureRef texture = TRY(GetTexture());
+        const MemoryFileRef file = TRY(CreateMemoryFile());
+        const Url url = TRY(MountMemoryFile("bench.make", file));
+        TRY(Save(texture, _codec.exporter, url));
+        UnmountMemoryFile("bench.make");
+        const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
+        _file.assign(first, first + file->GetBytes().GetCount());
+        return &_file;
+    }
+    void Release() { _texture = nullptr; }
+
+private:
+    CodecCase _codec;
+    ImageTextureRef _texture;
+    std::vector<uint8_t> _file;
 };
 
-void Decode(benchmark::State& state, const Codec& codec) {
-    if (Failed(state, Material::Get().Prepare()))
+std::vector<std::unique_ptr<Material>>& Materials() {
+    static std::vector<std::unique_ptr<Material>> materials;
+    return materials;
+}
+
+void Decode(benchmark::State& state, Material& material) {
+    const Result<const std::vector<uint8_t>*> bytes = material.GetFile();
+    if (Failed(state, bytes))
         return;
-    Result<MemoryFileRef> file = CreateMemoryFile();
+    const Result<MemoryFileRef> file = CreateMemoryFile(AsBytes(**bytes));
     if (Failed(state, file))
         return;
-    Result<Url> url = MountMemoryFile("bench.decode", *file);
-    if (Failed(state, url) || Failed(state, Save(Material::Get().texture, codec.exporter, *url)))
+    const Result<Url> url = MountMemoryFile("bench.decode", *file);
+    if (Failed(state, url))
         return;
     for ([[maybe_unused]] auto iteration : state) {
         Result<ImageTextureRef> texture = Load(*url);
         if (Failed(state, texture))
-            return;
+            break;
         benchmark::DoNotOptimize(texture);
     }
+    UnmountMemoryFile("bench.decode");
 }
 
-void Encode(benchmark::State& state, const Codec& codec) {
-    if (Failed(state, Material::Get().Prepare()))
+void Encode(benchmark::State& state, Material& material) {
+    const Result<ImageTextureRef> texture = material.GetTexture();
+    if (Failed(state, texture))
         return;
     for ([[maybe_unused]] auto iteration : state) {
-        Result<MemoryFileRef> file = CreateMemoryFile();
+        const Result<MemoryFileRef> file = CreateMemoryFile();
         if (Failed(state, file))
-            return;
-        Result<Url> url = MountMemoryFile("bench.encode", *file);
-        if (Failed(state, url) || Failed(state, Save(Material::Get().texture, codec.exporter, *url)))
-            return;
+            break;
+        const Result<Url> url = MountMemoryFile("bench.encode", *file);
+        if (Failed(state, url) || Failed(state, Save(*texture, material.GetCase().exporter, *url)))
+            break;
     }
     UnmountMemoryFile("bench.encode");
 }
 
-/// The pixels into memory that the system has just given, in large pages: what any load must pay at least.
-void CopyIntoFreshMemory(benchmark::State& state) {
-    const std::vector<uint8_t>& pixels = Material::Get().pixels;
+/// The pixels into memory that the system has just given, in large pages: what any load or save must pay at least.
+void CopyIntoFreshMemory(benchmark::State& state, size_t bytes) {
+    const std::vector<uint8_t> pixels(bytes, 1);
     for ([[maybe_unused]] auto iteration : state) {
-        void* block = mmap(nullptr, kPixelBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        void* block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (block == MAP_FAILED)
             return state.SkipWithError("no memory");
-        madvise(block, kPixelBytes, MADV_HUGEPAGE);
-        std::memcpy(block, pixels.data(), kPixelBytes);
+        madvise(block, bytes, MADV_HUGEPAGE);
+        std::memcpy(block, pixels.data(), bytes);
         benchmark::DoNotOptimize(block);
         benchmark::ClobberMemory();
-        munmap(block, kPixelBytes);
+        munmap(block, bytes);
     }
 }
 
-void LibpngDecode(benchmark::State& state) {
+void RunDecoder(benchmark::State& state, Material& material,
+                const std::function<bool(const std::vector<uint8_t>&)>& decode) {
+    const Result<const std::vector<uint8_t>*> file = material.GetFile();
+    if (Failed(state, file))
+        return;
     for ([[maybe_unused]] auto iteration : state) {
-        if (!DecodeWithLibpng(Material::Get().png))
-            return state.SkipWithError("libpng cannot decode");
+        if (!decode(**file))
+            return state.SkipWithError("the other side cannot decode");
     }
 }
 
-void LibpngEncode(benchmark::State& state) {
+void RunEncoder(benchmark::State& state, const std::function<bool()>& encode) {
     for ([[maybe_unused]] auto iteration : state) {
-        if (EncodeWithLibpng(Material::Get().pixels).empty())
-            return state.SkipWithError("libpng cannot encode");
+        if (!encode())
+            return state.SkipWithError("the other side cannot encode");
     }
 }
 
 }  // namespace
 
-void ReleaseCodecMaterial() {
-    Material::Get().texture = nullptr;
-    UnmountMemoryFile("bench.source");
-    UnmountMemoryFile("bench.decode");
-}
+void ReleaseCodecMaterial() { Materials().clear(); }
 
 std::vector<Pairing> RegisterCodecBenchmarks() {
+    using Run = std::function<void(benchmark::State&)>;
     std::vector<Pairing> pairings;
-    for (const Codec& codec : kCodecs) {
-        const std::string prefix = std::string("codec.") + codec.name;
-        const bool png = std::strcmp(codec.against, "libpng") == 0;
-        const auto add = [&](const std::string& name, auto own, auto other) {
-            benchmark::RegisterBenchmark(name.c_str(), own)->Unit(benchmark::kMillisecond);
-            benchmark::RegisterBenchmark((name + "/" + codec.against).c_str(), other)->Unit(benchmark::kMillisecond);
-            pairings.push_back({name, codec.against, "Mpixel/s", kWidth * double(kHeight) / 1e6});
+    const auto add = [&pairings](const std::string& name, const Material& material, const Run& own, const Run& other) {
+        const std::string& against = material.GetCase().against;
+        benchmark::RegisterBenchmark(name.c_str(), own)->Unit(benchmark::kMillisecond);
+        if (other)
+            benchmark::RegisterBenchmark((name + "/" + against).c_str(), other)->Unit(benchmark::kMillisecond);
+        pairings.push_back({name, against, "MB/s", static_cast<double>(material.GetPixelBytes()) / 1e6});
+    };
+    for (const auto maker : kMakers) {
+        for (CodecCase& codec : maker())
+            Materials().push_back(std::make_unique<Material>(std::move(codec)));
+    }
+    for (const std::unique_ptr<Material>& owned : Materials()) {
+        Material& material = *owned;
+        const CodecCase& codec = material.GetCase();
+        const std::vector<CodecPeer> peers = GetCodecPeers(codec);
+        const Run copy = [bytes = material.GetPixelBytes()](benchmark::State& state) {
+            CopyIntoFreshMemory(state, bytes);
         };
+
+        const std::string decode = "codec." + codec.name + ".decode";
+        Run other = copy;
+        if (codec.otherDecode)
+            other = [&material](benchmark::State& state) {
+                RunDecoder(state, material, material.GetCase().otherDecode);
+            };
         add(
-            prefix + ".decode", [&codec](benchmark::State& state) { Decode(state, codec); },
-            png ? LibpngDecode : CopyIntoFreshMemory);
+            decode, material, [&material](benchmark::State& state) { Decode(state, material); }, other);
+        for (const CodecPeer& peer : peers)
+            add(
+                decode + "." + peer.name, material,
+                [&material, run = peer.decode](benchmark::State& state) { RunDecoder(state, material, run); }, other);
+
+        if (codec.exporter == Id())
+            continue;
+        const std::string encode = "codec." + codec.name + ".encode";
+        other = copy;
+        if (codec.otherEncode)
+            other = [&material](benchmark::State& state) { RunEncoder(state, material.GetCase().otherEncode); };
         add(
-            prefix + ".encode", [&codec](benchmark::State& state) { Encode(state, codec); },
-            png ? LibpngEncode : CopyIntoFreshMemory);
+            encode, material, [&material](benchmark::State& state) { Encode(state, material); }, other);
+        for (const CodecPeer& peer : peers)
+            add(
+                encode + "." + peer.name, material,
+                [run = peer.encode](benchmark::State& state) { RunEncoder(state, run); }, other);
     }
     return pairings;
 }

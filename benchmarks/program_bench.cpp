@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "codec_bench.h"
+#include "libpng_direct.h"
 #include "test_picture.h"
 
 extern char** environ;

@@ -1,56 +1,8 @@
 #include "test_picture.h"
 
 #include <cmath>
-#include <csetjmp>
-#include <cstdlib>
-#include <cstring>
-#include <png.h>
 
 namespace bench {
-namespace {
-
-struct Source {
-    const uint8_t* next;
-    size_t left;
-};
-
-void ReadBytes(png_structp png, png_bytep to, png_size_t count) {
-    auto* source = static_cast<Source*>(png_get_io_ptr(png));
-    if (count > source->left)
-        png_error(png, "end of data");
-    std::memcpy(to, source->next, count);
-    source->next += count;
-    source->left -= count;
-}
-
-void WriteBytes(png_structp png, png_bytep from, png_size_t count) {
-    auto* sink = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
-    sink->insert(sink->end(), from, from + count);
-}
-
-// No object with a destructor lives in the functions that setjmp returns to.
-bool ReadRows(png_structp png, png_infop info, uint8_t* pixels) {
-    if (setjmp(png_jmpbuf(png)))
-        return false;
-    png_read_info(png, info);
-    for (int y = 0; y < kHeight; ++y)
-        png_read_row(png, pixels + kRowBytes * static_cast<size_t>(y), nullptr);
-    return true;
-}
-
-bool WriteRows(png_structp png, png_infop info, const uint8_t* pixels) {
-    if (setjmp(png_jmpbuf(png)))
-        return false;
-    png_set_IHDR(png, info, kWidth, kHeight, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE,
-                 PNG_FILTER_TYPE_BASE);
-    png_write_info(png, info);
-    for (int y = 0; y < kHeight; ++y)
-        png_write_row(png, pixels + kRowBytes * static_cast<size_t>(y));
-    png_write_end(png, info);
-    return true;
-}
-
-}  // namespace
 
 std::vector<uint8_t> MakeTestPicture() {
     std::vector<uint8_t> pixels(kPixelBytes);
@@ -61,38 +13,34 @@ std::vector<uint8_t> MakeTestPicture() {
             noise ^= noise << 13;
             noise ^= noise >> 17;
             noise ^= noise << 5;
-            const double wave = std::sin(x * 0.004) * std::cos(y * 0.006);
-            const bool edge = ((x / 256) ^ (y / 180)) & 1;
+            const int tileX = x / 256, tileY = y / 180;
+            const bool flat = tileX % 2 == 1 && tileY % 2 == 1;
+            const double wave = flat ? 0.5 : std::sin(x * 0.004) * std::cos(y * 0.006);
+            const bool edge = (tileX ^ tileY) & 1;
             const double base = 120 + 80 * wave + (edge ? 30 : 0);
-            row[x * 3] = static_cast<uint8_t>(base + (noise & 3));
-            row[x * 3 + 1] = static_cast<uint8_t>(base * 0.8 + ((noise >> 8) & 3));
-            row[x * 3 + 2] = static_cast<uint8_t>(255 - base + ((noise >> 16) & 3));
+            const uint32_t grain = flat ? 0 : noise;
+            row[x * 3] = static_cast<uint8_t>(base + (grain & 3));
+            row[x * 3 + 1] = static_cast<uint8_t>(base * 0.8 + ((grain >> 8) & 3));
+            row[x * 3 + 2] = static_cast<uint8_t>(255 - base + ((grain >> 16) & 3));
         }
     }
     return pixels;
 }
 
-std::vector<uint8_t> EncodeWithLibpng(const std::vector<uint8_t>& pixels) {
-    std::vector<uint8_t> file;
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    png_set_write_fn(png, &file, WriteBytes, nullptr);
-    if (!WriteRows(png, info, pixels.data()))
-        file.clear();
-    png_destroy_write_struct(&png, &info);
-    return file;
+const std::vector<uint8_t>& TestPicture() {
+    static const std::vector<uint8_t> pixels = MakeTestPicture();
+    return pixels;
 }
 
-bool DecodeWithLibpng(const std::vector<uint8_t>& file) {
-    auto* pixels = static_cast<uint8_t*>(std::malloc(kPixelBytes));
-    Source source{file.data(), file.size()};
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    png_set_read_fn(png, &source, ReadBytes);
-    const bool fine = ReadRows(png, info, pixels);
-    png_destroy_read_struct(&png, &info, nullptr);
-    std::free(pixels);
-    return fine;
+const std::vector<float>& TestFloats() {
+    static const std::vector<float> floats = [] {
+        std::vector<float> made;
+        made.reserve(kPixelBytes);
+        for (const uint8_t value : TestPicture())
+            made.push_back(static_cast<float>(value) * static_cast<float>(value) / 16384.0F);
+        return made;
+    }();
+    return floats;
 }
 
 }  // namespace bench

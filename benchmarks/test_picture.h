@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// The picture that codecs are measured with, and bare libpng, the other side of the PNG figures.
+/// The picture that codecs are measured with.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,12 +13,12 @@ inline constexpr int kHeight = 2160;
 inline constexpr size_t kRowBytes = size_t(kWidth) * 3;
 inline constexpr size_t kPixelBytes = kRowBytes * kHeight;
 
-/// RGB of 8 bits, top row first: slow gradients, edges, and noise in the low bits, as photographs have them.
+/// RGB of 8 bits, top row first, as photographs are: slow gradients, edges, noise in the low bits, and every fourth
+/// tile without any.
 std::vector<uint8_t> MakeTestPicture();
-
-/// Writes with the library's default settings. Empty on failure.
-std::vector<uint8_t> EncodeWithLibpng(const std::vector<uint8_t>& pixels);
-/// Decodes row by row into freshly allocated memory, as a load must. @return false on failure
-bool DecodeWithLibpng(const std::vector<uint8_t>& file);
+/// The same, made once and kept.
+const std::vector<uint8_t>& TestPicture();
+/// The same as RGB of 32-bit floats, made once and kept: linear, with lights above 1.
+const std::vector<float>& TestFloats();
 
 }  // namespace bench

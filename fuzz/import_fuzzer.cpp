@@ -61,17 +61,8 @@ Result<void> LoadAndRead(Block<const std::byte> bytes, const MediaSessionFileFor
     return {};
 }
 
-}  // namespace
-
-bool FuzzImport(const uint8_t* data, size_t size, std::string_view format) {
-    static const bool started = Start();
-    if (!started)
-        __builtin_trap();
-    const Block<const std::byte> bytes(reinterpret_cast<const std::byte*>(data), size);
-    return LoadAndRead(bytes, FindHandlerBySuffix(format)).HasError() == false;
-}
-
-void FixChecksums(std::vector<uint8_t>& png) {
+/// Gives every chunk of a PNG the check sum of its content.
+void MendPng(std::vector<uint8_t>& png) {
     constexpr size_t kSignature = 8, kAround = 12;  // length, type and check sum of a chunk
     const auto read32 = [&](size_t at) {
         return size_t(png[at]) << 24 | size_t(png[at + 1]) << 16 | size_t(png[at + 2]) << 8 | size_t(png[at + 3]);
@@ -87,13 +78,38 @@ void FixChecksums(std::vector<uint8_t>& png) {
     }
 }
 
+/// Formats in which hardly any damage would come past the check sums.
+struct Mender {
+    std::string_view format;
+    void (*mend)(std::vector<uint8_t>& bytes);
+};
+constexpr Mender kMenders[] = {
+    {"png", MendPng},
+};
+
+}  // namespace
+
+bool FuzzImport(const uint8_t* data, size_t size, std::string_view format) {
+    static const bool started = Start();
+    if (!started)
+        __builtin_trap();
+    const Block<const std::byte> bytes(reinterpret_cast<const std::byte*>(data), size);
+    return LoadAndRead(bytes, FindHandlerBySuffix(format)).HasError() == false;
+}
+
+void MendDamage(std::string_view format, std::vector<uint8_t>& bytes) {
+    for (const Mender& mender : kMenders) {
+        if (mender.format == format)
+            mender.mend(bytes);
+    }
+}
+
 }  // namespace orvik
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     constexpr std::string_view kFormat = ORVIK_FUZZ_FORMAT;
     std::vector<uint8_t> bytes(data, data + size);
-    if (kFormat == "png")
-        orvik::FixChecksums(bytes);  // else hardly anything comes past them
+    orvik::MendDamage(kFormat, bytes);
     orvik::FuzzImport(bytes.data(), bytes.size(), kFormat);
     return 0;
 }

@@ -13,7 +13,8 @@ namespace orvik {
 /// @return true when there was a picture
 bool FuzzImport(const uint8_t* data, size_t size, std::string_view format);
 
-/// Gives every chunk of a PNG the check sum of its content, so that damage reaches the code behind the check.
-void FixChecksums(std::vector<uint8_t>& png);
+/// Restores what a damaged file of the format must have for the damage to reach the decoder, for instance check sums.
+/// Nothing for most formats.
+void MendDamage(std::string_view format, std::vector<uint8_t>& bytes);
 
 }  // namespace orvik

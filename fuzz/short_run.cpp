@@ -90,8 +90,8 @@ int main(int argumentCount, char** arguments) {
         for (long i = 0; i < iterations; ++i) {
             Bytes bytes = seeds[size_t(i) % seeds.size()];
             Damage(bytes, noise);
-            if (format.name == "png" && i % 4 != 0)
-                orvik::FixChecksums(bytes);
+            if (i % 4 != 0)
+                orvik::MendDamage(format.name, bytes);
             pictures += orvik::FuzzImport(bytes.data(), bytes.size(), suffix);
         }
         std::printf("%.*s: %ld of %ld damaged files gave a picture\n", int(format.name.size()), format.name.data(),

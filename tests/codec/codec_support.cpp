@@ -1,7 +1,5 @@
 #include "codec_support.h"
 
-#include "png_direct.h"
-
 namespace codectest {
 namespace {
 
@@ -59,11 +57,6 @@ T Expect(Result<T> result, T otherwise) {
     return result ? std::move(result).TakeValue() : otherwise;
 }
 
-void Append(Bytes& bytes, uint64_t value, int count) {
-    for (int i = 0; i < count; ++i)
-        bytes.push_back(uint8_t(value >> (8 * i)));
-}
-
 }  // namespace
 
 Url Mount(const Bytes& bytes) {
@@ -119,88 +112,6 @@ Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName) 
     TRY(SaveTo(texture, formatName, TRY(MountMemoryFile(kMounted, file))));
     const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
     return Bytes(first, first + file->GetBytes().GetCount());
-}
-
-Bytes BmpParts::Make() const {
-    Bytes head;
-    Append(head, headerSize, 4);
-    if (headerSize == 12) {
-        Append(head, uint32_t(width), 2);
-        Append(head, uint32_t(height), 2);
-        Append(head, planes, 2);
-        Append(head, bitCount, 2);
-    } else {
-        Append(head, uint32_t(width), 4);
-        Append(head, uint32_t(height), 4);
-        Append(head, planes, 2);
-        Append(head, bitCount, 2);
-        Append(head, compression, 4);
-        Append(head, rows.size(), 4);
-        Append(head, uint32_t(xPerMetre), 4);
-        Append(head, uint32_t(yPerMetre), 4);
-        Append(head, colorsUsed, 4);
-        Append(head, 0, 4);
-    }
-    if (headerSize >= 56 || (headerSize == 40 && compression == 3)) {
-        Append(head, red, 4);
-        Append(head, green, 4);
-        Append(head, blue, 4);
-    }
-    if (headerSize >= 56)
-        Append(head, alpha, 4);
-    if (headerSize >= 108) {
-        Append(head, space, 4);
-        head.resize(head.size() + 36 + 12);
-    }
-    if (headerSize >= 124) {
-        Append(head, 4, 4);
-        Append(head, headerSize, 4);
-        Append(head, profile.size(), 4);
-        Append(head, 0, 4);
-    }
-    head.resize(std::max(head.size(), size_t(headerSize)));
-    head.insert(head.end(), profile.begin(), profile.end());
-
-    Bytes file = {'B', 'M'};
-    Append(file, 14 + head.size() + rows.size(), 4);
-    Append(file, 0, 4);
-    Append(file, 14 + head.size(), 4);
-    file.insert(file.end(), head.begin(), head.end());
-    file.insert(file.end(), rows.begin(), rows.end());
-    return file;
-}
-
-std::vector<Sample> MakeSamples() {
-    Noise noise(7);
-    std::vector<Sample> samples;
-    samples.push_back({"bmp of 24 bits", "bmp", BmpParts{.width = 3, .height = 3, .rows = noise.Make(36)}.Make()});
-    samples.push_back({"bmp of 32 bits with masks", "bmp",
-                       BmpParts{.headerSize = 108,
-                                .width = 2,
-                                .height = -3,
-                                .bitCount = 32,
-                                .compression = 3,
-                                .red = 0xFF0000,
-                                .green = 0xFF00,
-                                .blue = 0xFF,
-                                .alpha = 0xFF000000,
-                                .rows = noise.Make(24)}
-                           .Make()});
-    samples.push_back({"png rgb 8", "png",
-                       WritePng({.width = 4, .height = 3, .colorType = 2, .bitDepth = 8, .rows = noise.Make(36)})});
-    samples.push_back(
-        {"png rgba 16 interlaced", "png",
-         WritePng(
-             {.width = 5, .height = 4, .colorType = 6, .bitDepth = 16, .interlaced = true, .rows = noise.Make(160)})});
-    samples.push_back({"png grey 8 with a colour key", "png",
-                       WritePng({.width = 4,
-                                 .height = 2,
-                                 .colorType = 0,
-                                 .bitDepth = 8,
-                                 .rows = noise.Make(8),
-                                 .hasKey = true,
-                                 .key = {0, 0, 0, 0, 9}})});
-    return samples;
 }
 
 }  // namespace codectest

@@ -78,29 +78,6 @@ private:
     uint32_t _state;
 };
 
-/// The bytes of a BMP as a test puts them together.
-struct BmpParts {
-    uint32_t headerSize = 40;
-    int32_t width = 2, height = 2;
-    uint16_t planes = 1, bitCount = 24;
-    uint32_t compression = 0;
-    int32_t xPerMetre = 0, yPerMetre = 0;
-    uint32_t colorsUsed = 0;
-    uint32_t red = 0, green = 0, blue = 0, alpha = 0;
-    uint32_t space = 0x73524742;
-    Bytes profile = {};  ///< behind the header
-    Bytes rows = {};     ///< as they stand in the file
-    Bytes Make() const;
-};
-
-/// A small good file of each format, for tests that damage files: name of the format and bytes.
-struct Sample {
-    std::string name;
-    std::string_view format;
-    Bytes bytes;
-};
-std::vector<Sample> MakeSamples();
-
 class CodecTest : public ModuleFixture {};
 
 }  // namespace codectest

@@ -6,36 +6,16 @@
 #include <set>
 #include <sstream>
 
-#include "codec_support.h"
+#include "format_table.h"
 #include "tool_support.h"
 
 namespace codectest {
 namespace {
 
-/// Pictures that lawfully differ from all peers, and why. An entry that agrees again fails the test.
-struct Difference {
-    const char* file;
-    const char* reason;
-};
-const Difference kDifferences[] = {
-    {"bmp/image-rs/rgba32-61754.bmp", "masks of 6, 1, 7, 5 and 4 bits: only whole bytes are read"},
-    {"bmp/oiio-tests/crash-5158.bmp", "shorter than its rows"},
-    {"bmp/pillow/pal8os2v2-16.bmp", "header of 16 bytes, no generation that is known here"},
-    {"bmp/pillow/pal8os2v2.bmp", "header of 64 bytes, no generation that is known here"},
-    {"bmp/pillow/rgb32bf.bmp", "green mask 0xFF0: only whole bytes are read"},
-    {"bmp/pillow/rgb32h52.bmp", "header of 52 bytes, no generation that is known here"},
-    {"png/image-png/basn0g16.png", "16 bits become 8 by a shift here, by rounding elsewhere"},
-    {"png/image-png/oi4n0g16.png", "16 bits become 8 by a shift here, by rounding elsewhere"},
-    {"png/image-rs/basi0g16.png", "16 bits become 8 by a shift here, by rounding elsewhere"},
-    {"png/image-png/x_interlaced_chck.png", "wrong check sum of the pixel data"},
-};
-
-/// True for files whose pixels can be described, but not be converted.
-bool IsOutOfScope(const std::string& message) { return message.starts_with("No pixel conversion found"); }
-
 using Expectations = std::map<std::string, std::set<std::string>>;  ///< file to the hashes that peers gave
 
-Expectations ReadExpectations(const std::filesystem::path& corpus) {
+/// @param folder  of the format
+Expectations ReadExpectations(const std::filesystem::path& corpus, std::string_view folder) {
     Expectations all;
     std::ifstream in(corpus / "expected.tsv");
     for (std::string line; std::getline(in, line);) {
@@ -43,7 +23,7 @@ Expectations ReadExpectations(const std::filesystem::path& corpus) {
         std::istringstream split(line);
         for (std::string field; std::getline(split, field, '\t');)
             fields.push_back(field);
-        if (fields.size() < 8)
+        if (fields.size() < 8 || !fields[0].starts_with(std::string(folder) + "/"))
             continue;
         std::set<std::string>& hashes = all[fields[0]];
         if (fields[7] == "ok" && fields[6].size() == 64)
@@ -52,39 +32,50 @@ Expectations ReadExpectations(const std::filesystem::path& corpus) {
     return all;
 }
 
-TEST_F(CodecTest, CorpusAgreesWithPeers) {
+class CorpusTest : public CodecTest, public testing::WithParamInterface<std::string_view> {};
+
+TEST_P(CorpusTest, AgreesWithPeers) {
+    const TestedFormat& format = TestedFormatOf(GetParam());
     const std::filesystem::path corpus = std::filesystem::path(SharedDirectory()) / "corpus";
     if (!std::filesystem::exists(corpus / "expected.tsv"))
         GTEST_SKIP() << "no corpus at " << corpus;
     std::map<std::string, std::string> differences;
-    for (const Difference& difference : kDifferences)
+    for (const CorpusDifference& difference : format.differences)
         differences[difference.file] = difference.reason;
 
     int compared = 0, refused = 0;
-    for (const auto& [file, hashes] : ReadExpectations(corpus)) {
-        const std::string folder = file.substr(0, file.find('/'));
-        if (folder != "bmp" && folder != "png")
-            continue;
+    for (const auto& [file, hashes] :
+         ReadExpectations(corpus, format.corpusFolder.empty() ? format.name : format.corpusFolder)) {
         SCOPED_TRACE(file);
         const Result<ImageTextureRef> loaded = Load(Url((corpus / file).string()));
         if (!loaded) {
-            if (IsOutOfScope(MessageOf(loaded)))
-                continue;
+            EXPECT_FALSE(loaded.GetError()->ToString().IsEmpty());
             if (hashes.empty())
                 ++refused;
             else
                 EXPECT_TRUE(differences.contains(file)) << "refused: " << loaded.GetError()->ToString().GetCString();
             continue;
         }
+        const Bytes rgba = RgbaOf(*loaded);
         if (hashes.empty())
             continue;
-        const bool agrees = hashes.contains(Sha256(RgbaOf(*loaded)));
+        const bool agrees =
+            hashes.contains(Sha256(rgba)) || (format.agrees && format.agrees((corpus / file).string(), *loaded));
         EXPECT_NE(agrees, differences.contains(file)) << (agrees ? "agrees again" : "differs from all peers");
         ++compared;
     }
-    EXPECT_GT(compared, 90);
-    EXPECT_GT(refused, 5);
+    EXPECT_GE(compared, format.fewestCompared);
+    EXPECT_GE(refused, format.fewestRefused);
 }
+
+std::vector<std::string_view> NamesOfFormats() {
+    std::vector<std::string_view> names;
+    for (const FileFormatEntry& entry : GetFileFormatTable())
+        names.push_back(entry.name);
+    return names;
+}
+INSTANTIATE_TEST_SUITE_P(Formats, CorpusTest, testing::ValuesIn(NamesOfFormats()),
+                         [](const auto& info) { return std::string(info.param); });
 
 }  // namespace
 }  // namespace codectest

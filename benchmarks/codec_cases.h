@@ -1,0 +1,47 @@
+#pragma once
+/// @file
+/// What is measured of each file format. A format has one source `codec_<name>_bench.cpp` and one row in the table of
+/// `codec_bench.cpp`.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "test_picture.h"
+
+#include "orvik/datadictionary.h"
+
+namespace bench {
+
+/// One codec: the rows "codec.NAME.decode" and "codec.NAME.encode".
+struct CodecCase {
+    std::string name;
+    /// Class id of the exporter; empty for what is only read.
+    orvik::Id exporter = {};
+    /// Settings of the exporter.
+    std::function<orvik::Result<void>(orvik::DataDictionary& settings)> setUp = nullptr;
+    /// The picture is `MakeTestFloats()` instead of `MakeTestPicture()`.
+    bool floats = false;
+    /// The file to read; null for what the exporter makes of the picture.
+    std::function<std::vector<uint8_t>()> makeFile = nullptr;
+
+    /// Name of the other side in the same process: a library, or "memcpy".
+    std::string against = "memcpy";
+    /// @{ The other side, with the same settings and memory that is as fresh; false on failure. Null: a copy of the
+    /// pixels into memory that the system has just given, in large pages, which is what any load or save must pay.
+    std::function<bool(const std::vector<uint8_t>& file)> otherDecode = nullptr;
+    std::function<bool()> otherEncode = nullptr;
+    /// @}
+
+    /// Suffix by which OpenImageIO knows the format; empty to leave it out.
+    std::string peerSuffix = {};
+    /// Its options, for the same settings.
+    std::vector<std::pair<std::string, std::string>> peerOptions = {};
+};
+
+/// @{ One for each format, in its own source.
+std::vector<CodecCase> MakeBmpCases();
+std::vector<CodecCase> MakePngCases();
+/// @}
+
+}  // namespace bench

@@ -1,0 +1,21 @@
+#pragma once
+/// @file
+/// Another image library that runs beside, where it is installed.
+
+#include <functional>
+
+#include "codec_cases.h"
+
+namespace bench {
+
+/// One direction of a peer; false on failure.
+struct CodecPeer {
+    const char* name;
+    std::function<bool(const std::vector<uint8_t>& file)> decode;
+    std::function<bool()> encode;
+};
+
+/// The peers found at build time that know the format of the case.
+std::vector<CodecPeer> GetCodecPeers(const CodecCase& codec);
+
+}  // namespace bench

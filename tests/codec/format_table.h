@@ -1,0 +1,104 @@
+#pragma once
+/// @file
+/// What the tests that walk over all formats know of each: good files, their limits, other programs. A format has one
+/// source `<name>_format.cpp` and one row in `format_table.cpp`.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "codec_support.h"
+
+namespace codectest {
+
+/// A small good file, for tests that damage files.
+struct Sample {
+    std::string name;
+    std::string_view format;  ///< short name
+    Bytes bytes;
+};
+
+/// A file of the corpus that lawfully differs from all peers, and why. One that agrees again fails the test.
+struct CorpusDifference {
+    const char* file;
+    const char* reason;
+};
+
+/// A form in which an exporter writes, and what becomes of the pixels in it.
+struct ExportVariant {
+    std::string name;
+    DataDictionary settings = {};
+    Bytes (*keeps)(Bytes rgba) = nullptr;  ///< what the file can hold of an RGBA picture; null for all
+    int tolerance = 0;                     ///< steps by which a byte may be off
+    std::vector<std::string_view> unreadable =
+        {};  ///< programs that cannot read this, by the name of the table of readers
+};
+
+/// A way in which another program makes a file of this format.
+struct ForeignWriter {
+    const char* what;
+    std::vector<const char*> tools;  ///< programs it takes; "PIL" stands for the Python package
+    /// Shell command; %I is a file of RGBA bytes, %W and %H its sides, %O the file to write.
+    std::string command;
+    Bytes (*keeps)(Bytes rgba) = nullptr;
+    int tolerance = 0;
+};
+
+struct TestedFormat {
+    std::string_view name;                 ///< short name, as in the table of formats
+    std::vector<Sample> (*makeSamples)();  ///< one for each variant of the format
+
+    /// @{ Damage.
+    size_t mostPicturesOfCutFiles = 0;             ///< prefixes of a sample that may give a picture all the same
+    void (*mendDamage)(Bytes& file) = nullptr;     ///< restores check sums that would hide damage; null for none
+    std::vector<Sample> (*makeBombs)() = nullptr;  ///< small files that ask for gigabytes
+    /// @}
+
+    /// @{ Frame.
+    size_t detectBytes = 0;  ///< length of a head that is claimed; 0 when that depends on the file
+    bool analyzesAgain = true;
+    const char* secondInputError = "illegalstate";
+    /// @}
+
+    /// @{ Capabilities of the exporter.
+    bool embedsProfiles = false;
+    Int alphaChannels = 0;
+    Int largestSide = 0;
+    std::vector<Int> bitDepths = {};
+    /// @}
+
+    /// @{ Corpus.
+    std::string_view corpusFolder = {};  ///< where it is not the name
+    std::vector<CorpusDifference> differences = {};
+    int fewestCompared = 0, fewestRefused = 0;
+    /// Judges a picture whose hash no peer has; null where pixels are exact.
+    bool (*agrees)(const std::string& path, const ImageTextureRef& texture) = nullptr;
+    /// @}
+
+    /// @{ Other programs.
+    std::vector<ExportVariant> (*makeVariants)() = nullptr;
+    std::vector<ForeignWriter> (*makeWriters)() = nullptr;
+    /// @}
+};
+
+/// All formats that are tested.
+const std::vector<TestedFormat>& TestedFormats();
+const TestedFormat& TestedFormatOf(std::string_view name);
+/// The samples of all formats.
+std::vector<Sample> MakeSamples();
+/// By its name.
+Sample FindSample(std::string_view name);
+
+/// @{ What files without alpha keep of a picture.
+Bytes Opaque(Bytes rgba);
+/// @}
+
+/// The first byte of each 32-bit number is the highest when `bigEndian`.
+void Put32(Bytes& bytes, size_t at, uint32_t value, bool bigEndian);
+
+/// @{ One for each format, in its own source.
+TestedFormat TestedBmp();
+TestedFormat TestedPng();
+/// @}
+
+}  // namespace codectest

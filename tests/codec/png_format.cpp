@@ -1,0 +1,112 @@
+// PNG, as the tests of all formats see it.
+
+#include <zlib.h>
+
+#include "format_table.h"
+#include "png_direct.h"
+
+namespace codectest {
+namespace {
+
+std::vector<Sample> MakePngSamples() {
+    Noise noise(8);
+    std::vector<Sample> samples;
+    const auto add = [&](const char* name, PngPicture picture) {
+        picture.rows = noise.Make(picture.RowBytes() * picture.height);
+        samples.push_back({name, "png", WritePng(picture)});
+    };
+    add("png rgb 8", {.width = 4, .height = 3, .colorType = 2, .bitDepth = 8});
+    add("png rgba 16 interlaced", {.width = 5, .height = 4, .colorType = 6, .bitDepth = 16, .interlaced = true});
+    add("png grey 8 with a colour key",
+        {.width = 4, .height = 2, .colorType = 0, .bitDepth = 8, .hasKey = true, .key = {0, 0, 0, 0, 9}});
+    return samples;
+}
+
+/// Gives every chunk the check sum of its content, so that damage reaches the code behind the check.
+void FixChecksums(Bytes& png) {
+    for (size_t at = 8; at + 12 <= png.size();) {
+        const size_t length = size_t(png[at]) << 24 | png[at + 1] << 16 | png[at + 2] << 8 | png[at + 3];
+        if (length > png.size() - at - 12)
+            return;
+        Put32(png, at + 8 + length, uint32_t(crc32(0, png.data() + at + 4, uInt(length + 4))), true);
+        at += length + 12;
+    }
+}
+
+/// Headers of huge sides over the data of one pixel.
+std::vector<Sample> MakePngBombs() {
+    std::vector<Sample> bombs;
+    for (const uint32_t side : {0xFFFFFFFFu, 0x7FFFFFFFu, 1000000u, 900000u}) {
+        for (const int colorType : {0, 2, 3, 6}) {
+            Bytes png = WritePng({.width = 1, .height = 1, .rows = {1, 2, 3}});
+            Put32(png, 16, side, true);
+            Put32(png, 20, side == 0xFFFFFFFF ? 1 : side, true);
+            png[25] = uint8_t(colorType);
+            png[28] = uint8_t(side & 1);  // interlaced or not
+            FixChecksums(png);
+            bombs.push_back({testing::PrintToString(side), "png", png});
+        }
+    }
+    return bombs;
+}
+
+std::vector<ExportVariant> MakePngVariants() {
+    std::vector<ExportVariant> variants;
+    for (const bool interlaced : {false, true}) {
+        ExportVariant variant{interlaced ? "interlaced" : "plain"};
+        EXPECT_TRUE(variant.settings.Set(mediaexport::kPngInterlaced, interlaced));
+        variants.push_back(variant);
+    }
+    return variants;
+}
+
+std::vector<ForeignWriter> MakePngWriters() {
+    const std::string magick = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
+    const std::string pillow =
+        "/usr/bin/python3 -c 'import sys; from PIL import Image; "
+        "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); im.convert(sys.argv[2]).save("
+        "sys.argv[3], \"PNG\")' %I ";
+    return {
+        {"ImageMagick, with alpha", {"convert-im6.q16"}, magick + "PNG32:%O"},
+        {"ImageMagick, interlaced", {"convert-im6.q16"}, magick + "-interlace PNG PNG32:%O"},
+        {"ImageMagick, 16 bits", {"convert-im6.q16"}, magick + "PNG64:%O"},
+        {"ImageMagick, without alpha", {"convert-im6.q16"}, magick + "-alpha off PNG24:%O", Opaque},
+        {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O"},
+        {"Pillow, without alpha", {"PIL"}, pillow + "RGB %O", Opaque},
+        {"netpbm", {"convert-im6.q16", "pnmtopng"}, magick + "-alpha off ppm:- | pnmtopng 2> /dev/null > %O", Opaque},
+        {"netpbm, interlaced",
+         {"convert-im6.q16", "pnmtopng"},
+         magick + "-alpha off ppm:- | pnmtopng -interlace 2> /dev/null > %O",
+         Opaque},
+    };
+}
+
+}  // namespace
+
+TestedFormat TestedPng() {
+    TestedFormat png{"png", MakePngSamples};
+    // All rows can be there when the last chunks or the check sums of the data are not.
+    png.mostPicturesOfCutFiles = 24;
+    png.mendDamage = FixChecksums;
+    png.makeBombs = MakePngBombs;
+    png.detectBytes = 8;
+    png.analyzesAgain = false;
+    png.secondInputError = "functionnotimplemented";
+    png.embedsProfiles = true;
+    png.alphaChannels = 1;
+    png.largestSide = 0x7FFFFFFF;
+    png.bitDepths = {8, 16};
+    png.differences = {
+        {"png/image-png/basn0g16.png", "16 bits become 8 by a shift here, by rounding elsewhere"},
+        {"png/image-png/oi4n0g16.png", "16 bits become 8 by a shift here, by rounding elsewhere"},
+        {"png/image-rs/basi0g16.png", "16 bits become 8 by a shift here, by rounding elsewhere"},
+        {"png/image-png/x_interlaced_chck.png", "wrong check sum of the pixel data"},
+    };
+    png.fewestCompared = 90;
+    png.fewestRefused = 5;
+    png.makeVariants = MakePngVariants;
+    png.makeWriters = MakePngWriters;
+    return png;
+}
+
+}  // namespace codectest
