@@ -17,6 +17,7 @@ Result<void> StartImageModule(Publisher& publisher) {
         RegisterImageStorages,
         RegisterImages,
         RegisterFileFormats,
+        RegisterLayerSet,
         RegisterMediaSession,
         RegisterMediaSessionAudio,
         RegisterTextureConverters,

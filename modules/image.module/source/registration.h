@@ -22,6 +22,8 @@ Result<void> RegisterPixelBlends(Publisher& publisher);
 Result<void> RegisterPixelFormats(Publisher& publisher);
 Result<void> RegisterImageStorages(Publisher& publisher);
 Result<void> RegisterImages(Publisher& publisher);
+/// The class of layer sets.
+Result<void> RegisterLayerSet(Publisher& publisher);
 Result<void> RegisterMediaSession(Publisher& publisher);
 Result<void> RegisterMediaSessionAudio(Publisher& publisher);
 Result<void> RegisterTextureConverters(Publisher& publisher);

@@ -1,0 +1,144 @@
+#include "layerset_impl.h"
+#include "support/module_fixture.h"
+
+#include "orvik/iomemory.h"
+
+namespace orvik {
+namespace {
+
+HashSet<String> Paths(std::initializer_list<const char*> texts) {
+    HashSet<String> paths;
+    for (const char* text : texts)
+        EXPECT_TRUE(paths.Insert(text));
+    return paths;
+}
+
+LayerSet MakeSet(std::initializer_list<const char*> paths, const char* image = "",
+                 LAYERSETMODE mode = LAYERSETMODE::LAYERS, Bool calculateAlpha = false) {
+    LayerSet set;
+    EXPECT_TRUE(set.SetSelectedLayers(Paths(paths)));
+    EXPECT_TRUE(set.SetSelectedImage(image));
+    EXPECT_TRUE(set.SetMode(mode));
+    EXPECT_TRUE(set.SetCalculateAlpha(calculateAlpha));
+    return set;
+}
+
+using LayerSetTest = ModuleFixture;
+
+TEST_F(LayerSetTest, NullReadsAsEmpty) {
+    const LayerSet null;
+    EXPECT_FALSE(null);
+    EXPECT_TRUE(null->GetSelectedLayers().IsEmpty());
+    EXPECT_TRUE(null->GetSelectedImage().IsEmpty());
+    EXPECT_EQ(null->GetMode(), LAYERSETMODE::LAYERS);
+    EXPECT_TRUE(null == LayerSet());
+    EXPECT_FALSE(null == MakeSet({}));
+}
+
+TEST_F(LayerSetTest, EqualityAndHashGoByValue) {
+    const LayerSet sets[] = {
+        MakeSet({"A", "B\\C", "D"}),
+        MakeSet({"A", "B\\C"}),
+        MakeSet({"a", "B\\C", "D"}),  // case counts
+        MakeSet({"A", "B", "C", "D"}),
+        MakeSet({}),
+        MakeSet({""}),
+        MakeSet({"\\"}),
+        MakeSet({"A", "B\\C", "D"}, "#2"),
+        MakeSet({"A", "B\\C", "D"}, "", LAYERSETMODE::ALPHAS),
+        MakeSet({"A", "B\\C", "D"}, "", LAYERSETMODE::LAYERS, true),
+    };
+    for (size_t i = 0; i < std::size(sets); ++i) {
+        for (size_t k = 0; k < std::size(sets); ++k) {
+            EXPECT_EQ(sets[i] == sets[k], i == k) << i << " and " << k;
+            EXPECT_EQ(sets[i].GetHashCode() == sets[k].GetHashCode(), i == k) << i << " and " << k;
+        }
+    }
+    for (const LayerSet& other : {MakeSet({"D", "B\\C", "A"}), MakeSet({"B\\C", "A", "D", "A"})}) {
+        EXPECT_TRUE(other == sets[0]);
+        EXPECT_EQ(other.GetHashCode(), sets[0].GetHashCode());
+    }
+}
+
+TEST_F(LayerSetTest, CopiesAreIndependent) {
+    HashSet<String> paths = Paths({"A"});
+    LayerSet original;
+    ASSERT_TRUE(original.SetSelectedLayers(paths));
+    ASSERT_TRUE(paths.Insert("B"));
+    EXPECT_EQ(original->GetSelectedLayers().GetCount(), 1);
+
+    LayerSet copy = original;
+    EXPECT_TRUE(copy == original);
+    ASSERT_TRUE(copy.SetMode(LAYERSETMODE::DISABLED));
+    EXPECT_EQ(original->GetMode(), LAYERSETMODE::LAYERS);
+    EXPECT_TRUE(copy->GetSelectedLayers().Contains("A"));
+    EXPECT_FALSE(copy->GetSelectedLayers().Contains("a"));
+    EXPECT_FALSE(copy.SetMode(static_cast<LAYERSETMODE>(5)));
+    EXPECT_FALSE(copy.SetMode(static_cast<LAYERSETMODE>(-1)));
+    EXPECT_EQ(copy->GetMode(), LAYERSETMODE::DISABLED);
+}
+
+/// The names of the fields in the order in which they stand in the bytes.
+std::vector<std::string> FieldNames(Block<const std::byte> bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    std::vector<std::pair<size_t, std::string>> found;
+    for (const std::string name : {"_calculateAlpha", "_layers", "_layersetMode", "_selectedImage"}) {
+        const size_t at = text.find(static_cast<char>(name.size()) + name);
+        if (at != std::string_view::npos)
+            found.emplace_back(at, name);
+    }
+    std::sort(found.begin(), found.end());
+    std::vector<std::string> names;
+    for (const auto& [at, name] : found)
+        names.push_back(name);
+    return names;
+}
+
+TEST_F(LayerSetTest, SerialisesItsFieldsByName) {
+    LayerSet set = MakeSet({"Folder\\Layer", "", "\xC3\x84"}, "#3", LAYERSETMODE::LAYERMASKS, true);
+    LayerSet sameOtherOrder = MakeSet({"\xC3\x84", "Folder\\Layer", ""}, "#3", LAYERSETMODE::LAYERMASKS, true);
+    const MemoryFileRef file = CreateMemoryFile().TakeValue(), fileOfSame = CreateMemoryFile().TakeValue();
+    DataSerialize writer(OpenMemoryOutput(file).TakeValue()), writerOfSame(OpenMemoryOutput(fileOfSame).TakeValue());
+    ASSERT_TRUE(set.DescribeIO(writer));
+    ASSERT_TRUE(sameOtherOrder.DescribeIO(writerOfSame));
+    const Block<const std::byte> bytes = std::as_const(*file).GetBytes().ToBlock();
+    EXPECT_TRUE(std::ranges::equal(bytes, std::as_const(*fileOfSame).GetBytes().ToBlock()));
+    EXPECT_EQ(FieldNames(bytes),
+              (std::vector<std::string>{"_layers", "_selectedImage", "_layersetMode", "_calculateAlpha"}));
+
+    LayerSet back;
+    DataSerialize reader(OpenMemoryInput(file).TakeValue());
+    ASSERT_TRUE(back.DescribeIO(reader));
+    EXPECT_TRUE(back == set);
+
+    // Cut anywhere, it is an error and changes nothing.
+    LayerSet kept = MakeSet({"kept"});
+    for (size_t length = 0; length < bytes.size(); ++length) {
+        DataSerialize cut(OpenMemoryInput(bytes.first(length)).TakeValue());
+        EXPECT_FALSE(kept.DescribeIO(cut)) << length;
+    }
+    EXPECT_TRUE(kept == MakeSet({"kept"}));
+}
+
+TEST_F(LayerSetTest, EveryFailedAllocationLeavesTheSetAsItWas) {
+    const LayerSet before = MakeSet({"A", "B", "C"});
+    const HashSet<String> paths = Paths({"1", "2", "3", "4"});
+    Int failures = 0;
+    for (Int n = 1;; ++n) {
+        LayerSet set = before;
+        SetAllocationFault(n);
+        const Result<void> done = set.SetSelectedLayers(paths);
+        SetAllocationFault(0);
+        if (done) {
+            EXPECT_TRUE(set == MakeSet({"4", "3", "2", "1"}));
+            break;
+        }
+        ++failures;
+        EXPECT_TRUE(set == before) << n;
+    }
+    EXPECT_GT(failures, 4);
+    EXPECT_TRUE(before == MakeSet({"A", "B", "C"}));
+}
+
+}  // namespace
+}  // namespace orvik
