@@ -15,7 +15,7 @@ namespace blendmodes {
 
 Id GetId(BLEND_MODES mode) {
     // In the order of the enumeration.
-    static constexpr Id kIds[kBlendModesCount] = {
+    static const Id kIds[kBlendModesCount] = {
         kAverage,    kColor,       kColorBurn, kColorDodge, kDarken,     kDarker,   kDifference, kDissolve,
         kDivide,     kExclusion,   kFreeze,    kHardLight,  kHardMix,    kHypot,    kLighten,    kLighter,
         kLinearBurn, kLinearDodge, kLuminance, kMultiply,   kOverlay,    kPinLight, kReflect,    kSaturation,
