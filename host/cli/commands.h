@@ -13,8 +13,9 @@ struct InfoOptions {
     std::vector<std::string> files;
     bool json = false;
     bool headersOnly = false;
+    std::string report;  ///< HTML file to write instead of printing; empty for none
 };
-/// Prints the tree of each picture.
+/// Prints the tree of each picture, or writes a page that shows it.
 int RunInfo(const Console& console, const InfoOptions& options);
 
 struct ConvertOptions {

@@ -99,10 +99,8 @@ std::string ValueText(const Json& value) {
 }
 
 std::vector<std::pair<std::string, std::string>> OtherMetadata(const Json& node) {
-    static constexpr std::string_view kToldElsewhere[] = {"type",         "name",
-                                                          "alphaname",    "colorprofile",
-                                                          "layer.opacity", "layer.blendmode",
-                                                          "layer.enabled"};
+    static constexpr std::string_view kToldElsewhere[] = {
+        "type", "name", "alphaname", "colorprofile", "layer.opacity", "layer.blendmode", "layer.enabled"};
     std::vector<std::pair<std::string, std::string>> rows;
     for (const auto& [id, value] : node["metadata"].items()) {
         const std::string key = id.substr(kImageKeyPrefix.size());

@@ -14,6 +14,7 @@ constexpr const char* kExamples =
     "Examples:\n"
     "  orvik info picture.png\n"
     "  orvik info --json *.bmp | jq '.[].width'\n"
+    "  orvik info --html report.html *.png\n"
     "  orvik convert picture.png picture.bmp\n"
     "  orvik convert --set interlaced=true scan.bmp scan.png\n"
     "  orvik pixels --format net.orvik.image.pixelformat.rgb.u8 picture.png -o picture.raw\n"
@@ -52,6 +53,10 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     info->add_option("URL", options.info.files, "Files")->required();
     info->add_flag("--json", options.info.json, "As JSON: an object for one file, a list for several");
     info->add_flag("--headers", options.info.headersOnly, "Read the headers only, not the pixels");
+    info->add_option("--html", options.info.report, "Write a page that shows every node with a thumbnail")
+        ->type_name("REPORT")
+        ->excludes("--json")
+        ->excludes("--headers");
 
     CLI::App* convert = AddCommand(app, "convert", "Load a picture and save it in another format", chosen,
                                    [&](const Console& console) { return RunConvert(console, options.convert); });

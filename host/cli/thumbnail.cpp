@@ -54,7 +54,7 @@ RowsWish MakeWish(const ImageBaseRef& node, const LayerSet& layers) {
     wish.format = PixelFormats::Get(isMask ? pixelformats::kRgbU8 : pixelformats::kRgbaU8);
     wish.layers = layers;
     if (!isMask && node->Get(image::kColorProfile, ColorProfile()).HasProfile())
-        wish.profile = ColorProfile::GetDefaultSRGB();
+        wish.profile = colorprofiles::Get(colorprofiles::kSrgb);
     return wish;
 }
 
@@ -63,7 +63,8 @@ void AddRow(Block<const std::byte> row, Int bytesPerPixel, Int width, BaseArray<
     for (Int x = 0; x < small; ++x) {
         const Int end = Start(x + 1, width, small);
         for (Int i = Start(x, width, small); i < end; ++i) {
-            std::array<std::byte, 4> pixel = {{}, {}, {}, std::byte(255)};
+            std::array<std::byte, 4> pixel{};
+            pixel[3] = std::byte(255);
             std::copy_n(row.data() + i * bytesPerPixel, bytesPerPixel, pixel.begin());
             sums[x].Add(pixel.data());
         }
@@ -106,8 +107,7 @@ Result<ImageTextureRef> MakeTexture(Raster& raster) {
         TRY(node->SetPixelHandler(rgba, rgba->GetChannelOffsets(), ColorProfile(), SETPIXELHANDLERFLAGS::NONE));
     Result<void> written;
     for (Int y = 0; y < raster.height && written; ++y)
-        written = handler.write({0, y, raster.width}, {raster.GetRow(y), rgba->GetBitsPerPixel()},
-                                SETPIXELFLAGS::NONE);
+        written = handler.write({0, y, raster.width}, {raster.GetRow(y), rgba->GetBitsPerPixel()}, SETPIXELFLAGS::NONE);
     node->FreePixelHandler(handler);
     TRY(std::move(written));
     auto texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
