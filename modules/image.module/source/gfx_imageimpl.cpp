@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "gfx_image_compositor.h"
+
 namespace orvik {
 
 Result<void> ImageImpl::Init(Int width, Int height, const ClassRef& storage, const PixelFormat& format,
@@ -35,8 +37,10 @@ ImageImpl::Pixels ImageImpl::GetPixels() const {
 Result<GetPixelHandlerStruct> ImageImpl::GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
                                                          const ColorProfile& profile, GETPIXELHANDLERFLAGS flags,
                                                          const LayerSet& layers) {
-    if (layers)
-        return Unbound();
+    if (layers) {
+        const PixelRequest request{format, offsets.empty() ? format->GetChannelOffsets() : offsets, profile, flags};
+        return GetSelectedPixelHandler(ImageBaseRef(this), request, layers);
+    }
     const Pixels pixels = GetPixels();
     return pixels.storage->GetPixelHandler(format, offsets, pixels.profile, profile, flags);
 }
@@ -70,6 +74,11 @@ Result<void> ImageImpl::GetComponent(Int channel, const PixelSpan& span, void* d
 Result<void> ImageImpl::SetComponent(Int channel, const PixelSpan& span, const void* source, Int stride,
                                      SETPIXELFLAGS flags) {
     return GetPixels().storage->SetComponent(channel, span, source, stride, flags);
+}
+
+bool ImageImpl::HasPixels() const {
+    const std::lock_guard guard(_lock);
+    return _storePixels && _storePixels->GetClassId() != storageclasses::kNoData;
 }
 
 }  // namespace orvik

@@ -17,7 +17,9 @@ public:
     /// Takes layers as alphas, layers and deep image data.
     Result<void> AddChildren(IMAGEHIERARCHY branch, const ImageBaseRef& child,
                              const ImageBaseRef& predecessor) override;
-    /// Function not implemented with a layer set: a selection of layers is not composited here.
+    /// With a layer set the handler reads what the set picks below this node, composited where that is more than one
+    /// layer or needs blending; the node's own pixels where it picks nothing. Illegal argument for an alpha or mask that
+    /// is not there.
     Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
                                                   const ColorProfile& profile, GETPIXELHANDLERFLAGS flags,
                                                   const LayerSet& layers) override;
@@ -29,6 +31,9 @@ public:
                               GETPIXELFLAGS flags) override;
     Result<void> SetComponent(Int channel, const PixelSpan& span, const void* source, Int stride,
                               SETPIXELFLAGS flags) override;
+
+    /// False before `Init` and with the storage that only describes.
+    bool HasPixels() const;
 
 private:
     struct Pixels {

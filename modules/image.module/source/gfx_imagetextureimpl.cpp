@@ -1,5 +1,6 @@
 #include "gfx_imagetextureimpl.h"
 
+#include "gfx_image_layerselection.h"
 #include "mediasession_imagetexture_export.h"
 
 namespace orvik {
@@ -7,36 +8,76 @@ namespace {
 
 constexpr int kMaxLevels = 256;
 
-/// The image stream that a stream belongs to: itself, or the nearest one above it. Null when there is none.
-MediaStreamRef FindImageStream(MediaStreamRef stream) {
-    for (int level = 0; stream && level < kMaxLevels; ++level) {
-        const MediaStreamFormat format = stream->GetFormat(stream->GetSelectedFormat());
-        if (format.Get(mediaformat::kType, MEDIAFORMATTYPE::UNDEFINED) == MEDIAFORMATTYPE::IMAGE)
-            return stream;
-        stream = Cast<MediaStreamInterface>(stream->GetParent());
-    }
-    return nullptr;
+MediaStreamFormat GetSelected(const MediaStreamRef& stream) { return stream->GetFormat(stream->GetSelectedFormat()); }
+
+MEDIAFORMATTYPE GetType(const MediaStreamFormat& format) {
+    return format.Get(mediaformat::kType, MEDIAFORMATTYPE::UNDEFINED);
 }
 
-/// Lets the images pass that a layer set names, by number ("#1" is the first) or by stream name. What hangs below an
-/// image comes and goes with it; anything else is not judged here.
-struct SelectImages {
+constexpr bool IsLayer(MEDIAFORMATTYPE type) {
+    return type == MEDIAFORMATTYPE::LAYERFOLDER || type == MEDIAFORMATTYPE::LAYER ||
+           type == MEDIAFORMATTYPE::LAYERADJUSTMENT;
+}
+
+/// A stream and what it hangs below, nearest first, up to the image stream that it belongs to. The formats, not the
+/// streams, are what matters.
+struct StreamChain {
+    BaseArray<MediaStreamFormat> formats;
+    bool hasImage = false;  ///< the last one is an image
+
+    static Result<StreamChain> Find(MediaStreamRef stream) {
+        StreamChain chain;
+        for (int level = 0; stream && level < kMaxLevels && !chain.hasImage; ++level) {
+            MediaStreamFormat format = GetSelected(stream);
+            chain.hasImage = GetType(format) == MEDIAFORMATTYPE::IMAGE;
+            TRY(chain.formats.Append(std::move(format)));
+            stream = Cast<MediaStreamInterface>(stream->GetParent());
+        }
+        return chain;
+    }
+};
+
+/// Decides which streams a layer set wants. Images pass that it names, by number ("#1" is the first) or by stream name,
+/// and what hangs below an image comes and goes with it. Of the layers only those get pixels whose path is selected, or
+/// that lie in a folder whose path is; the others keep their place in the tree. A mask follows its layer.
+struct SelectStreams {
     LayerSet layers;
 
     Result<SELECTIONHANDLERRESULT> operator()(const MediaStreamRef& stream, const MediaStreamFormat& format) const {
+        if (!format || !Cast<MediaStreamImageBaseInterface>(stream))
+            return SELECTIONHANDLERRESULT::ALL;
+        const StreamChain chain = TRY(StreamChain::Find(stream));
+        if (!chain.hasImage)
+            return SELECTIONHANDLERRESULT::ALL;
+        if (!IsImageSelected(chain.formats[chain.formats.GetCount() - 1]))
+            return SELECTIONHANDLERRESULT::NONE;
+        return TRY(IsContentSelected(chain)) ? SELECTIONHANDLERRESULT::ALL : SELECTIONHANDLERRESULT::STRUCTURE;
+    }
+
+private:
+    bool IsImageSelected(const MediaStreamFormat& format) const {
         const String selected = layers->GetSelectedImage();
-        if (selected.IsEmpty() || !format || !Cast<MediaStreamImageBaseInterface>(stream))
-            return SELECTIONHANDLERRESULT::ALL;
-        const bool isImage = format.Get(mediaformat::kType, MEDIAFORMATTYPE::UNDEFINED) == MEDIAFORMATTYPE::IMAGE;
-        const MediaStreamRef imageStream = isImage ? stream : FindImageStream(stream);
-        if (!imageStream)
-            return SELECTIONHANDLERRESULT::ALL;
-        const MediaStreamFormat& described =
-            isImage ? format : imageStream->GetFormat(imageStream->GetSelectedFormat());
-        const Int index = described.Get(mediaformat::kSubImageIndex, 0);
-        const bool hit =
-            selected == FormatString("#@", index + 1) || selected == described.Get(mediaformat::kStreamName, String());
-        return hit ? SELECTIONHANDLERRESULT::ALL : SELECTIONHANDLERRESULT::NONE;
+        return selected.IsEmpty() || selected == FormatString("#@", format.Get(mediaformat::kSubImageIndex, 0) + 1) ||
+               selected == format.Get(mediaformat::kStreamName, String());
+    }
+
+    Result<bool> IsContentSelected(const StreamChain& chain) const {
+        const LAYERSETMODE mode = layers->GetMode();
+        const MEDIAFORMATTYPE type = GetType(chain.formats[0]);
+        if (mode == LAYERSETMODE::ALPHAS || mode == LAYERSETMODE::LAYERMASKS || !HasSelectedLayers(layers) ||
+            (!IsLayer(type) && type != MEDIAFORMATTYPE::LAYERMASK))
+            return true;
+        // From the layer below the image downwards, so that each step has the path of the one before.
+        const String separator = TRY(String::Create("\\"));
+        String path;
+        for (Int i = chain.formats.GetCount() - 2; i >= 0 && IsLayer(GetType(chain.formats[i])); --i) {
+            if (i < chain.formats.GetCount() - 2)
+                TRY(path.Append(separator));
+            TRY(path.Append(chain.formats[i].Get(mediaformat::kStreamName, String())));
+            if (IsLayerSelected(layers, path))
+                return true;
+        }
+        return false;
     }
 };
 
@@ -70,7 +111,7 @@ Result<MediaSessionRef> ImageTextureImpl::Load(const Url& url, TimeValue targetT
     TRY(output->SetOutputTexture(self, storageClass));
     SelectionDelegate selection;
     if (layers)
-        selection = SelectImages{layers};
+        selection = SelectStreams{layers};
     return MediaSessionImport(url, targetTime, flags, output, selection);
 }
 

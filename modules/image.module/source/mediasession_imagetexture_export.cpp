@@ -38,6 +38,15 @@ Result<void> CopyEntry(const ImageBaseInterface& from, const Id& fromKey, MediaS
     return data ? to.SetData(toKey, *data) : Result<void>();
 }
 
+/// Copies one layer key, if it is there. A node holds its blend mode, a stream names it.
+Result<void> CopyLayerEntry(const ImageBaseInterface& from, const LayerKeyPair& key, MediaStreamFormat& to) {
+    if (key.image == image::kLayerBlendMode.GetId()) {
+        if (const ImagePixelBlend mode = from.Get(image::kLayerBlendMode, ImagePixelBlend()))
+            return to.Set(mediaformat::kLayerBlendMode, mode->GetId());
+    }
+    return CopyEntry(from, key.image, to, key.mediaFormat);
+}
+
 }  // namespace
 
 /// What the delegates of one stream work on: a node and its job. It does not know its stream, which would close a
@@ -130,7 +139,7 @@ Result<MediaStreamFormat> MediaStreamExportFromImageTextureImpl::DescribeNode(co
     MediaStreamFormat format;
     TRY(format.Set(mediaformat::kType, type));
     for (const LayerKeyPair& key : GetLayerKeyPairs())
-        TRY(CopyEntry(*node, key.image, format, key.mediaFormat));
+        TRY(CopyLayerEntry(*node, key, format));
     TRY(format.Set(mediaformat::kSubImageIndex, node->Get(image::kSubImageIndex, 0)));
     TRY(CopyEntry(*_texture, image::kFps.GetId(), format, mediaformat::kVideoFps.GetId()));
     TRY(CopyEntry(*_texture, image::kExportSettings.GetId(), format, mediaformat::kExportSettings.GetId()));

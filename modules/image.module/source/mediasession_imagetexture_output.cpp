@@ -54,16 +54,29 @@ Result<void> CopyEntry(const DataDictionary& from, const Id& fromKey, DataDictio
     return data ? to.SetData(toKey, *data) : Result<void>();
 }
 
-/// One pixel of the colour that a mask has outside its rectangle; empty when the stream does not say.
+/// Copies one layer key, if it is there. A stream names its blend mode, a node holds it; a name that nobody has
+/// published stays one.
+Result<void> CopyLayerEntry(const DataDictionary& from, const LayerKeyPair& key, DataDictionaryObjectInterface& to) {
+    if (key.image == image::kLayerBlendMode.GetId()) {
+        const Id id = from.Get(mediaformat::kLayerBlendMode, Id());
+        if (const auto mode = Registry::Find<ImagePixelBlendInterface>(kBlendModeRegistry, id))
+            return to.Set(image::kLayerBlendMode, mode);
+    }
+    return CopyEntry(from, key.mediaFormat, to, key.image);
+}
+
+/// One pixel of the colour that a mask has outside its rectangle; empty when the stream does not say. The byte is alpha
+/// where the pixels are, else grey, since grey that becomes alpha is opaque whatever its value.
 Result<BaseArray<std::byte>> MakeFillPixel(const DataDictionary& facts, const PixelFormat& format) {
     BaseArray<std::byte> pixel;
     if (!facts.Contains(mediaformat::kLayerMaskDefColor.GetId()))
         return pixel;
-    const Pix8u grey = static_cast<Pix8u>(std::clamp<Int>(TRY(facts.Get(mediaformat::kLayerMaskDefColor)), 0, 255));
+    const Pix8u value = static_cast<Pix8u>(std::clamp<Int>(TRY(facts.Get(mediaformat::kLayerMaskDefColor)), 0, 255));
+    const bool isAlpha = format->GetColorSpace() == colorspaces::Get(colorspaces::kAlpha);
+    const PixelFormat source = PixelFormats::Get(isAlpha ? pixelformats::kAlphaU8 : pixelformats::kGreyU8);
     TRY(pixel.Resize(format->GetBitsPerPixel().GetBytes()));
-    TRY(format->ConvertPixelFromSlow({pixel.GetFirst(), format->GetBitsPerPixel()}, 1, {&grey, BITS(8)},
-                                     PixelFormats::Get(pixelformats::kGreyU8), nullptr, nullptr,
-                                     CONVERTPIXELFLAGS::NONE));
+    TRY(format->ConvertPixelFromSlow({pixel.GetFirst(), format->GetBitsPerPixel()}, 1, {&value, BITS(8)}, source,
+                                     nullptr, nullptr, CONVERTPIXELFLAGS::NONE));
     return pixel;
 }
 
@@ -90,11 +103,13 @@ public:
     void SetNode(ImageRef node) { _node = std::move(node); }
     const ImageRef& GetNode() const { return _node; }
 
-    /// The real storage comes to be here.
+    /// The real storage comes to be here. A layer can be empty, and an empty one has no pixels to store.
     Result<void> InitStream(const MediaStreamProperties& properties) {
         _facts = properties->GetDictionary();
         TRY(_node->Set(image::kColorProfile, _facts.Get(mediaformat::kColorProfile, ColorProfile())));
-        return InitNode(*_node, _facts, _type, _storage);
+        const bool isEmpty = _type != MEDIAFORMATTYPE::IMAGE &&
+                             (_facts.Get(mediaformat::kWidth, 0) == 0 || _facts.Get(mediaformat::kHeight, 0) == 0);
+        return InitNode(*_node, _facts, _type, isEmpty ? ClassRef(storageclasses::kNoData) : _storage);
     }
     Result<SetPixelHandlerStruct> SetPixels(ChannelOffsets offsets, SETPIXELHANDLERFLAGS flags) {
         return _node->SetPixelHandler(TRY(_facts.Get(mediaformat::kPixelFormat)), offsets, ColorProfile(), flags);
@@ -251,7 +266,7 @@ Result<ImageRef> MediaOutputTextureImpl::Build(Int index) {
     TRY(node->Set(image::kAlphaName, record.alphaName));
     if (IsLayer(type)) {
         for (const LayerKeyPair& key : GetLayerKeyPairs())
-            TRY(CopyEntry(facts, key.mediaFormat, *node, key.image));
+            TRY(CopyLayerEntry(facts, key, *node));
     }
     TRY(CopyEntry(facts, mediaformat::kSubImageIndex.GetId(), *node, image::kSubImageIndex.GetId()));
     TRY(CopyEntry(facts, mediaformat::kHotspotX.GetId(), *node, image::kHotspotX.GetId()));

@@ -53,6 +53,40 @@ Result<Bool> WalkImages(const ImageBaseRef& root, const ImageVisitor& visitor) {
     return WalkFrom(root, IMAGEHIERARCHY::TEXTURE, visitor, 1);
 }
 
+Result<String> GetLayerPath(const ImageBaseRef& node, const ImageBaseRef& root) {
+    const bool isAlpha = node->GetBranch() == static_cast<Int>(IMAGEHIERARCHY::ALPHA);
+    BaseArray<String> names;  // from the node upwards
+    String name = isAlpha ? node->Get(image::kAlphaName, String()) : node->Get(image::kName, String());
+    if (isAlpha && name.IsEmpty())
+        name = TRY(String::Create("Alpha"));
+    TRY(names.Append(std::move(name)));
+    for (auto above = Cast<ImageLayerInterface>(node->GetParent()); above && ImageBaseRef(above) != root;
+         above = Cast<ImageLayerInterface>(above->GetParent()))
+        TRY(names.Append(above->Get(image::kName, String())));
+    const String separator = TRY(String::Create("\\"));
+    String path;
+    if (isAlpha && names.GetCount() == 1)
+        path = separator;
+    for (Int i = names.GetCount() - 1; i >= 0; --i) {
+        TRY(path.Append(names[i]));
+        if (i > 0)
+            TRY(path.Append(separator));
+    }
+    return path;
+}
+
+ImagePixelBlend GetLayerBlendMode(const ImageBaseRef& layer) {
+    if (const Result<Data> data = layer->GetData(image::kLayerBlendMode.GetId())) {
+        if (const ImagePixelBlend* mode = data->GetIf<ImagePixelBlend>(); mode && *mode)
+            return *mode;
+        if (const Id* id = data->GetIf<Id>()) {
+            if (auto mode = Registry::Find<ImagePixelBlendInterface>(kBlendModeRegistry, *id))
+                return mode;
+        }
+    }
+    return blendmodes::Get(blendmodes::kOver);
+}
+
 Result<ImageTextureRef> ImageTextureInterface::LoadTexture(const Url& url, TimeValue targetTime,
                                                            MEDIASESSIONFLAGS flags, const ClassRef& storage,
                                                            const LayerSet& layers) {

@@ -2,6 +2,7 @@
 /// @file
 /// Image objects: a tree of texture, images, alphas, layers and masks over exchangeable pixel storages.
 
+#include "orvik/gfx_image_pixelblend.h"
 #include "orvik/gfx_image_storage.h"
 #include "orvik/hierarchyobject.h"
 #include "orvik/imageregionobservable.h"
@@ -48,7 +49,8 @@ inline constexpr Key<Bool> kLayerTransparencyProtected{"net.orvik.image.layer.tr
 inline constexpr Key<Bool> kLayerIsOpen{"net.orvik.image.layer.isopen"};
 inline constexpr Key<Float> kLayerOpacity{"net.orvik.image.layer.opacity"};
 inline constexpr Key<Float> kLayerFillOpacity{"net.orvik.image.layer.fillopacity"};
-inline constexpr Key<Id> kLayerBlendMode{"net.orvik.image.layer.blendmode"};
+/// The mode itself; where nobody has published it, its id. See `GetLayerBlendMode`.
+inline constexpr Key<ImagePixelBlend> kLayerBlendMode{"net.orvik.image.layer.blendmode"};
 inline constexpr Key<Int> kLayerMaskDefColor{"net.orvik.image.layer.maskdefcolor"};
 inline constexpr Key<Int> kLayerGroup{"net.orvik.image.layer.layergroup"};
 inline constexpr Key<Int> kLayerBoundingBoxX{"net.orvik.image.layer.boundingbox_x"};
@@ -178,5 +180,13 @@ inline constexpr Id kTexture{"net.orvik.image.imagetextureclass.texture"};
 /// root); false stops the walk, an error ends it. A tree deeper than 256 levels is refused as an illegal state.
 using ImageVisitor = Delegate<Result<Bool>(const ImageBaseRef& node, IMAGEHIERARCHY branch)>;
 ORVIK_API Result<Bool> WalkImages(const ImageBaseRef& root, const ImageVisitor& visitor);
+
+/// The path by which a layer set selects a layer or an alpha: the names of the layers above it up to an image or to
+/// `root`, and its own, joined by one backslash. An alpha goes by its alpha name, or "Alpha" without one, and always
+/// has a backslash in front; below an image that is the path's first character, and a selection may leave it out. The
+/// only failure is out of memory.
+ORVIK_API Result<String> GetLayerPath(const ImageBaseRef& node, const ImageBaseRef& root = nullptr);
+/// How a layer is blended: the mode or the id of a published mode that it holds, else the normal mode.
+ORVIK_API ImagePixelBlend GetLayerBlendMode(const ImageBaseRef& layer);
 
 }  // namespace orvik
