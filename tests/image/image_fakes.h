@@ -9,6 +9,7 @@
 
 #include "mediasession_urloutput.h"
 #include "registration.h"
+#include "support/layer_set.h"
 
 #include "orvik/fileformat.h"
 #include "orvik/gfx_image.h"
@@ -110,15 +111,7 @@ public:
 inline ColorProfile MakeProfile() { return ColorProfile(NewObj<FakeProfile>().TakeValue()); }
 
 /// A layer set that only names an image.
-class FakeLayerSet : public LayerSetInterface {
-public:
-    explicit FakeLayerSet(const char* image) : _image(image) {}
-    String GetSelectedImage() const override { return _image; }
-
-private:
-    String _image;
-};
-inline LayerSet SelectImage(const char* image) { return LayerSet(NewObj<FakeLayerSet>(image).TakeValue()); }
+inline LayerSet SelectImage(const char* image) { return MakeLayerSet({}, LAYERSETMODE::LAYERS, image); }
 
 /// What happened, in order; fakes write it, tests read it.
 inline std::vector<std::string> g_log;

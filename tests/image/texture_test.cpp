@@ -142,6 +142,91 @@ TEST_F(TextureTest, LayerSetSelectsImages) {
     }
 }
 
+/// A set of paths loads the pixels of what it names; all else below the image keeps its place without them.
+TEST_F(TextureTest, LayerSetSelectsLayers) {
+    const auto named = [](const char* name) {
+        return [name](MediaStreamFormat& format) { EXPECT_TRUE(format.Set(mediaformat::kStreamName, name)); };
+    };
+    g_file = {{.type = T::IMAGE, .describe = named("i")},                          // 0
+              {.type = T::ALPHA, .parent = 0},                                     // 1
+              {.type = T::LAYER, .parent = 0, .describe = named("top")},           // 2
+              {.type = T::LAYERMASK, .parent = 2, .describe = named("m")},         // 3
+              {.type = T::LAYERFOLDER, .parent = 0, .describe = named("folder")},  // 4
+              {.type = T::LAYER, .parent = 4, .describe = named("a")},             // 5
+              {.type = T::LAYERFOLDER, .parent = 4, .describe = named("")},        // 6
+              {.type = T::LAYER, .parent = 6, .describe = named("a")},             // 7
+              {.type = T::LAYERADJUSTMENT, .parent = 0, .describe = named("adjust")},
+              {.type = T::IMAGE, .describe = named("other")},  // 9
+              {.type = T::LAYER, .parent = 9, .describe = named("top")}};
+    using M = LAYERSETMODE;
+    const std::vector<int> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    const struct {
+        const char* image;
+        M mode;
+        std::initializer_list<const char*> paths;
+        std::vector<int> delivered;
+        size_t nodes;
+    } cases[] = {
+        {"", M::LAYERS, {}, all, 11},
+        {"", M::LAYERS, {"top"}, {0, 1, 2, 3, 9, 10}, 11},
+        {"i", M::LAYERS, {"top"}, {0, 1, 2, 3}, 9},
+        {"i", M::LAYERALPHA, {"adjust", "nothing"}, {0, 1, 8}, 9},
+        {"i", M::LAYERS, {"folder"}, {0, 1, 4, 5, 6, 7}, 9},
+        {"i", M::LAYERS, {"folder\\a"}, {0, 1, 5}, 9},
+        {"i", M::LAYERS, {"folder\\"}, {0, 1, 6, 7}, 9},
+        {"i", M::LAYERS, {"folder\\\\a"}, {0, 1, 7}, 9},
+        {"i", M::LAYERS, {"i", "i\\top", "Top", "m", "top\\m"}, {0, 1}, 9},
+        {"i", M::ALPHAS, {"Alpha"}, {0, 1, 2, 3, 4, 5, 6, 7, 8}, 9},
+        {"i", M::LAYERMASKS, {"top"}, {0, 1, 2, 3, 4, 5, 6, 7, 8}, 9},
+        {"other", M::LAYERS, {"folder"}, {9}, 2},
+        {"none", M::LAYERS, {"top"}, {}, 0},
+    };
+    for (const auto& test : cases) {
+        std::string text = test.image;
+        for (const char* path : test.paths)
+            text += std::string(", ") + path;
+        SCOPED_TRACE(text);
+        const ImageTextureRef texture = MakeTexture();
+        g_log.clear();
+        const auto session = Load(texture, fake, MakeLayerSet(test.paths, test.mode, test.image));
+        ASSERT_TRUE(session) << MessageOf(session);
+        std::erase(g_log, "analyze");
+        std::vector<std::string> expected;
+        for (const int stream : test.delivered)
+            expected.push_back("deliver " + std::to_string(stream));
+        EXPECT_EQ(g_log, expected);
+        size_t nodes = 0;
+        ASSERT_TRUE(WalkImages(texture, [&](const ImageBaseRef&, IMAGEHIERARCHY branch) -> Result<Bool> {
+            nodes += branch == IMAGEHIERARCHY::TEXTURE ? 0 : 1;
+            return true;
+        }));
+        EXPECT_EQ(nodes, test.nodes);
+    }
+}
+
+/// A stream names its blend mode, a node holds it. A name that nobody has published comes back as it was.
+TEST_F(TextureTest, BlendModesTravel) {
+    const Result<void> registered = RegisterPixelBlends(_publisher);
+    ASSERT_TRUE(registered) << MessageOf(registered);
+    for (const Id& mode : {blendmodes::kMultiply, Id("net.orvik.test.nomode")}) {
+        g_file = {{.type = T::IMAGE}, {.type = T::LAYER, .parent = 0, .describe = [mode](MediaStreamFormat& format) {
+                                           EXPECT_TRUE(format.Set(mediaformat::kLayerBlendMode, mode));
+                                       }}};
+        const ImageTextureRef texture = MakeTexture();
+        ASSERT_TRUE(Load(texture, fake));
+        const auto image = Cast<ImageBaseInterface>(texture->GetFirst());
+        const auto layer = Cast<ImageBaseInterface>(image->GetFirst());
+        const bool isKnown = mode == blendmodes::kMultiply;
+        EXPECT_EQ(layer->Get(image::kLayerBlendMode, ImagePixelBlend()),
+                  isKnown ? blendmodes::Get(mode) : ImagePixelBlend());
+        EXPECT_EQ(GetLayerBlendMode(layer), blendmodes::Get(isKnown ? mode : blendmodes::kOver));
+        const auto output = NewObj<FakeExport>().TakeValue();
+        MediaSessionRef session;
+        ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, &session));
+        EXPECT_EQ(output->streams[1]->GetFormat(Data(Int(0))).Get(mediaformat::kLayerBlendMode, Id()), mode);
+    }
+}
+
 /// Loads, saves, and compares rows, types and keys of the streams that the exporter sees.
 TEST_F(TextureTest, SavesWhatItLoaded) {
     DataDictionary settings;

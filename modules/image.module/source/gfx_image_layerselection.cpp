@@ -100,11 +100,10 @@ private:
 
 }  // namespace
 
-bool HasSelectedLayers(const LayerSet& layers) { return !layers->GetSelectedLayers().empty(); }
+bool HasSelectedLayers(const LayerSet& layers) { return !layers->GetSelectedLayers().IsEmpty(); }
 
 bool IsLayerSelected(const LayerSet& layers, const String& path) {
-    const Block<const String> selected = layers->GetSelectedLayers();
-    return std::find(selected.begin(), selected.end(), path) != selected.end();
+    return layers->GetSelectedLayers().Contains(path);
 }
 
 bool HasOwnPixels(const ImageBaseRef& node) {

@@ -1,0 +1,508 @@
+#include <cmath>
+
+#include "pixel/blend_tools.h"
+#include "support/layer_tree.h"
+#include "support/module_fixture.h"
+
+#include "orvik/memory.h"
+
+namespace orvik {
+namespace {
+
+using Colour = std::array<double, 4>;
+using Bytes = std::array<uint8_t, 4>;
+constexpr Id kMultiply = blendmodes::kMultiply;
+
+class CompositorTest : public ModuleFixture {
+protected:
+    void SetUp() override {
+        ModuleFixture::SetUp();
+        texture = LayerTree::MakeTexture();
+    }
+    ImageRef AddImage(Int width, Int height) {
+        return LayerTree::AddImage(texture, {.width = width, .height = height}, LayerTree::Plain(0, 0, 0.2));
+    }
+    ImageTextureRef texture;
+};
+
+// --- The plain evaluation --------------------------------------------------------------------------------------------
+
+/// What is seen of a layered image, worked out pixel by pixel from the nodes' own pixels and keys.
+class PlainView {
+public:
+    explicit PlainView(const ImageBaseRef& image) : _image(image) {}
+
+    Colour At(Int x, Int y) {
+        std::vector<ImageBaseRef> layers;
+        Gather(_image, layers);
+        Colour seen{};
+        bool isBottom = true;
+        for (auto layer = layers.rbegin(); layer != layers.rend(); ++layer) {
+            const double opacity = (*layer)->Get(image::kLayerOpacity, 1.0);
+            const Colour front = Masked(*layer, x, y);
+            if (isBottom && opacity == 1)
+                seen = front;
+            else
+                seen = Over(seen, front, opacity, ModeOf(*layer));
+            isBottom = false;
+        }
+        return seen;
+    }
+
+private:
+    static void Gather(const ImageBaseRef& parent, std::vector<ImageBaseRef>& layers) {
+        for (const HierarchyObjectRef& child : parent->GetChildren(static_cast<Int>(IMAGEHIERARCHY::LAYER))) {
+            const auto layer = Cast<ImageBaseInterface>(child);
+            if (!layer->Get(image::kLayerEnabled, true))
+                continue;
+            if (layer->Get(image::kType, ITYPE::UNDEFINED) == ITYPE::FOLDER)
+                Gather(layer, layers);
+            else if (layer->GetWidth() > 0 && layer->GetHeight() > 0)
+                layers.push_back(layer);
+        }
+    }
+    static std::string ModeOf(const ImageBaseRef& layer) {
+        const auto mode = layer->Get(image::kLayerBlendMode, ImagePixelBlend());
+        if (!mode)
+            return "over";
+        const std::string id(mode->GetId().GetText());
+        return id.substr(id.rfind('.') + 1);
+    }
+    static Colour Over(const Colour& back, const Colour& front, double opacity, const std::string& mode) {
+        const RealPixel blended = BlendReal(mode, back.data(), front.data(), opacity);
+        return {double(blended.c[0]), double(blended.c[1]), double(blended.c[2]), double(blended.c[3])};
+    }
+    Colour Masked(const ImageBaseRef& layer, Int x, Int y) {
+        Colour pixel = PixelOf(layer, x, y, {});
+        for (const HierarchyObjectRef& child : layer->GetChildren(static_cast<Int>(IMAGEHIERARCHY::MASK))) {
+            const auto mask = Cast<ImageBaseInterface>(child);
+            if (!mask->Get(image::kLayerEnabled, true))
+                continue;
+            const double outside = double(mask->Get(image::kLayerMaskDefColor, 0)) / 255;
+            const bool isGrey = !mask->GetPixelFormat()->HasAlpha();
+            const Colour value = PixelOf(mask, x, y, {outside, outside, outside, outside});
+            pixel[3] *= isGrey ? value[0] : value[3];
+        }
+        return pixel;
+    }
+    /// A pixel of a node by coordinates of the image.
+    const Colour& PixelOf(const ImageBaseRef& node, Int x, Int y, const Colour& outside) {
+        const Int left = x - node->Get(image::kLayerBoundingBoxX, 0), top = y - node->Get(image::kLayerBoundingBoxY, 0);
+        if (left < 0 || top < 0 || left >= node->GetWidth() || top >= node->GetHeight())
+            return _outside = outside;
+        auto& pixels = _pixels[node.GetPointer()];
+        if (pixels.empty())
+            pixels = ReadPixels<double>(node, pixelformats::kRgbaF64, LayerSet());
+        return pixels[static_cast<size_t>(top * node->GetWidth() + left)];
+    }
+
+    ImageBaseRef _image;
+    std::map<const ImageBaseInterface*, std::vector<Colour>> _pixels;
+    Colour _outside{};
+};
+
+// --- Random trees ----------------------------------------------------------------------------------------------------
+
+/// One tree for each seed: up to six layers, of which some lie in folders, with masks of all kinds.
+class RandomTree {
+public:
+    RandomTree(const ImageRef& image, unsigned seed, const std::vector<std::string>& modes)
+        : _random(seed), _modes(modes), _width(image->GetWidth()), _height(image->GetHeight()) {
+        std::vector<ImageBaseRef> parents{image};
+        for (unsigned left = 1 + Draw(6); left > 0; --left) {
+            const ImageBaseRef parent = parents[Draw(static_cast<unsigned>(parents.size()))];
+            if (Draw(5) == 0)
+                parents.push_back(LayerTree::AddFolder(parent, {.name = "folder", .enabled = Draw(6) != 0}));
+            AddLayer(parents[Draw(static_cast<unsigned>(parents.size()))]);
+        }
+    }
+
+private:
+    unsigned Draw(unsigned limit) { return static_cast<unsigned>(_random() % limit); }
+
+    void AddLayer(const ImageBaseRef& parent) {
+        static constexpr Id kFormats[] = {pixelformats::kRgbaU8, pixelformats::kRgbU8,   pixelformats::kRgbaU16,
+                                          pixelformats::kBgraU8, pixelformats::kRgbaF32, pixelformats::kGreyaU8};
+        NodeSpec spec = DrawBox();
+        spec.format = kFormats[Draw(std::size(kFormats))];
+        if (Draw(3) != 0)
+            spec.opacity = Draw(4) == 0 ? Draw(2) : double(Draw(100)) / 100;
+        if (Draw(4) != 0)
+            spec.mode = BlendOf(_modes[Draw(static_cast<unsigned>(_modes.size()))])->GetId();
+        if (Draw(8) == 0)
+            spec.enabled = false;
+        const ImageRef layer = LayerTree::AddLayer(parent, spec, LayerTree::Noise(Draw(1000000)));
+        for (unsigned masks = Draw(3); masks > 0; --masks) {
+            NodeSpec mask = DrawBox();
+            mask.format = Draw(3) == 0   ? pixelformats::kGreyU8
+                          : Draw(2) == 0 ? pixelformats::kAlphaU16
+                                         : pixelformats::kAlphaU8;
+            if (Draw(3) != 0)
+                mask.maskColor = Draw(2) ? 255 : static_cast<Int>(Draw(256));
+            if (Draw(5) == 0)
+                mask.enabled = false;
+            LayerTree::AddMask(layer, mask, LayerTree::Noise(Draw(1000000)));
+        }
+    }
+    /// Half of the nodes lie exactly under the image, the others anywhere, also beside it.
+    NodeSpec DrawBox() {
+        if (Draw(2) == 0)
+            return {.width = _width, .height = _height};
+        const auto side = static_cast<unsigned>(2 * _width);
+        return {.x = static_cast<Int>(Draw(side)) - _width / 2,
+                .y = static_cast<Int>(Draw(7)) - 3,
+                .width = 1 + static_cast<Int>(Draw(side)),
+                .height = 1 + static_cast<Int>(Draw(7))};
+    }
+
+    std::mt19937 _random;
+    const std::vector<std::string>& _modes;
+    Int _width, _height;
+};
+
+/// Values far from 0 ... 1 come from modes that do not clamp; errors grow with them.
+bool IsNear(double value, double expected, double tolerance) {
+    return (std::isnan(value) && std::isnan(expected)) ||
+           std::fabs(value - expected) <= tolerance * std::max(1.0, std::fabs(expected));
+}
+
+TEST_F(CompositorTest, AgreesWithThePlainEvaluation) {
+    const std::vector<std::string> allModes = FrameModes();
+    // Where a tiny difference of a float can tip the scales, only doubles are held against the evaluation.
+    const std::vector<std::string> smooth = {"over",    "darken",    "lighten", "multiply",  "screen",    "difference",
+                                             "average", "exclusion", "overlay", "hardlight", "softlight", "linearburn"};
+    const LayerSet all = MakeLayerSet({});
+    for (unsigned seed = 0; seed < 150; ++seed) {
+        SCOPED_TRACE(seed);
+        texture = LayerTree::MakeTexture();
+        const bool isSmooth = seed % 2 == 0;
+        const ImageRef image = AddImage(seed % 3 == 0 ? 7 : 130, 3);
+        const RandomTree tree(image, seed, isSmooth ? smooth : allModes);
+        PlainView view(image);
+        bool hasLayer = false;
+        for (const HierarchyObjectRef& child : image->GetChildren(static_cast<Int>(IMAGEHIERARCHY::LAYER)))
+            hasLayer |= Cast<ImageBaseInterface>(child)->Get(image::kLayerEnabled, true);
+        if (!hasLayer)
+            continue;  // the image shows its own pixels then
+        const auto doubles = ReadPixels<double>(texture, pixelformats::kRgbaF64, all);
+        const auto floats = ReadPixels<float>(texture, pixelformats::kRgbaF32, all);
+        const auto bytes = ReadPixels<uint8_t>(texture, pixelformats::kRgbaU8, all);
+        const Int width = image->GetWidth();
+        for (Int i = 0; i < width * 3; ++i) {
+            const Colour expected = view.At(i % width, i / width);
+            const auto at = static_cast<size_t>(i);
+            for (size_t c = 0; c < 4; ++c) {
+                ASSERT_TRUE(IsNear(doubles[at][c], expected[c], 1e-6))
+                    << i << ": " << doubles[at][c] << " for " << expected[c];
+                if (!isSmooth)
+                    continue;
+                ASSERT_TRUE(IsNear(floats[at][c], expected[c], 1e-4))
+                    << i << ": " << floats[at][c] << " for " << expected[c];
+                ASSERT_NEAR(bytes[at][c], std::clamp(expected[c], 0.0, 1.0) * 255, 0.6) << i;
+            }
+        }
+    }
+}
+
+// --- Rules -----------------------------------------------------------------------------------------------------------
+
+/// The first child is the topmost.
+TEST_F(CompositorTest, FirstChildIsOnTop) {
+    const ImageRef image = AddImage(70, 1);
+    LayerTree::AddLayer(image, {.width = 70, .height = 1}, LayerTree::Plain(1, 0, 0));
+    LayerTree::AddLayer(image, {.width = 70, .height = 1}, LayerTree::Plain(0, 1, 0));
+    const Bytes red{255, 0, 0, 255};
+    EXPECT_EQ(ReadPixels<uint8_t>(texture, pixelformats::kRgbaU8, MakeLayerSet({})), std::vector<Bytes>(70, red));
+    // By path too, in whatever order the paths are given.
+    ASSERT_TRUE(Cast<ImageBaseInterface>(image->GetChildren(3)[0])->Set(image::kName, "upper"));
+    ASSERT_TRUE(Cast<ImageBaseInterface>(image->GetChildren(3)[1])->Set(image::kName, "lower"));
+    for (const LayerSet& set : {MakeLayerSet({"upper", "lower"}), MakeLayerSet({"lower", "upper"})})
+        EXPECT_EQ(ReadPixels<uint8_t>(texture, pixelformats::kRgbaU8, set), std::vector<Bytes>(70, red));
+}
+
+/// A bottom layer of opacity 1 replaces, whatever its mode; any other is blended over nothing.
+TEST_F(CompositorTest, BottomIsReadStraightAtFullOpacityOnly) {
+    const struct {
+        std::optional<double> opacity;
+        Id mode;
+        Colour expected;
+    } cases[] = {
+        {{}, kMultiply, {0.5, 0.25, 1, 0.5}},
+        {1.0, blendmodes::kSubtract, {0.5, 0.25, 1, 0.5}},
+        {0.5, kMultiply, {0.5, 0.25, 1, 0.25}},
+        {0.5, {}, {0.5, 0.25, 1, 0.25}},
+        {0.0, {}, {0, 0, 0, 0}},
+        {7.0, kMultiply, {0.5, 0.25, 1, 0.5}},
+        {-1.0, {}, {0, 0, 0, 0}},
+        {std::nan(""), {}, {0.5, 0.25, 1, 0.5}},
+        {0x1.fffffep-1, {}, {0.5, 0.25, 1, 0x1.fffffep-2}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(testing::Message() << test.opacity.value_or(-9) << " " << test.mode.GetText());
+        texture = LayerTree::MakeTexture();
+        const ImageRef image = AddImage(3, 1);
+        const ImageRef layer = LayerTree::AddLayer(
+            image,
+            {.width = 3, .height = 1, .format = pixelformats::kRgbaF64, .opacity = test.opacity, .mode = test.mode},
+            LayerTree::Plain(0.5, 0.25, 1, 0.5));
+        LayerTree::AddMask(layer, {.width = 3, .height = 1, .format = pixelformats::kAlphaU8},
+                           LayerTree::Plain(0, 0, 0));
+        for (const Colour& pixel : ReadPixels<double>(texture, pixelformats::kRgbaF64, MakeLayerSet({})))
+            for (size_t c = 0; c < 4; ++c)
+                EXPECT_NEAR(pixel[c], test.expected[c], 1e-12);
+    }
+}
+
+/// Masks: enabled or not, inside and outside, of alpha and of grey.
+TEST_F(CompositorTest, MasksMultiplyAlpha) {
+    const struct {
+        const char* what;
+        NodeSpec mask;
+        GETPIXELHANDLERFLAGS flags;
+        std::array<int, 4> alphas;  ///< of the four pixels
+    } cases[] = {
+        {"whole", {.width = 4, .height = 1}, {}, {64, 64, 64, 64}},
+        {"left out by the caller",
+         {.width = 4, .height = 1},
+         GETPIXELHANDLERFLAGS::DONTAPPLYMASK,
+         {255, 255, 255, 255}},
+        {"disabled", {.width = 4, .height = 1, .enabled = false}, {}, {255, 255, 255, 255}},
+        {"shows around", {.x = 1, .width = 2, .height = 1, .maskColor = 255}, {}, {255, 64, 64, 255}},
+        {"hides around", {.x = 1, .width = 2, .height = 1, .maskColor = 0}, {}, {0, 64, 64, 0}},
+        {"half around", {.x = -1, .width = 2, .height = 1, .maskColor = 128}, {}, {64, 128, 128, 128}},
+        {"no colour hides", {.x = 3, .width = 1, .height = 1}, {}, {0, 0, 0, 64}},
+        {"colours are bytes", {.x = 3, .width = 1, .height = 1, .maskColor = 700}, {}, {255, 255, 255, 64}},
+        {"below the line", {.y = 1, .width = 4, .height = 1, .maskColor = 20}, {}, {20, 20, 20, 20}},
+        {"no area, colour", {.maskColor = 100}, {}, {100, 100, 100, 100}},
+        {"no area, no colour", {}, {}, {255, 255, 255, 255}},
+        {"no pixels", {.width = 4, .height = 1, .hasPixels = false}, {}, {255, 255, 255, 255}},
+    };
+    for (const Id& format : {pixelformats::kAlphaU8, pixelformats::kGreyU8}) {
+        for (auto test : cases) {
+            SCOPED_TRACE(testing::Message() << test.what << ", " << format.GetText());
+            texture = LayerTree::MakeTexture();
+            const ImageRef image = AddImage(4, 1);
+            const ImageRef layer = LayerTree::AddLayer(image, {.width = 4, .height = 1}, LayerTree::Plain(1, 0, 1));
+            test.mask.format = format;
+            const double value = 64.0 / 255;
+            LayerTree::AddMask(layer, test.mask, LayerTree::Plain(value, value, value, value));
+            const auto pixels = ReadPixels<uint8_t>(texture, pixelformats::kRgbaU8, MakeLayerSet({}), test.flags);
+            for (size_t i = 0; i < 4; ++i)
+                EXPECT_EQ(pixels[i], (Bytes{255, 0, 255, static_cast<uint8_t>(test.alphas[i])})) << i;
+        }
+    }
+}
+
+/// A layer that stands for an image composites what hangs below it, through its own mask, where it lies itself.
+TEST_F(CompositorTest, LayerReadsItsOwnLayers) {
+    const ImageRef image = AddImage(10, 1);
+    const ImageRef group = LayerTree::AddLayer(image, {.name = "group", .x = 4, .width = 3, .height = 1});
+    LayerTree::AddLayer(group, {.x = 5, .width = 9, .height = 1}, LayerTree::Plain(1, 0, 0));
+    LayerTree::AddMask(group, {.x = 6, .width = 4, .height = 1, .format = pixelformats::kAlphaU8, .maskColor = 255},
+                       LayerTree::Plain(0, 0, 0, 0.2));
+    EXPECT_EQ(ReadPixels<uint8_t>(group, pixelformats::kRgbaU8, MakeLayerSet({})),
+              (std::vector<Bytes>{{0, 0, 0, 0}, {255, 0, 0, 255}, {255, 0, 0, 51}}));
+}
+
+/// Runs of 64 meet without a seam, wherever a line begins and ends.
+TEST_F(CompositorTest, SpansAreIndependentOfRuns) {
+    constexpr Int kWidth = 200;
+    const ImageRef image = AddImage(kWidth, 2);
+    LayerTree::AddLayer(image, {.x = 3, .width = 120, .height = 2, .mode = kMultiply}, LayerTree::Noise(1));
+    LayerTree::AddLayer(image, {.width = kWidth, .height = 2, .opacity = 0.7}, LayerTree::Noise(2));
+    const auto whole = ReadPixels<uint8_t>(image, pixelformats::kRgbaU8, MakeLayerSet({}));
+    const PixelFormat rgba = PixelFormats::Get(pixelformats::kRgbaU8);
+    auto reader = image->GetPixelHandler(rgba, {}, {}, GETPIXELHANDLERFLAGS::NONE, MakeLayerSet({}));
+    ASSERT_TRUE(reader);
+    for (const Int begin : {0, 1, 2, 63, 64, 65, 130}) {
+        for (const Int count : {0, 1, 63, 64, 65, 70}) {
+            std::vector<Bytes> line(static_cast<size_t>(count) + 1, Bytes{9, 9, 9, 9});
+            ASSERT_TRUE(reader->read({begin, 1, count}, {line.data(), BITS(32)}, GETPIXELFLAGS::NONE));
+            EXPECT_TRUE(std::equal(line.begin(), line.end() - 1, whole.begin() + kWidth + begin));
+            EXPECT_EQ(line.back(), (Bytes{9, 9, 9, 9}));
+            // Backwards, as for a mirrored picture.
+            std::vector<Bytes> mirror(static_cast<size_t>(count) + 1, Bytes{9, 9, 9, 9});
+            ASSERT_TRUE(
+                reader->read({begin, 1, count}, {&mirror[static_cast<size_t>(count)], BITS(-32)}, GETPIXELFLAGS::NONE));
+            EXPECT_TRUE(std::equal(mirror.rbegin(), mirror.rend() - 1, line.begin()));
+        }
+    }
+    Bytes none[300];
+    for (const PixelSpan& span :
+         {PixelSpan{-1, 0, 1}, PixelSpan{0, -1, 1}, PixelSpan{0, 2, 1}, PixelSpan{1, 0, kWidth}, PixelSpan{0, 0, -1},
+          PixelSpan{kWidth, 0, 1}, PixelSpan{std::numeric_limits<Int>::max(), 0, 1}}) {
+        const Result<void> read = reader->read(span, {none, BITS(32)}, GETPIXELFLAGS::NONE);
+        ASSERT_FALSE(read);
+        EXPECT_EQ(read.GetError()->GetErrorId(), errorid::kIllegalArgument);
+    }
+}
+
+/// Formats of less than a byte, of one channel and of shared chroma get the picture too.
+TEST_F(CompositorTest, CallersTakeAnyFormat) {
+    const ImageRef image = AddImage(130, 1);
+    LayerTree::AddLayer(image, {.x = 1, .width = 128, .height = 1, .opacity = 0.5}, LayerTree::Plain(1, 1, 1));
+    LayerTree::AddLayer(image, {.width = 130, .height = 1}, LayerTree::Plain(0, 0, 0));
+    const auto grey = ReadPixels<uint8_t, 1>(image, pixelformats::kGreyU8, MakeLayerSet({}));
+    const auto alpha = ReadPixels<uint8_t, 1>(image, pixelformats::kAlphaU8, MakeLayerSet({}));
+    for (size_t i = 0; i < 130; ++i) {
+        EXPECT_EQ(grey[i][0], i == 0 || i == 129 ? 0 : 128) << i;
+        EXPECT_EQ(alpha[i][0], 255);
+    }
+}
+
+/// Coordinates at the ends of their range lie beside every picture.
+TEST_F(CompositorTest, FarAwayLayersAreJustNotSeen) {
+    constexpr Int kMost = std::numeric_limits<Int>::max(), kLeast = std::numeric_limits<Int>::min();
+    const ImageRef image = AddImage(5, 1);
+    for (const Int x : {kMost, kLeast, Int(5), Int(-5), kMost - 4}) {
+        for (const Int y : {kMost, kLeast, Int(1), Int(-1)}) {
+            const ImageRef layer =
+                LayerTree::AddLayer(image, {.x = x, .y = y, .width = 5, .height = 1}, LayerTree::Plain(1, 1, 1));
+            LayerTree::AddMask(layer, {.x = x, .width = 2, .height = 2, .format = pixelformats::kAlphaU8});
+        }
+    }
+    LayerTree::AddLayer(image, {.width = 5, .height = 1}, LayerTree::Plain(0, 1, 0));
+    EXPECT_EQ(ReadPixels<uint8_t>(image, pixelformats::kRgbaU8, MakeLayerSet({})),
+              std::vector<Bytes>(5, Bytes{0, 255, 0, 255}));
+}
+
+/// A mode that is stored by its id counts; what cannot be understood is the normal mode.
+TEST_F(CompositorTest, BlendModeByObjectOrId) {
+    const ImageRef image = AddImage(1, 1);
+    const ImageRef upper = LayerTree::AddLayer(image, {.width = 1, .height = 1}, LayerTree::Plain(1, 0, 1));
+    LayerTree::AddLayer(image, {.width = 1, .height = 1}, LayerTree::Plain(0, 1, 1));
+    const Id key = image::kLayerBlendMode.GetId();
+    const Bytes normal{255, 0, 255, 255}, multiplied{0, 0, 255, 255};
+    const std::pair<Data, Bytes> cases[] = {
+        {Data(blendmodes::Get(kMultiply)), multiplied},
+        {Data(kMultiply), multiplied},
+        {Data(Id("net.orvik.test.nomode")), normal},
+        {Data(String("multiply")), normal},
+        {Data(ImagePixelBlend()), normal},
+    };
+    for (const auto& [data, expected] : cases) {
+        ASSERT_TRUE(upper->SetData(key, data));
+        EXPECT_EQ(ReadPixels<uint8_t>(image, pixelformats::kRgbaU8, MakeLayerSet({}))[0], expected)
+            << data.ToString().GetCString();
+    }
+}
+
+// --- Failures --------------------------------------------------------------------------------------------------------
+
+TEST_F(CompositorTest, LinesAllocateNothing) {
+    const ImageRef image = AddImage(300, 1);
+    for (const int x : {0, 20}) {
+        const ImageRef layer = LayerTree::AddLayer(
+            image, {.x = x, .width = 300, .height = 1, .opacity = 0.5, .mode = kMultiply}, LayerTree::Noise(1));
+        LayerTree::AddMask(layer, {.width = 100, .height = 1, .format = pixelformats::kAlphaU8}, LayerTree::Noise(2));
+    }
+    auto reader = image->GetPixelHandler(PixelFormats::Get(pixelformats::kRgbaU8), {}, {}, GETPIXELHANDLERFLAGS::NONE,
+                                         MakeLayerSet({}));
+    ASSERT_TRUE(reader);
+    std::vector<Bytes> line(300);
+    SetAllocationFault(0);
+    EXPECT_TRUE(reader->read({0, 0, 300}, {line.data(), BITS(32)}, GETPIXELFLAGS::NONE));
+    EXPECT_EQ(GetAllocationCount(), 0);
+}
+
+/// Whatever allocation fails while a tree is built and its handler is made, an error comes back and nothing stays.
+TEST_F(CompositorTest, SurvivesEveryFailedAllocation) {
+    const PixelFormat rgba = PixelFormats::Get(pixelformats::kRgbaU8);
+    const LayerSet set = MakeLayerSet({"folder\\layer", "other", "folder"});
+    const auto run = [&](std::vector<Bytes>& line) -> Result<void> {
+        const auto make = [&](const Id& nodeClass, const ImageBaseRef& parent, IMAGEHIERARCHY branch, Int size,
+                              const PixelFormat& format, const char* name) -> Result<ImageRef> {
+            ImageRef node = TRY(ClassRef(nodeClass).Create<ImageInterface>());
+            TRY(node->Init(size, 1, ClassRef(), format, {}));
+            const String text = TRY(String::Create(name));
+            TRY(node->Set(image::kName, text));
+            TRY(node->Set(image::kType, ITYPE::LAYER));
+            TRY(parent->AddChildren(branch, node, nullptr));
+            return node;
+        };
+        const ImageTextureRef root = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+        const ImageRef image = TRY(make(imageclasses::kImage, root, IMAGEHIERARCHY::IMAGE, 70, rgba, "image"));
+        const ImageRef folder = TRY(make(imageclasses::kRasterLayer, image, IMAGEHIERARCHY::LAYER, 0, rgba, "folder"));
+        const ImageRef layer = TRY(make(imageclasses::kRasterLayer, folder, IMAGEHIERARCHY::LAYER, 70, rgba, "layer"));
+        const ImageRef other = TRY(make(imageclasses::kRasterLayer, image, IMAGEHIERARCHY::LAYER, 30, rgba, "other"));
+        TRY(make(imageclasses::kRasterLayer, layer, IMAGEHIERARCHY::MASK, 70, PixelFormats::Get(pixelformats::kAlphaU8),
+                 "mask"));
+        TRY(other->Set(image::kLayerOpacity, 0.5));
+        GetPixelHandlerStruct reader =
+            TRY(root->GetPixelHandler(rgba, {}, ColorProfile(), GETPIXELHANDLERFLAGS::NONE, set));
+        Result<void> read = reader.read({0, 0, 70}, {line.data(), BITS(32)}, GETPIXELFLAGS::NONE);
+        root->FreePixelHandler(reader);
+        return read;
+    };
+    std::vector<Bytes> line(70);
+    for (const bool sticky : {false, true}) {
+        int errors = 0;
+        bool finished = false;
+        for (Int n = 1; n < 2000 && !finished; ++n) {
+            SetAllocationFault(n, sticky);
+            const Result<void> ran = run(line);
+            finished = GetAllocationCount() < n;
+            SetAllocationFault(0);
+            errors += ran ? 0 : 1;
+            EXPECT_TRUE(ran || !finished);
+            if (!ran) {
+                EXPECT_EQ(ran.GetError()->GetErrorId(), errorid::kOutOfMemory)
+                    << n << ran.GetError()->ToString().GetCString();
+            }
+        }
+        EXPECT_TRUE(finished);
+        EXPECT_GT(errors, 30);
+    }
+}
+
+/// A storage that gives out handlers, of which the second line fails; or that gives none.
+class Failing : public ImagePixelStorageInterface {
+public:
+    Result<void> Init(Int, Int, const PixelFormat&, Block<const std::byte>) override { return {}; }
+    Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat&, ChannelOffsets, const ColorProfile&,
+                                                  const ColorProfile&, GETPIXELHANDLERFLAGS) override {
+        if (refuses)
+            return UnsupportedOperationError();
+        GetPixelHandlerStruct handler;
+        handler.read = [](const PixelSpan& span, const PixelLine&, GETPIXELFLAGS) -> Result<void> {
+            return span.y == 1 ? Result<void>(UnsupportedArgumentError()) : Result<void>();
+        };
+        handler.release = [] { ++released; };
+        return handler;
+    }
+    static inline bool refuses;
+    static inline int released;
+};
+
+/// A layer whose line fails ends the line; others can still be read.
+TEST_F(CompositorTest, FailingLayerEndsTheLine) {
+    constexpr Id kClass{"net.orvik.test.failing"};
+    Failing::refuses = false;
+    Failing::released = 0;
+    ASSERT_TRUE(_publisher.PublishClass<Failing>(kClass));
+    const ImageRef image = AddImage(4, 3);
+    LayerTree::AddLayer(image, {.width = 4, .height = 3, .opacity = 0.5});
+    const ImageRef failing = LayerTree::AddLayer(image, {.width = 4, .height = 3});
+    const PixelFormat rgba = PixelFormats::Get(pixelformats::kRgbaU8);
+    ASSERT_TRUE(failing->Init(4, 3, ClassRef(kClass), rgba, {}));
+    Bytes line[4];
+    {
+        auto reader = image->GetPixelHandler(rgba, {}, {}, GETPIXELHANDLERFLAGS::NONE, MakeLayerSet({}));
+        ASSERT_TRUE(reader);
+        EXPECT_TRUE(reader->read({0, 0, 4}, {line, BITS(32)}, GETPIXELFLAGS::NONE));
+        const Result<void> read = reader->read({0, 1, 4}, {line, BITS(32)}, GETPIXELFLAGS::NONE);
+        ASSERT_FALSE(read);
+        EXPECT_EQ(read.GetError()->GetErrorId(), errorid::kUnsupportedArgument);
+        EXPECT_TRUE(reader->read({0, 2, 4}, {line, BITS(32)}, GETPIXELFLAGS::NONE));
+        EXPECT_EQ(Failing::released, 0);
+        image->FreePixelHandler(*reader);
+        EXPECT_EQ(Failing::released, 1);
+    }
+    Failing::refuses = true;
+    const auto refused = image->GetPixelHandler(rgba, {}, {}, GETPIXELHANDLERFLAGS::NONE, MakeLayerSet({}));
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.GetError()->GetErrorId(), errorid::kUnsupportedOperation);
+}
+
+}  // namespace
+}  // namespace orvik
