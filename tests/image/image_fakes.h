@@ -149,7 +149,7 @@ protected:
         g_log.clear();
         FakeRegionObservable::failResize = false;
         for (const auto registerUnit :
-             {RegisterImageStorages, RegisterImages, RegisterMediaSession, RegisterTextureConverters,
+             {RegisterLayerSet, RegisterImageStorages, RegisterImages, RegisterMediaSession, RegisterTextureConverters,
               RegisterMediaSessionOutputConverterBase, RegisterMediaSessionProgress, RegisterMediaSessionUrlOutput}) {
             const Result<void> registered = registerUnit(_publisher);
             ASSERT_TRUE(registered) << MessageOf(registered);
