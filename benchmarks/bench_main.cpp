@@ -10,6 +10,7 @@
 #include "bench_report.h"
 #include "blend_bench.h"
 #include "codec_bench.h"
+#include "compose_bench.h"
 #include "pixel_bench.h"
 #include "profile_bench.h"
 
@@ -56,10 +57,13 @@ int main(int argc, char** argv) {
     pairings.insert(pairings.end(), profiles.begin(), profiles.end());
     const std::vector<bench::Pairing> blends = bench::RegisterBlendBenchmarks();
     pairings.insert(pairings.end(), blends.begin(), blends.end());
+    const std::vector<bench::Pairing> composes = bench::RegisterComposeBenchmarks();
+    pairings.insert(pairings.end(), composes.begin(), composes.end());
     bench::Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
     bench::ReleaseCodecMaterial();
     bench::ReleaseBlendMaterial();
+    bench::ReleaseComposeMaterial();
     std::vector<bench::Row> rows = bench::Compare(collector, pairings);
     rows.insert(rows.end(), pixels.begin(), pixels.end());
     rows.insert(rows.end(), program.begin(), program.end());
