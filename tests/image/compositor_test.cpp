@@ -337,6 +337,41 @@ TEST_F(CompositorTest, SpansAreIndependentOfRuns) {
     }
 }
 
+/// RGBA bytes in the normal mode have a loop of their own, for lines without gaps. Its bytes are those of the long way,
+/// which a line from right to left takes.
+TEST_F(CompositorTest, BytesInNormalModeAreTheSameBothWays) {
+    std::mt19937 random(7);
+    const auto draw = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
+    const PixelFormat rgba = PixelFormats::Get(pixelformats::kRgbaU8);
+    for (int tree = 0; tree < 60; ++tree) {
+        SCOPED_TRACE(tree);
+        const Int width = 1 + draw(tree % 2 ? 40 : 300);
+        texture = LayerTree::MakeTexture();
+        const ImageRef image = AddImage(width, 2);
+        static constexpr Id kModes[] = {blendmodes::kOver, blendmodes::kDissolve, blendmodes::kPassFolder};
+        for (int layers = 2 + draw(5); layers > 0; --layers) {
+            NodeSpec spec{.x = draw(3) ? 0 : draw(60) - 30,
+                          .width = draw(3) ? width : 1 + draw(200),
+                          .height = 2,
+                          .mode = kModes[draw(3)]};
+            static constexpr double kOpacities[] = {0, 0.25, 0.999999, 1 - 0x1p-40};
+            if (draw(2))
+                spec.opacity = kOpacities[draw(4)];
+            LayerTree::AddLayer(image, spec, LayerTree::Noise(random()));
+        }
+        auto reader = image->GetPixelHandler(rgba, {}, {}, GETPIXELHANDLERFLAGS::NONE, MakeLayerSet({}));
+        ASSERT_TRUE(reader);
+        const Int begin = draw(static_cast<int>(width)), count = 1 + draw(static_cast<int>(width - begin));
+        std::vector<Bytes> line(static_cast<size_t>(count) + 2, Bytes{9, 9, 9, 9}), mirror = line;
+        ASSERT_TRUE(reader->read({begin, 1, count}, {&line[1], BITS(32)}, GETPIXELFLAGS::NONE));
+        ASSERT_TRUE(
+            reader->read({begin, 1, count}, {&mirror[static_cast<size_t>(count)], BITS(-32)}, GETPIXELFLAGS::NONE));
+        std::reverse(mirror.begin(), mirror.end());
+        EXPECT_EQ(line, mirror);
+        EXPECT_EQ(line.front(), (Bytes{9, 9, 9, 9}));
+    }
+}
+
 /// Formats of less than a byte, of one channel and of shared chroma get the picture too.
 TEST_F(CompositorTest, CallersTakeAnyFormat) {
     const ImageRef image = AddImage(130, 1);

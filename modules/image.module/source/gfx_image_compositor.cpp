@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "gfx_image_compositor_rgba8.h"
 #include "gfx_image_pixelblend_block.h"
 
 namespace orvik {
@@ -101,6 +102,7 @@ private:
 
     Result<void> AddLayer(const ImageBaseRef& node, GETPIXELHANDLERFLAGS flags);
     Result<void> AddMask(const ImageBaseRef& node);
+    Result<void> TryStack(Block<const ImageBaseRef> nodes);
     Result<void> Compose(const PixelSpan& run);
     /// Reads a layer with its masks. @param dst  of the overlap's first pixel
     Result<void> ReadLayer(const Layer& layer, const PixelSpan& run, const Placement::Overlap& overlap,
@@ -115,6 +117,8 @@ private:
     BaseArray<Layer> _layers;  ///< the bottom first
     BaseArray<Mask> _masks;    ///< those of the layers, in their order, then those of the whole
     Int _firstCommonMask = 0;
+    Rgba8Stack _stack;
+    bool _usesStack = false;  ///< for lines without gaps
     ConvertPixelFunc _write;
     CONVERTPIXELFLAGS _writeFlags = CONVERTPIXELFLAGS::NONE;
     alignas(64) std::byte _accumulator[kRunPixels * kLargestWorkingPixel];
@@ -141,7 +145,19 @@ Result<Ref<LayerCompositor>> LayerCompositor::Create(const ImageBaseRef& owner, 
     made->_write = TRY(request.format->GetConvertPixelFunc(
         working.pixels, working.pixels->GetChannelOffsets(), request.offsets,
         working.profile.HasProfile() ? &working.profile : nullptr, &wanted, made->_writeFlags, convertsProfiles));
+    if (!convertsProfiles && pixel::IsPlainFormat(request.format, request.offsets, pixelformats::kRgbaU8))
+        TRY(made->TryStack(layers));
     return made;
+}
+
+Result<void> LayerCompositor::TryStack(Block<const ImageBaseRef> nodes) {
+    if (!_masks.IsEmpty())
+        return {};
+    BaseArray<Float> opacities;
+    for (const Layer& layer : _layers)
+        TRY(opacities.Append(layer.opacity));
+    _usesStack = TRY(_stack.Init(nodes, opacities.ToBlock()));
+    return {};
 }
 
 Result<void> LayerCompositor::AddLayer(const ImageBaseRef& node, GETPIXELHANDLERFLAGS flags) {
@@ -180,6 +196,10 @@ Result<void> LayerCompositor::AddMask(const ImageBaseRef& node) {
 
 Result<void> LayerCompositor::Read(const PixelSpan& span, const PixelLine& dst) {
     const PixelSpan placed = TRY(_canvas.Locate(span));
+    if (_usesStack && dst.stride == BITS(32) && dst.phase == 0) {
+        _stack.Read(placed, static_cast<uint8_t*>(dst.data));
+        return {};
+    }
     for (Int done = 0; done < span.count; done += kRunPixels) {
         const Int count = std::min(kRunPixels, span.count - done);
         TRY(Compose({placed.x + done, placed.y, count}));

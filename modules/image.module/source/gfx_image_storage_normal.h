@@ -21,6 +21,8 @@ public:
                               GETPIXELFLAGS flags) override;
     Result<void> SetComponent(Int channel, const PixelSpan& span, const void* source, Int stride,
                               SETPIXELFLAGS flags) override;
+    /// The block of pixels; null before `Init`.
+    const Ref<PixelRaster>& GetRaster() const { return _raster; }
     /// Copies the whole block.
     Result<Ref<Object>> Clone() const override;
 

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "gfx_image_compositor.h"
+#include "gfx_image_storage_normal.h"
 
 namespace orvik {
 
@@ -79,6 +80,12 @@ Result<void> ImageImpl::SetComponent(Int channel, const PixelSpan& span, const v
 bool ImageImpl::HasPixels() const {
     const std::lock_guard guard(_lock);
     return _storePixels && _storePixels->GetClassId() != storageclasses::kNoData;
+}
+
+Ref<PixelRaster> ImageImpl::GetRaster() const {
+    const std::lock_guard guard(_lock);
+    const auto* normal = dynamic_cast<const ImagePixelStorageNormal*>(_storePixels.GetPointer());
+    return normal ? normal->GetRaster() : Ref<PixelRaster>();
 }
 
 }  // namespace orvik

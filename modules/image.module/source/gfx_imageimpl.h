@@ -8,6 +8,8 @@
 
 namespace orvik {
 
+class PixelRaster;
+
 /// Passes line access on to its pixel storage, with its own colour profile as that of the stored pixels. Handlers of
 /// one node may be made on several threads; `Init` and metadata belong to one thread.
 class ImageImpl : public virtual ImageInterface, public ImageBaseImpl {
@@ -18,8 +20,8 @@ public:
     Result<void> AddChildren(IMAGEHIERARCHY branch, const ImageBaseRef& child,
                              const ImageBaseRef& predecessor) override;
     /// With a layer set the handler reads what the set picks below this node, composited where that is more than one
-    /// layer or needs blending; the node's own pixels where it picks nothing. Illegal argument for an alpha or mask that
-    /// is not there.
+    /// layer or needs blending; the node's own pixels where it picks nothing. Illegal argument for an alpha or mask
+    /// that is not there.
     Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
                                                   const ColorProfile& profile, GETPIXELHANDLERFLAGS flags,
                                                   const LayerSet& layers) override;
@@ -34,6 +36,8 @@ public:
 
     /// False before `Init` and with the storage that only describes.
     bool HasPixels() const;
+    /// The block of pixels of a normal storage, which outlives a change of the node; null for any other.
+    Ref<PixelRaster> GetRaster() const;
 
 private:
     struct Pixels {
