@@ -357,7 +357,7 @@ TEST_F(CompositorTest, BytesInNormalModeAreTheSameBothWays) {
             static constexpr double kOpacities[] = {0, 0.25, 0.999999, 1 - 0x1p-40};
             if (draw(2))
                 spec.opacity = kOpacities[draw(4)];
-            LayerTree::AddLayer(image, spec, LayerTree::Noise(random()));
+            LayerTree::AddLayer(image, spec, LayerTree::Noise(static_cast<unsigned>(draw(1000000))));
         }
         auto reader = image->GetPixelHandler(rgba, {}, {}, GETPIXELHANDLERFLAGS::NONE, MakeLayerSet({}));
         ASSERT_TRUE(reader);

@@ -229,8 +229,10 @@ public:
             g_log.push_back("deliver " + std::to_string(i));
             MediaStreamProperties properties = TRY(MediaStreamProperties::FromStream(streams[i]));
             TRY(properties.Set(mediaproperty::kSampleTime, TimeValue::FromSeconds(static_cast<Float>(i) + 0.5)));
+            TRY(Step());
             TRY(streams[i]->InitStream(properties));
             Result<void> delivered = Deliver(i, properties);
+            TRY(Step());
             Result<void> finished = streams[i]->FinishStream(properties);
             TRY(std::move(delivered));
             TRY(std::move(finished));
@@ -243,9 +245,16 @@ public:
     }
 
     std::vector<Ref<MediaStreamImageDataImportInterface>> streams;
+    int failingStep = 0;      ///< the call of a stream that finds the file broken; 0 for none
+    int steps = 0;            ///< calls so far
+    std::vector<Int> rowsOf;  ///< for each stream that came to it, how many rows it has got
 
 private:
+    Result<void> Step() { return ++steps == failingStep ? IoError(Url(), "broken") : Result<void>(); }
+
     Result<void> Deliver(size_t i, const MediaStreamProperties& properties) {
+        rowsOf.resize(i + 1);
+        TRY(Step());
         SetPixelHandlerStruct handler =
             TRY(streams[i]->SetPixelStream(properties, _format->GetChannelOffsets(), SETPIXELHANDLERFLAGS::NONE));
         const StreamSpec& spec = _specs[i];
@@ -253,8 +262,10 @@ private:
         for (Int y = spec.height - 1; y >= 0; --y) {  // bottom up, as some files are
             const std::vector<std::byte> row = MakeRow(spec.seed, y, (bits * spec.width).GetBytes());
             const PixelSpan span{0, y, spec.width};
+            TRY(Step());
             TRY(handler.write(span, {row.data(), bits}, SETPIXELFLAGS::NONE));
             handler.Widen(span);
+            ++rowsOf[i];
         }
         return handler.Free();
     }

@@ -324,6 +324,51 @@ TEST_F(TextureOutputTest, TakesTimingFromTheFirstStream) {
     }
 }
 
+/// Wherever a file breaks, the tree stands and holds what came before.
+TEST_F(TextureOutputTest, KeepsWhatWasDeliveredBeforeAFailure) {
+    const std::vector<StreamSpec> specs = {
+        {.type = T::IMAGE, .seed = 1},
+        {.type = T::LAYERFOLDER, .parent = 0, .width = 0, .height = 0},
+        {.type = T::LAYER, .parent = 1, .width = 4, .height = 3, .seed = 2},
+        {.type = T::LAYERMASK, .parent = 2, .height = 1, .seed = 3},
+        {.type = T::ALPHA, .parent = 0, .height = 1, .seed = 4},
+    };
+    const auto nodesInOrder = [&] {
+        const ImageBaseRef image = Node(0), folder = Node(0, IMAGEHIERARCHY::LAYER, image);
+        const ImageBaseRef layer = Node(0, IMAGEHIERARCHY::LAYER, folder);
+        return std::vector{image, folder, layer, Node(0, IMAGEHIERARCHY::MASK, layer),
+                           Node(0, IMAGEHIERARCHY::ALPHA, image)};
+    };
+    int steps = 1000;
+    for (int step = 1; step <= steps + 1; ++step) {
+        SCOPED_TRACE(step);
+        Connect(specs);
+        import->failingStep = step;
+        const Result<void> ran = Run();
+        if (ran)
+            steps = import->steps;
+        EXPECT_EQ(ErrorIdOf(ran), step <= steps ? errorid::kIo : Id());
+        import->rowsOf.resize(specs.size());
+        const std::vector<ImageBaseRef> nodes = nodesInOrder();
+        for (size_t i = 0; i < specs.size(); ++i) {
+            ASSERT_TRUE(nodes[i]);
+            if (import->rowsOf[i] == 0)
+                continue;
+            auto rows = ReadRows(nodes[i]), expected = RowsOf(specs[i], format);
+            // They come bottom up.
+            for (Int y = 0; y < specs[i].height - import->rowsOf[i]; ++y)
+                std::fill(expected[static_cast<size_t>(y)].begin(), expected[static_cast<size_t>(y)].end(),
+                          std::byte());
+            EXPECT_EQ(rows, expected) << i;
+        }
+        if (ran) {
+            EXPECT_EQ(import->rowsOf, (std::vector<Int>{2, 0, 3, 1, 1}));
+            break;
+        }
+    }
+    EXPECT_EQ(steps, 5 * 3 + 7);  // beginning, handler and end of each stream, and the rows
+}
+
 /// After a close the known rate stays, after a reset it is asked anew.
 TEST_F(TextureOutputTest, CloseKeepsTheRateAndResetForgetsIt) {
     for (const bool resets : {false, true}) {

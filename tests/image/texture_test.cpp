@@ -386,8 +386,22 @@ TEST_F(TextureTest, ExportInputKeepsItsOrder) {
 /// Whatever allocation fails, a load and a save end in an error, and nothing stays behind that the next run trips over.
 TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
     PublishRegionService();
+    const auto named = [](const char* name) {
+        return [name](MediaStreamFormat& format) {
+            // Not tested: what is missing here shows as an error of the load.
+            (void)format.Set(mediaformat::kStreamName, name);
+            (void)format.Set(mediaformat::kLayerBlendMode, blendmodes::kMultiply);
+            (void)format.Set(mediaformat::kLayerMaskDefColor, 128);
+        };
+    };
+    g_file = {{.type = T::IMAGE, .seed = 1},
+              {.type = T::ALPHA, .parent = 0, .seed = 2},
+              {.type = T::LAYERFOLDER, .parent = 0, .describe = named("folder")},
+              {.type = T::LAYER, .parent = 2, .describe = named("layer")},
+              {.type = T::LAYERMASK, .parent = 3, .describe = named("mask")}};
+    const LayerSet layers = MakeLayerSet({"folder"});
     const ImageTextureRef source = MakeTexture();
-    ASSERT_TRUE(Load(source, fake));
+    ASSERT_TRUE(Load(source, fake, layers));
     for (const bool saves : {false, true}) {
         for (const bool sticky : {false, true}) {
             int errors = 0;
@@ -400,7 +414,7 @@ TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
                 Result<void> ran;
                 if (saves) {
                     ran = source->Save(output, MEDIASESSIONFLAGS::NONE, nullptr);
-                } else if (auto loaded = Load(texture, fake); !loaded) {
+                } else if (auto loaded = Load(texture, fake, layers); !loaded) {
                     ran = std::move(loaded).TakeError();
                 }
                 finished = GetAllocationCount() < n;
