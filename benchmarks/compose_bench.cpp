@@ -48,7 +48,7 @@ Result<void> FillNode(const ImageRef& node, bool opaque) {
 Result<ImageTextureRef> MakePicture(Kind kind) {
     ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
     const ImageRef picture = TRY(AddNode(texture, IMAGEHIERARCHY::IMAGE, ITYPE::IMAGE, pixelformats::kRgbaU8));
-    static constexpr Id kModes[kLayers] = {blendmodes::kMultiply, blendmodes::kScreen, blendmodes::kOverlay,
+    static const Id kModes[kLayers] = {blendmodes::kMultiply, blendmodes::kScreen, blendmodes::kOverlay,
                                            blendmodes::kOver};
     for (Int i = 0; i < kLayers; ++i) {
         const ImageRef layer = TRY(AddNode(picture, IMAGEHIERARCHY::LAYER, ITYPE::LAYER, pixelformats::kRgbaU8));

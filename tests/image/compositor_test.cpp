@@ -121,7 +121,7 @@ private:
     unsigned Draw(unsigned limit) { return static_cast<unsigned>(_random() % limit); }
 
     void AddLayer(const ImageBaseRef& parent) {
-        static constexpr Id kFormats[] = {pixelformats::kRgbaU8, pixelformats::kRgbU8,   pixelformats::kRgbaU16,
+        static const Id kFormats[] = {pixelformats::kRgbaU8, pixelformats::kRgbU8,   pixelformats::kRgbaU16,
                                           pixelformats::kBgraU8, pixelformats::kRgbaF32, pixelformats::kGreyaU8};
         NodeSpec spec = DrawBox();
         spec.format = kFormats[Draw(std::size(kFormats))];
@@ -348,7 +348,7 @@ TEST_F(CompositorTest, BytesInNormalModeAreTheSameBothWays) {
         const Int width = 1 + draw(tree % 2 ? 40 : 300);
         texture = LayerTree::MakeTexture();
         const ImageRef image = AddImage(width, 2);
-        static constexpr Id kModes[] = {blendmodes::kOver, blendmodes::kDissolve, blendmodes::kPassFolder};
+        static const Id kModes[] = {blendmodes::kOver, blendmodes::kDissolve, blendmodes::kPassFolder};
         for (int layers = 2 + draw(5); layers > 0; --layers) {
             NodeSpec spec{.x = draw(3) ? 0 : draw(60) - 30,
                           .width = draw(3) ? width : 1 + draw(200),
