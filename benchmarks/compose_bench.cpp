@@ -49,7 +49,7 @@ Result<ImageTextureRef> MakePicture(Kind kind) {
     ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
     const ImageRef picture = TRY(AddNode(texture, IMAGEHIERARCHY::IMAGE, ITYPE::IMAGE, pixelformats::kRgbaU8));
     static const Id kModes[kLayers] = {blendmodes::kMultiply, blendmodes::kScreen, blendmodes::kOverlay,
-                                           blendmodes::kOver};
+                                       blendmodes::kOver};
     for (Int i = 0; i < kLayers; ++i) {
         const ImageRef layer = TRY(AddNode(picture, IMAGEHIERARCHY::LAYER, ITYPE::LAYER, pixelformats::kRgbaU8));
         TRY(FillNode(layer, kind == Kind::Opaque));
