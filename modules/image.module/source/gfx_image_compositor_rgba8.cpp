@@ -16,8 +16,9 @@ Result<bool> Rgba8Stack::Init(Block<const ImageBaseRef> layers, Block<const Floa
     for (size_t i = 0; i < layers.size(); ++i) {
         const auto* node = dynamic_cast<const ImageImpl*>(layers[i].GetPointer());
         Ref<PixelRaster> raster = node ? node->GetRaster() : Ref<PixelRaster>();
-        if (raster == nullptr || raster->GetFormat() != PixelFormats::Get(pixelformats::kRgbaU8) ||
-            !LaysOver(GetLayerBlendMode(layers[i])->GetId()))
+        const bool fits = raster && raster->GetFormat() == PixelFormats::Get(pixelformats::kRgbaU8) &&
+                          raster->GetWidth() == node->GetWidth() && raster->GetHeight() == node->GetHeight();
+        if (!fits || !LaysOver(GetLayerBlendMode(layers[i])->GetId()))
             return false;
         TRY(_layers.Append(Layer{std::move(raster), Placement(layers[i]), static_cast<float>(opacities[i])}));
     }
