@@ -177,14 +177,16 @@ TEST_F(CatalogueTest, DefaultProfilesFollowSpaceAndComponent) {
         const char* format;
         const char* profile;
     } kCases[] = {
-        {"rgb.u8", "sRGB IEC61966-2.1"},        {"rgba.s32", "sRGB IEC61966-2.1"},
-        {"rgb.f32", "Linear Color Space"},      {"bgra.f16", "Linear Color Space"},
-        {"rgb.u565", "sRGB IEC61966-2.1"},      {"rgb.rgbe", "Linear Color Space"},
-        {"grey.u16", "Grey Gamma 2.2"},         {"greya.f16", "Linear Color Space (Gray)"},
-        {"cmyk.u8", "CMYK Default Profile"},    {"cmyk.f32", "CMYK Default Profile"},
-        {"yuv.i422a", "YUV Default Profile"},   {"alpha.u8", "<<no profile>>"},
-        {"alpha.f32", "<<no profile>>"},        {"indexed.u8bit", "<<no profile>>"},
-        {"dynamic.reds8", "sRGB IEC61966-2.1"}, {"dynamic.redf16", "Linear Color Space"},
+        {"rgb.u8", "sRGB IEC61966-2.1"},          {"rgba.s32", "sRGB IEC61966-2.1"},
+        {"rgb.f32", "Linear Color Space"},        {"bgra.f16", "Linear Color Space"},
+        {"rgb.u565", "sRGB IEC61966-2.1"},        {"rgb.rgbe", "Linear Color Space"},
+        {"grey.u16", "Grey Gamma 2.2"},           {"greya.f16", "Linear Color Space (Gray)"},
+        {"cmyk.u8", "CMYK Default Profile"},      {"cmyk.f32", "CMYK Default Profile"},
+        {"yuv.i422a", "YUV Default Profile"},     {"alpha.u8", "<<no profile>>"},
+        {"alpha.f32", "<<no profile>>"},          {"indexed.u8bit", "<<no profile>>"},
+        {"dynamic.redu32", "sRGB IEC61966-2.1"},  {"dynamic.reds32", "sRGB IEC61966-2.1"},
+        {"dynamic.reds8", "<<no profile>>"},      {"dynamic.reds16", "<<no profile>>"},
+        {"dynamic.redf16", "Linear Color Space"},
     };
     for (const auto& entry : kCases)
         EXPECT_EQ(TextOf(FormatOf(entry.format)->GetDefaultColorProfile().ToString()), entry.profile) << entry.format;
@@ -345,31 +347,6 @@ TEST_F(CatalogueTest, ChannelTypes) {
     }
     EXPECT_FALSE(channeltypes::GetChannel("net.orvik.image.imagechanneltype.mauve", ComponentType::U8));
     EXPECT_FALSE(channeltypes::GetChannel(channeltypes::kRed, ComponentType::None));
-}
-
-TEST_F(CatalogueTest, ColorTablesOfIndexedFormats) {
-    const ClassRef indexedClass("net.orvik.image.class.pixelformat.Indexed.u2bit");
-    const auto indexed = indexedClass.Create<PixelFormatIndexedColorInterface>();
-    ASSERT_TRUE(indexed);
-    const PixelFormat rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u16");
-    EXPECT_FALSE((*indexed)->InitColorTable(rgb, 5)) << "two bits hold four";
-    ASSERT_TRUE((*indexed)->InitColorTable(rgb, 4));
-    EXPECT_EQ((*indexed)->GetColorTableSize(), 4);
-    EXPECT_EQ((*indexed)->GetColorTablePixelFormat(), rgb);
-    EXPECT_EQ((*indexed)->GetColorSpace()->GetId(), colorspaces::kRgb);
-    const uint8_t color[3] = {1, 2, 3};
-    uint16_t read[4] = {};
-    ASSERT_TRUE((*indexed)->SetIndex(3, rgb, color));
-    ASSERT_TRUE((*indexed)->GetIndex(3, rgba, read));
-    EXPECT_THAT(read, ElementsAre(0x101, 0x202, 0x303, 0xFFFF));
-    for (const Int outside : {Int(-1), Int(4)}) {
-        const Result<void> set = (*indexed)->SetIndex(outside, rgb, color);
-        ASSERT_FALSE(set);
-        EXPECT_EQ(set.GetError()->GetErrorId(), errorid::kIllegalArgument);
-        EXPECT_FALSE((*indexed)->GetIndex(outside, rgba, read));
-    }
-    const auto shared = Cast<PixelFormatIndexedColorInterface>(FormatOf("indexed.u2bit"));
-    EXPECT_FALSE(shared->InitColorTable(rgb, 4)) << "the registered instance belongs to everybody";
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // made at run time.
 
 #include <atomic>
+#include <functional>
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -102,6 +103,32 @@ TEST_F(RouteTest, ChannelsArePairedByType) {
         ASSERT_TRUE(src && dst) << entry.what;
         EXPECT_EQ(ConvertBytes(*dst, *src, entry.in.data(), 1), entry.out) << entry.what;
     }
+}
+
+TEST_F(RouteTest, PixelsMayHaveAnyNumberOfChannels) {
+    constexpr size_t kMasks = 2000, kCount = 100;  // of 16 KB a pixel
+    std::vector<ImageChannel> channels(kMasks, Channel("mask", F64));
+    for (const char* type : {"red", "green", "blue"})
+        channels.push_back(Channel(type, F64));
+    const Result<PixelFormat> wide = PixelFormats::FindOrCreatePixelFormat(channels);
+    ASSERT_TRUE(wide) << MessageOf(wide);
+    std::vector<uint8_t> rgb(kCount * 3);
+    for (size_t i = 0; i < rgb.size(); ++i)
+        rgb[i] = static_cast<uint8_t>(i * 11);
+    const std::vector<uint8_t> pixels = ConvertBytes(*wide, FormatOf("rgb.u8"), rgb.data(), kCount);
+    EXPECT_TRUE(pixels.empty()) << "masks are not of that space, and nothing fills them";
+    std::vector<double> values(kCount * channels.size());
+    for (size_t i = 0; i < rgb.size(); ++i)
+        values[i / 3 * channels.size() + kMasks + i % 3] = rgb[i] / 255.0;
+    EXPECT_EQ(ConvertBytes(FormatOf("rgb.u8"), *wide, values.data(), kCount), rgb);
+    EXPECT_EQ(ConvertBytes(FormatOf("yuv.i422a"), *wide, values.data(), kCount),
+              ConvertBytes(FormatOf("yuv.i422a"), FormatOf("rgb.u8"), rgb.data(), kCount));
+    std::vector<double> copy(values.size());
+    const Result<ConvertPixelFunc> identity = FindConversion(*wide, *wide);
+    ASSERT_TRUE(identity);
+    ASSERT_TRUE((*identity)({copy.data(), (*wide)->GetBitsPerPixel(), 0}, kCount,
+                            {values.data(), (*wide)->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE));
+    EXPECT_EQ(copy, values);
 }
 
 TEST_F(RouteTest, InksStayAmongThemselves) {
@@ -209,19 +236,18 @@ TEST_F(RouteTest, ProfilesDecideOnlyWhereTheyMust) {
 
 // --- Cache and threads -----------------------------------------------------------------------------------------------
 
-/// A source that counts how often a route is searched.
-class CountingFormat final : public virtual PixelFormatInterface {
+/// A source that counts how often a route is searched, and does something while it is.
+template <class Interface>
+class CountingFormat final : public virtual Interface {
 public:
-    static inline std::atomic<int> searches{0};
+    mutable std::atomic<int> searches{0};
+    std::function<void(const PixelFormat& dst, const PixelFormat& self)> whileSearched;
     Id GetId() const override { return "net.orvik.test.counting"; }
     ChannelOffsets GetChannelOffsets() const override { return _offsets; }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dst, ChannelOffsets, ChannelOffsets,
                                                    bool) const override {
-        ++searches;
-        if (dst->HasAlpha()) {  // asks for itself while it is being looked for
-            const auto again = FindConversion(dst, PixelFormat(const_cast<CountingFormat*>(this)));
-            EXPECT_EQ(MessageOf(again), "Recursion check");
-        }
+        if (++searches == 1 && whileSearched)
+            whileSearched(dst, PixelFormat(const_cast<CountingFormat*>(this)));
         return ConvertPixelFunc(
             [](const PixelLine&, Int, const PixelLineConst&, CONVERTPIXELFLAGS) -> Result<void> { return {}; });
     }
@@ -231,45 +257,80 @@ private:
 };
 
 TEST_F(RouteTest, RoutesAreSearchedOnceForEachKey) {
-    const Result<Ref<CountingFormat>> made = NewObj<CountingFormat>();
+    const auto made = NewObj<CountingFormat<PixelFormatInterface>>();
     ASSERT_TRUE(made);
+    const std::atomic<int>& searches = made->GetPointer()->searches;
     const PixelFormat source = *made, rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u8");
-    CountingFormat::searches = 0;
     ASSERT_TRUE(FindConversion(rgb, source));
     ASSERT_TRUE(FindConversion(rgb, source));
-    EXPECT_EQ(CountingFormat::searches, 1);
+    EXPECT_EQ(searches, 1);
     const BITS shifted[] = {BITS(8), BITS(16)};
     ASSERT_TRUE(FindConversion(rgb, source, rgb->GetChannelOffsets(), shifted));
-    EXPECT_EQ(CountingFormat::searches, 2) << "other offsets, other key";
+    EXPECT_EQ(searches, 2) << "other offsets, other key";
     ASSERT_TRUE(FindConversion(rgba, source));
-    EXPECT_EQ(CountingFormat::searches, 3);
+    EXPECT_EQ(searches, 3);
+}
+
+TEST_F(RouteTest, OnlyTheThreadThatSearchesIsRefused) {
+    const auto made = NewObj<CountingFormat<PixelFormatInterface>>();
+    ASSERT_TRUE(made);
+    made->GetPointer()->whileSearched = [](const PixelFormat& dst, const PixelFormat& self) {
+        EXPECT_EQ(MessageOf(FindConversion(dst, self)), "Recursion check");
+        // Were a lock held while the route is built, the other thread would wait for this one.
+        std::thread([&] {
+            EXPECT_EQ(MessageOf(FindConversion(dst, self)), "no error");
+            EXPECT_EQ(MessageOf(FindConversion(dst, FormatOf("acmyk_inv.u16"))), "no error");
+        }).join();
+    };
+    EXPECT_EQ(MessageOf(FindConversion(FormatOf("agrey.f64"), *made)), "no error");
+    EXPECT_EQ(made->GetPointer()->searches, 2);
+}
+
+TEST_F(RouteTest, RoutesOfIndicesAreNeverKept) {
+    // Pictures with other colours have the same id, and what is kept would keep the colours.
+    const auto indexed = NewObj<CountingFormat<PixelFormatIndexedColorInterface>>();
+    const auto plain = NewObj<CountingFormat<PixelFormatInterface>>();
+    ASSERT_TRUE(indexed && plain);
+    for (int round = 1; round <= 3; ++round) {
+        ASSERT_TRUE(FindConversion(FormatOf("grey.u8"), *indexed));
+        ASSERT_TRUE(FindConversion(FormatOf("indexed.u8bit"), *plain));
+        EXPECT_EQ(indexed->GetPointer()->searches, round);
+        EXPECT_EQ(plain->GetPointer()->searches, round);
+    }
+}
+
+/// Runs a function in some threads that begin together.
+template <class Function>
+void RunAtOnce(int threadCount, const Function& function) {
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t) {
+        threads.emplace_back([&, t] {
+            while (!go)
+                std::this_thread::yield();
+            function(t);
+        });
+    }
+    go = true;
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 TEST_F(RouteTest, ThreadsMaySearchAtOnce) {
     const char* const kNames[] = {"rgb.u8",   "rgba.f16", "grey.f32", "argb.u16", "cmyk.u8", "dynamic.redgreens16",
                                   "alpha.f16"};
     std::atomic<int> found{0}, refused{0};
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            while (!go)
-                std::this_thread::yield();
-            for (const char* dst : kNames) {
-                for (const char* src : kNames) {
-                    const auto route = FindConversion(FormatOf(dst), FormatOf(src));
-                    ++(route ? found : refused);
-                    if (!route) {
-                        EXPECT_THAT(MessageOf(route), StartsWith("No pixel conversion found"));
-                    }
+    RunAtOnce(4, [&](int) {
+        for (const char* dst : kNames) {
+            for (const char* src : kNames) {
+                const auto route = FindConversion(FormatOf(dst), FormatOf(src));
+                ++(route ? found : refused);
+                if (!route) {
+                    EXPECT_THAT(MessageOf(route), StartsWith("No pixel conversion found"));
                 }
-                EXPECT_TRUE(Make({"alpha", "red", dst == kNames[0] ? "green" : "blue"}, S8));
             }
-        });
-    }
-    go = true;
-    for (std::thread& thread : threads)
-        thread.join();
+        }
+    });
     int expected = 0;
     for (const char* dst : kNames) {
         for (const char* src : kNames)
@@ -277,7 +338,56 @@ TEST_F(RouteTest, ThreadsMaySearchAtOnce) {
     }
     EXPECT_EQ(found, 4 * expected);
     EXPECT_EQ(refused, 4 * (49 - expected));
-    EXPECT_EQ(*Make({"alpha", "red", "green"}, S8), *Make({"alpha", "red", "green"}, S8));
+}
+
+TEST_F(RouteTest, ThreadsGetOneHandleForEachList) {
+    constexpr int kThreads = 4;
+    const std::initializer_list<const char*> kLists[] = {
+        {"weight"}, {"green", "alpha", "red"}, {"red", "green", "blue"}, {"mask", "mask", "grey"}};
+    std::vector<PixelFormat> handles[kThreads];
+    RunAtOnce(kThreads, [&](int t) {
+        for (int component = 0; component < kComponentTypeCount; ++component) {
+            const auto type = static_cast<ComponentType>(component);
+            for (const auto& types : kLists) {
+                const Result<PixelFormat> format = Make(types, type);
+                ASSERT_TRUE(format) << MessageOf(format);
+                handles[t].push_back(*format);
+                // And use it at once.
+                EXPECT_TRUE(FindConversion(*format, *format));
+            }
+            EXPECT_FALSE(Make({"red", "cmyk_c"}, type));
+        }
+    });
+    for (const auto& others : handles)
+        EXPECT_EQ(others, handles[0]);
+    EXPECT_EQ(handles[0].size(), 4u * kComponentTypeCount);
+}
+
+TEST_F(RouteTest, ThreadsMayConvertColorsAtOnce) {
+    const Id kProfiles[] = {colorprofiles::kSrgb, colorprofiles::kLinearRgb, colorprofiles::kSgrey};
+    const uint8_t pixel[4] = {10, 200, 90, 77};
+    std::vector<uint8_t> results[4];
+    RunAtOnce(4, [&](int t) {
+        for (const Id& from : kProfiles) {
+            for (const Id& to : kProfiles) {
+                const auto formatOf = [](const Id& profile, const char* colors, const char* grey) {
+                    return FormatOf(profile == colorprofiles::kSgrey ? grey : colors);
+                };
+                const PixelFormat src = formatOf(from, "rgba.u8", "greya.u8");
+                const PixelFormat dst = formatOf(to, "bgra.u8", "agrey.u16");
+                const ColorProfile source = colorprofiles::Get(from);
+                ColorProfile target = colorprofiles::Get(to);
+                uint8_t out[4] = {};
+                const Result<void> done =
+                    dst->ConvertPixelFromSlow({out, dst->GetBitsPerPixel(), 0}, 1, {pixel, src->GetBitsPerPixel(), 0},
+                                              src, &source, &target, CONVERTPIXELFLAGS::FORCECOLORPROFILECONVERSION);
+                EXPECT_TRUE(done) << MessageOf(done);
+                results[t].insert(results[t].end(), out, out + 4);
+            }
+        }
+    });
+    for (const auto& others : results)
+        EXPECT_EQ(others, results[0]);
 }
 
 }  // namespace

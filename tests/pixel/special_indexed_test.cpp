@@ -6,6 +6,8 @@
 
 #include "slow_special.h"
 
+#include "orvik/mediasession_streamformat.h"
+
 namespace orvik {
 namespace {
 
@@ -29,12 +31,12 @@ protected:
         return {static_cast<uint8_t>(index * 7 + 1), static_cast<uint8_t>(index >> 8), static_cast<uint8_t>(~index)};
     }
     static PixelFormatIndexedColor CreateWithColors(Int width, Int count) {
-        PixelFormatIndexedColor format = Create(width);
         const PixelFormat rgb = FormatOf("rgb.u8");
-        EXPECT_TRUE(format->InitColorTable(rgb, count));
-        for (Int i = 0; i < count; ++i)
-            EXPECT_TRUE(format->SetIndex(i, rgb, ColorOf(i).data()));
-        return format;
+        const auto format = PixelFormats::CreateIndexed(width, rgb, count);
+        EXPECT_TRUE(format) << MessageOf(format);
+        for (Int i = 0; format && i < count; ++i)
+            EXPECT_TRUE((*format)->SetIndex(i, rgb, ColorOf(i).data()));
+        return format.GetValueOr(PixelFormatIndexedColor());
     }
     /// Bits of a line as text, the highest bit of a byte first.
     static std::string BitsOf(const Bytes& bytes) {
@@ -109,50 +111,38 @@ TEST_F(SpecialIndexedTest, OwnLinesAreCopiedWithoutTheirNeighbours) {
     }
 }
 
-TEST_F(SpecialIndexedTest, EveryGeneralFormatGetsTheConvertedColor) {
+TEST_F(SpecialIndexedTest, ColorsGoIntoPlanes) {
     const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
     ASSERT_TRUE(all);
+    const PixelFormatIndexedColor format = CreateWithColors(8, 4);
     const Bytes line = {0, 1, 2, 3, 255, 2};
-    for (const char* entryName : {"rgb.u8", "rgba.u8", "grey.u16", "bgra.f32", "rgb.u565", "cmyk.u8", "alpha.u8"}) {
-        const PixelFormat entry = FormatOf(entryName);
-        const PixelFormatIndexedColor format = Create(8);
-        ASSERT_TRUE(format->InitColorTable(entry, 4));
-        const uint8_t colors[4][4] = {{1, 2, 3, 4}, {255, 128, 7, 0}, {0, 0, 0, 0}, {90, 80, 70, 60}};
-        Bytes run;
-        for (Int i = 0; i < 4; ++i)
-            ASSERT_TRUE(format->SetIndex(i, FormatOf("rgba.u8"), colors[i]));
-        for (const uint8_t index : line) {
-            Bytes pixel(static_cast<size_t>(entry->GetBitsPerPixel().GetBytes()));
-            if (index < 4)
-                pixel = ConvertBytes(entry, FormatOf("rgba.u8"), colors[index], 1);
-            run.insert(run.end(), pixel.begin(), pixel.end());
+    constexpr Int kCount = 6;
+    int tried = 0;
+    for (const PixelFormat& dst : *all) {
+        if (!IsGeneral(dst))
+            continue;
+        ++tried;
+        const Bytes wanted = ConvertBytes(dst, format, line.data(), kCount);
+        const ChannelOffsets own = dst->GetChannelOffsets();
+        const Int bytes = own[1].GetBytes();
+        std::vector<BITS> offsets;
+        for (size_t c = 0; c + 1 < own.size(); ++c)
+            offsets.push_back(own[c] * kCount);
+        offsets.push_back(own[1]);
+        const Result<ConvertPixelFunc> convert = FindConversion(dst, format, offsets, format->GetChannelOffsets());
+        ASSERT_TRUE(convert) << TextOf(dst->GetId());
+        Bytes planes(wanted.size());
+        ASSERT_TRUE((*convert)({planes.data(), own[1], 0}, kCount, {line.data(), BITS(8), 0}, CONVERTPIXELFLAGS::NONE));
+        Bytes together;
+        for (Int i = 0; i < kCount; ++i) {
+            for (Int c = 0; c < dst->GetChannelCount(); ++c) {
+                const auto value = planes.begin() + (c * kCount + i) * bytes;
+                together.insert(together.end(), value, value + bytes);
+            }
         }
-        int tried = 0;
-        for (const PixelFormat& dst : *all) {
-            if (!IsGeneral(dst))
-                continue;
-            ++tried;
-            EXPECT_EQ(ConvertBytes(dst, format, line.data(), 6), ConvertBytes(dst, entry, run.data(), 6))
-                << entryName << " to " << TextOf(dst->GetId());
-            // Planes: the channels one behind the other.
-            std::vector<BITS> offsets;
-            const ChannelOffsets own = dst->GetChannelOffsets();
-            for (size_t c = 0; c + 1 < own.size(); ++c)
-                offsets.push_back(own[c] * 6);
-            const Int channelBits = own[1].GetBits();
-            offsets.push_back(BITS(channelBits));
-            const Result<ConvertPixelFunc> direct = FindConversion(dst, format, offsets, format->GetChannelOffsets());
-            const Result<ConvertPixelFunc> plain = FindConversion(dst, entry, offsets, entry->GetChannelOffsets());
-            ASSERT_TRUE(direct && plain) << entryName << " to " << TextOf(dst->GetId());
-            Bytes a(256), b(256);
-            ASSERT_TRUE(
-                (*direct)({a.data(), BITS(channelBits), 0}, 6, {line.data(), BITS(8), 0}, CONVERTPIXELFLAGS::NONE));
-            ASSERT_TRUE((*plain)({b.data(), BITS(channelBits), 0}, 6, {run.data(), entry->GetBitsPerPixel(), 0},
-                                 CONVERTPIXELFLAGS::NONE));
-            EXPECT_EQ(a, b) << entryName << " to planes of " << TextOf(dst->GetId());
-        }
-        EXPECT_EQ(tried, 49);
+        EXPECT_EQ(together, wanted) << TextOf(dst->GetId());
     }
+    EXPECT_EQ(tried, 49);
 }
 
 TEST_F(SpecialIndexedTest, InstancesKeepTheirOwnColors) {
@@ -184,6 +174,94 @@ TEST_F(SpecialIndexedTest, InstancesKeepTheirOwnColors) {
     uint8_t pixel[3];
     ASSERT_TRUE(kept && (*kept)({pixel, BITS(24), 0}, 1, {&index, BITS(8), 0}, CONVERTPIXELFLAGS::NONE));
     EXPECT_THAT(pixel, ElementsAre(255, 0, 0));
+}
+
+TEST_F(SpecialIndexedTest, StreamsAndClonesCarryTheColors) {
+    const PixelFormat rgb = FormatOf("rgb.u8");
+    const PixelFormatIndexedColor made = CreateWithColors(4, 5);
+    MediaStreamFormat stream;
+    ASSERT_TRUE(stream.Set(mediaformat::kPixelFormat, made));
+    MediaStreamFormat copy = stream;
+    ASSERT_TRUE(copy.Set(mediaformat::kWidth, 9));
+    const PixelFormat published = FormatOf("indexed.u4bit");
+    for (const MediaStreamFormat& carrier : {stream, copy}) {
+        const PixelFormat carried = carrier.Get(mediaformat::kPixelFormat, PixelFormat());
+        EXPECT_EQ(carried, PixelFormat(made));
+        EXPECT_EQ(carried->GetId(), published->GetId());
+        EXPECT_FALSE(carried == published);
+        const auto colors = Cast<PixelFormatIndexedColorInterface>(carried);
+        ASSERT_EQ(colors->GetColorTableSize(), 5);
+        for (Int i = 0; i < 5; ++i) {
+            std::array<uint8_t, 3> color{};
+            ASSERT_TRUE(colors->GetIndex(i, rgb, color.data()));
+            EXPECT_EQ(color, ColorOf(i)) << i;
+        }
+    }
+
+    const Result<ObjectRef> cloned = made->Clone();
+    ASSERT_TRUE(cloned) << MessageOf(cloned);
+    const auto clone = Cast<PixelFormatIndexedColorInterface>(*cloned);
+    const uint8_t line[] = {0x04, 0x4F}, black[3] = {};  // 0, 4, 4 and what lies behind the table
+    EXPECT_EQ(ConvertBytes(rgb, clone, line, 4), ConvertBytes(rgb, made, line, 4));
+    EXPECT_EQ(clone->GetColorTableSize(), 5);
+    EXPECT_EQ(clone->GetClassId(), made->GetClassId());
+    ASSERT_TRUE(clone->SetIndex(4, rgb, black));
+    EXPECT_THAT(ConvertBytes(rgb, clone, line, 2), ElementsAre(1, 0, 255, 0, 0, 0));
+    EXPECT_THAT(ConvertBytes(rgb, made, line, 2), ElementsAre(1, 0, 255, 29, 0, 251)) << "its own table";
+    const auto blank = Cast<PixelFormatIndexedColorInterface>(*published->Clone());
+    EXPECT_EQ(blank->GetColorTableSize(), 0);
+    EXPECT_TRUE(blank->InitColorTable(rgb, 16)) << "a clone is not shared";
+    EXPECT_FALSE(Cast<PixelFormatIndexedColorInterface>(published)->InitColorTable(rgb, 16));
+}
+
+TEST_F(SpecialIndexedTest, TablesAreReadInAnyFormat) {
+    const PixelFormat rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u16");
+    const PixelFormatIndexedColor format = CreateWithColors(2, 3);
+    EXPECT_EQ(format->GetColorTablePixelFormat(), rgb);
+    EXPECT_EQ(format->GetColorSpace(), rgb->GetColorSpace());
+    EXPECT_EQ(format->GetDefaultColorProfile(), rgb->GetDefaultColorProfile());
+    EXPECT_FALSE(format->HasAlpha());
+    uint16_t read[4] = {};
+    ASSERT_TRUE(format->GetIndex(2, rgba, read));
+    EXPECT_THAT(read, ElementsAre(0x0F0F, 0, 0xFDFD, 0xFFFF));
+    for (const Int outside : {Int(-1), Int(3), Int(1) << 40}) {
+        const Result<void> set = format->SetIndex(outside, rgba, read), got = format->GetIndex(outside, rgba, read);
+        ASSERT_FALSE(set || got) << outside;
+        EXPECT_EQ(set.GetError()->GetErrorId(), errorid::kIllegalArgument);
+        EXPECT_EQ(got.GetError()->GetErrorId(), errorid::kIllegalArgument);
+    }
+    ASSERT_TRUE(format->InitColorTable(rgba, 4)) << "another table";
+    ASSERT_TRUE(format->GetIndex(2, rgba, read));
+    EXPECT_THAT(read, ElementsAre(0, 0, 0, 0)) << "all zero";
+    for (const Int width : {Int(-1), Int(0), Int(9), Int(15), Int(17), Int(32)})
+        EXPECT_FALSE(PixelFormats::CreateIndexed(width, rgb, 2)) << width;
+    EXPECT_FALSE(PixelFormats::CreateIndexed(2, rgb, 5)) << "two bits count to four";
+}
+
+TEST_F(SpecialIndexedTest, ProfilesConvertTheColorsWithTheirAlpha) {
+    const ColorProfile srgb = colorprofiles::Get(colorprofiles::kSrgb);
+    const ColorProfile linear = colorprofiles::Get(colorprofiles::kLinearRgb);
+    const uint16_t colors[2][4] = {{0x8000, 0x1234, 0xFFFF, 0x4567}, {0x0102, 0xC000, 0, 0xFFFF}};
+    const PixelFormat entry = FormatOf("rgba.u16");
+    const auto format = PixelFormats::CreateIndexed(1, entry, 2);
+    ASSERT_TRUE(format);
+    for (Int i = 0; i < 2; ++i)
+        ASSERT_TRUE((*format)->SetIndex(i, entry, colors[i]));
+    const uint8_t line = 0x40;
+    for (const char* name : {"rgba.u16", "rgb.u8", "bgra.f16", "argb.u4444"}) {
+        const PixelFormat dst = FormatOf(name);
+        const auto convert = [&](const PixelFormat& src, const void* pixels) {
+            Bytes out(static_cast<size_t>(dst->GetBytesPerLine(2)));
+            ColorProfile target = linear;
+            const Result<void> done = dst->ConvertPixelFromSlow(
+                {out.data(), dst->GetBitsPerPixel(), 0}, 2, {pixels, src->GetBitsPerPixel(), 0}, src, &srgb, &target,
+                CONVERTPIXELFLAGS::FORCECOLORPROFILECONVERSION);
+            EXPECT_TRUE(done) << MessageOf(done);
+            return out;
+        };
+        EXPECT_EQ(convert(*format, &line), convert(entry, colors)) << name;
+        EXPECT_NE(convert(*format, &line), ConvertBytes(dst, entry, colors, 2)) << name << " by plain arithmetic";
+    }
 }
 
 TEST_F(SpecialIndexedTest, WithoutColorsThereIsNoConversion) {

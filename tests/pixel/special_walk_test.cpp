@@ -70,6 +70,9 @@ private:
             });
         if (dst == src)
             return in;
+        const auto colors = Cast<PixelFormatIndexedColorInterface>(src);
+        if (colors && colors->GetColorTableSize() > 0 && IsFixedGeneral(to, dst))
+            return Convert(dst, colors->GetColorTablePixelFormat(), LookUp(colors, in, count), count);
         const auto named = [&](const uint8_t* pixel) { return slow::NameChannels(slowSrc, LoadPixel(slowSrc, pixel)); };
         const auto store = [&](const slow::Channels& channels, uint8_t* out) {
             StorePixel(slowDst, slow::TakeChannels(slowDst, channels), out);
@@ -116,6 +119,24 @@ private:
                 store(slow::InvertInks(named(pixel), slowDst.component), out);
             });
         return {};
+    }
+
+    /// The entries that indices stand for; those without one are zeros.
+    static Bytes LookUp(const PixelFormatIndexedColor& format, const Bytes& in, size_t count) {
+        const PixelFormat entry = format->GetColorTablePixelFormat();
+        const auto width = static_cast<size_t>(format->GetBitsPerPixel().GetBits());
+        Bytes run(count * StrideOf(entry));
+        for (size_t i = 0; i < count; ++i) {
+            Int index = 0;
+            for (size_t bit = i * width; bit < (i + 1) * width; ++bit)
+                index = index * 2 + (in[bit / 8] >> (7 - bit % 8) & 1);
+            if (width == 16)
+                index = in[2 * i] + 256 * in[2 * i + 1];
+            if (index < format->GetColorTableSize()) {
+                EXPECT_TRUE(format->GetIndex(index, entry, &run[i * StrideOf(entry)]));
+            }
+        }
+        return run;
     }
 
     static bool IsFixedGeneral(const std::string& name, const PixelFormat& format) {
@@ -243,6 +264,25 @@ protected:
                 Make({{"blue", F64}, {"green", F64}, {"red", F64}, {"alpha", F64}}),
                 Make({{"red", U8}, {"green", F32}, {"blue", U16}, {"red", S32}})};
     }
+    /// With tables of all sorts, the first one shorter than its indices reach.
+    static std::vector<PixelFormat> MakeIndexed(std::mt19937_64& random) {
+        const struct {
+            Int width;
+            const char* entry;
+            Int count;
+        } kTables[] = {{8, "rgb.u8", 200},   {4, "rgba.u8", 16},  {2, "alpha.u8", 4},  {8, "rgb.u565", 256},
+                       {8, "cmyk.u16", 256}, {8, "grey.f32", 50}, {8, "rgb.rgbe", 256}};
+        std::vector<PixelFormat> formats;
+        for (const auto& table : kTables) {
+            const PixelFormat entry = FormatOf(table.entry);
+            const auto format = PixelFormats::CreateIndexed(table.width, entry, table.count);
+            EXPECT_TRUE(format) << table.entry;
+            for (Int i = 0; format && i < table.count; ++i)
+                EXPECT_TRUE((*format)->SetIndex(i, entry, MakePixels(entry, 1, random).data()));
+            formats.push_back(format.GetValueOr(PixelFormatIndexedColor()));
+        }
+        return formats;
+    }
     static Bytes MakePixels(const PixelFormat& format, size_t count, std::mt19937_64& random) {
         const SlowFormat slow = Describe(format);
         Bytes pixels(static_cast<size_t>(format->GetBytesPerLine(static_cast<Int>(count))));
@@ -259,15 +299,17 @@ protected:
 };
 
 TEST_F(SpecialWalkTest, EveryPair) {
+    std::mt19937_64 random(17);
     std::vector<PixelFormat> formats = MakeDynamic();
+    for (const PixelFormat& format : MakeIndexed(random))
+        formats.push_back(format);
     const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
     ASSERT_TRUE(all);
     for (const PixelFormat& format : *all)
         formats.push_back(format);
-    ASSERT_EQ(formats.size(), 13u + 83 + 16);
+    ASSERT_EQ(formats.size(), 13u + 7 + 83 + 16);
 
     constexpr size_t kCount = 66;  // two blocks of an intermediate conversion
-    std::mt19937_64 random(17);
     int converted = 0, refused = 0;
     for (const PixelFormat& src : formats) {
         const Bytes in = MakePixels(src, kCount, random);
@@ -296,10 +338,10 @@ TEST_F(SpecialWalkTest, EveryPair) {
             ++converted;
         }
     }
-    EXPECT_EQ(converted + refused, 112 * 112);
-    EXPECT_GT(converted, 95 * 95);
-    // From and to indices without colours, and from alpha.f16 and lists without colours.
-    EXPECT_GT(refused, 2 * 9 * 100);
+    EXPECT_EQ(converted + refused, 119 * 119);
+    EXPECT_GT(converted, 95 * 95 + 7 * 95);
+    // To indices, from indices without colours, and from alpha.f16 and lists without colours.
+    EXPECT_GT(refused, 16 * 118 + 9 * 100);
 }
 
 }  // namespace

@@ -158,6 +158,10 @@ std::optional<TransferCurve> FindCurve(const PixelFormat& srcFormat, const Color
 Result<PixelFormat> ColorProfileConvertImpl::FindNearestNativeFormat(const PixelFormat& format) {
     if (!format)
         return IllegalArgumentError("no profile found");
+    // Indices are as wide as their number asks for; what has to be kept are the colours.
+    if (const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
+        indexed && indexed->GetColorTablePixelFormat())
+        return FindNearestNativeFormat(indexed->GetColorTablePixelFormat());
     const ColorSpace space = format->GetColorSpace();
     Id spaceId = space->GetId();
     if (spaceId == colorspaces::kYuv)
@@ -179,7 +183,7 @@ Result<void> ColorProfileConvertImpl::Side::Init(const PixelFormat& format, Chan
         return UnsupportedArgumentError("Unsupported color conversion pixel format @.", native);
     nativeBytes = native->GetBitsPerPixel().GetBytes();
     componentBytes = nativeBytes / native->GetChannelCount();
-    hasAlpha = format->HasAlpha();
+    hasAlpha = native->HasAlpha();
     return InitAlpha(format, offsets);
 }
 

@@ -39,7 +39,7 @@ private:
         cmsUInt32Number word = 0;  ///< the native format as the library calls it
         ConvertPixelFunc bridge;   ///< between the real and the native pixels
         bool isDirect = false;     ///< the real pixels are native ones
-        bool hasAlpha = false;     ///< of the real format
+        bool hasAlpha = false;     ///< of the pixels, or of the colours that indices stand for
         bool alphaIsReal = false;  ///< alpha is read or written in the real pixels, else in the native ones
         PixelFormat alphaFormat;   ///< of the real or the native alpha
         Int alphaOffset = 0;       ///< in bytes, in the real or the native pixel

@@ -35,10 +35,17 @@ Result<std::pair<PixelFormat, Int>> PixelFormatChannels::GetAlphaPixelFormat() c
 ColorProfile PixelFormatChannels::GetDefaultColorProfile() const {
     if (_components.IsEmpty())
         return PixelFormatBase::GetDefaultColorProfile();
-    const ComponentType first = _components[0];
-    const bool isFloat = first >= ComponentType::F16 && first <= ComponentType::F64;
-    return isFloat ? GetColorSpace()->GetDefaultLinearColorProfile()
-                   : GetColorSpace()->GetDefaultNonlinearColorProfile();
+    switch (_components[0]) {
+        case ComponentType::S8:
+        case ComponentType::S16:  // only data has such components, no picture
+            return PixelFormatBase::GetDefaultColorProfile();
+        case ComponentType::F16:
+        case ComponentType::F32:
+        case ComponentType::F64:
+            return GetColorSpace()->GetDefaultLinearColorProfile();
+        default:
+            return GetColorSpace()->GetDefaultNonlinearColorProfile();
+    }
 }
 
 Bool PixelFormatChannels::IsIdenticalPixel(const void* a, const void* b, Int tolerance) const {

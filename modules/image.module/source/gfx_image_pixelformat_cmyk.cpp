@@ -127,27 +127,32 @@ public:
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
                                                      ChannelOffsets dstOffsets, bool defaultOffsets) const override {
         const PixelFormatFixed* src = Get(srcFormat);
-        if (src && IsPartner(src->GetRow()))
-            return ConvertPixelFunc::Create(
-                ColorsToInksConversion{TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2}, srcOffsets)),
-                                       TRY(PlaneSide::Create(_row, {3, 4, 5, 6}, dstOffsets)), _family.inverted});
-        if (src && IsInversion(src->GetRow()))
-            return ConvertPixelFunc::Create(
-                InversionConversion{TRY(PlaneSide::Create(src->GetRow(), {3, 4, 5, 6}, srcOffsets)),
-                                    TRY(PlaneSide::Create(_row, {3, 4, 5, 6}, dstOffsets))});
-        return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
+        const bool fromColors = src && IsPartner(src->GetRow());
+        if (!fromColors && !(src && IsInversion(src->GetRow())))
+            return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
+        const PlaneSide to = TRY(CreateInkSide(_row, dstOffsets));
+        const PlaneSide from =
+            TRY(fromColors ? CreateColorSide(src->GetRow(), srcOffsets) : CreateInkSide(src->GetRow(), srcOffsets));
+        return fromColors ? ConvertPixelFunc::Create(ColorsToInksConversion{from, to, _family.inverted})
+                          : ConvertPixelFunc::Create(InversionConversion{from, to});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
                                                    ChannelOffsets dstOffsets, bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (!dst || !IsPartner(dst->GetRow()))
             return ConvertPixelFunc();
-        return ConvertPixelFunc::Create(
-            InksToColorsConversion{TRY(PlaneSide::Create(_row, {3, 4, 5, 6}, srcOffsets)),
-                                   TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2}, dstOffsets)), _family.inverted});
+        const PlaneSide from = TRY(CreateInkSide(_row, srcOffsets));
+        const PlaneSide to = TRY(CreateColorSide(dst->GetRow(), dstOffsets));
+        return ConvertPixelFunc::Create(InksToColorsConversion{from, to, _family.inverted});
     }
 
 private:
+    static Result<PlaneSide> CreateInkSide(const FormatRow& row, ChannelOffsets offsets) {
+        return PlaneSide::Create(row, {3, 4, 5, 6}, offsets);
+    }
+    static Result<PlaneSide> CreateColorSide(const FormatRow& row, ChannelOffsets offsets) {
+        return PlaneSide::Create(row, {0, 1, 2}, offsets);
+    }
     /// With or without alpha alike, one of both inverted.
     bool IsInversion(const FormatRow& other) const {
         const FamilyRow& family = GetFamilyRow(other.family);

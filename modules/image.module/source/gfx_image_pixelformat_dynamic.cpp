@@ -156,7 +156,9 @@ private:
         return FormatString("net.orvik.image.pixelformat.@", text);
     }
 
+    /// All or nothing: with a part of them, lists that have a format would get another one.
     Result<void> FillWithPublishedFormats() {
+        HashMap<ChannelKey, Result<PixelFormat>> formats;
         const BaseArray<PixelFormat> all = TRY(PixelFormats::GetAll());
         for (const PixelFormat& format : all) {
             const Block<const ImageChannel> channels = format->GetChannels();
@@ -164,8 +166,9 @@ private:
             if (channels.empty() || !std::ranges::all_of(channels, isWhole))
                 continue;
             ChannelKey key = TRY(ChannelKey(channels).Copy());
-            TRY(_formats.Set(std::move(key), format));
+            TRY(formats.Set(std::move(key), format));
         }
+        _formats = std::move(formats);
         return {};
     }
 

@@ -193,6 +193,18 @@ public:
         _count = count;
         return {};
     }
+    /// An instance of its own with a copy of the table.
+    Result<ObjectRef> Clone() const override {
+        const Id classId = TRY(MakeFormatClassId(_row));
+        ObjectRef copy = TRY(ClassRef(classId).Create());
+        auto* format = dynamic_cast<PixelFormatIndexedImpl*>(copy.GetPointer());
+        if (!format)
+            return UnexpectedError("Class @ makes no indexed formats.", classId);
+        TRY(format->_table.AppendBlock(_table.ToBlock()));
+        format->_entryFormat = _entryFormat;
+        format->_count = _count;
+        return copy;
+    }
     PixelFormat GetColorTablePixelFormat() const override { return _entryFormat; }
     Int GetColorTableSize() const override { return _count; }
     Result<void> SetIndex(Int index, const PixelFormat& format, const void* pixel) override {

@@ -12,8 +12,8 @@ namespace orvik {
 namespace {
 
 using pixel::kPlanePixels;
-using pixel::PixelAt;
 using pixel::PackedLayout;
+using pixel::PixelAt;
 using pixel::PlaneSide;
 
 constexpr Int kWordBits = 16;
@@ -143,20 +143,19 @@ public:
         const PixelFormatFixed* src = Get(srcFormat);
         if (!src || src == this || !std::ranges::equal(dstOffsets, GetChannelOffsets()))
             return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
-        if (IsPartner(src->GetRow()))
-            return ConvertPixelFunc::Create(CompressConversion{
-                _layout, TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2, pixel::kDigitAlpha}, srcOffsets))});
-        return FindRearrangement(*src, srcOffsets, *this);
+        if (!IsPartner(src->GetRow()))
+            return FindRearrangement(*src, srcOffsets, *this);
+        const PlaneSide side = TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2, pixel::kDigitAlpha}, srcOffsets));
+        return ConvertPixelFunc::Create(CompressConversion{_layout, side});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
                                                    ChannelOffsets dstOffsets, bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
-        if (!dst || !std::ranges::equal(srcOffsets, GetChannelOffsets()))
+        // Words among each other are the destination's matter.
+        if (!dst || !IsPartner(dst->GetRow()) || !std::ranges::equal(srcOffsets, GetChannelOffsets()))
             return ConvertPixelFunc();
-        if (IsPartner(dst->GetRow()))
-            return ConvertPixelFunc::Create(ExpandConversion{
-                _layout, TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2, pixel::kDigitAlpha}, dstOffsets))});
-        return ConvertPixelFunc();  // words among each other are the destination's matter
+        const PlaneSide side = TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2, pixel::kDigitAlpha}, dstOffsets));
+        return ConvertPixelFunc::Create(ExpandConversion{_layout, side});
     }
 
 private:

@@ -97,14 +97,16 @@ public:
         const PixelFormatFixed* src = Get(srcFormat);
         if (!src || !IsPartner(src->GetRow()) || !std::ranges::equal(dstOffsets, GetChannelOffsets()))
             return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
-        return ConvertPixelFunc::Create(EncodeConversion{TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2}, srcOffsets))});
+        const PlaneSide side = TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2}, srcOffsets));
+        return ConvertPixelFunc::Create(EncodeConversion{side});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
                                                    ChannelOffsets dstOffsets, bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (!dst || !IsPartner(dst->GetRow()) || !std::ranges::equal(srcOffsets, GetChannelOffsets()))
             return ConvertPixelFunc();
-        return ConvertPixelFunc::Create(DecodeConversion{TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2}, dstOffsets))});
+        const PlaneSide side = TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2}, dstOffsets));
+        return ConvertPixelFunc::Create(DecodeConversion{side});
     }
 };
 

@@ -128,8 +128,8 @@ public:
             return UnsupportedArgumentError("YUV unsupported");
         if (!src || !IsPartner(src->GetRow()) || !std::ranges::equal(dstOffsets, GetChannelOffsets()))
             return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
-        return ConvertPixelFunc::Create(
-            ToYuvConversion{TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2}, srcOffsets)), GetLuma()});
+        const PlaneSide side = TRY(PlaneSide::Create(src->GetRow(), {0, 1, 2}, srcOffsets));
+        return ConvertPixelFunc::Create(ToYuvConversion{side, GetLuma()});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
                                                    ChannelOffsets dstOffsets, bool) const override {
@@ -138,8 +138,8 @@ public:
             return UnsupportedArgumentError("YUV unsupported");
         if (!dst || !IsPartner(dst->GetRow()) || !std::ranges::equal(srcOffsets, GetChannelOffsets()))
             return ConvertPixelFunc();
-        return ConvertPixelFunc::Create(
-            FromYuvConversion{TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2}, dstOffsets)), GetLuma()});
+        const PlaneSide side = TRY(PlaneSide::Create(dst->GetRow(), {0, 1, 2}, dstOffsets));
+        return ConvertPixelFunc::Create(FromYuvConversion{side, GetLuma()});
     }
 
 private:

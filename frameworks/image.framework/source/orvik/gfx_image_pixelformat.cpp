@@ -8,6 +8,16 @@ Result<PixelFormat> FindOrCreatePixelFormat(Block<const ImageChannel> channels) 
     return FindPublished<PixelFormatsInterface>(PixelFormatsInterface::kInterfaceId)->FindOrCreatePixelFormat(channels);
 }
 
+Result<PixelFormatIndexedColor> CreateIndexed(Int width, const PixelFormat& entryFormat, Int count) {
+    if ((width < 1 || width > 8) && width != 16)
+        return IllegalArgumentError("There are no indices of @ bits.", width);
+    const Id classId =
+        TRY(Id::Create(FormatString("net.orvik.image.class.pixelformat.Indexed.u@bit", width).GetText()));
+    PixelFormatIndexedColor format = TRY(ClassRef(classId).Create<PixelFormatIndexedColorInterface>());
+    TRY(format->InitColorTable(entryFormat, count));
+    return format;
+}
+
 Result<BaseArray<PixelFormat>> GetAll() {
     BaseArray<PixelFormat> all;
     for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry)) {

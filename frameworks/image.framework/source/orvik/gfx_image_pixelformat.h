@@ -150,23 +150,40 @@ public:
 using PixelFormatDynamic = Ref<PixelFormatDynamicInterface>;
 
 /// A format whose pixels are indices into a colour table of its own.
+///
+/// The published instances ("net.orvik.image.pixelformat.indexed.u8bit" and so on) say how indices lie and have no
+/// table; each picture gets an instance with its own colours. A codec makes one and describes its stream with it:
+/// ```cpp
+/// const PixelFormatIndexedColor format = TRY(PixelFormats::CreateIndexed(4, rgb, entryCount));
+/// for (Int i = 0; i < entryCount; ++i)
+///     TRY(format->SetIndex(i, rgb, entries + 3 * i));     // pixels of any format that converts into the table's
+/// TRY(streamFormat.Set(mediaformat::kPixelFormat, format));
+/// ```
+/// Rows of a file go into pixels unchanged: indices of less than a byte stand with their most significant bit first,
+/// those of 16 bits are little-endian words. No index leads outside the table, which is padded with zeros to all that
+/// the bits can say. Instances share their id and are told apart by identity; a conversion takes the colours of the
+/// moment when it was asked for. The table is filled before the format is handed on: after that, any thread reads it.
+/// To read colours back, cast a pixel format to this interface. `Clone` makes an instance with a copy of the table.
 class PixelFormatIndexedColorInterface : public virtual PixelFormatInterface {
     ORVIK_INTERFACE(PixelFormatIndexedColorInterface, "net.orvik.image.interface.pixelformatindexedcolor");
 
 public:
-    /// Makes a table of `count` entries, all zero, whose colours have format `entryFormat`.
+    /// Makes a table of `count` entries, all zero, whose colours have format `entryFormat`. It replaces an earlier one.
+    /// Illegal argument for no entries or more than the bits can count, and for an entry format of parts of bytes, of
+    /// shared chroma or of indices; illegal state for a published instance.
     virtual Result<void> InitColorTable(const PixelFormat& entryFormat, Int count) {
         (void)entryFormat, (void)count;
         return Unbound();
     }
     virtual PixelFormat GetColorTablePixelFormat() const { return Unbound(); }
+    /// The entries that `InitColorTable` was asked for; 0 without a table.
     virtual Int GetColorTableSize() const { return Unbound(); }
     /// Sets entry `index` from one pixel of `format`; illegal argument outside the table.
     virtual Result<void> SetIndex(Int index, const PixelFormat& format, const void* pixel) {
         (void)index, (void)format, (void)pixel;
         return Unbound();
     }
-    /// Reads entry `index` as one pixel of `format`.
+    /// Reads entry `index` as one pixel of `format`; illegal argument outside the table.
     virtual Result<void> GetIndex(Int index, const PixelFormat& format, void* pixel) const {
         (void)index, (void)format, (void)pixel;
         return Unbound();
@@ -195,6 +212,9 @@ ORVIK_API PixelFormat Get(const Id& id);
 /// The shared format with exactly these channels: a fixed one where the catalogue has it, else one made at run time.
 /// "FindOrCreatePixelFormat() needs at least 1 channel." for an empty list. Failures are remembered too.
 ORVIK_API Result<PixelFormat> FindOrCreatePixelFormat(Block<const ImageChannel> channels);
+/// A new indexed format with a table of `count` entries, all zero, of `entryFormat`.
+/// @param width  bits of an index: 1 to 8, or 16; illegal argument else. Other errors as `InitColorTable`.
+ORVIK_API Result<PixelFormatIndexedColor> CreateIndexed(Int width, const PixelFormat& entryFormat, Int count);
 /// Every fixed and named format, group by group in the order of registration.
 ORVIK_API Result<BaseArray<PixelFormat>> GetAll();
 }  // namespace PixelFormats
