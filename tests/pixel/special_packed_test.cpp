@@ -96,25 +96,6 @@ TEST_F(SpecialPackedTest, AnyValueBecomesAWord) {
     }
 }
 
-TEST_F(SpecialPackedTest, AlphaComesAndGoesAmongWords) {
-    const std::vector<uint16_t> words = AllWords();
-    const char* const kPairs[][2] = {
-        {"rgb.u555", "argb.u1555"}, {"bgr.u555", "abgr.u1555"}, {"rgb.u444", "argb.u4444"}, {"bgr.u444", "abgr.u4444"}};
-    for (const auto& pair : kPairs) {
-        for (const bool back : {false, true}) {
-            const std::string src = pair[back], dst = pair[!back];
-            std::vector<uint16_t> wanted;
-            for (const uint16_t word : words)
-                wanted.push_back(slow::RearrangeWord(word, slow::kPackedBits.at(src), slow::kPackedBits.at(dst)));
-            EXPECT_EQ(ConvertBytes(FormatOf(dst), FormatOf(src), words.data(), 65536), BytesOf(wanted))
-                << src << " to " << dst;
-        }
-    }
-    for (const auto& [name, bits] : slow::kPackedBits)
-        EXPECT_EQ(ConvertBytes(FormatOf(name), FormatOf(name), words.data(), 65536), BytesOf(words))
-            << name << " keeps its unused bits";
-}
-
 TEST_F(SpecialPackedTest, KnownWords) {
     const struct {
         const char* src;

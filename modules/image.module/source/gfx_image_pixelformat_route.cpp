@@ -152,20 +152,18 @@ Result<ConvertPixelFunc> FindChannelRoute(const PixelFormat& dstFormat, ChannelO
     }
     const ColorSpace space = GetColorSpaceOfChannels(srcFormat, src);
 
-    BaseArray<bool> used;
-    TRY(used.Resize(src.GetCount()));
+    HashMap<Id, Int> nextOfType;  // where the search for the next channel of a type goes on
     BaseArray<ChannelOrigin> origins;
     Int pairedColors = 0;
     for (Int d = 0; d < dst.GetCount(); ++d) {
         const ImageChannelType& type = dst.GetType(d);
-        Int partner = 0;
-        while (partner < src.GetCount() && (used[partner] || !(src.GetType(partner) == type)))
-            ++partner;
+        Int& next = *TRY(nextOfType.FindOrCreate(type->GetId()));
+        while (next < src.GetCount() && !(src.GetType(next) == type))
+            ++next;
         const bool ofSpace = type->GetColorSpace() == space;
-        if (partner < src.GetCount()) {
-            used[partner] = true;
+        if (next < src.GetCount()) {
             pairedColors += ofSpace;
-            TRY(origins.Append(ChannelOrigin::FromChannel(static_cast<int>(partner))));
+            TRY(origins.Append(ChannelOrigin::FromChannel(static_cast<int>(next++))));
         } else if (IsOptionalType(type) || ofSpace) {
             TRY(origins.Append(ChannelOrigin::FromFill(static_cast<uint8_t>(type->GetDefaultFillValue()))));
         } else {
