@@ -20,6 +20,15 @@ Result<void> KeepAlpha(DataDictionary& settings, std::string_view formatName, co
     return {};
 }
 
+/// Leaves of the picture what was selected.
+Result<void> Reduce(Picture& picture, const SelectionOptions& options) {
+    if (options.IsWholePicture())
+        return {};
+    const Selection selection = TRY(Select(picture, options));
+    picture.texture = TRY(Flatten(selection));
+    return {};
+}
+
 Result<void> Save(const Picture& picture, const Id& exporterClass, OutputTarget& target) {
     const auto exporter = TRY(ClassRef(exporterClass).Create<MediaOutputUrlInterface>());
     TRY(exporter->SetOutputUrl(TRY(target.GetUrl())));
@@ -37,8 +46,9 @@ Result<void> SaveTo(const std::string& output, const Picture& picture, const Id&
 
 int RunConvert(const Console& console, const ConvertOptions& options) {
     Result<Picture> picture = LoadPicture(options.input, MEDIASESSIONFLAGS::NONE);
-    if (!picture)
-        return console.Fail(options.input, picture.GetError());
+    const Result<void> reduced = picture ? Reduce(*picture, options.selection) : Result<void>(picture.GetError());
+    if (!reduced)
+        return console.Fail(options.input, reduced.GetError());
 
     const std::string wanted =
         options.format.empty() ? std::string(Url(options.output).GetSuffix().GetText()) : options.format;

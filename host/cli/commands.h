@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "console.h"
+#include "selection.h"
 
 namespace orvik::cli {
 
@@ -23,6 +24,7 @@ struct ConvertOptions {
     std::string output;
     std::string format;                 ///< name, suffix or id; empty goes by the output's suffix
     std::vector<std::string> settings;  ///< "key=value"
+    SelectionOptions selection;
 };
 /// Loads, saves.
 int RunConvert(const Console& console, const ConvertOptions& options);
@@ -31,10 +33,9 @@ struct PixelsOptions {
     std::string input;
     std::string output;
     std::string pixelFormat = "net.orvik.image.pixelformat.rgba.u8";
-    int image = 1;     ///< from 1
-    std::string path;  ///< names below the image, joined by a slash or a backslash; empty for the image itself
+    SelectionOptions selection;
 };
-/// Writes the rows of one node in one pixel format.
+/// Writes the rows of one node, or of layers composited, in one pixel format.
 int RunPixels(const Console& console, const PixelsOptions& options);
 
 int RunFormats(const Console& console, bool json);

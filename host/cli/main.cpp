@@ -40,6 +40,15 @@ CLI::App* AddCommand(CLI::App& app, const char* name, const char* description, R
     return command;
 }
 
+void AddSelection(CLI::App& command, SelectionOptions& selection) {
+    command.add_option("--image", selection.image, "Which image of the file, from 1")->check(CLI::PositiveNumber);
+    command
+        .add_option("--path", selection.paths,
+                    "A node below the image, as in 'Folder/Layer 1' or 'Alpha'; repeated, layers that are composited")
+        ->allow_extra_args(false);
+    command.add_flag("--composite", selection.composite, "Lay the visible layers, or those of --path, over each other");
+}
+
 void Describe(CLI::App& app, Options& options, Run& chosen) {
     app.set_help_flag("-h,--help", "Show this help");
     app.set_version_flag("--version", "orvik " ORVIK_VERSION, "Show the version");
@@ -65,6 +74,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     convert->add_option("-t,--to", options.convert.format, "Format to write; otherwise the suffix of OUT decides");
     convert->add_option("-s,--set", options.convert.settings, "Export setting key=value; can be repeated")
         ->allow_extra_args(false);
+    AddSelection(*convert, options.convert.selection);
     convert->footer("Settings are listed by 'orvik formats'. A key may be cut to its ending: quality=0.9.");
 
     CLI::App* pixels = AddCommand(app, "pixels", "Write the pixels of an image as plain rows", chosen,
@@ -72,8 +82,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     pixels->add_option("IN", options.pixels.input, "File to load, '-' for standard input")->required();
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
     pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")->capture_default_str();
-    pixels->add_option("--image", options.pixels.image, "Which image of the file, from 1")->capture_default_str();
-    pixels->add_option("--path", options.pixels.path, "A node below the image, as in 'Folder/Layer 1' or 'Alpha'");
+    AddSelection(*pixels, options.pixels.selection);
     pixels->footer("Rows stand top row first, without padding.");
 
     CLI::App* formats = AddCommand(app, "formats", "List file formats, what each can hold and its export settings",
