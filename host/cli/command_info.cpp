@@ -3,58 +3,11 @@
 #include "commands.h"
 #include "description.h"
 #include "report.h"
+#include "treetext.h"
 
 namespace orvik::cli {
 
 namespace {
-
-/// "multiply 50 %", "hidden": what a layer does to those below it.
-std::string LookText(const Json& node) {
-    const LayerLook look = GetLayerLook(node);
-    std::string text;
-    const auto add = [&text](const std::string& word) { text += (text.empty() ? "  " : ", ") + word; };
-    if (!look.blendMode.empty())
-        add(look.blendMode);
-    if (look.opacity != 1.0)
-        add(ValueText(look.opacity * 100) + " %");
-    if (look.hidden)
-        add("hidden");
-    return text;
-}
-
-/// "dpi 72, subimageindex 0".
-std::string MetadataText(const Json& node) {
-    std::string text;
-    for (const auto& [key, value] : OtherMetadata(node))
-        text += (text.empty() ? "" : ", ") + key + " " + value;
-    return text;
-}
-
-void DrawNode(std::string& out, const Json& node, const std::string& indent, bool last) {
-    const std::string inner = indent + (last ? "   " : "│  ");
-    const auto& children = node["children"];
-
-    out += indent + (last ? "└─ " : "├─ ") + TypeText(node);
-    if (const auto name = node["name"].get<std::string>(); !name.empty())
-        out += " \"" + Printable(name) + "\"";
-    out += "  " + SizeText(node) + "  " + FormatText(node);
-    if (const auto profile = node["colorprofile"].get<std::string>(); !profile.empty())
-        out += "  " + Printable(profile);
-    out += Printable(LookText(node)) + "\n";
-    if (const std::string metadata = MetadataText(node); !metadata.empty())
-        out += inner + (children.empty() ? "   " : "│  ") + Printable(metadata) + "\n";
-    for (size_t i = 0; i < children.size(); ++i)
-        DrawNode(out, children[i], inner, i + 1 == children.size());
-}
-
-std::string Draw(const Json& picture, const FileFormat& format) {
-    std::string out = Printable(picture["url"].get<std::string>()) + "  " + std::string(format->GetName().GetText()) +
-                      "  " + SizeText(picture) + "\n";
-    const auto& images = picture["images"];
-    for (size_t i = 0; i < images.size(); ++i)
-        DrawNode(out, images[i], "", i + 1 == images.size());
-    return out;
-}
 
 /// Collects what the files hold and says it in the form that was asked for.
 class InfoOutput {

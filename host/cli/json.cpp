@@ -19,6 +19,8 @@ Json ToJson(const Data& data) {
         return std::string(GetTypeName(*value));
     if (const ColorProfile* value = data.GetIf<ColorProfile>())
         return ToJson(value->ToString());
+    if (const ImagePixelBlend* value = data.GetIf<ImagePixelBlend>())
+        return ToJson((*value)->GetId());
     if (const DataDictionary* value = data.GetIf<DataDictionary>())
         return ToJson(*value);
     return ToJson(data.ToString());

@@ -138,12 +138,24 @@ Result<std::string> ThumbnailPart(const Json& description, const ImageBaseRef& n
     return html + "</div>";
 }
 
+/// Everything below the node composited; null for a node without layers.
+Result<LayerSet> CompositeOf(const ImageBaseRef& node) {
+    LayerSet layers;
+    if (node->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::LAYER)))
+        TRY(layers.SetMode(LAYERSETMODE::LAYERS));
+    return layers;
+}
+
 }  // namespace
 
 Result<void> Report::AddNode(const Json& description, const ImageBaseRef& node) {
     const std::string subject = TypeText(description) + " " + description["name"].get<std::string>();
     _body += "<li><div class=\"node\">";
     _body += TRY(ThumbnailPart(description, node, LayerSet(), subject));
+    if (description["type"] == "IMAGE") {
+        if (const LayerSet layers = TRY(CompositeOf(node)); layers)
+            _body += TRY(ThumbnailPart(description, node, layers, subject + ", its layers composited"));
+    }
     _body += TextPart(description) + "</div>";
     const auto& children = description["children"];
     if (!children.empty()) {

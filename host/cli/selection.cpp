@@ -61,10 +61,14 @@ Result<LayerSet> MakeLayerSet(const ImageBaseRef& image, const SelectionOptions&
 PixelFormat WithAlpha(const PixelFormat& format) {
     const auto channels = format->GetChannels();
     switch (channels.empty() ? ComponentType::None : channels[0]->GetComponentType()) {
-        case ComponentType::U8: return PixelFormats::Get(pixelformats::kRgbaU8);
-        case ComponentType::U16: return PixelFormats::Get(pixelformats::kRgbaU16);
-        case ComponentType::F16: return PixelFormats::Get(Id("net.orvik.image.pixelformat.rgba.f16"));
-        default: return PixelFormats::Get(pixelformats::kRgbaF32);
+        case ComponentType::U8:
+            return PixelFormats::Get(pixelformats::kRgbaU8);
+        case ComponentType::U16:
+            return PixelFormats::Get(pixelformats::kRgbaU16);
+        case ComponentType::F16:
+            return PixelFormats::Get(Id("net.orvik.image.pixelformat.rgba.f16"));
+        default:
+            return PixelFormats::Get(pixelformats::kRgbaF32);
     }
 }
 

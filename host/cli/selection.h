@@ -11,9 +11,9 @@
 namespace orvik::cli {
 
 struct SelectionOptions {
-    int image = 0;                   ///< from 1; 0 for the first
-    std::vector<std::string> paths;  ///< names below the image, joined by slashes or backslashes
-    bool composite = false;          ///< what the paths name, or without paths all visible layers, laid over each other
+    int image = 0;                        ///< from 1; 0 for the first
+    std::vector<std::string> paths = {};  ///< names below the image, joined by slashes or backslashes
+    bool composite = false;  ///< what the paths name, or without paths all visible layers, laid over each other
 
     bool IsWholePicture() const { return image == 0 && paths.empty() && !composite; }
 };

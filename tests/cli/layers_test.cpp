@@ -1,0 +1,146 @@
+// Layered pictures as the commands show, select and flatten them.
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "formats.h"
+#include "report.h"
+#include "selection.h"
+#include "support/layer_tree.h"
+#include "treetext.h"
+
+#include "orvik/host.h"
+
+namespace orvik::cli {
+
+namespace {
+
+using testing::HasSubstr;
+
+/// Over a red bottom lie a folder with a masked green layer at half opacity, and a hidden blue layer on top.
+class LayersTest : public testing::Test {
+protected:
+    void SetUp() override {
+        auto host = Host::Start();
+        ASSERT_TRUE(host) << host.GetError()->ToString().GetCString();
+        _host.emplace(std::move(*host));
+        _picture.texture = LayerTree::MakeTexture();
+        _picture.format = FindFormat("png")->GetFileFormat();
+        const NodeSpec size{.width = kWidth, .height = kHeight};
+        _image = LayerTree::AddImage(_picture.texture, size, LayerTree::Plain(1, 1, 1));
+
+        // The first child is the topmost.
+        NodeSpec spec = size;
+        spec.name = "Hidden";
+        spec.enabled = false;
+        LayerTree::AddLayer(_image, spec, LayerTree::Plain(0, 0, 1));
+        const ImageRef folder = LayerTree::AddFolder(_image, {.name = "Folder"});
+        spec = size;
+        spec.name = "Green";
+        spec.opacity = 0.5;
+        spec.mode = blendmodes::kMultiply;
+        const ImageRef green = LayerTree::AddLayer(folder, spec, LayerTree::Plain(0, 1, 0));
+        spec = {.name = "Mask", .width = kWidth, .height = kHeight, .format = pixelformats::kAlphaU8};
+        LayerTree::AddMask(green, spec, [](Int x, Int) { return std::array{0.0, 0.0, 0.0, x < 2 ? 1.0 : 0.0}; });
+        spec = size;
+        spec.name = "Red";
+        LayerTree::AddLayer(_image, spec, LayerTree::Plain(1, 0, 0));
+    }
+    void TearDown() override {
+        _image = ImageRef();
+        _picture = Picture();
+        _host.reset();
+    }
+
+    /// RGBA of the first row of a flattened selection.
+    std::vector<int> FirstRow(const SelectionOptions& options) {
+        const Result<Selection> selection = Select(_picture, options);
+        EXPECT_TRUE(selection) << selection.GetError()->ToString().GetCString();
+        const Result<ImageTextureRef> flat = Flatten(*selection);
+        EXPECT_TRUE(flat) << flat.GetError()->ToString().GetCString();
+        const ImageBaseRef image = *GetImages(*flat, IMAGEHIERARCHY::IMAGE)->begin();
+        RowsWish wish;
+        wish.format = PixelFormats::Get(pixelformats::kRgbaU8);
+        NodeRows rows = NodeRows::Create(image, wish).TakeValue();
+        std::vector<int> values;
+        const Block<const std::byte> row = rows.Read(0).TakeValue();
+        for (const std::byte value : row)
+            values.push_back(std::to_integer<int>(value));
+        return values;
+    }
+    std::string SelectionError(const SelectionOptions& options) {
+        const Result<Selection> selection = Select(_picture, options);
+        return selection ? "" : std::string(selection.GetError()->ToString().GetText());
+    }
+
+    static constexpr Int kWidth = 3, kHeight = 2;
+    std::optional<Host> _host;
+    Picture _picture;
+    ImageRef _image;
+};
+
+TEST_F(LayersTest, TreeTellsModesOpacitiesAndWhatIsHidden) {
+    const Json description = Describe("layers.psd", _picture).TakeValue();
+    const std::string text = Draw(description, _picture.format);
+    EXPECT_THAT(text, HasSubstr("├─ layer \"Hidden\"  3 x 2  rgba.u8  hidden\n"));
+    EXPECT_THAT(text, HasSubstr("├─ folder \"Folder\"  0 x 0"));
+    EXPECT_THAT(text, HasSubstr("└─ layer \"Green\"  3 x 2  rgba.u8  multiply, 50 %\n"));
+    EXPECT_THAT(text, HasSubstr("└─ layermask \"Mask\"  3 x 2  alpha.u8\n"));
+    EXPECT_THAT(text, HasSubstr("└─ layer \"Red\"  3 x 2  rgba.u8\n"));
+}
+
+TEST_F(LayersTest, SelectionsByPath) {
+    const std::vector<int> white = {255, 255, 255, 255}, red = {255, 0, 0, 255}, green = {0, 255, 0, 255};
+    const struct {
+        SelectionOptions options;
+        std::vector<int> left, right;  ///< first and last pixel
+    } cases[] = {
+        {{.image = 1}, white, white},
+        {{.paths = {"Folder/Green"}}, green, green},
+        {{.paths = {"Folder\\Green\\Mask"}}, {255, 255, 255, 255}, {0, 0, 0, 0}},
+        {{.composite = true}, {128, 0, 0, 255}, red},
+        {{.paths = {"Red", "Hidden"}}, {0, 0, 255, 255}, {0, 0, 255, 255}},
+        {{.paths = {"Red"}, .composite = true}, red, red},
+        {{.paths = {"Folder/Green"}, .composite = true}, {0, 255, 0, 128}, {0, 0, 0, 0}},
+    };
+    for (const auto& [options, left, right] : cases) {
+        SCOPED_TRACE(options.paths.empty() ? "" : options.paths.front());
+        const std::vector<int> row = FirstRow(options);
+        ASSERT_EQ(row.size(), 12u);
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_NEAR(row[i], left[i], 1) << i;
+            EXPECT_NEAR(row[8 + i], right[i], 1) << i;
+        }
+    }
+}
+
+TEST_F(LayersTest, WhatIsNotThereIsNamed) {
+    EXPECT_THAT(SelectionError({.image = 2}), HasSubstr("there is no image 2; the file has 1"));
+    EXPECT_THAT(SelectionError({.paths = {"Folder/Blue"}}), HasSubstr("image 1 has no node 'Folder/Blue'"));
+    EXPECT_THAT(SelectionError({.paths = {"Red", "folder/green"}}), HasSubstr("image 1 has no node 'folder/green'"));
+}
+
+TEST_F(LayersTest, ReportHasAThumbnailOfEveryNodeAndOfTheComposite) {
+    Report report;
+    const Json description = Describe("layers.psd", _picture).TakeValue();
+    ASSERT_TRUE(report.Add(description, _picture));
+    const std::string file = testing::TempDir() + "layers_report.html";
+    ASSERT_TRUE(report.Write(file));
+    std::ifstream stream(file);
+    const std::string page((std::istreambuf_iterator<char>(stream)), {});
+    const auto count = [&page](std::string_view text) {
+        int found = 0;
+        for (size_t at = page.find(text); at != std::string::npos; at = page.find(text, at + 1))
+            ++found;
+        return found;
+    };
+    EXPECT_EQ(count("data:image/png;base64,"), 6) << "four nodes below the image, the image, its composite";
+    EXPECT_EQ(count("no pixels"), 1) << "the folder";
+    EXPECT_EQ(count("<div class=\"thumb hidden\">"), 1);
+    EXPECT_EQ(count("<span class=\"look\">50 %</span>"), 1);
+}
+
+}  // namespace
+
+}  // namespace orvik::cli
