@@ -18,6 +18,7 @@ namespace {
 /// All formats that are measured.
 constexpr std::vector<CodecCase> (*kMakers[])() = {
     MakeBmpCases,
+    MakeJpegCases,
     MakePngCases,
 };
 

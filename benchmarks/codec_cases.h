@@ -41,6 +41,7 @@ struct CodecCase {
 
 /// @{ One for each format, in its own source.
 std::vector<CodecCase> MakeBmpCases();
+std::vector<CodecCase> MakeJpegCases();
 std::vector<CodecCase> MakePngCases();
 /// @}
 

@@ -4,6 +4,8 @@
 #include <cctype>
 #include <charconv>
 
+#include "orvik/exif.h"
+
 namespace orvik::cli {
 
 namespace {
@@ -15,6 +17,15 @@ Json FindKey(const Json& node, std::string_view key) {
     const auto& metadata = node["metadata"];
     const auto found = metadata.find(std::string(kImageKeyPrefix) + std::string(key));
     return found == metadata.end() ? Json() : *found;
+}
+
+/// What the Exif data of the file say, by name of the tag; null without any.
+Result<Json> DescribeExif(const ImageTextureRef& texture) {
+    const ExifRef exif = Cast<ExifInterface>(texture->Get(image::kExifData, ObjectRef()));
+    if (!exif)
+        return Json();
+    const DataDictionary dictionary = TRY(exif->GetExifDictionary());
+    return ToJson(dictionary);
 }
 
 /// The end of an id: "multiply" of "net.orvik.render.blendmode.multiply".
@@ -57,6 +68,9 @@ Result<Json> Describe(const std::string& file, const Picture& picture) {
     json["images"] = Json::array();
     for (const ImageBaseRef& image : TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE)))
         json["images"].push_back(TRY(DescribeNode(image)));
+    Json exif = TRY(DescribeExif(picture.texture));
+    if (!exif.is_null())
+        json["exif"] = std::move(exif);
     return json;
 }
 

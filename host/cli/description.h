@@ -23,6 +23,7 @@ LayerLook GetLayerLook(const Json& node);
 /// Type, name, size, pixel format, profile, metadata, and the children the same way. "rgba.u8" and so on stand under
 /// their full ids. An illegal state for a tree deeper than 256 levels.
 Result<Json> DescribeNode(const ImageBaseRef& node, int depth = 1);
+/// The images, and under "exif" what the Exif data say.
 /// @param file  the name that the user gave
 Result<Json> Describe(const std::string& file, const Picture& picture);
 

@@ -13,11 +13,13 @@ constexpr std::string_view kBmpHeaders[] = {"V3", "V4", "V5"};
 constexpr std::string_view kSwitch[] = {"true", "false"};
 
 const ExportSetting kSettings[] = {
-    {mediaexport::kQuality.GetId(), SettingType::Float, "", "", {}, "0 to 1; lossless formats ignore it"},
+    {mediaexport::kQuality.GetId(), SettingType::Float, "", "0.8", {}, "0 to 1; lossless formats ignore it"},
     {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "bmp", "false", kSwitch,
      "V3 and V4, which hold no profile: leave the pixels in their own instead of sRGB"},
     {mediaexport::kBmpInfoHeader.GetId(), SettingType::Id, "bmp", "V3, or V5 with alpha", kBmpHeaders,
      "generation of the header; V4 and V5 keep alpha, V5 keeps the colour profile"},
+    {mediaexport::kJpgBaseline.GetId(), SettingType::Bool, "jpg", "false", kSwitch,
+     "quantisation of 8 bits also where a low quality asks for more"},
     {mediaexport::kPngInterlaced.GetId(), SettingType::Bool, "png", "false", kSwitch, "in seven passes"},
 };
 

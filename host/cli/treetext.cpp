@@ -45,6 +45,12 @@ void DrawNode(std::string& out, const Json& node, const std::string& indent, boo
         DrawNode(out, children[i], inner, i + 1 == children.size());
 }
 
+void DrawExif(std::string& out, const Json& exif) {
+    out += "exif\n";
+    for (const auto& [name, value] : exif.items())
+        out += "   " + Printable(name) + "  " + Printable(ValueText(value)) + "\n";
+}
+
 }  // namespace
 
 std::string Draw(const Json& picture, const FileFormat& format) {
@@ -53,6 +59,8 @@ std::string Draw(const Json& picture, const FileFormat& format) {
     const auto& images = picture["images"];
     for (size_t i = 0; i < images.size(); ++i)
         DrawNode(out, images[i], "", i + 1 == images.size());
+    if (picture.contains("exif"))
+        DrawExif(out, picture["exif"]);
     return out;
 }
 

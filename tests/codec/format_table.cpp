@@ -5,6 +5,7 @@ namespace codectest {
 const std::vector<TestedFormat>& TestedFormats() {
     static const std::vector<TestedFormat> formats = {
         TestedBmp(),
+        TestedJpeg(),
         TestedPng(),
     };
     return formats;

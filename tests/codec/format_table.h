@@ -98,6 +98,7 @@ void Put32(Bytes& bytes, size_t at, uint32_t value, bool bigEndian);
 
 /// @{ One for each format, in its own source.
 TestedFormat TestedBmp();
+TestedFormat TestedJpeg();
 TestedFormat TestedPng();
 /// @}
 

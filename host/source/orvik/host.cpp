@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include "orvik/exifservice.h"
 #include "orvik/regionobservable.h"
 
 namespace orvik {
@@ -48,6 +49,7 @@ Result<Host> Host::Start(const HostOptions& options) {
     if (!state)
         return OutOfMemoryError();
     TRY(PublishRegionObservable(state->services));
+    TRY(PublishExif(state->services));
     for (const std::string_view name : options.modules) {
         Result<Url> url = FindModule(name);
         if (!url)

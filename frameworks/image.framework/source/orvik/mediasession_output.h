@@ -50,6 +50,8 @@ inline constexpr Key<Float> kQuality{"net.orvik.mediasession.export.quality"};
 inline constexpr Key<Bool> kDisableSrgbConversion{"net.orvik.mediasession.export.disablesrgbconversion"};
 /// "V3" (default), "V4" or "V5": the generation of the header.
 inline constexpr Key<Id> kBmpInfoHeader{"net.orvik.mediasession.bmp.export.bitmapinfoheader"};
+/// Only quantisation values of 8 bits, which every reader takes.
+inline constexpr Key<Bool> kJpgBaseline{"net.orvik.mediasession.jpg.export.baseline"};
 inline constexpr Key<Bool> kPngInterlaced{"net.orvik.mediasession.png.export.interlaced"};
 }  // namespace mediaexport
 

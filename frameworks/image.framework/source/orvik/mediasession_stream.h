@@ -2,6 +2,7 @@
 /// @file
 /// Media streams: what an input offers, and the seams by which rows travel.
 
+#include "orvik/exif.h"
 #include "orvik/gfx_image_storage.h"
 #include "orvik/hierarchyobject.h"
 #include "orvik/mediasession_streamformat.h"
@@ -34,17 +35,6 @@ public:
     virtual Result<void> SubscribeStream(const Data& id) { return Unbound(); }
     virtual Result<void> UnsubscribeStream() { return Unbound(); }
     virtual Bool IsSubscribed() const { return Unbound(); }
-};
-
-class ExifInterface;
-using ExifRef = Ref<ExifInterface>;
-
-/// Exif data of a picture, as the host's Exif service reads it.
-class ExifInterface : public virtual Object {
-    ORVIK_INTERFACE(ExifInterface, "net.orvik.image.interface.exif");
-
-public:
-    virtual Result<DataDictionary> GetExifDictionary() const { return Unbound(); }
 };
 
 class MediaStreamExifDataInterface : public virtual MediaStreamInterface {

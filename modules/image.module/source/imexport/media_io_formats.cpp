@@ -2,6 +2,7 @@
 
 #include "media_io_bmp.h"
 #include "media_io_fileformat_imagebase.h"
+#include "media_io_jpeg.h"
 #include "media_io_png.h"
 #include "registration.h"
 
@@ -11,6 +12,7 @@ namespace {
 constexpr Int kBits8[] = {8};
 constexpr Int kBits8And16[] = {8, 16};
 constexpr std::string_view kBmpSuffixes[] = {"bmp"};
+constexpr std::string_view kJpegSuffixes[] = {"jpg", "jpeg"};
 constexpr std::string_view kPngSuffixes[] = {"png"};
 
 constexpr ImportCapabilities kStillImage{.image = true};
@@ -34,6 +36,25 @@ constexpr FileFormatEntry kFormats[] = {
                    .maximalImageResolution = 32000,
                    .bitDepthsImage = kBits8},
         .publishMore = nullptr,
+    },
+    {
+        .name = "jpg",
+        .format = "net.orvik.fileformat.imagejpg",
+        .handler = "net.orvik.fileformathandler.imageloaderjpg",
+        .importer = "net.orvik.mediasession.jpg.import",
+        .exporter = "net.orvik.mediasession.jpg.export",
+        .suffixes = kJpegSuffixes,
+        .strength = DETECTIONSTRENGTH::SIGNATURE,
+        .detect = DetectJpeg,
+        .makeImporter = MakeJpegImporter,
+        .makeExporter = MakeJpegExporter,
+        .input = kStillImage,
+        .output = {.image = true,
+                   .embedColorProfile = true,
+                   .maximalAlphaChannels = 0,
+                   .maximalImageResolution = 65000,
+                   .bitDepthsImage = kBits8},
+        .publishMore = PublishJpegParts,
     },
     {
         .name = "png",

@@ -2,9 +2,17 @@
 /// @file
 /// The table of file formats. Registries, capabilities, the command line, tests and fuzz targets all come from it.
 
+#include "orvik/datadictionary.h"
 #include "orvik/fileformat.h"
 
 namespace orvik {
+
+/// What a module says of a library inside it.
+namespace moduleinfo {
+inline constexpr Key<String> kName{"net.orvik.moduleinfo.name"};
+inline constexpr Key<String> kDescription{"net.orvik.moduleinfo.description"};
+inline constexpr Key<String> kVersion{"net.orvik.moduleinfo.version"};
+}  // namespace moduleinfo
 
 /// What an importer answers to the capability keys "net.orvik.media.input.*".
 struct ImportCapabilities {

@@ -54,11 +54,12 @@ Result<void> ImageImporter::PrepareExecute(Inputs inputs, TimeValue, MEDIASESSIO
     TRY(RequireNoInputs(inputs));
     if (_phase == Phase::New)
         return IllegalStateError();
-    if (IsAnySubscribed()) {
+    if (IsAnySubscribed() && !HasJobPerPicture()) {
         const MediaStreamRef& first = _imageStreams[0];
         const MediaStreamFormat format = first->GetFormat(first->GetSelectedFormat());
-        const Float pixels = Float(TRY(format.Get(mediaformat::kWidth))) * Float(TRY(format.Get(mediaformat::kHeight)));
-        _job = TRY(GetSessionProgress()->AddProgressJob(pixels, _jobName));
+        const Int width = TRY(format.Get(mediaformat::kWidth));
+        const Int height = TRY(format.Get(mediaformat::kHeight));
+        TRY(AddJob(width, height));
     }
     _phase = Phase::Prepared;
     return {};
@@ -71,6 +72,7 @@ Result<void> ImageImporter::Execute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS)
     if (_phase != Phase::Prepared)
         return IllegalStateError();
     _executed = true;
+    TRY(DeliverMetadata());
     if (!IsAnySubscribed())
         return {};
     _progress = GetSessionProgress();
@@ -159,6 +161,11 @@ Result<void> ImageImporter::FinishSinks() {
     }
     _sinkCount = 0;
     return first;
+}
+
+Result<Int> ImageImporter::AddJob(Int width, Int height) {
+    _job = TRY(GetSessionProgress()->AddProgressJob(Float(width) * Float(height), _jobName));
+    return _job;
 }
 
 Result<void> ImageImporter::ReportProgress(Int row, Int total) {

@@ -77,6 +77,11 @@ protected:
     virtual Result<void> ReadHeader(const InputStreamRef& stream) = 0;
     /// Opens the sinks and delivers the rows. Runs only when a stream is subscribed.
     virtual Result<void> DecodePixels(const InputStreamRef& stream) = 0;
+    /// Delivers what stands beside the pictures, as Exif data. Runs before `DecodePixels`, also when no picture is
+    /// subscribed.
+    virtual Result<void> DeliverMetadata() { return {}; }
+    /// True for a format that calls `AddJob` itself, for each of its pictures.
+    virtual bool HasJobPerPicture() const { return false; }
     /// Forgets what an earlier `ReadHeader` found.
     virtual void ResetHeader() {}
     virtual bool CanAnalyzeAgain() const { return true; }
@@ -95,6 +100,11 @@ protected:
     /// stays valid until the phase ends. Fails with the error of the conversion when pixels of this format can be
     /// turned into no others.
     Result<RowSink*> OpenSink(const ImageImportStreamRef& stream, const PixelFormat& pixelFormat);
+    /// Finishes the streams that were begun. For files of several pictures, after each; the frame does it at the end.
+    Result<void> FinishSinks();
+    /// Adds a job of width * height and makes it the one that is reported on.
+    Result<Int> AddJob(Int width, Int height);
+    void SelectJob(Int job) { _job = job; }
     /// Reports rows / total and tests for cancellation.
     Result<void> ReportProgress(Int row, Int total);
     /// @}
@@ -108,7 +118,6 @@ private:
 
     bool IsAnySubscribed() const;
     Result<void> OpenSource();
-    Result<void> FinishSinks();
 
     const FileFormatEntry* _entry;
     const char* _jobName;

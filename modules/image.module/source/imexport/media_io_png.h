@@ -14,13 +14,6 @@ inline constexpr Id kModuleInfo{"net.orvik.moduleinfo.libpng"};
 inline constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
 }  // namespace png
 
-/// What a module says of a library inside it.
-namespace moduleinfo {
-inline constexpr Key<String> kName{"net.orvik.moduleinfo.name"};
-inline constexpr Key<String> kDescription{"net.orvik.moduleinfo.description"};
-inline constexpr Key<String> kVersion{"net.orvik.moduleinfo.version"};
-}  // namespace moduleinfo
-
 Result<Bool> DetectPng(const Url& url, const InputStreamRef& stream);
 Result<ObjectRef> MakePngImporter();
 Result<ObjectRef> MakePngExporter();

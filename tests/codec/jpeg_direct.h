@@ -1,0 +1,52 @@
+#pragma once
+/// @file
+/// JPEG files made and read by libjpeg alone, in memory: an independent other side for the tests.
+
+#include <cstdint>
+#include <cstdio>
+#include <initializer_list>
+#include <jpeglib.h>
+#include <string>
+#include <vector>
+
+namespace codectest {
+
+/// A segment as the test writes it into the file, or finds it there.
+struct JpegSegment {
+    int marker;
+    std::vector<uint8_t> payload;
+};
+
+struct JpegPicture {
+    uint32_t width = 0, height = 0;
+    J_COLOR_SPACE colorSpace = JCS_RGB;  ///< of the rows
+    std::vector<uint8_t> rows = {};      ///< tightly packed
+    int quality = 75;
+    bool progressive = false;
+    bool arithmetic = false;
+    int restartRows = 0;
+    /// Sampling factors of the first component; the others have 1.
+    int horizontal = 2, vertical = 2;
+    int densityUnit = 0, xDensity = 1, yDensity = 1;
+    std::vector<uint8_t> profile = {};
+    std::vector<JpegSegment> segments = {};  ///< those of APP1 and APP2
+
+    // Only when read.
+    int componentCount = 0;
+    uint16_t quantization[2][64] = {};  ///< of brightness and colour
+    bool isBaseline = false;
+
+    int Channels() const { return colorSpace == JCS_GRAYSCALE ? 1 : colorSpace == JCS_CMYK ? 4 : 3; }
+    size_t RowBytes() const { return size_t(width) * size_t(Channels()); }
+};
+
+std::vector<uint8_t> WriteJpeg(const JpegPicture& picture);
+/// Everything the file says; an empty picture when libjpeg refuses it.
+JpegPicture ReadJpeg(const std::vector<uint8_t>& file, J_DCT_METHOD method = JDCT_ISLOW);
+
+/// Position of the first segment with one of these markers, as the segments lead to it; the size when there is none.
+size_t FindSegment(const std::vector<uint8_t>& file, std::initializer_list<uint8_t> markers);
+/// The same file with other sides in its header.
+std::vector<uint8_t> ResizeJpeg(std::vector<uint8_t> file, int width, int height);
+
+}  // namespace codectest

@@ -1,0 +1,78 @@
+// JPEG, as the tests of all formats see it.
+
+#include "format_table.h"
+#include "jpeg_direct.h"
+#include "tool_support.h"
+
+namespace codectest {
+namespace {
+
+std::vector<Sample> MakeJpegSamples() {
+    Noise noise(12);
+    std::vector<Sample> samples;
+    const auto add = [&](const char* name, JpegPicture picture) {
+        picture.rows = noise.Make(picture.RowBytes() * picture.height);
+        picture.quality = 20;
+        samples.push_back({name, "jpg", WriteJpeg(picture)});
+    };
+    add("jpeg rgb", {.width = 9, .height = 7});
+    add("jpeg grey, progressive",
+        {.width = 9, .height = 7, .colorSpace = JCS_GRAYSCALE, .progressive = true, .horizontal = 1, .vertical = 1});
+    add("jpeg inks", {.width = 5, .height = 3, .colorSpace = JCS_CMYK, .horizontal = 1, .vertical = 1});
+    return samples;
+}
+
+/// Since a picture may be cut anywhere, only sides that no file of this length could fill are refused.
+std::vector<Sample> MakeJpegBombs() {
+    std::vector<Sample> bombs;
+    for (const Sample& sample : MakeJpegSamples()) {
+        for (const auto& [width, height] : {std::pair(65500, 65500), std::pair(65500, 3000), std::pair(3000, 65500)})
+            bombs.push_back({sample.name, "jpg", ResizeJpeg(sample.bytes, width, height)});
+    }
+    return bombs;
+}
+
+/// As libjpeg's own program, and inks as Pillow has them: within a step.
+bool AgreesWithPrograms(const std::string& path, const ImageTextureRef& texture) {
+    const ImageBaseRef image = FirstImage(texture);
+    const bool isInk = image->GetPixelFormat()->GetChannelCount() == 4;
+    const Bytes own = PixelsOf(image, isInk ? Id("net.orvik.image.pixelformat.cmyk.u8") : pixelformats::kRgbU8);
+    const std::string program = isInk ? "/usr/bin/python3 -c 'import sys; from PIL import Image; "
+                                        "sys.stdout.buffer.write(Image.open(sys.argv[1]).tobytes())' "
+                                      : "djpeg -rgb -ppm ";
+    Bytes theirs;
+    RunShell(program + "'" + path + "' 2> /dev/null | tail -c " + std::to_string(own.size()), &theirs);
+    return own.size() == theirs.size() && std::equal(own.begin(), own.end(), theirs.begin(), [](uint8_t a, uint8_t b) {
+               return std::abs(int(a) - int(b)) <= 1;
+           });
+}
+
+}  // namespace
+
+TestedFormat TestedJpeg() {
+    TestedFormat jpeg{"jpg", MakeJpegSamples};
+    jpeg.mostPicturesOfCutFiles = 100000;  // a file that ends early ends in a picture
+    jpeg.makeBombs = MakeJpegBombs;
+    jpeg.analyzesAgain = false;
+    jpeg.secondInputError = "functionnotimplemented";
+    jpeg.embedsProfiles = true;
+    jpeg.largestSide = 65000;
+    jpeg.bitDepths = {8};
+    jpeg.corpusFolder = "jpeg";
+    jpeg.agrees = AgreesWithPrograms;
+    constexpr const char* kBetweenSegments = "is not recognised: bytes between its first segments that belong to none";
+    jpeg.differences = {
+        {"jpeg/exiftool/ExifTool.jpg", "lists a second picture beyond its end"},
+        {"jpeg/gdk-pixbuf/CVE-2017-2862.jpg", kBetweenSegments},
+        {"jpeg/gdk-pixbuf/bug775218.jpg", kBetweenSegments},
+        {"jpeg/gdk-pixbuf/bug775697.jpg", kBetweenSegments},
+        {"jpeg/pillow/photoshop-200dpi-broken.jpg", kBetweenSegments},
+        {"jpeg/pillow/ultrahdr.jpg", "lists a second picture beyond its end"},
+        {"jpeg/twelvemonkeys/0x00-to-0xFF-between-segments.jpg", kBetweenSegments},
+    };
+    jpeg.fewestCompared = 80;
+    jpeg.fewestRefused = 5;
+    return jpeg;
+}
+
+}  // namespace codectest

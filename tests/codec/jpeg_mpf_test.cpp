@@ -1,0 +1,304 @@
+// Multi-Picture files that the test puts together from single pictures, and Exif data on their way to a host.
+
+#include "codec_support.h"
+#include "jpeg_direct.h"
+
+#include "orvik/exif.h"
+
+namespace codectest {
+namespace {
+
+class JpegMpfTest : public CodecTest {};
+
+Bytes MakeJpeg(uint32_t width, uint32_t height, uint8_t value, std::vector<JpegSegment> segments = {}) {
+    return WriteJpeg({.width = width,
+                      .height = height,
+                      .rows = Bytes(size_t(width) * height * 3, value),
+                      .segments = std::move(segments)});
+}
+
+/// Numbers in a byte order.
+class Writer {
+public:
+    explicit Writer(bool big) : _big(big) {}
+    Writer& Put(uint64_t value, int count) {
+        for (int i = 0; i < count; ++i)
+            bytes.push_back(uint8_t(value >> (8 * (_big ? count - 1 - i : i))));
+        return *this;
+    }
+    Writer& Entry(int tag, int type, uint32_t count, uint32_t value) {
+        return Put(uint32_t(tag), 2).Put(uint32_t(type), 2).Put(count, 4).Put(value, 4);
+    }
+    Bytes bytes;
+
+private:
+    bool _big;
+};
+
+struct Index {
+    bool big = false;
+    std::vector<uint32_t> offsets = {};
+    int entryCount = 3;
+    int versionType = 7;
+    uint32_t versionCount = 4;
+    int numberType = 4;
+    uint32_t numberOfImages = 0;  ///< 0: as many as there are offsets
+    uint32_t entryBytes = 0;      ///< 0: as many as needed
+    uint32_t entriesAt = 50;
+    uint32_t directoryAt = 8;
+    int extraType = 0;  ///< a tag of its own in front of the version
+
+    JpegSegment Make() const {
+        Writer out(big);
+        out.bytes = {'M', 'P', 'F', 0};
+        const Bytes mark = big ? Bytes{'M', 'M', 0, 42} : Bytes{'I', 'I', 42, 0};
+        out.bytes.insert(out.bytes.end(), mark.begin(), mark.end());
+        const auto count = uint32_t(offsets.size());
+        out.Put(directoryAt, 4).Put(uint32_t(entryCount), 2);
+        if (extraType)
+            out.Entry(0xA000, extraType, extraType == 7 ? 4 : 1, 0);
+        out.Entry(0xB000, versionType, versionCount, 0x30303130);
+        out.Entry(0xB001, numberType, 1, numberOfImages ? numberOfImages : count);
+        out.Entry(0xB002, 7, entryBytes ? entryBytes : 16 * count, entriesAt).Put(0, 4);
+        for (const uint32_t offset : offsets)
+            out.Put(0x20030000, 4).Put(1000, 4).Put(offset, 4).Put(0, 4);
+        return {JPEG_APP0 + 2, out.bytes};
+    }
+};
+
+/// Position in the file from which the index counts: behind the signature in its payload.
+size_t FindBase(const Bytes& file) {
+    const Bytes signature = {'M', 'P', 'F', 0};
+    return size_t(std::search(file.begin(), file.end(), signature.begin(), signature.end()) - file.begin()) + 4;
+}
+
+/// A first picture with an index of itself and the others, which follow.
+Bytes Join(Index index, const std::vector<Bytes>& others, const std::vector<JpegSegment>& before = {}) {
+    const auto makeFirst = [&] {
+        std::vector<JpegSegment> segments = before;
+        segments.push_back(index.Make());
+        return MakeJpeg(16, 16, 50, segments);
+    };
+    index.offsets.assign(others.size() + 1, 0);
+    Bytes file = makeFirst();
+    const size_t base = FindBase(file);
+    size_t end = file.size();
+    for (size_t i = 0; i < others.size(); ++i) {
+        index.offsets[i + 1] = uint32_t(end - base);
+        end += others[i].size();
+    }
+    file = makeFirst();
+    for (const Bytes& other : others)
+        file.insert(file.end(), other.begin(), other.end());
+    return file;
+}
+
+std::vector<ImageBaseRef> ImagesOf(const ImageTextureRef& texture) {
+    std::vector<ImageBaseRef> images;
+    for (const HierarchyObjectRef& child : texture->GetChildren(Int(IMAGEHIERARCHY::IMAGE)))
+        images.push_back(Cast<ImageBaseInterface>(child));
+    return images;
+}
+
+TEST_F(JpegMpfTest, FindsEveryPicture) {
+    const Bytes second = MakeJpeg(8, 24, 120);
+    const Bytes third = WriteJpeg(
+        {.width = 5, .height = 3, .colorSpace = JCS_GRAYSCALE, .rows = Bytes(15, 200), .horizontal = 1, .vertical = 1});
+    for (const bool big : {false, true}) {
+        for (const bool late : {false, true}) {
+            SCOPED_TRACE(testing::Message() << big << late);
+            std::vector<JpegSegment> before;
+            if (late)  // the index lies beyond the first buffer of the decoder
+                before.assign(4, {JPEG_COM, Bytes(60000, 1)});
+            const Result<ImageTextureRef> texture = Load(Join({.big = big}, {second, third}, before));
+            ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+            const std::vector<ImageBaseRef> images = ImagesOf(*texture);
+            ASSERT_EQ(images.size(), 3u);
+            for (size_t i = 0; i < images.size(); ++i)
+                EXPECT_EQ(images[i]->Get(image::kSubImageIndex, -1), Int(i));
+            EXPECT_EQ(PixelsOf(images[0], pixelformats::kRgbU8), Bytes(16 * 16 * 3, 50));
+            EXPECT_EQ(PixelsOf(images[1], pixelformats::kRgbU8), ReadJpeg(second).rows);
+            EXPECT_EQ(images[2]->GetWidth(), 5);
+            EXPECT_EQ(PixelsOf(images[2], pixelformats::kGreyU8), ReadJpeg(third).rows);
+        }
+    }
+}
+
+class SelectOne : public LayerSetInterface {
+public:
+    explicit SelectOne(String image) : _image(std::move(image)) {}
+    String GetSelectedImage() const override { return _image; }
+
+private:
+    String _image;
+};
+
+TEST_F(JpegMpfTest, SelectedPictureAloneIsDecoded) {
+    const Bytes file = Join({}, {MakeJpeg(8, 24, 120)});
+    for (const Int wanted : {1, 2}) {
+        const LayerSet layers(*NewObj<SelectOne>(FormatString("#@", wanted)));
+        const Result<ImageTextureRef> texture =
+            ImageTextureInterface::LoadTexture(Mount(file), {}, MEDIASESSIONFLAGS::NONE, {}, layers);
+        ASSERT_TRUE(texture);
+        ASSERT_EQ(ImagesOf(*texture).size(), 1u);
+        EXPECT_EQ(FirstImage(*texture)->GetHeight(), wanted == 1 ? 16 : 24);
+    }
+}
+
+TEST_F(JpegMpfTest, OddIndexes) {
+    const Bytes second = MakeJpeg(8, 8, 120);
+    const std::string failed = "ReadApp2Marker failed.";
+    const struct {
+        const char* what;
+        Index index;
+        std::string message;
+        size_t images;
+    } cases[] = {
+        {"directory of 65535 entries", {.entryCount = 65535}, "", 1},
+        {"empty directory", {.entryCount = 0}, "", 1},
+        {"type of the version", {.versionType = 4}, failed, 0},
+        {"count of the version", {.versionCount = 5}, failed, 0},
+        {"type of the number", {.numberType = 3}, failed, 0},
+        {"number and bytes differ", {.numberOfImages = 3}, failed, 0},
+        {"bytes and number differ", {.entryBytes = 31}, failed, 0},
+        {"number whose bytes wrap round", {.numberOfImages = 0x10000002, .entryBytes = 32}, failed, 0},
+        {"many pictures", {.numberOfImages = 5000, .entryBytes = 80000}, failed, 0},
+        {"entries half outside", {.entriesAt = 70}, failed, 0},
+        {"directory outside", {.directoryAt = 9000}, failed, 0},
+        {"directory at the end", {.directoryAt = 82}, failed, 0},
+        {"more entries than there are, behind the index", {.entryCount = 4}, "", 2},
+        {"unknown tag of a known type", {.entryCount = 4, .extraType = 4}, "", 2},
+        {"unknown tag of bytes", {.entryCount = 4, .extraType = 7}, "", 2},
+        {"unknown tag of an unknown type", {.entryCount = 4, .extraType = 2}, "", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Index index = c.index;
+        if (index.extraType)
+            index.entriesAt += 12;
+        const Result<ImageTextureRef> texture = Load(Join(index, {second}));
+        EXPECT_EQ(MessageOf(texture), c.message);
+        if (texture) {
+            EXPECT_EQ(ImagesOf(*texture).size(), c.images);
+        }
+    }
+}
+
+TEST_F(JpegMpfTest, OtherSegmentsAreNoIndex) {
+    const std::vector<Bytes> payloads = {{'M', 'P', 'F', 0},
+                                         {'M', 'P', 'F', 0, 'I', 'I', 42},
+                                         {'M', 'P', 'F', 0, 'I', 'I', 0, 42, 8, 0, 0, 0},
+                                         {'M', 'P', 'F', 0, 'M', 'M', 42, 0, 0, 0, 0, 8},
+                                         {'F', 'P', 'X', 'R', 0, 1, 2, 3, 4, 5}};
+    for (const Bytes& payload : payloads) {
+        const Result<ImageTextureRef> texture = Load(MakeJpeg(16, 16, 50, {{JPEG_APP0 + 2, payload}}));
+        ASSERT_TRUE(texture);
+        EXPECT_EQ(ImagesOf(*texture).size(), 1u);
+    }
+}
+
+TEST_F(JpegMpfTest, PicturesThatAreNotThere) {
+    const Bytes second = MakeJpeg(8, 8, 120);
+    Bytes file = Join({}, {second});
+    file.resize(file.size() - second.size());
+    const Result<ImageTextureRef> missing = Load(file);
+    EXPECT_EQ(KindOf(missing), "fileformat");
+    EXPECT_EQ(MessageOf(missing), "Error loading jpg: Empty input file");
+
+    const Bytes noise = Bytes(100, 1);
+    const Result<ImageTextureRef> garbage = Load(Join({}, {noise}));
+    EXPECT_EQ(MessageOf(garbage), "Error loading jpg: Not a JPEG file: starts with 0x01 0x01");
+}
+
+TEST_F(JpegMpfTest, ManyPicturesAtTheSamePlaceAreBounded) {
+    // An index of 4000 pictures, all of them the first: honest as long as it is small.
+    const auto makeFile = [](uint32_t width, uint32_t height) {
+        Index index;
+        index.offsets.assign(4000, 0);
+        Bytes file = MakeJpeg(width, height, 50, {index.Make()});
+        return file;
+    };
+    EXPECT_EQ(KindOf(Load(makeFile(640, 480))), "mediasessionwrongtype");
+    Index index;
+    index.offsets.assign(3, 0);
+    const Result<ImageTextureRef> texture = Load(MakeJpeg(16, 16, 50, {index.Make()}));
+    ASSERT_TRUE(texture);
+    EXPECT_EQ(ImagesOf(*texture).size(), 3u);
+}
+
+// --- Exif ------------------------------------------------------------------------------------------------------------
+
+/// Knows nothing of Exif: keeps the bytes it was given.
+class FakeExif : public ExifInterface {
+public:
+    explicit FakeExif(Bytes block) : block(std::move(block)) {}
+    Bytes block;
+};
+
+class FakeExifService : public ExifStaticInterface {
+public:
+    Result<ExifRef> OpenFromMemory(Block<const std::byte> block) const override {
+        if (fails)
+            return FileFormatError("not today");
+        if (opensNothing)
+            return ExifRef();
+        const auto* first = reinterpret_cast<const uint8_t*>(block.data());
+        return ExifRef(TRY(NewObj<FakeExif>(Bytes(first, first + block.size()))));
+    }
+    bool fails = false;
+    bool opensNothing = false;
+};
+
+const Bytes kExifBlock = {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 1, 2, 3};
+
+TEST_F(JpegMpfTest, ExifGoesToTheHostsService) {
+    const Bytes file = MakeJpeg(8, 8, 90,
+                                {{JPEG_APP0 + 1, {'h', 't', 't', 'p', ':', '/', '/'}},
+                                 {JPEG_APP0 + 1, {'E', 'x', 'i', 'f'}},
+                                 {JPEG_APP0 + 1, kExifBlock}});
+    const auto exifOf = [](const ImageTextureRef& texture) {
+        return Cast<FakeExif>(texture->Get(image::kExifData, ObjectRef()));
+    };
+    // Without a host there is no stream.
+    Result<ImageTextureRef> texture = Load(file);
+    ASSERT_TRUE(texture);
+    EXPECT_FALSE((*texture)->Has(image::kExifData.GetId()));
+
+    const Ref<FakeExifService> service = *NewObj<FakeExifService>();
+    Publisher host;
+    ASSERT_TRUE(host.PublishObject(ExifStaticInterface::kInterfaceId, ObjectRef(service)));
+    texture = Load(file);
+    ASSERT_TRUE(texture);
+    ASSERT_TRUE(exifOf(*texture));
+    EXPECT_EQ(exifOf(*texture)->block, kExifBlock);
+
+    // Streams: Exif first, of a class of its own, and no stream without Exif data.
+    const auto importer = Cast<MediaInputInterface>(*FindHandlerBySuffix("jpg")->CreateHandler(Mount(file)));
+    ASSERT_TRUE(importer->Analyze({}, {}, MEDIASESSIONFLAGS::NONE));
+    const BaseArray<MediaStreamRef> streams = *importer->GetOutputStreams(false);
+    ASSERT_EQ(streams.GetCount(), 2);
+    EXPECT_EQ(streams[0]->GetClassId().GetText(), "net.orvik.image.class.mediastreamexifdatajpg");
+    EXPECT_TRUE(Cast<MediaStreamExifDataInterface>(streams[0]));
+    EXPECT_EQ(streams[1]->GetClassId().GetText(), "net.orvik.image.class.mediastreamimagelayerjpgimport");
+    texture = Load(MakeJpeg(8, 8, 90));
+    ASSERT_TRUE(texture);
+    EXPECT_FALSE((*texture)->Has(image::kExifData.GetId()));
+
+    // Structure alone: no pixels, and still the Exif data.
+    const auto bare = *ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>();
+    const auto output = *ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>();
+    ASSERT_TRUE(output->SetOutputTexture(bare, ClassRef(storageclasses::kNormal)));
+    const SelectionDelegate structureOnly = [](const MediaStreamRef&, const MediaStreamFormat&) {
+        return Result<SELECTIONHANDLERRESULT>(SELECTIONHANDLERRESULT::STRUCTURE);
+    };
+    ASSERT_TRUE(MediaSessionImport(Mount(file), {}, MEDIASESSIONFLAGS::NONE, output, structureOnly));
+    EXPECT_TRUE(exifOf(bare));
+
+    service->opensNothing = true;
+    EXPECT_EQ(MessageOf(Load(file)), "Exif chunk not found");
+    service->fails = true;
+    EXPECT_EQ(MessageOf(Load(file)), "not today");
+}
+
+}  // namespace
+}  // namespace codectest
