@@ -3,19 +3,22 @@
 #include "formats.h"
 #include "outputtarget.h"
 #include "picture.h"
+#include "profile.h"
 #include "progressline.h"
 
 namespace orvik::cli {
 
 namespace {
 
-/// Without a word from the user a bitmap keeps its alpha: its older headers would drop it.
-Result<void> KeepAlpha(DataDictionary& settings, std::string_view formatName, const Picture& picture) {
+/// Without a word from the user a bitmap keeps its alpha and the profile that was asked for: its older headers would
+/// drop the one and have no room for the other.
+Result<void> ChooseBitmapHeader(DataDictionary& settings, std::string_view formatName, const Picture& picture,
+                                const ConvertOptions& options) {
     const ImageBaseRef image =
         Cast<ImageBaseInterface>(picture.texture->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::IMAGE)));
     const bool hasAlpha = FindAlpha(image) || image->GetPixelFormat()->HasAlpha();
     const Id header = settings.Get(mediaexport::kBmpInfoHeader, Id("V3"));
-    if (formatName == "bmp" && hasAlpha && header == Id("V3"))
+    if (formatName == "bmp" && (hasAlpha || !options.profile.empty()) && header == Id("V3"))
         return settings.Set(mediaexport::kBmpInfoHeader, Id("V5"));
     return {};
 }
@@ -62,10 +65,17 @@ int RunConvert(const Console& console, const ConvertOptions& options) {
         return console.FailUsage("format " + std::string(name.GetText()) + " can be read but not written");
 
     DataDictionary settings = picture->texture->Get(image::kExportSettings, DataDictionary());
-    Result<void> prepared = KeepAlpha(settings, name.GetText(), *picture);
+    Result<void> prepared = ChooseBitmapHeader(settings, name.GetText(), *picture, options);
     for (const std::string& setting : options.settings) {
         if (Result<void> applied = ApplySetting(settings, name.GetText(), setting); !applied)
             return console.FailUsage(applied.GetError()->ToString().GetText());
+    }
+    if (!options.profile.empty()) {
+        const Result<TargetProfile> profile = TargetProfile::Open(options.profile);
+        if (!profile)
+            return console.Fail(options.profile, profile.GetError());
+        if (const Result<void> converted = ConvertColors(*picture, *profile); !converted)
+            return console.Fail(options.input, converted.GetError());
     }
     if (prepared)
         prepared = picture->texture->Set(image::kExportSettings, settings);

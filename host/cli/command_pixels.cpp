@@ -7,10 +7,16 @@ namespace orvik::cli {
 
 namespace {
 
+/// Indices keep their meaning only with their own colours, so the image's own format stands in for the published one.
+PixelFormat FindFormatOf(const ImageBaseRef& image, const PixelFormat& wanted) {
+    const PixelFormat own = image->GetPixelFormat();
+    return Cast<PixelFormatIndexedColorInterface>(wanted) && own->GetId() == wanted->GetId() ? own : wanted;
+}
+
 Result<void> WriteTo(const std::string& output, const Selection& selection, const PixelFormat& format) {
     OutputTarget target = TRY(OutputTarget::Open(output));
     RowsWish wish;
-    wish.format = format;
+    wish.format = FindFormatOf(selection.node, format);
     wish.layers = selection.layers;
     NodeRows rows = TRY(NodeRows::Create(selection.node, wish));
     for (Int y = 0; y < rows.GetHeight() && rows.GetWidth() > 0; ++y) {

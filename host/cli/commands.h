@@ -24,9 +24,10 @@ struct ConvertOptions {
     std::string output;
     std::string format;                 ///< name, suffix or id; empty goes by the output's suffix
     std::vector<std::string> settings;  ///< "key=value"
+    std::string profile;                ///< a file, "srgb" or "linear"; empty keeps the colours
     SelectionOptions selection;
 };
-/// Loads, saves.
+/// Loads, converts colours where a profile is named, saves.
 int RunConvert(const Console& console, const ConvertOptions& options);
 
 struct PixelsOptions {

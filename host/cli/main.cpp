@@ -17,6 +17,7 @@ constexpr const char* kExamples =
     "  orvik info --html report.html *.png\n"
     "  orvik convert picture.png picture.bmp\n"
     "  orvik convert --set interlaced=true scan.bmp scan.png\n"
+    "  orvik convert --profile press.icc picture.png proof.png\n"
     "  orvik pixels --format net.orvik.image.pixelformat.rgb.u8 picture.png -o picture.raw\n"
     "\n"
     "Exit status: 0 done, 1 failed, 2 wrong usage, 128 + signal when interrupted.\n"
@@ -74,6 +75,8 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     convert->add_option("-t,--to", options.convert.format, "Format to write; otherwise the suffix of OUT decides");
     convert->add_option("-s,--set", options.convert.settings, "Export setting key=value; can be repeated")
         ->allow_extra_args(false);
+    convert->add_option("-p,--profile", options.convert.profile,
+                        "Convert colours into a profile: an ICC file, 'srgb' or 'linear'");
     AddSelection(*convert, options.convert.selection);
     convert->footer("Settings are listed by 'orvik formats'. A key may be cut to its ending: quality=0.9.");
 
@@ -83,7 +86,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
     pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")->capture_default_str();
     AddSelection(*pixels, options.pixels.selection);
-    pixels->footer("Rows stand top row first, without padding.");
+    pixels->footer("Rows stand top row first, without padding. Indices come out of pictures that have such ones.");
 
     CLI::App* formats = AddCommand(app, "formats", "List file formats, what each can hold and its export settings",
                                    chosen, [&](const Console& console) { return RunFormats(console, options.json); });

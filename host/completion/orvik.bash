@@ -24,6 +24,11 @@ _orvik() {
             mapfile -t COMPREPLY < <(compgen -W "$(orvik formats 2>/dev/null | sed -n 's/^  --set \([^=]*=\).*/\1/p' | sort -u)" -- "$current")
             return
             ;;
+        convert:--profile | convert:-p)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -W "srgb linear" -- "$current"; compgen -f -- "$current")
+            return
+            ;;
         pixels:--format | pixels:-f)
             mapfile -t COMPREPLY < <(compgen -W "$(orvik pixelformats 2>/dev/null | cut -d' ' -f1)" -- "$current")
             return
@@ -37,7 +42,7 @@ _orvik() {
     case $command in
         "") mapfile -t COMPREPLY < <(compgen -W "info convert pixels formats pixelformats $options --version" -- "$current") && return ;;
         info) options+=" --json --headers" ;;
-        convert) options+=" --to --set" ;;
+        convert) options+=" --to --profile --set" ;;
         pixels) options+=" --format --image --path --output" ;;
         formats | pixelformats) options+=" --json" ;;
     esac

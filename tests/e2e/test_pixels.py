@@ -1,5 +1,6 @@
 """`orvik pixels` against decoders of others: made samples and real files."""
 
+import json
 import subprocess
 import unittest
 
@@ -89,6 +90,84 @@ class Pixels(OrvikTest):
         ):
             with self.subTest(name):
                 self.check(path, name, expected)
+
+    def test_every_format(self):
+        # 83 fixed ones and 16 of one or two channels: rows of the right length, or the reason why not.
+        height, width = 5, 12
+        path = self.save("sample.png", noise(height, width, 3))
+        out = self.folder / "out.raw"
+        formats = json.loads(self.ok("pixelformats", "--json"))
+        self.assertEqual(len(formats), 83 + 16)
+        refused = set()
+        for entry in formats:
+            with self.subTest(entry["shortname"]):
+                if entry["id"].split(".")[-2] == "indexed":
+                    refused.add(entry["bits"])
+                    self.fails(1, "pixels", path, "-o", out, "--format", entry["id"],
+                               contains=f"to '{entry['id']}'")
+                    continue
+                raw = self.pixels(path, "--format", entry["id"])
+                self.assertEqual(len(raw), height * width * entry["bits"] // 8)
+        self.assertEqual(refused, {1, 2, 3, 4, 5, 6, 7, 8, 16})
+        self.assertFalse(out.exists())
+
+    def test_words(self):
+        pixels = noise(8, 20, 4)
+        path = self.save("sample.png", pixels)
+        red, green, blue, alpha = (pixels[..., channel].astype(np.uint16) for channel in range(4))
+        for name, word in (
+            ("rgb.u565", red >> 3 << 11 | green >> 2 << 5 | blue >> 3),
+            ("bgr.u565", blue >> 3 << 11 | green >> 2 << 5 | red >> 3),
+            ("rgb.u555", red >> 3 << 10 | green >> 3 << 5 | blue >> 3),
+            ("bgr.u444", blue >> 4 << 8 | green >> 4 << 4 | red >> 4),
+            ("argb.u1555", alpha >> 7 << 15 | red >> 3 << 10 | green >> 3 << 5 | blue >> 3),
+            ("abgr.u4444", alpha >> 4 << 12 | blue >> 4 << 8 | green >> 4 << 4 | red >> 4),
+        ):
+            with self.subTest(name):
+                self.check(path, name, word.astype("<u2"))
+
+    def test_other_arithmetic(self):
+        pixels = noise(8, 20, 3)
+        path = self.save("sample.png", pixels)
+        values = pixels.astype(np.float32) * np.float32(0.003921569)
+        self.check(path, "rgb.f32", values)
+        self.check(path, "rgb.f64", pixels * 0.00392156862745098)
+        self.check(path, "grey.u8", (pixels.astype(np.uint16).sum(axis=2) // 3).astype(np.uint8))
+        self.check(path, "dynamic.redgreenu8", pixels[..., :2])
+        self.check(path, "rgb.s32", (pixels * np.uint32(0x01010101) + np.uint32(0x80000000)).view(np.int32))
+        halves = np.frombuffer(self.pixels(path, "--format", "net.orvik.image.pixelformat.rgb.f16"), np.float16)
+        lost = values.ravel() - halves.astype(np.float32)
+        self.assertTrue(((lost >= 0) & (lost <= values.ravel() / 1024)).all(), "halves are cut off, not rounded")
+
+        brightest = values.max(axis=2, keepdims=True)
+        mantissa, exponent = np.frexp(brightest)
+        scale = np.where(brightest > 1e-32, mantissa * np.float32(255.9999) / np.maximum(brightest, 1e-32), 0)
+        bytes_ = np.where(brightest > 1e-32, np.dstack([values * scale, exponent + 128]), 0).astype(np.uint8)
+        self.check(path, "rgb.rgbe", bytes_)
+
+        black = 1 - brightest
+        inks = np.where(brightest > 0, (1 - values - black) / np.maximum(brightest, 1e-9), 0)
+        inks = np.dstack([inks, black]) * 255
+        for name, expected in (("cmyk.u8", inks), ("cmyk_inv.u8", 255 - inks)):
+            raw = np.frombuffer(self.pixels(path, "--format", "net.orvik.image.pixelformat." + name), np.uint8)
+            self.assertLessEqual(np.abs(raw.reshape(expected.shape) - expected).max(), 1, name)
+
+    def test_shared_chroma(self):
+        pixels = noise(8, 20, 3)
+        path = self.save("sample.png", pixels)
+        red, green, blue = (pixels[..., channel].astype(int) for channel in range(3))
+        luma = (66 * red + 129 * green + 25 * blue + 128 >> 8) + 16
+        u = ((-38 * red - 74 * green + 112 * blue + 128 >> 8) + 128)[:, ::2]
+        v = ((112 * red - 94 * green - 18 * blue + 128 >> 8) + 128)[:, ::2]
+        first, second = luma[:, ::2], luma[:, 1::2]
+        self.check(path, "yuv.i422a", np.dstack([first, u, second, v]).astype(np.uint8))
+        self.check(path, "yuv.i422b", np.dstack([u, first, v, second]).astype(np.uint8))
+        odd = self.save("odd.png", noise(3, 7, 3))
+        for variant in "ab":
+            self.fails(1, "pixels", odd, "-o", self.folder / "out.raw", "--format",
+                       f"net.orvik.image.pixelformat.yuv.i422{variant}",
+                       contains="YUV needs an even number of pixels to convert.")
+        self.assert_no_leftovers("sample.png", "odd.png")
 
     def test_selection_that_is_not_there(self):
         path = self.save("sample.png", noise(6, 9, 3))

@@ -102,6 +102,7 @@ class Documentation(unittest.TestCase):
             ("orvik con", ["convert"]),
             ("orvik info --j", ["--json"]),
             ("orvik convert --to b", ["bmp"]),
+            ("orvik convert --profile srg", ["srgb"]),
             ("orvik convert --set interl", ["interlaced="]),
             ("orvik pixels --format net.orvik.image.pixelformat.bgra.u", None),
         ):

@@ -1,0 +1,169 @@
+"""`orvik convert --profile`: colours against the formula and against Pillow's colour management; what is embedded."""
+
+import io
+import pathlib
+import struct
+import subprocess
+import unittest
+
+import numpy as np
+from PIL import Image, ImageCms
+
+from orvik_e2e import OrvikTest, find_tool, main, noise, pillow_rgba
+
+PROFILES = pathlib.Path("/usr/share/color/icc/ghostscript")
+STEP = 1  # of 8 bits: what two ways of rounding may differ by
+
+
+def icc(name):
+    """A profile of Debian, or a skipped test."""
+    path = PROFILES / f"{name}.icc"
+    if not path.exists():
+        raise unittest.SkipTest(f"{path} is not installed")
+    return path
+
+
+def linear(values):
+    """sRGB from 0 to 1, made linear."""
+    return np.where(values <= 0.04045, values / 12.92, ((values + 0.055) / 1.055) ** 2.4)
+
+
+def by_pillow(image, source, target, mode):
+    """The same conversion by Pillow: perceptual, with black point compensation."""
+    flags = ImageCms.FLAGS["BLACKPOINTCOMPENSATION"]
+    made = ImageCms.profileToProfile(image, source, str(target), renderingIntent=0, outputMode=mode, flags=flags)
+    return np.asarray(made)
+
+
+def embedded(path):
+    """The profile that a PNG or bitmap carries."""
+    if path.suffix == ".png":
+        with Image.open(path) as image:
+            return image.info.get("icc_profile")
+    content = path.read_bytes()
+    if struct.unpack_from("<I", content, 14)[0] < 124:
+        return None
+    offset, size = struct.unpack_from("<II", content, 14 + 112)
+    return content[14 + offset : 14 + offset + size]
+
+
+class Profiles(OrvikTest):
+    def assert_near(self, found, expected, tolerance=STEP):
+        found, expected = np.asarray(found, float), np.asarray(expected, float)
+        self.assertEqual(found.shape, expected.shape)
+        self.assertLessEqual(np.abs(found - expected).max(), tolerance)
+
+    def convert(self, source, profile, name="out.png", *arguments):
+        out = self.folder / name
+        self.ok("convert", "--profile", profile, *arguments, source, out)
+        return out
+
+    def every_value(self):
+        """Grey ramps and noise, with alpha."""
+        ramp = np.repeat(np.arange(256, dtype=np.uint8).reshape(1, 256, 1), 4, axis=2)
+        return np.concatenate([ramp, noise(20, 256, 4)])
+
+    def test_linear_by_the_formula(self):
+        pixels = self.every_value()
+        expected = np.concatenate([linear(pixels[..., :3] / 255) * 255, pixels[..., 3:]], axis=2)
+        out = pillow_rgba(self.convert(self.save("source.png", pixels), "linear"))
+        self.assert_near(out, expected)
+        self.assertTrue((out[..., 3] == pixels[..., 3]).all(), "alpha is no colour")
+
+        grey = pixels[..., 1]
+        out = self.convert(self.save("grey.png", grey), "linear")
+        with Image.open(out) as image:
+            self.assertEqual(image.mode, "L")
+            self.assert_near(np.asarray(image), linear(grey / 255) * 255)
+        self.assertEqual(embedded(out)[16:20], b"GRAY")
+
+    def test_sixteen_bits_by_the_formula(self):
+        pixels = noise(20, 256, 3, np.uint16)
+        source = self.folder / "source.png"
+        with open(source, "wb") as file:
+            pnm = b"P6 256 20 65535\n" + pixels.astype(">u2").tobytes()
+            subprocess.run([find_tool("pnmtopng")], input=pnm, stdout=file, check=True, stderr=subprocess.DEVNULL)
+        out = self.convert(source, "linear")
+        raw = self.ok("pixels", "--format", "net.orvik.image.pixelformat.rgb.u16", out, "-o", "-")
+        self.assert_near(np.frombuffer(raw, np.uint16).reshape(pixels.shape), linear(pixels / 65535) * 65535, 32)
+
+    def test_files_by_pillow(self):
+        pixels = self.every_value()
+        source = self.save("source.png", pixels)
+        with Image.open(source) as image:
+            colours = image.convert("RGB")
+        srgb = ImageCms.createProfile("sRGB")
+        for name in ("a98", "rommrgb"):
+            profile = icc(name)
+            for suffix in ("png", "bmp"):
+                with self.subTest(profile=name, suffix=suffix):
+                    out = self.convert(source, profile, f"{name}.{suffix}")
+                    self.assertEqual(embedded(out), profile.read_bytes())
+                    raw = np.frombuffer(self.ok("pixels", out, "-o", "-"), np.uint8).reshape(pixels.shape)
+                    self.assert_near(raw[..., :3], by_pillow(colours, srgb, profile, "RGB"))
+                    self.assertTrue((raw[..., 3] == pixels[..., 3]).all())
+            with self.subTest(profile=name, back=True):
+                wide = self.folder / f"{name}.png"
+                with Image.open(wide) as image:
+                    carried = ImageCms.ImageCmsProfile(io.BytesIO(image.info["icc_profile"]))
+                    back = ImageCms.profileToProfile(image.convert("RGB"), carried, srgb, renderingIntent=0,
+                                                     flags=ImageCms.FLAGS["BLACKPOINTCOMPENSATION"])
+                out = self.convert(wide, "srgb", "back.png")
+                self.assert_near(pillow_rgba(out)[..., :3], np.asarray(back))
+
+    def test_profiles_of_another_space(self):
+        pixels = noise(20, 30, 3)
+        colours, grey = self.save("colours.png", pixels), self.save("grey.png", pixels[..., 0])
+        srgb = ImageCms.createProfile("sRGB")
+        out = self.convert(colours, icc("ps_gray"))
+        with Image.open(out) as image, Image.open(colours) as source:
+            self.assertEqual(image.mode, "L")
+            self.assert_near(np.asarray(image), by_pillow(source, srgb, icc("ps_gray"), "L"))
+        self.assertEqual(embedded(out), icc("ps_gray").read_bytes())
+        out = self.convert(grey, icc("a98"))
+        with Image.open(out) as image:
+            self.assertEqual(image.mode, "RGB")
+            same = Image.fromarray(np.repeat(pixels[..., :1], 3, axis=2))
+            self.assert_near(np.asarray(image), by_pillow(same, srgb, icc("a98"), "RGB"))
+
+    def test_nothing_to_convert(self):
+        pixels = noise(20, 30, 4)
+        source = self.save("source.png", pixels)
+        out = self.convert(source, "srgb")
+        self.assertTrue((pillow_rgba(out) == pixels).all())
+        profile = ImageCms.ImageCmsProfile(io.BytesIO(embedded(out)))
+        self.assertIn("sRGB IEC61966-2.1", ImageCms.getProfileDescription(profile))
+        again = self.convert(self.convert(source, "linear", "linear.png"), "linear", "again.png")
+        self.assertTrue((pillow_rgba(again) == pillow_rgba(self.folder / "linear.png")).all())
+
+    def test_bitmaps_without_room_for_a_profile(self):
+        pixels = noise(20, 30, 3)
+        source = self.save("source.png", pixels)
+        out = self.convert(source, icc("rommrgb"), "out.bmp", "--set", "bitmapinfoheader=V3")
+        self.assertIsNone(embedded(out))
+        self.assert_near(pillow_rgba(out)[..., :3], pixels, 3)  # there and back, in 8 bits
+
+    def test_what_is_no_profile(self):
+        source, out = self.save("source.png", noise(4, 4, 3)), self.folder / "out.png"
+        text, empty = self.folder / "text.icc", self.folder / "empty.icc"
+        text.write_text("no profile, but longer than the header of one " * 9)
+        empty.write_bytes(b"")
+        cut = self.folder / "cut.icc"
+        cut.write_bytes(icc("a98").read_bytes()[:130])
+        for profile, contains in (
+            (text, "text.icc: found invalid magic number in color profile."),
+            (empty, "empty.icc: found invalid magic number in color profile."),
+            (source, "source.png: found invalid magic number in color profile."),
+            (cut, "cut.icc: cmsOpenProfileFromMem failed."),
+            (icc("lab"), "lab.icc: the profile is for no colours that pixels can have"),
+            (self.folder / "missing.icc", "missing.icc: "),
+            (self.folder, f"{self.folder}: "),
+        ):
+            with self.subTest(profile=profile.name):
+                self.fails(1, "convert", "--profile", profile, source, out, contains=contains)
+        self.fails(2, "convert", source, out, "--profile", contains="--profile")
+        self.assert_no_leftovers("source.png", "text.icc", "empty.icc", "cut.icc")
+
+
+if __name__ == "__main__":
+    main()
