@@ -46,7 +46,7 @@ Result<PixelFormat> FindTargetFormat(PixelFormat format, const ColorSpace& space
         format = indexed->GetColorTablePixelFormat();  // nothing finds indices for new colours
     const ComponentType own = format->GetChannels()[0]->GetComponentType();
     const ComponentType component = own == ComponentType::None ? ComponentType::U8 : own;
-    static constexpr struct {
+    static const struct {
         Id space;
         std::string_view channels;
     } kSpaces[] = {{colorspaces::kRgb, "red green blue"},
