@@ -17,7 +17,7 @@ public:
         return _delegates.Notify(image, region);
     }
     RegionObservable* GetObservable() override { return &_delegates; }
-    Result<ObjectRef> RegisterObserver(const ImageRegionObserverRef& observer) override;
+    Result<ImageRegionRegistrationRef> RegisterObserver(const ImageRegionObserverRef& observer) override;
     void Disconnect(Bool final) override {
         ForEachObserver([&](ImageRegionObserverInterface& observer) { observer.OnDisconnect(final); });
         if (final)
@@ -64,13 +64,14 @@ private:
     RegionObservable _delegates;
 };
 
-/// Ends its registration when its last reference goes; the observable may go first.
-class Registration : public Object {
+class Registration : public ImageRegionRegistrationInterface {
 public:
     Registration(const Ref<RegionObservableImpl>& observable, Int number) : _observable(observable), _number(number) {}
-    ~Registration() override {
+    ~Registration() override { Registration::Free(); }
+    void Free() override {
         if (const Ref<RegionObservableImpl> observable = _observable.Get())
             observable.GetPointer()->Unregister(_number);
+        _observable.Set(nullptr);
     }
 
 private:
@@ -78,7 +79,7 @@ private:
     Int _number;
 };
 
-Result<ObjectRef> RegionObservableImpl::RegisterObserver(const ImageRegionObserverRef& observer) {
+Result<ImageRegionRegistrationRef> RegionObservableImpl::RegisterObserver(const ImageRegionObserverRef& observer) {
     if (!observer)
         return NullptrError();
     const Int number = _nextNumber;
@@ -86,7 +87,7 @@ Result<ObjectRef> RegionObservableImpl::RegisterObserver(const ImageRegionObserv
     TRY(_observers.Append(Entry{number, WeakRef<ImageRegionObserverInterface>(observer)}));
     ++_nextNumber;
     observer->OnConnect(_width, _height);
-    return ObjectRef(std::move(registration));
+    return ImageRegionRegistrationRef(std::move(registration));
 }
 
 class RegionObservableHandlerImpl : public ImageRegionObservableHandlerInterface {

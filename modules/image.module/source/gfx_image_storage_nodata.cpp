@@ -3,20 +3,7 @@
 namespace orvik {
 
 Result<void> ImagePixelStorageNoData::Init(Int width, Int height, const PixelFormat& format, Block<const std::byte>) {
-    if (width < 0 || height < 0)
-        return IllegalArgumentError();
-    _width = width;
-    _height = height;
-    if (!format)
-        return IllegalArgumentError();
-    _raster = nullptr;
-    Result<Ref<PixelRaster>> made = PixelRaster::Create(width, height, format);
-    if (!made) {
-        _width = _height = 0;
-        return std::move(made).TakeError();
-    }
-    _raster = std::move(made).TakeValue();
-    return {};
+    return InitRaster(width, height, format, PixelRaster::Create, false);
 }
 
 Result<GetPixelHandlerStruct> ImagePixelStorageNoData::GetPixelHandler(const PixelFormat& format,

@@ -5,71 +5,8 @@
 #include "orvik/crc32c.h"
 
 namespace orvik {
-namespace {
-
-struct LineReader {
-    Ref<PixelRaster> raster;
-    ConvertPixelFunc convert;
-    CONVERTPIXELFLAGS flags;
-
-    Result<void> operator()(const PixelSpan& span, const PixelLine& dst, GETPIXELFLAGS) const {
-        TRY(raster->CheckSpan(span));
-        return convert(dst, span.count, raster->GetLine(span.x, span.y), flags);
-    }
-};
-
-struct LineWriter {
-    Ref<PixelRaster> raster;
-    ConvertPixelFunc convert;
-    CONVERTPIXELFLAGS flags;
-
-    Result<void> operator()(const PixelSpan& span, const PixelLineConst& src, SETPIXELFLAGS) const {
-        TRY(raster->CheckSpan(span));
-        return convert(raster->GetLine(span.x, span.y), span.count, src, flags);
-    }
-};
-
-}  // namespace
-
 Result<void> ImagePixelStorageNormal::Init(Int width, Int height, const PixelFormat& format, Block<const std::byte>) {
-    if (width < 0 || height < 0)
-        return IllegalArgumentError();
-    _width = width;
-    _height = height;
-    if (!format)
-        return IllegalArgumentError();
-    _raster = nullptr;  // before the new block is asked for: two would be the peak
-    Result<Ref<PixelRaster>> made = PixelRaster::Create(width, height, format);
-    Result<void> allocated = made ? made.GetValue()->AllocatePixels() : Result<void>(made.GetError());
-    if (!allocated) {
-        _width = _height = 0;
-        return allocated;
-    }
-    _raster = std::move(made).TakeValue();
-    return {};
-}
-
-Result<GetPixelHandlerStruct> ImagePixelStorageNormal::GetPixelHandler(const PixelFormat& format,
-                                                                       ChannelOffsets offsets,
-                                                                       const ColorProfile& storedProfile,
-                                                                       const ColorProfile& profile,
-                                                                       GETPIXELHANDLERFLAGS flags) {
-    const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
-    ConvertPixelFunc convert = TRY(MakeReadConversion(format, offsets, storedProfile, profile, convertFlags));
-    GetPixelHandlerStruct handler;
-    handler.read = TRY(ReadLineFunc::Create(LineReader{_raster, std::move(convert), convertFlags}));
-    return handler;
-}
-
-Result<SetPixelHandlerStruct> ImagePixelStorageNormal::SetPixelHandler(
-    const PixelFormat& format, ChannelOffsets offsets, const ColorProfile& storedProfile, const ColorProfile& profile,
-    SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) {
-    const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
-    ConvertPixelFunc convert = TRY(MakeWriteConversion(format, offsets, storedProfile, profile, convertFlags));
-    SetPixelHandlerStruct handler;
-    handler.write = TRY(WriteLineFunc::Create(LineWriter{_raster, std::move(convert), convertFlags}));
-    handler.region = region;
-    return handler;
+    return InitRaster(width, height, format, PixelRaster::Create, true);
 }
 
 /// A run of single components inside the block.
@@ -102,8 +39,8 @@ Result<ImagePixelStorageNormal::Components> ImagePixelStorageNormal::FindCompone
     const Block<std::byte> pixels = _raster->GetPixels();
     Components run;
     run.bytes = BITS(before).GetBytes();
-    run.step = _raster->GetBitsPerPixel().GetBytes();
-    const Int start = span.y * _raster->GetBytesPerLine() + ((span.x * _raster->GetBitsPerPixel().GetBits()) >> 3) +
+    run.step = _raster->GetPixelDistance().GetBytes();
+    const Int start = span.y * _raster->GetBytesPerLine() + ((span.x * _raster->GetPixelDistance().GetBits()) >> 3) +
                       offsets[channel].GetBytes();
     const Int room = static_cast<Int>(pixels.size()) - start - run.bytes;
     if (room >= 0) {
@@ -142,6 +79,75 @@ Result<Ref<Object>> ImagePixelStorageNormal::Clone() const {
     copy->_width = _width;
     copy->_height = _height;
     return Ref<Object>(copy);
+}
+
+/// The serialised fields. They say some things twice, as the storage's own description does.
+struct ImagePixelStorageNormal::Description {
+    Int width = 0, height = 0, bytesPerLine = 0, bitsPerPixel = 0, channels = 0;
+    BaseArray<Int> channelOffsets;
+    String pixelFormatId;
+    BaseArray<std::byte> pixels;
+};
+
+namespace {
+
+/// The first registered format with an id, group by group.
+Result<PixelFormat> FindRegisteredFormat(const String& id) {
+    for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry)) {
+        const BaseArray<PixelFormat> formats = TRY(Cast<PixelFormatGroupInterface>(entry.object)->GetEntries());
+        for (const PixelFormat& format : formats) {
+            if (format->GetId().GetText() == id.GetText())
+                return format;
+        }
+    }
+    return IllegalArgumentError("Illegal pixel format: @.", id);
+}
+
+}  // namespace
+
+Result<void> ImagePixelStorageNormal::DescribeIO(DataSerialize& io) {
+    Description fields;
+    if (!io.IsReading() && _raster) {
+        fields.width = _raster->GetWidth();
+        fields.height = _raster->GetHeight();
+        fields.bytesPerLine = _raster->GetBytesPerLine();
+        fields.bitsPerPixel = _raster->GetPixelDistance().GetBits();
+        fields.channels = _raster->GetChannelCount();
+        for (const BITS offset : _raster->GetChannelOffsets())
+            TRY(fields.channelOffsets.Append(offset.GetBits()));
+        fields.pixelFormatId = TRY(String::Create(_raster->GetFormat()->GetId().GetText()));
+    }
+    TRY(io.Field("_width", fields.width));
+    TRY(io.Field("_height", fields.height));
+    TRY(io.Field("_bytesPerLine", fields.bytesPerLine));
+    TRY(io.Field("_bitsPerPixel", fields.bitsPerPixel));
+    TRY(io.Field("_channels", fields.channels));
+    TRY(io.Field("_channelOffsets", fields.channelOffsets));
+    TRY(io.Field("_pixelFormatId", fields.pixelFormatId));
+    if (!io.IsReading())
+        return io.Field("_data", _raster ? _raster->GetData() : fields.pixels);
+    TRY(io.Field("_data", fields.pixels));
+    return Restore(fields);
+}
+
+/// Takes the fields for true only as far as they agree with the format.
+Result<void> ImagePixelStorageNormal::Restore(Description& fields) {
+    Ref<PixelRaster> raster;
+    if (!fields.pixelFormatId.IsEmpty() || fields.width != 0 || fields.height != 0) {
+        const PixelFormat format = TRY(FindRegisteredFormat(fields.pixelFormatId));
+        raster = TRY(PixelRaster::Create(fields.width, fields.height, format));
+        const auto isOffset = [](Int bits, BITS offset) { return bits == offset.GetBits(); };
+        if (fields.bytesPerLine != raster->GetBytesPerLine() ||
+            fields.bitsPerPixel != raster->GetPixelDistance().GetBits() ||
+            fields.channels != raster->GetChannelCount() ||
+            !std::ranges::equal(fields.channelOffsets, raster->GetChannelOffsets(), isOffset))
+            return IllegalArgumentError("The pixels do not have the layout of @.", format);
+        TRY(raster->AdoptPixels(std::move(fields.pixels)));
+    }
+    _width = fields.width;
+    _height = fields.height;
+    _raster = std::move(raster);
+    return {};
 }
 
 bool ImagePixelStorageNormal::operator==(const ImagePixelStorageNormal& other) const {

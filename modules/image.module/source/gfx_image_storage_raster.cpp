@@ -4,6 +4,16 @@
 
 namespace orvik {
 
+Result<void> PixelRaster::SetPixelDistance(BITS distance) {
+    Int lineBits = 0;
+    if (distance.GetBits() < 0 || __builtin_mul_overflow(distance.GetBits(), _width, &lineBits) ||
+        lineBits > std::numeric_limits<Int>::max() - 7)
+        return OutOfMemoryError();
+    _pixelDistance = distance;
+    _bytesPerLine = BITS(lineBits).GetBytes();
+    return {};
+}
+
 Result<Ref<PixelRaster>> PixelRaster::Create(Int width, Int height, const PixelFormat& format) {
     if (!format || width < 0 || height < 0)
         return IllegalArgumentError();
@@ -13,22 +23,56 @@ Result<Ref<PixelRaster>> PixelRaster::Create(Int width, Int height, const PixelF
     raster->_format = format;
     raster->_channelCount = format->GetChannelCount();
     TRY(raster->_channelOffsets.CopyFrom(format->GetChannelOffsets()));
-    raster->_bitsPerPixel = format->GetBitsPerPixel();
-    Int lineBits = 0;
-    if (raster->_bitsPerPixel.GetBits() < 0 ||
-        __builtin_mul_overflow(raster->_bitsPerPixel.GetBits(), width, &lineBits) ||
-        lineBits > std::numeric_limits<Int>::max() - 7)
-        return OutOfMemoryError();
-    raster->_bytesPerLine = BITS(lineBits).GetBytes();
+    TRY(raster->SetPixelDistance(format->GetBitsPerPixel()));
     return raster;
 }
 
-Result<void> PixelRaster::AllocatePixels() {
-    Int bytes = 0;
-    if (__builtin_mul_overflow(_bytesPerLine, _height, &bytes))
+Result<Ref<PixelRaster>> PixelRaster::CreatePlanes(Int width, Int height, const PixelFormat& format) {
+    Ref<PixelRaster> raster = TRY(Create(width, height, format));
+    BaseArray<BITS>& offsets = raster->_channelOffsets;
+    const Int count = std::min(raster->_channelCount, offsets.GetCount() - 1);
+    if (count <= 0)
+        return IllegalArgumentError();
+    // Packed formats have tables that do not ascend: they too have no width that all channels share.
+    const BITS channel = offsets[1];
+    for (Int c = 0; c < count; ++c) {
+        if (offsets[c + 1] - (c > 0 ? offsets[c] : BITS()) != channel || channel < BITS())
+            return IllegalArgumentError("ImagePixelStoragePlanes doesn't work with pixel format: @.", format);
+    }
+    TRY(raster->SetPixelDistance(channel));
+    raster->_planeCount = count;
+    if (raster->_bytesPerLine == 0 || height == 0)
+        return IllegalArgumentError();
+
+    Int planeBits = 0, totalBits = 0;
+    if (__builtin_mul_overflow(raster->_bytesPerLine, height, &planeBits) ||
+        __builtin_mul_overflow(planeBits, Int(8), &planeBits) || __builtin_mul_overflow(planeBits, count, &totalBits))
         return OutOfMemoryError();
+    if (count > 1) {  // a single plane is what the format itself says, and formats know their own table best
+        for (Int c = 0; c <= count; ++c)
+            offsets[c] = BITS(planeBits * c);
+    }
+    return raster;
+}
+
+Result<Int> PixelRaster::CountBytes() const {
+    Int bytes = 0;
+    if (__builtin_mul_overflow(_bytesPerLine, _height, &bytes) || __builtin_mul_overflow(bytes, _planeCount, &bytes))
+        return OutOfMemoryError();
+    return bytes;
+}
+
+Result<void> PixelRaster::AllocatePixels() {
+    const Int bytes = TRY(CountBytes());
     TRY(CheckDecodeBuffer(bytes));
     return _data.Resize(bytes);
+}
+
+Result<void> PixelRaster::AdoptPixels(BaseArray<std::byte> pixels) {
+    if (pixels.GetCount() != TRY(CountBytes()))
+        return IllegalArgumentError();
+    _data = std::move(pixels);
+    return {};
 }
 
 namespace {
@@ -47,7 +91,76 @@ Result<ConvertPixelFunc> FindConversion(const PixelFormat& to, ChannelOffsets to
     return convert;
 }
 
+struct LineReader {
+    Ref<PixelRaster> raster;
+    ConvertPixelFunc convert;
+    CONVERTPIXELFLAGS flags;
+
+    Result<void> operator()(const PixelSpan& span, const PixelLine& dst, GETPIXELFLAGS) const {
+        TRY(raster->CheckSpan(span));
+        return convert(dst, span.count, raster->GetLine(span.x, span.y), flags);
+    }
+};
+
+struct LineWriter {
+    Ref<PixelRaster> raster;
+    ConvertPixelFunc convert;
+    CONVERTPIXELFLAGS flags;
+
+    Result<void> operator()(const PixelSpan& span, const PixelLineConst& src, SETPIXELFLAGS) const {
+        TRY(raster->CheckSpan(span));
+        return convert(raster->GetLine(span.x, span.y), span.count, src, flags);
+    }
+};
+
 }  // namespace
+
+Result<void> ImagePixelStorageRasterBase::InitRaster(Int width, Int height, const PixelFormat& format,
+                                                     Result<Ref<PixelRaster>> (*describe)(Int, Int, const PixelFormat&),
+                                                     bool allocate) {
+    if (width < 0 || height < 0)
+        return IllegalArgumentError();
+    _width = width;
+    _height = height;
+    if (!format)
+        return IllegalArgumentError();
+    _raster = nullptr;
+    Result<Ref<PixelRaster>> made = describe(width, height, format);
+    Result<void> allocated;
+    if (!made)
+        allocated = made.GetError();
+    else if (allocate)
+        allocated = made.GetValue()->AllocatePixels();
+    if (!allocated) {
+        _width = _height = 0;
+        return allocated;
+    }
+    _raster = std::move(made).TakeValue();
+    return {};
+}
+
+Result<GetPixelHandlerStruct> ImagePixelStorageRasterBase::GetPixelHandler(const PixelFormat& format,
+                                                                           ChannelOffsets offsets,
+                                                                           const ColorProfile& storedProfile,
+                                                                           const ColorProfile& profile,
+                                                                           GETPIXELHANDLERFLAGS flags) {
+    const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
+    ConvertPixelFunc convert = TRY(MakeReadConversion(format, offsets, storedProfile, profile, convertFlags));
+    GetPixelHandlerStruct handler;
+    handler.read = TRY(ReadLineFunc::Create(LineReader{_raster, std::move(convert), convertFlags}));
+    return handler;
+}
+
+Result<SetPixelHandlerStruct> ImagePixelStorageRasterBase::SetPixelHandler(
+    const PixelFormat& format, ChannelOffsets offsets, const ColorProfile& storedProfile, const ColorProfile& profile,
+    SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) {
+    const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
+    ConvertPixelFunc convert = TRY(MakeWriteConversion(format, offsets, storedProfile, profile, convertFlags));
+    SetPixelHandlerStruct handler;
+    handler.write = TRY(WriteLineFunc::Create(LineWriter{_raster, std::move(convert), convertFlags}));
+    handler.region = region;
+    return handler;
+}
 
 Result<ConvertPixelFunc> ImagePixelStorageRasterBase::MakeReadConversion(const PixelFormat& format,
                                                                          ChannelOffsets offsets,

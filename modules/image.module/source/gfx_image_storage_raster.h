@@ -8,24 +8,36 @@ namespace orvik {
 
 /// One raster: its size, its format and, when allocated, its pixels in one block without any padding. Handlers hold the
 /// raster that they were made for, so that a storage can be given another size while they are in use.
+///
+/// The channels of a pixel lie together, or each in a plane of its own, one plane behind the other. Conversions see the
+/// difference only in two numbers: where the channels start, and how far apart pixels are.
 class PixelRaster : public Object {
 public:
-    /// Describes a raster and allocates no pixels.
+    /// Describes a raster whose channels lie together, and allocates no pixels.
     /// Errors: illegal argument for a null format or a negative size, out of memory when a line cannot be counted.
     static Result<Ref<PixelRaster>> Create(Int width, Int height, const PixelFormat& format);
+    /// As `Create`, with one plane a channel. Further errors: "ImagePixelStoragePlanes doesn't work with pixel format:
+    /// @." unless all channels are equally wide, illegal argument when there is not a single byte.
+    static Result<Ref<PixelRaster>> CreatePlanes(Int width, Int height, const PixelFormat& format);
     /// Zeroed pixels. Out of memory also when the block would exceed the bound on decoded buffers.
     Result<void> AllocatePixels();
+    /// Takes pixels that came from elsewhere; illegal argument unless there are exactly as many bytes as are needed.
+    Result<void> AdoptPixels(BaseArray<std::byte> pixels);
 
     Int GetWidth() const { return _width; }
     Int GetHeight() const { return _height; }
+    /// Of the whole pixels, or of one plane.
     Int GetBytesPerLine() const { return _bytesPerLine; }
     Int GetChannelCount() const { return _channelCount; }
-    BITS GetBitsPerPixel() const { return _bitsPerPixel; }
+    /// From one pixel to the next: the bits of a pixel, or with planes those of a channel.
+    BITS GetPixelDistance() const { return _pixelDistance; }
     const PixelFormat& GetFormat() const { return _format; }
-    /// Start bit of each channel and, last, the bits per pixel.
+    /// Start bit of each channel and, last, the bits per pixel; with planes the start bit of each plane and their
+    /// total.
     ChannelOffsets GetChannelOffsets() const { return _channelOffsets.ToBlock(); }
     Block<std::byte> GetPixels() { return _data.ToBlock(); }
     Block<const std::byte> GetPixels() const { return _data.ToBlock(); }
+    BaseArray<std::byte>& GetData() { return _data; }
 
     /// Illegal argument, without text, for a span that is not inside the raster.
     Result<void> CheckSpan(const PixelSpan& span, const SourceLocation& where = SourceLocation::current()) const {
@@ -35,31 +47,48 @@ public:
     }
     /// The run that starts at a pixel. Only after `CheckSpan`, on an allocated raster.
     PixelLine GetLine(Int x, Int y) {
-        const Int bit = x * _bitsPerPixel.GetBits();
-        return {_data.GetFirst() + y * _bytesPerLine + (bit >> 3), _bitsPerPixel, static_cast<int>(bit & 7)};
+        const Int bit = x * _pixelDistance.GetBits();
+        return {_data.GetFirst() + y * _bytesPerLine + (bit >> 3), _pixelDistance, static_cast<int>(bit & 7)};
     }
 
 private:
+    Result<Int> CountBytes() const;
+    /// Counts the bytes of a line from the distance between pixels.
+    Result<void> SetPixelDistance(BITS distance);
+
     Int _width = 0, _height = 0;
     Int _bytesPerLine = 0;
     Int _channelCount = 0;
-    BITS _bitsPerPixel;
+    Int _planeCount = 1;
+    BITS _pixelDistance;
     BaseArray<BITS> _channelOffsets;  ///< a copy: a format made at run time can still grow
     PixelFormat _format;
     BaseArray<std::byte> _data;
 };
 
-/// Size, format and handlers of the storages whose pixels lie in one raster or nowhere.
+/// Size, format and line access of a storage that has a raster. Storages whose pixels lie elsewhere bring line access
+/// of their own and keep the description.
 class ImagePixelStorageRasterBase : public ImagePixelStorageInterface {
 public:
     Int GetWidth() const override { return _width; }
     Int GetHeight() const override { return _height; }
     Int GetChannelCount() const override { return _raster ? _raster->GetChannelCount() : 0; }
     PixelFormat GetPixelFormat() const override { return _raster ? _raster->GetFormat() : PixelFormat(); }
+    Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
+                                                  const ColorProfile& storedProfile, const ColorProfile& profile,
+                                                  GETPIXELHANDLERFLAGS flags) override;
+    Result<SetPixelHandlerStruct> SetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
+                                                  const ColorProfile& storedProfile, const ColorProfile& profile,
+                                                  SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) override;
     void FreePixelHandler(GetPixelHandlerStruct& handler) override { handler.Free(); }
     void FreePixelHandler(SetPixelHandlerStruct& handler) override { (void)handler.Free(); }  // nobody to tell
 
 protected:
+    /// Takes on size and raster, and lets the pixels of before go first: two blocks would be the peak. A null format or
+    /// a negative size changes nothing but, for the former, the size. After out of memory the storage is as new.
+    /// @param describe  `PixelRaster::Create` or `PixelRaster::CreatePlanes`
+    Result<void> InitRaster(Int width, Int height, const PixelFormat& format,
+                            Result<Ref<PixelRaster>> (*describe)(Int, Int, const PixelFormat&), bool allocate);
     /// The conversion of what lies here into a caller's format.
     Result<ConvertPixelFunc> MakeReadConversion(const PixelFormat& format, ChannelOffsets offsets,
                                                 const ColorProfile& storedProfile, const ColorProfile& profile,

@@ -1,5 +1,7 @@
 #include "gfx_image_storage_nodata.h"
 #include "gfx_image_storage_normal.h"
+#include "gfx_image_storage_planes.h"
+#include "gfx_image_storage_voxel.h"
 #include "registration.h"
 
 namespace orvik {
@@ -18,7 +20,9 @@ Result<ObjectRef> CreateStorage() {
 
 constexpr StorageEntry kStorages[] = {
     {storageclasses::kNormal, CreateStorage<ImagePixelStorageNormal>},
+    {storageclasses::kPlanes, CreateStorage<ImagePixelStoragePlanes>},
     {storageclasses::kNoData, CreateStorage<ImagePixelStorageNoData>},
+    {storageclasses::kVoxel, CreateStorage<ImagePixelStorageVoxel>},
 };
 
 }  // namespace

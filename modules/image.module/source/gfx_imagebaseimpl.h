@@ -27,9 +27,11 @@ public:
     PixelFormat GetPixelFormat() const override { return _format; }
     void FreePixelHandler(GetPixelHandlerStruct& handler) override { handler.Free(); }
     void FreePixelHandler(SetPixelHandlerStruct& handler) override { (void)handler.Free(); }  // nobody to tell
-    /// The whole image is the node itself; smaller rectangles are not implemented.
+    /// Not guarded: the sub-images of a node are made on one thread.
     Result<ImageBaseRef> CreateSubImagePart(const DrawRectInt& rectangle) override;
     RegionObservable* ObservableRegionChanged() override;
+    /// The host's observable; null where the host has none.
+    const ImageRegionObservableRef& GetHostObservable() const { return _hostObservable; }
 
 protected:
     /// Illegal argument, without text, unless `branch` is one of `branches` and the child implements interface I.
@@ -46,8 +48,13 @@ protected:
     Result<void> NotifyRegionChanged(const UpdateRegion& region);
 
 private:
+    struct HashOfRectangle {
+        uint64_t operator()(const DrawRectInt& rectangle) const;
+    };
+
     Int _width = 0, _height = 0;
     PixelFormat _format;
+    HashMap<DrawRectInt, ImageBaseRef, HashOfRectangle> _subImages;
     ImageRegionObservableRef _hostObservable;
     RegionObservable _observable;  ///< used only where the host has none
 };

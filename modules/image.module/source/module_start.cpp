@@ -15,6 +15,7 @@ Result<void> StartImageModule(Publisher& publisher) {
         RegisterPixelBlends,
         RegisterPixelFormats,
         RegisterImageStorages,
+        RegisterImageFunctions,
         RegisterImages,
         RegisterFileFormats,
         RegisterLayerSet,

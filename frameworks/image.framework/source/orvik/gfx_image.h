@@ -116,6 +116,11 @@ public:
                                       SETPIXELFLAGS flags) {
         return Unbound();
     }
+    /// A read-only view of a rectangle of this node, which shows its pixels as they are when they are read. The whole
+    /// image is the node itself; the same rectangle gives the same view. The node keeps its views, and a view keeps
+    /// nobody: once the node has gone, reading fails with "Subimage reference to original image lost.".
+    /// Illegal argument, without text, for a rectangle that ends beyond the node. One that starts at negative
+    /// coordinates fails when it is read.
     virtual Result<ImageBaseRef> CreateSubImagePart(const DrawRectInt& rectangle) { return Unbound(); }
     /// The observable of this node; fires with the node and the region that changed. Null for an absent node.
     virtual RegionObservable* ObservableRegionChanged() { return Unbound(); }
@@ -174,6 +179,7 @@ inline constexpr Id kBase{"net.orvik.image.imagebaseclass.base"};
 inline constexpr Id kImage{"net.orvik.image.imageclass.image"};
 inline constexpr Id kRasterLayer{"net.orvik.image.imagelayerclass.raster"};
 inline constexpr Id kTexture{"net.orvik.image.imagetextureclass.texture"};
+inline constexpr Id kSubImagePart{"net.orvik.image.imagebaseclass.subimagepart"};
 }  // namespace imageclasses
 
 /// Visits a node and its descendants depth first. The visitor gets the node and the branch it hangs in (TEXTURE for the

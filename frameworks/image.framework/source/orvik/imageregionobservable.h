@@ -22,6 +22,16 @@ public:
 };
 using ImageRegionObserverRef = Ref<ImageRegionObserverInterface>;
 
+/// What `RegisterObserver` gives. Dropping its last reference ends the registration too.
+class ImageRegionRegistrationInterface : public virtual Object {
+    ORVIK_INTERFACE(ImageRegionRegistrationInterface, "net.orvik.interface.imageregionregistration");
+
+public:
+    /// Ends the registration; a second call does nothing. The observable may have gone.
+    virtual void Free() {}
+};
+using ImageRegionRegistrationRef = Ref<ImageRegionRegistrationInterface>;
+
 /// Observers as delegates, run in the order of adding.
 using RegionObservable = Observable<Result<void>(ImageBaseInterface* image, const UpdateRegion& region)>;
 
@@ -40,8 +50,8 @@ public:
         return Unbound();
     }
     virtual RegionObservable* GetObservable() { return Unbound(); }
-    /// @return a registration; dropping its last reference ends it
-    virtual Result<ObjectRef> RegisterObserver(const ImageRegionObserverRef& observer) {
+    /// The observer hears `OnConnect` with the present size at once.
+    virtual Result<ImageRegionRegistrationRef> RegisterObserver(const ImageRegionObserverRef& observer) {
         (void)observer;
         return Unbound();
     }

@@ -1,0 +1,363 @@
+#include "image_fakes.h"
+#include "support/module_fixture.h"
+
+#include "orvik/gfx_image_functions.h"
+#include "orvik/gfx_imagebasehelpers.h"
+#include "orvik/regionobservable.h"
+
+namespace orvik {
+namespace {
+
+constexpr Int kMax = std::numeric_limits<Int>::max();
+constexpr Int kMin = std::numeric_limits<Int>::min();
+constexpr Int kWidth = 40, kHeight = 30;
+
+class SubImageTest : public ModuleFixture {
+protected:
+    void SetUp() override {
+        ModuleFixture::SetUp();
+        ASSERT_TRUE(PublishRegionObservable(_publisher));
+        _format = PixelFormats::Get(pixelformats::kGreyU16);
+        _image = MakeImage();
+    }
+    /// Each pixel holds its place.
+    ImageRef MakeImage() const {
+        ImageRef image = ClassRef(imageclasses::kImage).Create<ImageInterface>().TakeValue();
+        EXPECT_TRUE(image->Init(kWidth, kHeight, ClassRef(), _format, {}));
+        SetPixelHandlerStruct writer = image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE).TakeValue();
+        for (Int y = 0; y < kHeight; ++y) {
+            uint16_t row[kWidth];
+            for (Int x = 0; x < kWidth; ++x)
+                row[x] = static_cast<uint16_t>(y * 100 + x);
+            EXPECT_TRUE(writer.write({0, y, kWidth}, {row, BITS(16)}, SETPIXELFLAGS::NONE));
+        }
+        image->FreePixelHandler(writer);
+        return image;
+    }
+    static ImageBaseRef Part(const ImageBaseRef& of, Int x, Int y, Int width, Int height) {
+        Result<ImageBaseRef> part = of->CreateSubImagePart({{x, y}, {width, height}});
+        EXPECT_TRUE(part) << MessageOf(part);
+        return part ? part.GetValue() : ImageBaseRef();
+    }
+    Result<GetPixelHandlerStruct> Reader(const ImageBaseRef& node) const {
+        return node->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
+    }
+    /// The first pixel of a span: 100 times y plus x.
+    Int ReadFirst(const ImageBaseRef& node, const PixelSpan& span) const {
+        uint16_t row[kWidth] = {};
+        auto handler = Reader(node);
+        EXPECT_TRUE(handler) << MessageOf(handler);
+        const Result<void> read = handler->read(span, {row, BITS(16)}, GETPIXELFLAGS::NONE);
+        EXPECT_TRUE(read) << MessageOf(read);
+        node->FreePixelHandler(*handler);
+        EXPECT_FALSE(*handler);
+        return row[0];
+    }
+
+    PixelFormat _format;
+    ImageRef _image;
+};
+
+TEST_F(SubImageTest, OneRectangleIsOneObject) {
+    const ImageBaseRef whole = Part(_image, 0, 0, kWidth, kHeight);
+    EXPECT_EQ(whole, ImageBaseRef(_image));
+    const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
+    EXPECT_NE(part, ImageBaseRef(_image));
+    EXPECT_EQ(part->GetClassId(), imageclasses::kSubImagePart);
+    EXPECT_EQ(Part(_image, 10, 5, 20, 10), part);
+    for (const ImageBaseRef& other :
+         {Part(_image, 5, 10, 20, 10), Part(_image, 10, 5, 10, 20), Part(_image, 10, 5, 20, 11)})
+        EXPECT_NE(other, part);
+    EXPECT_EQ(ImageFunctions::CreateSubImagePart(_image, {{10, 5}, {20, 10}}).TakeValue(), part);
+    EXPECT_EQ(ImageFunctions::CreateSubImagePart(_image, {{0, 0}, {kWidth, kHeight}}).TakeValue(),
+              ImageBaseRef(_image));
+    EXPECT_EQ(ErrorIdOf(ImageFunctions::CreateSubImagePart(nullptr, {{0, 0}, {1, 1}})), errorid::kNullptr);
+
+    EXPECT_EQ(part->GetWidth(), 20);
+    EXPECT_EQ(part->GetHeight(), 10);
+    EXPECT_EQ(part->GetPixelFormat(), _format);
+    EXPECT_EQ(part->Get(image::kType, ITYPE::UNDEFINED), ITYPE::IMAGE);
+    // Many more than the first table has places for.
+    std::vector<ImageBaseRef> parts;
+    for (Int i = 0; i < 300; ++i)
+        parts.push_back(Part(_image, i % 20, i / 20, 3, 3));
+    for (Int i = 0; i < 300; ++i)
+        EXPECT_EQ(Part(_image, i % 20, i / 20, 3, 3), parts[static_cast<size_t>(i)]);
+}
+
+TEST_F(SubImageTest, ChecksTheRectangle) {
+    const struct {
+        DrawRectInt rectangle;
+        bool fits;
+    } cases[] = {
+        {{{0, 0}, {kWidth, kHeight - 1}}, true},
+        {{{kWidth, kHeight}, {0, 0}}, true},
+        {{{-5, -5}, {10, 10}}, true},
+        {{{kMin, kMin}, {kMax, kMax}}, true},
+        {{{1, 0}, {kWidth, 1}}, false},
+        {{{0, 1}, {1, kHeight}}, false},
+        {{{kWidth + 1, 0}, {0, 1}}, false},
+        {{{kMax, 0}, {1, 1}}, false},
+        {{{0, kMax}, {1, kMax}}, false},
+        {{{0, 0}, {-1, 1}}, false},
+        {{{0, 0}, {1, kMin}}, false},
+    };
+    for (const auto& [rectangle, fits] : cases) {
+        SCOPED_TRACE(testing::Message() << rectangle.position.x << ", " << rectangle.position.y << ", "
+                                        << rectangle.size.width << ", " << rectangle.size.height);
+        const auto part = _image->CreateSubImagePart(rectangle);
+        EXPECT_EQ(ErrorIdOf(part), fits ? Id() : errorid::kIllegalArgument);
+        EXPECT_EQ(MessageOf(part), "");
+    }
+    const auto untyped = ClassRef(imageclasses::kBase).Create<ImageBaseInterface>().TakeValue();
+    EXPECT_EQ(MessageOf(untyped->CreateSubImagePart({{0, 0}, {0, -1}})), "");
+    EXPECT_EQ(MessageOf(untyped->CreateSubImagePart({{-1, 0}, {0, 0}})), "Key net.orvik.image.type not found.");
+}
+
+TEST_F(SubImageTest, ReadsTheParentShifted) {
+    const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
+    EXPECT_EQ(ReadFirst(part, {0, 0, 20}), 510);
+    EXPECT_EQ(ReadFirst(part, {19, 9, 1}), 1429);
+    const ImageBaseRef inner = Part(part, 3, 2, 4, 4), innermost = Part(inner, 1, 1, 2, 2);
+    EXPECT_EQ(ReadFirst(inner, {0, 0, 4}), 713);
+    EXPECT_EQ(ReadFirst(innermost, {1, 1, 1}), 915);
+    ASSERT_TRUE(_image->Set(image::kName, String("later")));  // the handler of an empty part reads nothing
+    auto nothing = Reader(Part(_image, 7, 7, 0, 3));
+    ASSERT_TRUE(nothing);
+    EXPECT_TRUE(nothing->read({0, 1, 0}, {nullptr, BITS(16)}, GETPIXELFLAGS::NONE));
+
+    const struct {
+        DrawRectInt rectangle;
+        PixelSpan span;
+        Int first;  ///< -1: illegal argument
+    } cases[] = {
+        {{{10, 5}, {20, 10}}, {0, 10, 1}, -1},
+        {{{10, 5}, {20, 10}}, {0, -1, 1}, -1},
+        {{{10, 5}, {20, 10}}, {1, 0, 20}, -1},
+        {{{10, 5}, {20, 10}}, {20, 0, 1}, -1},
+        {{{10, 5}, {20, 10}}, {0, 0, -1}, -1},
+        {{{10, 5}, {20, 10}}, {kMin, 0, 1}, -1},
+        {{{10, 5}, {20, 10}}, {kMax, 0, kMax}, -1},
+        {{{10, 5}, {20, 10}}, {0, kMax, 1}, -1},
+        {{{10, 5}, {20, 10}}, {0, kMin, 1}, -1},
+        {{{10, 5}, {20, 10}}, {5, 0, kMax}, -1},
+        // To the left the test is behind the shift, so the parent's pixels there can be read.
+        {{{10, 5}, {20, 10}}, {-10, 0, 5}, 500},
+        {{{10, 5}, {20, 10}}, {-11, 0, 5}, -1},
+        // A rectangle that starts outside can be read where it lies inside.
+        {{{-5, -5}, {20, 10}}, {5, 5, 3}, 0},
+        {{{-5, -5}, {20, 10}}, {4, 5, 3}, -1},
+        {{{-5, -5}, {20, 10}}, {5, 4, 3}, -1},
+        {{{kMin, 0}, {kMax, 1}}, {0, 0, 1}, -1},
+        {{{kMin, 0}, {kMax, 1}}, {kMin, 0, 1}, -1},
+    };
+    for (const auto& [rectangle, span, first] : cases) {
+        SCOPED_TRACE(testing::Message() << rectangle.position.x << " + " << span.x << ", " << span.y << ", "
+                                        << span.count);
+        const ImageBaseRef view =
+            Part(_image, rectangle.position.x, rectangle.position.y, rectangle.size.width, rectangle.size.height);
+        auto handler = Reader(view);
+        ASSERT_TRUE(handler);
+        uint16_t row[kWidth] = {};
+        const Result<void> read = handler->read(span, {row, BITS(16)}, GETPIXELFLAGS::NONE);
+        EXPECT_EQ(ErrorIdOf(read), first < 0 ? errorid::kIllegalArgument : Id());
+        EXPECT_EQ(MessageOf(read), "");
+        if (first >= 0) {
+            EXPECT_EQ(row[0], first);
+        }
+    }
+}
+
+TEST_F(SubImageTest, IsReadOnlyAndConvertsAsItsParent) {
+    const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
+    EXPECT_EQ(ErrorIdOf(part->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+    const PixelFormat rgb = PixelFormats::Get(pixelformats::kRgbU8);
+    auto handler = part->GetPixelHandler(rgb, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
+    ASSERT_TRUE(handler);
+    uint8_t pixel[3] = {};
+    ASSERT_TRUE(handler->read({0, 9, 1}, {pixel, BITS(24)}, GETPIXELFLAGS::NONE));
+    EXPECT_EQ(pixel[1], 1410 >> 8);
+}
+
+TEST_F(SubImageTest, TheParentKeepsItAndItKeepsNobody) {
+    const ImageBaseRef part = Part(_image, 10, 5, 20, 10), inner = Part(part, 1, 1, 2, 2);
+    auto handler = Reader(part);
+    ASSERT_TRUE(handler);
+    const WeakRef<ImageInterface> watched(_image);
+    _image = nullptr;
+    EXPECT_TRUE(watched.Get());  // by the handler
+    uint16_t pixel = 0;
+    ASSERT_TRUE(handler->read({0, 0, 1}, {&pixel, BITS(16)}, GETPIXELFLAGS::NONE));
+    EXPECT_EQ(pixel, 510);
+    EXPECT_TRUE(Reader(part));
+    part->FreePixelHandler(*handler);
+    EXPECT_FALSE(watched.Get());
+
+    const auto lost = Reader(part);
+    EXPECT_EQ(ErrorIdOf(lost), errorid::kIllegalState);
+    EXPECT_EQ(MessageOf(lost), "Subimage reference to original image lost.");
+    EXPECT_EQ(MessageOf(Reader(inner)), "Subimage reference to original image lost.");
+    EXPECT_EQ(part->GetWidth(), 20);
+    EXPECT_EQ(inner->GetHeight(), 2);
+
+    // Copies of a handler that were never freed give the parent back with the last of them.
+    _image = MakeImage();
+    const WeakRef<ImageInterface> again(_image);
+    {
+        auto first = Reader(Part(_image, 1, 1, 2, 2));
+        const GetPixelHandlerStruct copy = *first;
+        _image = nullptr;
+        first->Free();
+        EXPECT_TRUE(copy.read({0, 0, 1}, {&pixel, BITS(16)}, GETPIXELFLAGS::NONE));
+    }
+    EXPECT_FALSE(again.Get());
+}
+
+TEST_F(SubImageTest, EveryFailedAllocationLeavesTheMapAsItWas) {
+    Int failures = 0;
+    for (Int n = 1;; ++n) {
+        const ImageRef image = MakeImage();
+        SetAllocationFault(n);
+        const auto part = image->CreateSubImagePart({{1, 1}, {2, 2}});
+        SetAllocationFault(0);
+        if (part)
+            break;
+        ++failures;
+        EXPECT_EQ(ErrorIdOf(part), errorid::kOutOfMemory);
+        // No part of the failed attempt hears or answers.
+        EXPECT_TRUE(ImageBaseHelpers::MarkRegionChanged(image, {0, 0, 5, 5}));
+        EXPECT_EQ(ReadFirst(Part(image, 1, 1, 2, 2), {0, 0, 1}), 101);
+    }
+    EXPECT_GT(failures, 5);
+    const ImageBaseRef part = Part(_image, 1, 1, 2, 2);
+    ASSERT_TRUE(Reader(part));  // conversions are cached now
+    for (Int n = 1;; ++n) {
+        SetAllocationFault(n);
+        const auto handler = Reader(part);
+        SetAllocationFault(0);
+        if (handler)
+            break;
+        EXPECT_EQ(ErrorIdOf(handler), errorid::kOutOfMemory);
+        ASSERT_LT(n, 100);
+    }
+}
+
+/// Writes down what it hears.
+class Listener : public ImageRegionObserverInterface {
+public:
+    void OnConnect(Int width, Int height) override { Hear("connect ", {0, 0, width, height}); }
+    void OnResize(Int width, Int height) override { Hear("resize ", {0, 0, width, height}); }
+    void OnRegionDirty(const UpdateRegion& region) override { Hear("dirty ", region); }
+    void OnDisconnect(Bool final) override { heard.push_back(final ? "disconnect 1" : "disconnect 0"); }
+    std::vector<std::string> Take() { return std::exchange(heard, {}); }
+
+    std::vector<std::string> heard;
+
+private:
+    void Hear(const char* what, const UpdateRegion& region) {
+        heard.push_back(what + std::to_string(region.x) + " " + std::to_string(region.y) + " " +
+                        std::to_string(region.width) + " " + std::to_string(region.height));
+    }
+};
+using Heard = std::vector<std::string>;
+
+TEST_F(SubImageTest, RegionsReachThePartsInTheirOwnCoordinates) {
+    const ImageBaseRef part = Part(_image, 10, 5, 20, 10), inner = Part(part, 2, 2, 5, 5);
+    const auto ofImage = NewObj<Listener>().TakeValue(), ofPart = NewObj<Listener>().TakeValue(),
+               ofInner = NewObj<Listener>().TakeValue();
+    const auto first = ImageBaseHelpers::RegisterRegionChangedObserver(_image, ofImage).TakeValue();
+    const auto second = ImageBaseHelpers::RegisterRegionChangedObserver(part, ofPart).TakeValue();
+    const auto third = ImageBaseHelpers::RegisterRegionChangedObserver(inner, ofInner).TakeValue();
+    EXPECT_EQ(ofImage->Take(), (Heard{"connect 0 0 40 30"}));
+    EXPECT_EQ(ofPart->Take(), (Heard{"connect 0 0 20 10"}));
+    EXPECT_EQ(ofInner->Take(), (Heard{"connect 0 0 5 5"}));
+    const struct {
+        UpdateRegion region;
+        Heard part, inner;
+    } cases[] = {
+        {{0, 0, 40, 30}, {"dirty 0 0 20 10"}, {"dirty 0 0 5 5"}},
+        {{13, 8, 2, 1}, {"dirty 3 3 2 1"}, {"dirty 1 1 2 1"}},
+        {{0, 0, 11, 6}, {"dirty 0 0 1 1"}, {}},
+        {{0, 0, 10, 30}, {}, {}},
+        {{30, 5, 1, 1}, {}, {}},
+        {{15, 5, 0, 5}, {}, {}},
+        {{kMin, kMin, kMax, kMax}, {}, {}},
+        {{0, 0, kMax, kMax}, {"dirty 0 0 20 10"}, {"dirty 0 0 5 5"}},
+        {{16, 0, kMax, kMax}, {"dirty 6 0 14 10"}, {"dirty 4 0 1 5"}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(testing::Message() << test.region.x << ", " << test.region.y);
+        ASSERT_TRUE(ImageBaseHelpers::MarkRegionChanged(_image, test.region));
+        EXPECT_EQ(ofImage->Take().size(), 1u);
+        EXPECT_EQ(ofPart->Take(), test.part);
+        EXPECT_EQ(ofInner->Take(), test.inner);
+    }
+    // A freed set handler fires the same way, and delegates on the part hear of the part.
+    Int fired = 0;
+    ASSERT_TRUE(part->ObservableRegionChanged()->AddObserver([&](ImageBaseInterface* node, const UpdateRegion& region) {
+        fired += node == part.GetPointer() && region == UpdateRegion{0, 1, 5, 1};
+        return Result<void>();
+    }));
+    SetPixelHandlerStruct writer = _image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE).TakeValue();
+    writer.Widen({0, 6, 15});
+    _image->FreePixelHandler(writer);
+    EXPECT_EQ(ofPart->Take(), (Heard{"dirty 0 1 5 1"}));
+    EXPECT_EQ(fired, 1);
+
+    second->Free();
+    second->Free();
+    ASSERT_TRUE(ImageBaseHelpers::MarkRegionChanged(_image, {0, 0, 40, 30}));
+    EXPECT_EQ(ofPart->Take(), Heard());
+    EXPECT_EQ(ofInner->Take(), (Heard{"dirty 0 0 5 5"}));
+}
+
+TEST_F(SubImageTest, ObserversHearTwiceThatANodeGoes) {
+    const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
+    const auto ofImage = NewObj<Listener>().TakeValue(), ofPart = NewObj<Listener>().TakeValue();
+    const auto first = ImageBaseHelpers::RegisterRegionChangedObserver(_image, ofImage).TakeValue();
+    const auto second = ImageBaseHelpers::RegisterRegionChangedObserver(part, ofPart).TakeValue();
+    ASSERT_TRUE(_image->Init(50, 30, ClassRef(), _format, {}));
+    EXPECT_EQ(ofImage->Take(), (Heard{"connect 0 0 40 30", "resize 0 0 50 30"}));
+    EXPECT_EQ(ofPart->Take(), (Heard{"connect 0 0 20 10"}));
+    _image = nullptr;
+    EXPECT_EQ(ofImage->Take(), (Heard{"disconnect 0", "disconnect 1"}));
+    EXPECT_EQ(ofPart->Take(), Heard());  // the part still lives
+    EXPECT_TRUE(ImageBaseHelpers::MarkRegionChanged(part, {0, 0, 1, 1}));
+    EXPECT_EQ(ofPart->Take(), (Heard{"dirty 0 0 1 1"}));
+    first->Free();  // the observable has gone
+}
+
+TEST_F(SubImageTest, HelpersRefuseNothing) {
+    const char* kText = "Illegal state: Condition impl != nullptr not fulfilled. ";
+    const auto marked = ImageBaseHelpers::MarkRegionChanged(nullptr, {});
+    const auto registered = ImageBaseHelpers::RegisterRegionChangedObserver(nullptr, NewObj<Listener>().TakeValue());
+    EXPECT_EQ(ErrorIdOf(marked), errorid::kIllegalState);
+    EXPECT_EQ(MessageOf(marked), kText);
+    EXPECT_EQ(ErrorIdOf(registered), errorid::kIllegalState);
+    EXPECT_EQ(MessageOf(registered), kText);
+    EXPECT_EQ(ErrorIdOf(ImageBaseHelpers::RegisterRegionChangedObserver(_image, nullptr)), errorid::kNullptr);
+}
+
+using SubImageWithoutHostTest = ModuleFixture;
+
+/// Without the host's service parts still hear, by the node's own list of delegates.
+TEST_F(SubImageWithoutHostTest, PartsHearOfTheirParent) {
+    const PixelFormat format = PixelFormats::Get(pixelformats::kGreyU16);
+    const ImageRef image = ClassRef(imageclasses::kImage).Create<ImageInterface>().TakeValue();
+    ASSERT_TRUE(image->Init(kWidth, kHeight, ClassRef(), format, {}));
+    const ImageBaseRef part = image->CreateSubImagePart({{10, 5}, {20, 10}}).TakeValue();
+    UpdateRegion heard;
+    ASSERT_TRUE(part->ObservableRegionChanged()->AddObserver([&](ImageBaseInterface*, const UpdateRegion& region) {
+        heard = region;
+        return Result<void>();
+    }));
+    SetPixelHandlerStruct writer = image->SetPixelHandler(format, {}, {}, SETPIXELHANDLERFLAGS::NONE).TakeValue();
+    writer.Widen({0, 6, 15});
+    image->FreePixelHandler(writer);
+    EXPECT_EQ(heard, (UpdateRegion{0, 1, 5, 1}));
+    EXPECT_EQ(ErrorIdOf(ImageBaseHelpers::MarkRegionChanged(image, {})), errorid::kNullptr);
+}
+
+}  // namespace
+}  // namespace orvik

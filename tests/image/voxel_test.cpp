@@ -1,0 +1,330 @@
+#include <barrier>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "gfx_image_storage_voxel.h"
+#include "image_fakes.h"
+#include "support/module_fixture.h"
+
+namespace orvik {
+namespace {
+
+constexpr Int kMax = std::numeric_limits<Int>::max();
+constexpr Int kMin = std::numeric_limits<Int>::min();
+constexpr Int kLastPixel = (Int(1) << 37) - 1;  ///< in tile 0x7FFFFFFF
+
+Ref<ImagePixelStorageVoxel> MakeVoxel(const PixelFormat& format, Block<const std::byte> defaultColor = {}) {
+    auto storage = NewObj<ImagePixelStorageVoxel>().TakeValue();
+    const Result<void> done = storage->Init(10, 10, format, defaultColor);
+    EXPECT_TRUE(done) << MessageOf(done);
+    return storage;
+}
+GetPixelHandlerStruct Reader(ImagePixelStorageVoxel& storage, const PixelFormat& format) {
+    return storage.GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE).TakeValue();
+}
+SetPixelHandlerStruct Writer(ImagePixelStorageVoxel& storage, const PixelFormat& format) {
+    return storage.SetPixelHandler(format, {}, {}, {}, SETPIXELHANDLERFLAGS::NONE, {}).TakeValue();
+}
+uint8_t ReadByte(ImagePixelStorageVoxel& storage, const PixelFormat& format, Int x, Int y) {
+    uint8_t value = 99;
+    const Result<void> read = Reader(storage, format).read({x, y, 1}, {&value, BITS(8)}, GETPIXELFLAGS::NONE);
+    EXPECT_TRUE(read) << MessageOf(read);
+    return value;
+}
+Result<void> WriteByte(ImagePixelStorageVoxel& storage, const PixelFormat& format, Int x, Int y, uint8_t value) {
+    return Writer(storage, format).write({x, y, 1}, {&value, BITS(8)}, SETPIXELFLAGS::NONE);
+}
+
+/// Random lines in both directions over a map of single pixels.
+TEST(Voxel, AgreesWithAMapOfPixels) {
+    for (const Int bits : {1, 2, 4, 8, 12, 24, 64}) {
+        SCOPED_TRACE(bits);
+        const Ref<FakeFormat> format = MakeFormat({bits});
+        const auto bytes = static_cast<size_t>((bits + 7) / 8);
+        const std::vector<std::byte> color(bytes, std::byte(0xA5));
+        const auto storage = MakeVoxel(format, color);
+        const SetPixelHandlerStruct writer = Writer(*storage, format);
+        const GetPixelHandlerStruct reader = Reader(*storage, format);
+        using Pixel = std::vector<std::byte>;
+        std::map<std::pair<Int, Int>, Pixel> model;
+        Pixel defaultPixel(bytes);
+        CopyBits(defaultPixel.data(), 0, color.data(), 0, bits);
+
+        std::mt19937 random(static_cast<unsigned>(bits));
+        std::vector<std::byte> line(300 * 8 + 8);
+        for (int i = 0; i < 300; ++i) {
+            const Int count = Int(random() % 200);
+            const PixelSpan span{Int(random() % 500) - 250, Int(random() % 300) - 150, count};
+            const int phase =
+                bits < 8 ? static_cast<int>(random() % 8) / static_cast<int>(bits) * static_cast<int>(bits) : 0;
+            if (i % 2 == 0) {
+                std::generate(line.begin(), line.end(), [&] { return std::byte(random()); });
+                ASSERT_TRUE(writer.write(span, {line.data(), BITS(bits), phase}, SETPIXELFLAGS::NONE));
+                for (Int k = 0; k < count; ++k) {
+                    Pixel pixel(bytes);
+                    CopyBits(pixel.data(), 0, line.data(), phase + k * bits, bits);
+                    model[{span.x + k, span.y}] = pixel;
+                }
+                continue;
+            }
+            std::fill(line.begin(), line.end(), std::byte(0));
+            ASSERT_TRUE(reader.read(span, {line.data(), BITS(bits), phase}, GETPIXELFLAGS::NONE));
+            std::vector<std::byte> expected(line.size());
+            for (Int k = 0; k < count; ++k) {
+                const auto found = model.find({span.x + k, span.y});
+                const Pixel& pixel = found == model.end() ? defaultPixel : found->second;
+                CopyBits(expected.data(), phase + k * bits, pixel.data(), 0, bits);
+            }
+            ASSERT_EQ(line, expected) << "line " << i;
+        }
+        // A line from right to left.
+        if (bits % 8 == 0) {
+            ASSERT_TRUE(reader.read({-70, 3, 140}, {line.data() + 139 * bytes, BITS(-bits)}, GETPIXELFLAGS::NONE));
+            for (Int k = 0; k < 140; ++k) {
+                const auto found = model.find({k - 70, 3});
+                const Pixel& pixel = found == model.end() ? defaultPixel : found->second;
+                const auto* at = line.data() + static_cast<size_t>(139 - k) * bytes;
+                EXPECT_EQ(Pixel(at, at + bytes), pixel) << k;
+            }
+        }
+    }
+}
+
+/// Tiles are the only memory that line calls ask for.
+TEST(Voxel, MakesTilesOnlyWhereItIsWritten) {
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const std::byte color{42};
+    const auto storage = MakeVoxel(format, {&color, 1});
+    const SetPixelHandlerStruct writer = Writer(*storage, format);
+    const GetPixelHandlerStruct reader = Reader(*storage, format);
+    uint8_t pixels[300] = {};
+    const auto allocations = [&](bool writes, const PixelSpan& span) {
+        SetAllocationFault(0);
+        EXPECT_TRUE(writes ? writer.write(span, {pixels, BITS(8)}, SETPIXELFLAGS::NONE)
+                           : reader.read(span, {pixels, BITS(8)}, GETPIXELFLAGS::NONE));
+        return GetAllocationCount();
+    };
+    for (const PixelSpan& span : {PixelSpan{0, 0, 300}, {-1000, -1000, 300}, {kLastPixel, 0, 1}}) {
+        EXPECT_EQ(allocations(false, span), 0);
+        EXPECT_EQ(pixels[0], 42);
+    }
+    pixels[0] = 7;
+    EXPECT_EQ(allocations(true, {-1, -1, 1}), 2);  // the grid and the tile
+    EXPECT_EQ(allocations(true, {-64, -64, 64}), 0);
+    EXPECT_EQ(allocations(true, {-64, -1, 64}), 0);
+    EXPECT_EQ(allocations(true, {0, -1, 0}), 0);
+    EXPECT_EQ(allocations(true, {-1, -1, 2}), 2);
+    EXPECT_EQ(allocations(true, {-65, -1, 1}), 2);
+    EXPECT_EQ(allocations(true, {-1, 0, 1}), 2);
+    EXPECT_EQ(allocations(true, {0, 0, 1}), 1);     // inside the grid
+    EXPECT_EQ(allocations(true, {0, 64, 200}), 5);  // one growth for four tiles
+    EXPECT_EQ(allocations(false, {-300, 10, 300}), 0);
+}
+
+TEST(Voxel, ChecksCoordinates) {
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const struct {
+        PixelSpan span;
+        Id read, write;
+    } cases[] = {
+        {{kLastPixel, kLastPixel, 1}, {}, errorid::kOutOfMemory},  // the grid would reach there from tile 0
+        {{-kLastPixel - 1, 0, 1}, {}, errorid::kOutOfMemory},
+        {{kLastPixel + 1, 0, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{kLastPixel, 0, 2}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{0, kLastPixel + 1, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{-kLastPixel - 2, 0, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{0, -kLastPixel - 2, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{kMax, 0, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{kMax, 0, 2}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{0, kMin, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{5, 0, kMax}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{0, 0, -1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{0, 0, kMin}, errorid::kIllegalArgument, errorid::kIllegalArgument},
+        {{-5, -5, 0}, {}, {}},
+    };
+    const auto storage = MakeVoxel(format);
+    ASSERT_TRUE(WriteByte(*storage, format, 3, 3, 1));
+    std::byte pixels[2] = {};
+    for (const auto& [span, read, write] : cases) {
+        SCOPED_TRACE(testing::Message() << span.x << ", " << span.y << ", " << span.count);
+        EXPECT_EQ(ErrorIdOf(Reader(*storage, format).read(span, {pixels, BITS(8)}, GETPIXELFLAGS::NONE)), read);
+        const Result<void> wrote = Writer(*storage, format).write(span, {pixels, BITS(8)}, SETPIXELFLAGS::NONE);
+        EXPECT_EQ(ErrorIdOf(wrote), write);
+        EXPECT_EQ(MessageOf(wrote), "");
+    }
+    EXPECT_EQ(ReadByte(*storage, format, 3, 3), 1);
+    // The far corner alone is as good as any other place.
+    const auto far = MakeVoxel(format);
+    ASSERT_TRUE(WriteByte(*far, format, kLastPixel, -kLastPixel - 1, 9));
+    EXPECT_EQ(ReadByte(*far, format, kLastPixel, -kLastPixel - 1), 9);
+    EXPECT_EQ(ReadByte(*far, format, kLastPixel - 1, -kLastPixel - 1), 0);
+}
+
+TEST(Voxel, InitChecksTheDefaultColorAndStartsAfresh) {
+    const std::string text =
+        "Illegal argument: Condition defaultColor->GetCount() == _bitsPerPixel.GetBytes() not fulfilled. ";
+    const std::byte color[4] = {std::byte(5), std::byte(6), std::byte(7), std::byte(8)};
+    const struct {
+        std::vector<Int> channels;
+        size_t colorBytes;
+        bool fits;
+    } cases[] = {{{8}, 0, true},        {{8}, 1, true}, {{8}, 2, false}, {{8, 8, 8}, 3, true}, {{8, 8, 8}, 1, false},
+                 {{8, 8, 8}, 4, false}, {{1}, 1, true}, {{12}, 2, true}, {{12}, 1, false}};
+    for (const auto& test : cases) {
+        const Ref<FakeFormat> format = MakeFormat(test.channels);
+        const auto storage = NewObj<ImagePixelStorageVoxel>().TakeValue();
+        const Result<void> done = storage->Init(4, 3, format, Block<const std::byte>(color).first(test.colorBytes));
+        EXPECT_EQ(ErrorIdOf(done), test.fits ? Id() : errorid::kIllegalArgument);
+        EXPECT_EQ(MessageOf(done), test.fits ? "" : text);
+        EXPECT_EQ(bool(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE)), test.fits);
+    }
+
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const auto storage = MakeVoxel(format);
+    EXPECT_EQ(storage->GetWidth(), 10);
+    EXPECT_EQ(storage->GetChannelCount(), 1);
+    ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
+    const SetPixelHandlerStruct old = Writer(*storage, format);
+    ASSERT_TRUE(storage->Init(kMax, kMax, format, {color, 1}));  // the size is only declared
+    EXPECT_EQ(storage->GetWidth(), kMax);
+    EXPECT_EQ(ReadByte(*storage, format, 1, 1), 5);
+    // A handler of before has the tiles of before.
+    ASSERT_TRUE(old.write({2, 2, 1}, {color, BITS(8)}, SETPIXELFLAGS::NONE));
+    EXPECT_EQ(ReadByte(*storage, format, 2, 2), 5);
+    EXPECT_EQ(ErrorIdOf(storage->Init(1, 1, nullptr, {})), errorid::kIllegalArgument);
+    EXPECT_EQ(ErrorIdOf(storage->Init(-1, 1, format, {})), errorid::kIllegalArgument);
+    EXPECT_FALSE(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE));
+    std::byte value{};
+    EXPECT_EQ(ErrorIdOf(storage->GetComponent(0, {0, 0, 1}, &value, 1, GETPIXELFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+    EXPECT_EQ(ErrorIdOf(storage->SetComponent(0, {0, 0, 1}, &value, 1, SETPIXELFLAGS::NONE)),
+              errorid::kFunctionNotImplemented);
+}
+
+TEST(Voxel, SurvivesEveryFailedAllocation) {
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const std::vector<uint8_t> line(200, 8);
+    Int failures = 0;
+    for (Int n = 1;; ++n) {
+        const auto storage = MakeVoxel(format);
+        ASSERT_TRUE(WriteByte(*storage, format, -100, -100, 3));
+        const SetPixelHandlerStruct writer = Writer(*storage, format);
+        SetAllocationFault(n);
+        const Result<void> done = writer.write({0, 0, 200}, {line.data(), BITS(8)}, SETPIXELFLAGS::NONE);
+        SetAllocationFault(0);
+        EXPECT_EQ(ReadByte(*storage, format, -100, -100), 3);
+        if (done)
+            break;
+        ++failures;
+        EXPECT_EQ(ErrorIdOf(done), errorid::kOutOfMemory);
+        EXPECT_EQ(ReadByte(*storage, format, 199, 0), 0);
+        ASSERT_TRUE(writer.write({0, 0, 200}, {line.data(), BITS(8)}, SETPIXELFLAGS::NONE));
+        EXPECT_EQ(ReadByte(*storage, format, 199, 0), 8);
+    }
+    EXPECT_EQ(failures, 5);
+    for (Int n = 1;; ++n) {
+        const auto storage = MakeVoxel(format);
+        ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
+        SetAllocationFault(n);
+        const auto copy = storage->Clone();
+        SetAllocationFault(0);
+        if (copy) {
+            auto* clone = dynamic_cast<ImagePixelStorageVoxel*>(copy->GetPointer());
+            ASSERT_NE(clone, nullptr);
+            EXPECT_EQ(ReadByte(*clone, format, 1, 1), 3);
+            ASSERT_TRUE(WriteByte(*clone, format, 1, 1, 4));
+            EXPECT_EQ(ReadByte(*storage, format, 1, 1), 3);
+            EXPECT_GT(n, 4);
+            break;
+        }
+        EXPECT_EQ(ErrorIdOf(copy), errorid::kOutOfMemory);
+    }
+}
+
+using VoxelThreadsTest = ModuleFixture;
+
+/// Many writers over growing, overlapping ground, and readers beside them. Each writer has its own columns, so that no
+/// pixel has two.
+TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
+    const PixelFormat format = PixelFormats::Get(pixelformats::kRgbaU8);
+    const std::byte color[4] = {std::byte(1), std::byte(2), std::byte(3), std::byte(4)};
+    constexpr Int kWriters = 4, kReach = 260;
+    const auto storage = MakeVoxel(format, color);
+    const auto valueAt = [](Int x, Int y) { return static_cast<uint32_t>(x * 7919 + y * 104729 + 77); };
+    std::vector<std::thread> threads;
+    std::atomic<int> failures{0};
+    std::atomic<bool> stop{false};
+    for (Int w = 0; w < kWriters; ++w) {
+        threads.emplace_back([&, w] {
+            const SetPixelHandlerStruct writer = Writer(*storage, format);
+            for (Int step = 0; step < kReach / 4; ++step) {
+                // Outwards in all four directions, so that the grid grows all the time.
+                for (const Int y : {step * 4, -step * 4 - 1}) {
+                    for (Int x = -step * 4; x <= step * 4; ++x) {
+                        if ((x & 3) != w)
+                            continue;
+                        const uint32_t pixel = valueAt(x, y);
+                        failures += !writer.write({x, y, 1}, {&pixel, BITS(32)}, SETPIXELFLAGS::NONE);
+                    }
+                }
+            }
+        });
+    }
+    std::thread reader([&] {
+        const GetPixelHandlerStruct handler = Reader(*storage, format);
+        uint32_t row[64];
+        while (!stop.load()) {  // over rows that nobody writes, in tiles that come to be meanwhile
+            for (Int y = -kReach + 2; y < kReach; y += 4) {
+                failures += !handler.read({-32, y, 64}, {row, BITS(32)}, GETPIXELFLAGS::NONE);
+                failures += row[5] != 0x04030201;
+            }
+        }
+    });
+    for (std::thread& thread : threads)
+        thread.join();
+    stop = true;
+    reader.join();
+    EXPECT_EQ(failures, 0);
+
+    const GetPixelHandlerStruct handler = Reader(*storage, format);
+    for (Int y = -kReach; y < kReach; ++y) {
+        uint32_t row[2 * kReach];
+        ASSERT_TRUE(handler.read({-kReach, y, 2 * kReach}, {row, BITS(32)}, GETPIXELFLAGS::NONE));
+        const Int step = y >= 0 ? (y % 4 == 0 ? y / 4 : -1) : ((-y - 1) % 4 == 0 ? (-y - 1) / 4 : -1);
+        for (Int x = -kReach; x < kReach; ++x) {
+            const bool written = step >= 0 && step < kReach / 4 && -step * 4 <= x && x <= step * 4;
+            ASSERT_EQ(row[x + kReach], written ? valueAt(x, y) : 0x04030201u) << x << ", " << y;
+        }
+    }
+}
+
+/// The race for one tile, many times: both pixels are there, and so is the default colour around them.
+TEST_F(VoxelThreadsTest, TwoWritersShareOneTile) {
+    const PixelFormat format = PixelFormats::Get(pixelformats::kGreyU8);
+    const std::byte color{200};
+    constexpr Int kRounds = 500;
+    const auto storage = MakeVoxel(format, {&color, 1});
+    std::barrier round(2);
+    std::atomic<int> failures{0};
+    const auto write = [&](Int x) {
+        const SetPixelHandlerStruct writer = Writer(*storage, format);
+        const auto value = static_cast<uint8_t>(x + 1);
+        for (Int i = 0; i < kRounds; ++i) {
+            round.arrive_and_wait();
+            failures += !writer.write({i * 64 + x, -i, 1}, {&value, BITS(8)}, SETPIXELFLAGS::NONE);
+        }
+    };
+    std::thread other(write, 1);
+    write(0);
+    other.join();
+    EXPECT_EQ(failures, 0);
+    for (Int i = 0; i < kRounds; ++i) {
+        ASSERT_EQ(ReadByte(*storage, format, i * 64, -i), 1);
+        ASSERT_EQ(ReadByte(*storage, format, i * 64 + 1, -i), 2);
+        ASSERT_EQ(ReadByte(*storage, format, i * 64 + 2, -i), 200);
+    }
+}
+
+}  // namespace
+}  // namespace orvik
