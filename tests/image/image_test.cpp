@@ -177,14 +177,6 @@ TEST_F(ImageTest, BaseHasNoPixels) {
               errorid::kFunctionNotImplemented);
 }
 
-TEST_F(ImageTest, WholeRectangleIsTheNodeItself) {
-    const ImageRef image = MakeImage();
-    ASSERT_TRUE(image->Init(4, 3, ClassRef(kNormal), _format, {}));
-    EXPECT_EQ(image->CreateSubImagePart({{0, 0}, {4, 3}}).TakeValue(), ImageBaseRef(image));
-    for (const DrawRectInt& part : {DrawRectInt{{0, 0}, {4, 2}}, DrawRectInt{{1, 0}, {4, 3}}})
-        EXPECT_EQ(ErrorIdOf(image->CreateSubImagePart(part)), errorid::kFunctionNotImplemented);
-}
-
 /// The host's observable and the plain one that stands in for it behave alike.
 TEST_F(ImageTest, NotifiesOnceOfWhatWasWidened) {
     for (const bool hasService : {false, true}) {
