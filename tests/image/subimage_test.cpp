@@ -215,12 +215,14 @@ TEST_F(SubImageTest, TheParentKeepsItAndItKeepsNobody) {
 
 TEST_F(SubImageTest, EveryFailedAllocationLeavesTheMapAsItWas) {
     Int failures = 0;
-    for (Int n = 1, made = n; made >= n; ++n) {
+    for (Int n = 1;; ++n) {
         const ImageRef image = MakeImage();
         SetAllocationFault(n);
         const auto part = image->CreateSubImagePart({{1, 1}, {2, 2}});
-        made = GetAllocationCount();
+        const bool hit = GetAllocationCount() >= n;
         SetAllocationFault(0);
+        if (part && !hit)
+            break;
         if (part)  // the name of an observable may be missing; nobody else does without memory
             continue;
         ++failures;
