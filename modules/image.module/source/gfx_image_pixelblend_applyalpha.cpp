@@ -22,12 +22,14 @@ Result<void> ApplyDirectly(const PixelLine& dst, const PixelLineConst& bg, const
     auto* out = static_cast<std::byte*>(dst.data) + kAlphaIndex * sizeof(T);
     const auto* back = static_cast<const std::byte*>(bg.data) + kAlphaIndex * sizeof(T);
     const auto* mask = static_cast<const std::byte*>(fg.data);
+    // Copies, since what is written could be the lines' own distances as far as the compiler knows.
+    const Int outStep = dst.stride.GetBytes(), backStep = bg.stride.GetBytes(), maskStep = fg.stride.GetBytes();
     for (Int i = 0; i < count; ++i) {
         T alpha, factor;
-        std::memcpy(&alpha, back + i * bg.stride.GetBytes(), sizeof alpha);
-        std::memcpy(&factor, mask + i * fg.stride.GetBytes(), sizeof factor);
+        std::memcpy(&alpha, back + i * backStep, sizeof alpha);
+        std::memcpy(&factor, mask + i * maskStep, sizeof factor);
         alpha *= factor;
-        std::memcpy(out + i * dst.stride.GetBytes(), &alpha, sizeof alpha);
+        std::memcpy(out + i * outStep, &alpha, sizeof alpha);
     }
     return {};
 }
