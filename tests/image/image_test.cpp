@@ -157,6 +157,56 @@ TEST_F(ImageTest, PassesItsProfileToTheStorage) {
     EXPECT_EQ(g_log.back(), "get stored yes other no flags 4");  // without layers its own pixels are what it shows
 }
 
+/// What is written of a node is its storage, which describes itself.
+TEST_F(ImageTest, SerialisesItsStorage) {
+    class Described : public FakeStorage, public virtual DataDescriptionObjectInterface {
+    public:
+        Result<void> DescribeIO(DataSerialize& io) override { return io.Field("sides", sides); }
+        Int GetWidth() const override { return sides; }
+        Int GetHeight() const override { return sides + 1; }
+        Int sides = 7;
+    };
+    constexpr Id kDescribed{"net.orvik.test.describedstorage"};
+    ASSERT_TRUE(_publisher.PublishClass<Described>(kDescribed));
+    const auto write = [](const ImageRef& image, const MemoryFileRef& file) {
+        DataSerialize io(OpenMemoryOutput(file).TakeValue());
+        return image->DescribeIO(io);
+    };
+    const auto read = [](const ImageRef& image, const MemoryFileRef& file) {
+        DataSerialize io(OpenMemoryInput(file).TakeValue());
+        return image->DescribeIO(io);
+    };
+    const MemoryFileRef file = CreateMemoryFile().TakeValue();
+    const ImageRef image = MakeImage(), back = Make<ImageInterface>(imageclasses::kRasterLayer);
+    ASSERT_TRUE(image->Init(7, 8, ClassRef(kDescribed), _format, {}));
+    ASSERT_TRUE(write(image, file));
+    ASSERT_TRUE(back->Init(1, 1, ClassRef(kNormal), _format, {}));
+    ASSERT_TRUE(back->Set(image::kType, ITYPE::LAYER));
+    ASSERT_TRUE(read(back, file));
+    EXPECT_EQ(back->GetWidth(), 7);
+    EXPECT_EQ(back->GetHeight(), 8);
+    EXPECT_EQ(back->Get(image::kType, ITYPE::UNDEFINED), ITYPE::LAYER);
+    g_log.clear();
+    ASSERT_TRUE(back->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {}));
+    EXPECT_EQ(g_log.size(), 1u);  // the storage of the other kind has answered
+
+    // Every prefix is an error, after which the node is as it was.
+    const Block<const std::byte> bytes = file->GetBytes();
+    for (size_t length = 0; length < bytes.size(); ++length) {
+        const ImageRef kept = MakeImage();
+        ASSERT_TRUE(kept->Init(3, 2, ClassRef(kNormal), _format, {}));
+        EXPECT_FALSE(read(kept, CreateMemoryFile(bytes.first(length)).TakeValue())) << length;
+        EXPECT_EQ(ReadRows(kept).size(), 2u);
+    }
+    // No storage is described as such; one that cannot be described is refused.
+    const MemoryFileRef none = CreateMemoryFile().TakeValue();
+    ASSERT_TRUE(write(MakeImage(), none));
+    ASSERT_TRUE(read(back, none));
+    EXPECT_EQ(ErrorIdOf(back->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {})), errorid::kNullptr);
+    ASSERT_TRUE(image->Init(4, 3, ClassRef(FakeStorage::kClass), _format, {}));
+    EXPECT_EQ(ErrorIdOf(write(image, CreateMemoryFile().TakeValue())), errorid::kFunctionNotImplemented);
+}
+
 TEST_F(ImageTest, BaseHasNoPixels) {
     const auto base = Make<ImageBaseInterface>(imageclasses::kBase);
     EXPECT_EQ(base->GetChannelCount(), 0);

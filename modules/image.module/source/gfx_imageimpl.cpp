@@ -77,6 +77,36 @@ Result<void> ImageImpl::SetComponent(Int channel, const PixelSpan& span, const v
     return GetPixels().storage->SetComponent(channel, span, source, stride, flags);
 }
 
+Result<void> ImageImpl::DescribeIO(DataSerialize& io) {
+    ImagePixelStorageRef storage = GetPixels().storage;
+    String storageClass;
+    if (storage && !io.IsReading())
+        storageClass = TRY(String::Create(storage->GetClassId().GetText()));
+    TRY(io.Field("_storePixels", storageClass));
+    if (io.IsReading()) {
+        storage = nullptr;
+        if (!storageClass.IsEmpty()) {
+            const Id id = TRY(Id::Create(storageClass.GetText()));
+            storage = TRY(ClassRef(id).Create<ImagePixelStorageInterface>());
+        }
+    }
+    if (storage) {
+        const auto described = Cast<DataDescriptionObjectInterface>(storage);
+        if (!described)
+            return FunctionNotImplementedError();
+        TRY(described->DescribeIO(io));
+    }
+    if (!io.IsReading())
+        return {};
+    if (storage) {
+        const ITYPE type = Get(image::kType, ITYPE::IMAGE);  // a layer that is read stays one
+        TRY(InitBase(storage->GetWidth(), storage->GetHeight(), storage->GetPixelFormat(), type));
+    }
+    const std::lock_guard guard(_lock);
+    std::swap(_storePixels, storage);  // the old one goes when the lock is open again
+    return {};
+}
+
 bool ImageImpl::HasPixels() const {
     const std::lock_guard guard(_lock);
     return _storePixels && _storePixels->GetClassId() != storageclasses::kNoData;

@@ -34,6 +34,10 @@ public:
     Result<void> SetComponent(Int channel, const PixelSpan& span, const void* source, Int stride,
                               SETPIXELFLAGS flags) override;
 
+    /// The storage is what is serialised: the id of its class, nothing without one, then its own fields. Reading gives
+    /// the node the storage's size and format. Function not implemented for a storage that cannot be serialised.
+    Result<void> DescribeIO(DataSerialize& io) override;
+
     /// False before `Init` and with the storage that only describes.
     bool HasPixels() const;
     /// The block of pixels of a normal storage, which outlives a change of the node; null for any other.

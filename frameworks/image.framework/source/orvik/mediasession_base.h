@@ -2,6 +2,7 @@
 /// @file
 /// What every object of a media session shares: enumerations, errors, and the link to the session.
 
+#include "orvik/datadescriptionobject.h"
 #include "orvik/datadictionaryobject.h"
 #include "orvik/errortypes.h"
 #include "orvik/gfx_image_pixelformat.h"
@@ -60,7 +61,8 @@ class MediaConverterInterface;
 using MediaConverterRef = Ref<MediaConverterInterface>;
 
 /// Base of converters, streams and images: a dictionary and a weak link to the session.
-class ORVIK_API MediaBaseInterface : public virtual DataDictionaryObjectInterface {
+class ORVIK_API MediaBaseInterface : public virtual DataDictionaryObjectInterface,
+                                     public virtual DataDescriptionObjectInterface {
     ORVIK_INTERFACE(MediaBaseInterface, "net.orvik.image.interface.mediabase");
 
 public:
