@@ -216,8 +216,9 @@ TEST_F(CompositorTest, FirstChildIsOnTop) {
     const Bytes red{255, 0, 0, 255};
     EXPECT_EQ(ReadPixels<uint8_t>(texture, pixelformats::kRgbaU8, MakeLayerSet({})), std::vector<Bytes>(70, red));
     // By path too, in whatever order the paths are given.
-    ASSERT_TRUE(Cast<ImageBaseInterface>(image->GetChildren(3)[0])->Set(image::kName, "upper"));
-    ASSERT_TRUE(Cast<ImageBaseInterface>(image->GetChildren(3)[1])->Set(image::kName, "lower"));
+    const Block<const HierarchyObjectRef> layers = image->GetChildren(static_cast<Int>(IMAGEHIERARCHY::LAYER));
+    ASSERT_TRUE(Cast<ImageBaseInterface>(layers[0])->Set(image::kName, "upper"));
+    ASSERT_TRUE(Cast<ImageBaseInterface>(layers[1])->Set(image::kName, "lower"));
     for (const LayerSet& set : {MakeLayerSet({"upper", "lower"}), MakeLayerSet({"lower", "upper"})})
         EXPECT_EQ(ReadPixels<uint8_t>(texture, pixelformats::kRgbaU8, set), std::vector<Bytes>(70, red));
 }

@@ -136,8 +136,10 @@ TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
     EXPECT_EQ(Read(MakeLayerSet({"group\\inner\\leaf"}), group), 90);
     EXPECT_EQ(Read(MakeLayerSet({"group\\inner\\leaf"}), image), 110);
     EXPECT_EQ(Read(MakeLayerSet({}), group), 100);  // layers directly below; what hangs below a layer is not seen
-    EXPECT_EQ(GetLayerPath(Cast<ImageBaseInterface>(inner->GetFirstChild(3)), group).TakeValue(),
-              String("inner\\leaf"));
+    EXPECT_EQ(
+        GetLayerPath(Cast<ImageBaseInterface>(inner->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::LAYER))), group)
+            .TakeValue(),
+        String("inner\\leaf"));
 }
 
 TEST_F(LayersTest, DisabledAndEmptyLayers) {
