@@ -7,6 +7,7 @@
 #include "pixel_tools.h"
 
 #include "orvik/crc32c.h"
+#include "orvik/dataserialize.h"
 #include "orvik/iomemory.h"
 
 namespace orvik {
@@ -46,13 +47,14 @@ TEST_F(ColorProfileTest, BuiltInProfiles) {
         const char* description;
         Id space;
         const char* signature;
+        uint32_t crc;  ///< of what release 2.14 of the library writes
     } kCases[] = {
-        {colorprofiles::kSrgb, "sRGB IEC61966-2.1", colorspaces::kRgb, "RGB "},
-        {colorprofiles::kSgrey, "Grey Gamma 2.2", colorspaces::kGrey, "GRAY"},
-        {colorprofiles::kLinearRgb, "Linear Color Space", colorspaces::kRgb, "RGB "},
-        {colorprofiles::kLinearGrey, "Linear Color Space (Gray)", colorspaces::kGrey, "GRAY"},
-        {colorprofiles::kCmykDefault, "CMYK Default Profile", colorspaces::kCmyk, "CMYK"},
-        {colorprofiles::kYuvDefault, "YUV Default Profile", {}, "XYZ "},
+        {colorprofiles::kSrgb, "sRGB IEC61966-2.1", colorspaces::kRgb, "RGB ", 0x4E49BA23},
+        {colorprofiles::kSgrey, "Grey Gamma 2.2", colorspaces::kGrey, "GRAY", 0xAAC7C9D6},
+        {colorprofiles::kLinearRgb, "Linear Color Space", colorspaces::kRgb, "RGB ", 0x3B3C9DE2},
+        {colorprofiles::kLinearGrey, "Linear Color Space (Gray)", colorspaces::kGrey, "GRAY", 0x2179B024},
+        {colorprofiles::kCmykDefault, "CMYK Default Profile", colorspaces::kCmyk, "CMYK", 0xFA00AEAB},
+        {colorprofiles::kYuvDefault, "YUV Default Profile", {}, "XYZ ", 0x08BBAF0C},
     };
     for (const auto& entry : kCases) {
         const ColorProfile profile = colorprofiles::Get(entry.id);
@@ -64,6 +66,9 @@ TEST_F(ColorProfileTest, BuiltInProfiles) {
         ASSERT_GT(bytes.size(), 128u);
         EXPECT_EQ(std::memcmp(bytes.data() + 16, entry.signature, 4), 0);
         EXPECT_EQ(profile.GetCrc(), ComputeCrc32c(bytes));
+        if (cmsGetEncodedCMMversion() == 2140) {
+            EXPECT_EQ(profile.GetCrc(), entry.crc) << entry.description;
+        }
         EXPECT_EQ(colorprofiles::Get(entry.id).GetEntry(), profile.GetEntry()) << "built once";
         const Result<ColorProfile> opened = ColorProfile::OpenProfileFromMemory(bytes);
         ASSERT_TRUE(opened) << MessageOf(opened);
@@ -184,6 +189,37 @@ TEST_F(ColorProfileTest, FilesAreWrittenAndReadWhole) {
     EXPECT_EQ(*read, sgrey);
     UnmountMemoryFile("profile.icc");
     EXPECT_FALSE(ColorProfile::OpenProfileFromFile(*url));
+}
+
+TEST_F(ColorProfileTest, StreamsOfFieldsCarryProfiles) {
+    const Result<MemoryFileRef> file = CreateMemoryFile();
+    ASSERT_TRUE(file);
+    const Result<Url> url = MountMemoryFile("profiles.fields", *file);
+    ASSERT_TRUE(url);
+    ColorProfile none, made = ColorProfile::OpenProfileFromMemory(MakeProfile(2.3, L"Field")).GetValueOr(none);
+    ASSERT_TRUE(made.HasProfile());
+    {
+        const Result<OutputStreamRef> stream = url->OpenOutputStream();
+        ASSERT_TRUE(stream);
+        DataSerialize io(*stream);
+        BaseArray<std::byte> junk;
+        ASSERT_TRUE(junk.Resize(50));
+        ASSERT_TRUE(made.DescribeIO(io) && none.DescribeIO(io) && io.Field("_profile", junk));
+        ASSERT_TRUE((*stream)->Close());
+    }
+    const Result<InputStreamRef> stream = url->OpenInputStream();
+    ASSERT_TRUE(stream);
+    DataSerialize io(*stream);
+    ColorProfile read = colorprofiles::Get(colorprofiles::kSgrey);
+    ASSERT_TRUE(read.DescribeIO(io));
+    EXPECT_EQ(read.GetEntry(), made.GetEntry());
+    ASSERT_TRUE(read.DescribeIO(io));
+    EXPECT_FALSE(read.HasProfile());
+    read = made;
+    EXPECT_EQ(MessageOf(read.DescribeIO(io)), "found invalid magic number in color profile.");
+    EXPECT_EQ(read, made) << "unchanged by an error";
+    EXPECT_FALSE(read.DescribeIO(io)) << "the stream has ended";
+    UnmountMemoryFile("profiles.fields");
 }
 
 TEST_F(ColorProfileTest, DamagedBytesAreRefused) {

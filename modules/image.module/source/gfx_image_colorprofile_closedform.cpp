@@ -4,12 +4,16 @@
 #include <cstdint>
 #include <cstring>
 
+#include "gfx_image_pixelformat_kernels.h"
+#include "gfx_image_pixelformat_kernels_targets.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "gfx_image_colorprofile_closedform.cpp"
 #include <hwy/foreach_target.h>
 // After foreach_target: it includes this file again for each instruction set.
 #include <hwy/highway.h>
 
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 HWY_BEFORE_NAMESPACE();
 namespace orvik::HWY_NAMESPACE {
 namespace {
@@ -126,18 +130,28 @@ HWY_INLINE void Run(float* dst, const float* src, size_t count) {
     }
 }
 
-void RunLinearToSrgb(float* dst, const float* src, size_t count) { Run<LinearToSrgbOp>(dst, src, count); }
-void RunSrgbToLinear(float* dst, const float* src, size_t count) { Run<SrgbToLinearOp>(dst, src, count); }
+void RunCurve(TransferCurve curve, float* dst, const float* src, size_t count) {
+    if (curve == TransferCurve::LinearToSrgb)
+        Run<LinearToSrgbOp>(dst, src, count);
+    else
+        Run<SrgbToLinearOp>(dst, src, count);
+}
 
 }  // namespace
 }  // namespace orvik::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
+#endif
 
 #if HWY_ONCE
 namespace orvik {
+namespace {
 
-HWY_EXPORT(RunLinearToSrgb);
-HWY_EXPORT(RunSrgbToLinear);
+/// The vectors of an instruction set; null where there are none.
+void (*GetRunCurve(int64_t target))(TransferCurve curve, float* dst, const float* src, size_t count) {
+    ORVIK_KERNELS_OF_TARGET(RunCurve)
+}
+
+}  // namespace
 
 float LinearToSrgb(float c) {
     if (c < 0.0031308f)
@@ -152,10 +166,10 @@ float SrgbToLinear(float c) {
 }
 
 void ConvertTransferCurve(TransferCurve curve, float* dst, const float* src, size_t count) {
-    if (curve == TransferCurve::LinearToSrgb)
-        HWY_DYNAMIC_DISPATCH(RunLinearToSrgb)(dst, src, count);
-    else
-        HWY_DYNAMIC_DISPATCH(RunSrgbToLinear)(dst, src, count);
+    if (const auto run = GetRunCurve(pixel::GetKernels().target))
+        return run(curve, dst, src, count);
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = curve == TransferCurve::LinearToSrgb ? LinearToSrgb(src[i]) : SrgbToLinear(src[i]);
 }
 
 }  // namespace orvik

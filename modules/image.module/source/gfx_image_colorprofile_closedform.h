@@ -14,8 +14,8 @@ float LinearToSrgb(float c);
 /// c <= 0.04045 ? c * 0.07739938 : ((c + 0.055) * 0.9478673)^2.4, in the same way.
 float SrgbToLinear(float c);
 
-/// Converts a run, by the widest instruction set of the machine. Every result lies within one unit in the last place
-/// of the formula's exact value. A value's result does not depend on its place in the run.
+/// Converts a run, by the vectors that `pixel::GetKernels` has chosen or one by one. Every result lies within one unit
+/// in the last place of the formula's exact value. A value's result does not depend on its place in the run.
 /// @param dst  may be the same run as src; neither needs an alignment
 void ConvertTransferCurve(TransferCurve curve, float* dst, const float* src, size_t count);
 

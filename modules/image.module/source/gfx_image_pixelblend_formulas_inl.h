@@ -47,19 +47,18 @@ HWY_INLINE V DoubleScreen(V b, V f) {
     return V(1) - V(2) * (V(1) - b) * (V(1) - f);
 }
 
+/// B(b, f) of the modes that look at one channel at a time. Over, where it is f, and multiply, where it is f * b, come
+/// out shorter as a whole: see MixColor.
 template <BlendFormula kFormula, class V>
 HWY_INLINE V BlendChannel(V b, V f) {
     using enum BlendFormula;
     const V zero(0), half(0.5), one(1), two(2);
     const V nearZero = V(0.0001);  // divisors below count as 0
-    if constexpr (kFormula == Over)
-        return f;
-    else if constexpr (kFormula == Darken)
+    static_assert(kFormula != Over && kFormula != Multiply, "see MixColor");
+    if constexpr (kFormula == Darken)
         return Min(b, f);
     else if constexpr (kFormula == Lighten)
         return Max(b, f);
-    else if constexpr (kFormula == Multiply)
-        return f * b;
     else if constexpr (kFormula == Screen)
         return f + b - f * b;
     else if constexpr (kFormula == LinearDodge)
@@ -193,19 +192,31 @@ HWY_INLINE Rgb<V> BlendColor(const Rgb<V>& b, const Rgb<V>& f) {
 
 // --- The compositing frame -------------------------------------------------------------------------------------------
 
+/// (1 - b.a) * f.c + b.a * B(b, f): the foreground, blended as far as there is a background.
+template <BlendFormula kFormula, class V>
+HWY_INLINE Rgb<V> MixColor(const Rgba<V>& b, const Rgba<V>& f, V restAlpha) {
+    if constexpr (kFormula == BlendFormula::Over) {  // both terms hold the same colour
+        return {f.red, f.green, f.blue};
+    } else if constexpr (kFormula == BlendFormula::Multiply) {  // both terms are multiples of f
+        return {f.red * (restAlpha + b.alpha * b.red), f.green * (restAlpha + b.alpha * b.green),
+                f.blue * (restAlpha + b.alpha * b.blue)};
+    } else {
+        const Rgb<V> blended = BlendColor<kFormula, V>({b.red, b.green, b.blue}, {f.red, f.green, f.blue});
+        return {restAlpha * f.red + b.alpha * blended.red, restAlpha * f.green + b.alpha * blended.green,
+                restAlpha * f.blue + b.alpha * blended.blue};
+    }
+}
+
 /// One pixel of foreground over one of background, both with straight alpha. An opacity of exactly 1 needs no case of
 /// its own, since multiplying by it changes nothing.
 template <BlendFormula kFormula, class V>
 HWY_INLINE Rgba<V> BlendPixel(const Rgba<V>& b, const Rgba<V>& f, V opacity) {
-    const V one(1);
-    const V source = opacity * f.alpha;
-    const V alpha = source + b.alpha - source * b.alpha;
-    const V share = source / alpha;  // of the mixed colour; the rest keeps the background's
-    const V restShare = one - share, restAlpha = one - b.alpha;
-    const Rgb<V> blended = BlendColor<kFormula, V>({b.red, b.green, b.blue}, {f.red, f.green, f.blue});
-    Rgba<V> out{restShare * b.red + share * (restAlpha * f.red + b.alpha * blended.red),
-                restShare * b.green + share * (restAlpha * f.green + b.alpha * blended.green),
-                restShare * b.blue + share * (restAlpha * f.blue + b.alpha * blended.blue), alpha};
+    const V source = opacity * f.alpha, restAlpha = V(1) - b.alpha;
+    const V alpha = b.alpha + source * restAlpha;
+    const V share = source / alpha, rest = V(1) - share;  // of the mixed colour and of the background's
+    const Rgb<V> mixed = MixColor<kFormula>(b, f, restAlpha);
+    Rgba<V> out{rest * b.red + share * mixed.red, rest * b.green + share * mixed.green,
+                rest * b.blue + share * mixed.blue, alpha};
     // Where nothing lies in front, the background stays as it is. Most vectors have no such pixel.
     const auto keep = source == V(0);
     if (IsAnyTrue<V>(keep)) {

@@ -59,7 +59,8 @@ template <class T>
 using StridedBlendKernel = void (*)(const PixelLine& dst, const PixelLineConst& bg, const PixelLineConst& fg, Int count,
                                     T opacity);
 
-/// The loop for the widest vectors of this machine. T is float or double.
+/// The loop for the vectors that `GetKernels` has chosen, or null when there is none and `GetStridedBlendKernel` serves
+/// all lines. T is float or double.
 template <class T>
 BlendKernel<T> GetBlendKernel(BlendFormula formula);
 template <>

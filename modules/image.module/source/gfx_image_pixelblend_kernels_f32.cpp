@@ -1,7 +1,6 @@
 // Blending of floats, for each instruction set.
 
-// No machine in use stops at SSSE3, and the vectors that the formulas stand on need a known size.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
+#include "gfx_image_pixelblend_kernels_targets.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "gfx_image_pixelblend_kernels_f32.cpp"
@@ -9,20 +8,24 @@
 
 #include "gfx_image_pixelblend_kernels_inl.h"
 
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 HWY_BEFORE_NAMESPACE();
 namespace orvik::pixel::HWY_NAMESPACE {
 BlendKernel<float> FindBlendKernelF32(BlendFormula formula) { return FindBlendKernel<float>(formula); }
 }  // namespace orvik::pixel::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
+#endif
 
 #if HWY_ONCE
 namespace orvik::pixel {
-
-HWY_EXPORT(FindBlendKernelF32);
+namespace {
+BlendKernel<float> (*GetFind(int64_t target))(BlendFormula formula) { ORVIK_KERNELS_OF_TARGET(FindBlendKernelF32) }
+}  // namespace
 
 template <>
 BlendKernel<float> GetBlendKernel<float>(BlendFormula formula) {
-    return HWY_DYNAMIC_DISPATCH(FindBlendKernelF32)(formula);
+    const auto find = GetFind(GetBlendTarget());
+    return find ? find(formula) : nullptr;
 }
 
 }  // namespace orvik::pixel

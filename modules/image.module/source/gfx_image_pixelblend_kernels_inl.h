@@ -15,16 +15,16 @@
 
 #include "gfx_image_pixelblend_formulas_inl.h"
 
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 HWY_BEFORE_NAMESPACE();
 namespace orvik::pixel::HWY_NAMESPACE {
 
-/// Whether vectors consist of 128-bit blocks, so that one holds a pixel of floats.
+/// Whether vectors consist of 128-bit blocks of one pixel each.
 template <class D>
-constexpr bool kBlockIsPixel = sizeof(hn::TFromD<D>) == sizeof(float) && HWY_TARGET != HWY_SCALAR;
+constexpr bool kBlockIsPixel = sizeof(hn::TFromD<D>) == sizeof(float);
 
-#if HWY_TARGET != HWY_SCALAR
 /// Four vectors of whole pixels to a vector for each channel, and back. Which pixel lands in which lane plays no part
-/// as long as all runs agree and the way back undoes it, so nothing crosses the 128-bit blocks of a vector of floats.
+/// as long as all runs agree and the way back undoes it, so nothing crosses a block.
 template <class D, class V>
 HWY_INLINE void TransposeInBlocks(D d, V& a, V& b, V& c, V& e) {
     const V lowAC = hn::InterleaveLower(d, a, c), highAC = hn::InterleaveUpper(d, a, c);
@@ -34,10 +34,6 @@ HWY_INLINE void TransposeInBlocks(D d, V& a, V& b, V& c, V& e) {
     c = hn::InterleaveLower(d, highAC, highBE);
     e = hn::InterleaveUpper(d, highAC, highBE);
 }
-#else
-template <class D, class V>
-void TransposeInBlocks(D, V&, V&, V&, V&) {}
-#endif
 
 template <class D>
 HWY_INLINE Rgba<Lanes<D>> LoadPixels(D d, const hn::TFromD<D>* pixels) {
@@ -77,18 +73,17 @@ void BlendRun(T* dst, const T* bg, const T* fg, size_t count, T opacity) {
     const D d;
     const Lanes<D> factor(hn::Set(d, opacity));
     const size_t step = hn::Lanes(d);
-    size_t i = 0;
-    for (; i + step <= count; i += step)
-        StorePixels(d, BlendPixel<kFormula>(LoadPixels(d, bg + 4 * i), LoadPixels(d, fg + 4 * i), factor), dst + 4 * i);
-    if (i == count)
+    for (; count >= step; count -= step, dst += 4 * step, bg += 4 * step, fg += 4 * step)
+        StorePixels(d, BlendPixel<kFormula>(LoadPixels(d, bg), LoadPixels(d, fg), factor), dst);
+    if (count == 0)
         return;
     // The last pixels as a whole vector beside the run: transparent foreground over nothing fills it up.
     HWY_ALIGN T back[4 * hn::MaxLanes(D())] = {}, front[4 * hn::MaxLanes(D())] = {};
-    const size_t bytes = (count - i) * 4 * sizeof(T);
-    std::memcpy(back, bg + 4 * i, bytes);
-    std::memcpy(front, fg + 4 * i, bytes);
-    StorePixels(d, BlendPixel<kFormula>(LoadPixels(d, back), LoadPixels(d, front), factor), back);
-    std::memcpy(dst + 4 * i, back, bytes);
+    const size_t bytes = count * 4 * sizeof(T);
+    std::memcpy(back, bg, bytes);
+    std::memcpy(front, fg, bytes);
+    BlendRun<kFormula>(back, back, front, step, opacity);
+    std::memcpy(dst, back, bytes);
 }
 
 template <class T, size_t... kFormula>
@@ -104,5 +99,6 @@ BlendKernel<T> FindBlendKernel(BlendFormula formula) {
 
 }  // namespace orvik::pixel::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
+#endif
 
 #endif

@@ -91,14 +91,12 @@ public:
                             BLENDPIXELFLAGS) const {
         if (count <= 0)
             return {};
-        if (IsContiguous(dst) && IsContiguous(bg) && IsContiguous(fg))
-            Run(static_cast<T*>(dst.data), static_cast<const T*>(bg.data), static_cast<const T*>(fg.data), count);
+        if (_kernel && IsContiguous(dst) && IsContiguous(bg) && IsContiguous(fg))
+            _kernel(static_cast<T*>(dst.data), static_cast<const T*>(bg.data), static_cast<const T*>(fg.data),
+                    static_cast<size_t>(count), _opacity);
         else
             _stridedKernel(dst, bg, fg, count, _opacity);
         return {};
-    }
-    void Run(T* dst, const T* bg, const T* fg, Int count) const {
-        _kernel(dst, bg, fg, static_cast<size_t>(count), _opacity);
     }
 
 private:
@@ -106,7 +104,7 @@ private:
         return line.stride == BITS(sizeof(T) * 4 * 8) && reinterpret_cast<uintptr_t>(line.data) % alignof(T) == 0;
     }
 
-    pixel::BlendKernel<T> _kernel;
+    pixel::BlendKernel<T> _kernel;  ///< null where there are no vectors
     pixel::StridedBlendKernel<T> _stridedKernel;
     T _opacity;
 };
@@ -135,7 +133,7 @@ public:
             const Int block = std::min(pixel::kBlendBlockPixels, count - done);
             TRY(_readFg(frontLine, block, pixel::AdvanceLine(fg, done), CONVERTPIXELFLAGS::NONE));
             TRY(_readBg(backLine, block, pixel::AdvanceLine(bg, done), CONVERTPIXELFLAGS::NONE));
-            _blend.Run(back, back, front, block);
+            TRY(_blend(backLine, backLine, frontLine, block, BLENDPIXELFLAGS::NONE));
             TRY(_write(pixel::AdvanceLine(dst, done), block, backLine, CONVERTPIXELFLAGS::NONE));
         }
         return {};

@@ -59,6 +59,7 @@ using ShuffleFunction = void (*)(const ShuffleTable& table, const std::byte* src
 /// The loops over contiguous values for one instruction set.
 struct KernelSet {
     const char* name = "scalar";
+    int64_t target = 0;  ///< the instruction set as the vector library counts it; 0 for plain loops
     ConvertRunFunction run[kComponentTypeCount][kComponentTypeCount] = {};
     MeanRunFunction mean[kComponentTypeCount] = {};
     InterleaveFunction interleave[4] = {};  ///< by the logarithm of the value's bytes

@@ -36,6 +36,7 @@ struct Choice {
                 continue;
             KernelSet& set = sets[count - 1] = GetPlainKernels();
             set.name = level.name;
+            set.target = level.target;
             for (const SetKernelsFunction part : parts)
                 part(set);
             all[count++] = &set;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "orvik/dataserialize.h"
 #include "orvik/gfx_image_oiioprocessor.h"
 #include "orvik/gfx_image_pixelformat.h"
 #include "orvik/iostreams.h"
@@ -67,6 +68,23 @@ bool ColorProfile::CheckCompatiblePixelFormat(const PixelFormat& format) const {
 ColorSpace ColorProfile::GetColorSpace() const { return _entry->GetColorSpace(); }
 
 String ColorProfile::ToString() const { return HasProfile() ? _entry->ToString() : String("<<no profile>>"); }
+
+Result<void> ColorProfile::DescribeIO(DataSerialize& io) {
+    BaseArray<std::byte> bytes;
+    if (!io.IsReading() && HasProfile()) {
+        const Block<const std::byte> own = TRY(WriteProfileToMemory());
+        TRY(bytes.CopyFrom(own));
+    }
+    TRY(io.Field("_profile", bytes));
+    if (!io.IsReading())
+        return {};
+    if (bytes.GetCount() == 0) {
+        *this = ColorProfile();
+        return {};
+    }
+    *this = TRY(OpenProfileFromMemory(bytes.ToBlock()));
+    return {};
+}
 
 bool ColorProfile::IsEqual(const ColorProfile& other) const {
     if (_entry == other._entry)

@@ -15,6 +15,7 @@ using OiioProcessor = Ref<OiioProcessorInterface>;
 class ColorSpaceInterface;
 using ColorSpace = Ref<ColorSpaceInterface>;
 class ColorProfile;
+class DataSerialize;
 
 enum class COLORPROFILEINFO : int32_t { DESCRIPTION = 0, MANUFACTURER = 1, MODEL = 2, COPYRIGHT = 3 };
 enum class COLORCONVERSIONINTENT : int32_t {
@@ -104,6 +105,9 @@ public:
     Result<void> SetMonitorProfileMode(bool on) { return _entry->SetMonitorProfileMode(on); }
     /// The description, or "<<no profile>>".
     String ToString() const;
+    /// One field "_profile": the bytes, none for the empty profile. Read bytes are opened as by
+    /// `OpenProfileFromMemory`; after an error the profile is unchanged.
+    Result<void> DescribeIO(DataSerialize& io);
 
     /// Same entry, or equal bytes. Two empty profiles are equal.
     bool IsEqual(const ColorProfile& other) const;
