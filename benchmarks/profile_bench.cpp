@@ -5,6 +5,8 @@
 #include <random>
 #include <string>
 
+#include "../tests/support/cmyk_profile.h"
+
 #include "orvik/gfx_image_colorprofileconvert.h"
 #include "orvik/gfx_image_pixelformat.h"
 
@@ -15,13 +17,17 @@ namespace {
 
 constexpr Int kRowPixels = 4096;
 
+constexpr Id kInks;  ///< stands for a profile of inks, of which none is built in
+
 struct Conversion {
     const char* name;
-    Id format;  ///< of both sides
+    Id format;  ///< of both sides, or of inks
     cmsUInt32Number word;
     Id src, dst;  ///< profiles
     Int rows;
     bool isClosedForm;
+    Id dstFormat = format;
+    cmsUInt32Number dstWord = word;
 };
 const Conversion kConversions[] = {
     {"srgb_to_linear_f32", pixelformats::kRgbF32, TYPE_RGB_FLT, colorprofiles::kSrgb, colorprofiles::kLinearRgb, 2160,
@@ -32,19 +38,32 @@ const Conversion kConversions[] = {
     {"rgba8", pixelformats::kRgbaU8, TYPE_RGBA_8, colorprofiles::kSrgb, colorprofiles::kLinearRgb, 256, false},
     {"rgb16", pixelformats::kRgbU16, TYPE_RGB_16, colorprofiles::kSrgb, colorprofiles::kLinearRgb, 256, false},
     {"rgbaf", pixelformats::kRgbaF32, TYPE_RGBA_FLT, colorprofiles::kSrgb, colorprofiles::kLinearRgb, 64, false},
+    {"rgba16", pixelformats::kRgbaU16, TYPE_RGBA_16, colorprofiles::kSrgb, colorprofiles::kLinearRgb, 256, false},
     {"grey8", pixelformats::kGreyU8, TYPE_GRAY_8, colorprofiles::kSgrey, colorprofiles::kLinearGrey, 256, false},
+    {"cmyk8", "net.orvik.image.pixelformat.cmyk.u8", TYPE_CMYK_8, kInks, colorprofiles::kSrgb, 128, false,
+     pixelformats::kRgbU8, TYPE_RGB_8},
+    {"cmykf", "net.orvik.image.pixelformat.cmyk.f32", TYPE_CMYK_FLT, kInks, colorprofiles::kSrgb, 32, false,
+     pixelformats::kRgbF32, TYPE_RGB_FLT},
 };
+
+ColorProfile GetProfile(const Id& id) {
+    if (id != kInks)
+        return colorprofiles::Get(id);
+    static const std::vector<std::byte> bytes = MakeCmykProfile();
+    return ColorProfile::OpenProfileFromMemory(bytes).GetValueOr(ColorProfile());
+}
 
 /// The lines of both sides, with all memory touched; floats lie in 0 ... 1.
 struct Lines {
-    size_t rowBytes, rows;
+    size_t srcBytes, dstBytes, rows;  ///< bytes of a row
     std::vector<uint8_t> src, dst;
 
     explicit Lines(const Conversion& conversion)
-        : rowBytes(static_cast<size_t>(PixelFormats::Get(conversion.format)->GetBytesPerLine(kRowPixels))),
+        : srcBytes(static_cast<size_t>(PixelFormats::Get(conversion.format)->GetBytesPerLine(kRowPixels))),
+          dstBytes(static_cast<size_t>(PixelFormats::Get(conversion.dstFormat)->GetBytesPerLine(kRowPixels))),
           rows(static_cast<size_t>(conversion.rows)),
-          src(rowBytes * rows),
-          dst(rowBytes * rows, 1) {
+          src(srcBytes * rows),
+          dst(dstBytes * rows, 1) {
         std::minstd_rand random(1);
         if (T_FLOAT(conversion.word)) {
             for (size_t i = 0; i < src.size(); i += sizeof(float)) {
@@ -60,22 +79,23 @@ struct Lines {
 
 void Convert(benchmark::State& state, const Conversion& conversion) {
     const PixelFormat format = PixelFormats::Get(conversion.format);
+    const PixelFormat dstFormat = PixelFormats::Get(conversion.dstFormat);
     const Result<ColorProfileConvert> created =
         ClassRef(kColorProfileConvertClass).Create<ColorProfileConvertInterface>();
     if (!created)
         return state.SkipWithError("no class of transforms");
     const ColorProfileConvert& convert = *created;
     const Result<Bool> made =
-        convert->Init(format, colorprofiles::Get(conversion.src), format, colorprofiles::Get(conversion.dst),
+        convert->Init(format, GetProfile(conversion.src), dstFormat, GetProfile(conversion.dst),
                       COLORCONVERSIONINTENT::PERCEPTUAL, COLORCONVERSIONFLAGS::BLACKPOINTCOMPENSATION);
     if (!made || !*made)
         return state.SkipWithError("no transform");
     Lines lines(conversion);
-    const BITS stride = format->GetBitsPerPixel();
+    const BITS stride = format->GetBitsPerPixel(), dstStride = dstFormat->GetBitsPerPixel();
     for ([[maybe_unused]] auto iteration : state) {
         for (size_t row = 0; row < lines.rows; ++row) {
-            const size_t at = row * lines.rowBytes;
-            if (!convert->Convert({&lines.dst[at], stride, 0}, {&lines.src[at], stride, 0}, kRowPixels))
+            if (!convert->Convert({&lines.dst[row * lines.dstBytes], dstStride, 0},
+                                  {&lines.src[row * lines.srcBytes], stride, 0}, kRowPixels))
                 return state.SkipWithError("the conversion failed");
         }
         benchmark::ClobberMemory();
@@ -86,13 +106,13 @@ void CopyRows(benchmark::State& state, const Conversion& conversion) {
     Lines lines(conversion);
     for ([[maybe_unused]] auto iteration : state) {
         for (size_t row = 0; row < lines.rows; ++row)
-            std::memcpy(&lines.dst[row * lines.rowBytes], &lines.src[row * lines.rowBytes], lines.rowBytes);
+            std::memcpy(&lines.dst[row * lines.dstBytes], &lines.src[row * lines.srcBytes], lines.srcBytes);
         benchmark::ClobberMemory();
     }
 }
 
 cmsHPROFILE OpenBare(const Id& id) {
-    const Result<Block<const std::byte>> bytes = colorprofiles::Get(id).WriteProfileToMemory();
+    const Result<Block<const std::byte>> bytes = GetProfile(id).WriteProfileToMemory();
     return bytes ? cmsOpenProfileFromMem(bytes->data(), static_cast<cmsUInt32Number>(bytes->size())) : nullptr;
 }
 
@@ -100,14 +120,14 @@ cmsHPROFILE OpenBare(const Id& id) {
 void ConvertBare(benchmark::State& state, const Conversion& conversion) {
     const cmsHPROFILE src = OpenBare(conversion.src), dst = OpenBare(conversion.dst);
     const cmsHTRANSFORM transform =
-        cmsCreateTransform(src, conversion.word, dst, conversion.word, INTENT_PERCEPTUAL,
+        cmsCreateTransform(src, conversion.word, dst, conversion.dstWord, INTENT_PERCEPTUAL,
                            cmsFLAGS_BLACKPOINTCOMPENSATION | (T_EXTRA(conversion.word) ? cmsFLAGS_COPY_ALPHA : 0));
     if (!transform)
         return state.SkipWithError("the library makes no transform");
     Lines lines(conversion);
     for ([[maybe_unused]] auto iteration : state) {
         for (size_t row = 0; row < lines.rows; ++row)
-            cmsDoTransform(transform, &lines.src[row * lines.rowBytes], &lines.dst[row * lines.rowBytes], kRowPixels);
+            cmsDoTransform(transform, &lines.src[row * lines.srcBytes], &lines.dst[row * lines.dstBytes], kRowPixels);
         benchmark::ClobberMemory();
     }
     cmsDeleteTransform(transform);

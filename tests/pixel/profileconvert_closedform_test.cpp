@@ -125,7 +125,7 @@ TEST(TransferCurve, SpecialValuesAreThoseOfTheScalarForm) {
 }
 
 TEST(TransferCurve, TheLevelDecidesWhoComputes) {
-    // The one without vectors gives the C library's bits; one in ten thousand of the others' is rounded differently.
+    // The one without vectors gives the C library's bits; of the others' some are rounded differently.
     std::vector<float> values(100000), plain(values.size()), results(values.size());
     for (size_t i = 0; i < values.size(); ++i) {
         values[i] = 0.05f + float(i) / 100000;
