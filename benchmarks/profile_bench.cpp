@@ -112,7 +112,8 @@ void CopyRows(benchmark::State& state, const Conversion& conversion) {
 }
 
 cmsHPROFILE OpenBare(const Id& id) {
-    const Result<Block<const std::byte>> bytes = GetProfile(id).WriteProfileToMemory();
+    const ColorProfile profile = GetProfile(id);  // which holds the bytes until the library has copied them
+    const Result<Block<const std::byte>> bytes = profile.WriteProfileToMemory();
     return bytes ? cmsOpenProfileFromMem(bytes->data(), static_cast<cmsUInt32Number>(bytes->size())) : nullptr;
 }
 
