@@ -168,8 +168,12 @@ float SrgbToLinear(float c) {
 void ConvertTransferCurve(TransferCurve curve, float* dst, const float* src, size_t count) {
     if (const auto run = GetRunCurve(pixel::GetKernels().target))
         return run(curve, dst, src, count);
-    for (size_t i = 0; i < count; ++i)
-        dst[i] = curve == TransferCurve::LinearToSrgb ? LinearToSrgb(src[i]) : SrgbToLinear(src[i]);
+    for (size_t i = 0; i < count; ++i) {
+        float c;  // may lie anywhere
+        std::memcpy(&c, src + i, sizeof(c));
+        c = curve == TransferCurve::LinearToSrgb ? LinearToSrgb(c) : SrgbToLinear(c);
+        std::memcpy(dst + i, &c, sizeof(c));
+    }
 }
 
 }  // namespace orvik
