@@ -49,9 +49,9 @@ std::vector<Row> Compare(const Collector& collector, const std::vector<Pairing>&
 }
 
 void Print(const std::vector<Row>& rows) {
-    std::printf("%-28s %12s %-10s %8s  %s\n", "name", "value", "unit", "ratio", "against");
+    std::printf("%-40s %12s %-10s %8s  %s\n", "name", "value", "unit", "ratio", "against");
     for (const Row& row : rows) {
-        std::printf("%-28s %12.1f %-10s ", row.name.c_str(), row.value, row.unit.c_str());
+        std::printf("%-40s %12.1f %-10s ", row.name.c_str(), row.value, row.unit.c_str());
         if (row.against.empty())
             std::printf("%8s\n", "-");
         else

@@ -1,13 +1,12 @@
 #include "pixel_bench.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <regex>
 #include <sys/mman.h>
+#include <time.h>
 
 #include "pixel_peers.h"
 
@@ -21,6 +20,7 @@ namespace {
 constexpr Int kWidth = 4096, kHeight = 2160, kCacheRun = 65536, kShortRun = 64;
 constexpr size_t kBufferBytes = size_t(kWidth) * kHeight * 32;  // four doubles a pixel
 constexpr int kRounds = 7, kQuickRounds = 3;
+constexpr int kSlowest = 10;  ///< direct pairs that are told by name
 
 struct Pair {
     const char* name;
@@ -60,10 +60,17 @@ private:
     }
 };
 
-double SecondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
+/// Processor time: on a shared machine the wall clock counts the work of others.
+double Now() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+template <class F>
+double SecondsOf(const F& work) {
+    const double start = Now();
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return Now() - start;
 }
 double Median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
@@ -86,7 +93,8 @@ struct Ratio {
 
 /// Runs a conversion and a copy of the same number of bytes by turns. The copy reads and writes the mean of what the
 /// conversion reads and writes, in calls of the same number.
-Ratio Measure(const Buffers& buffers, const Walk& walk, Int srcBytes, Int dstBytes, const PixelRun& run, int rounds) {
+template <class Run>
+Ratio Measure(const Buffers& buffers, const Walk& walk, Int srcBytes, Int dstBytes, const Run& run, int rounds) {
     const size_t copyBytes = static_cast<size_t>((srcBytes + dstBytes) * walk.run / 2);
     std::vector<double> own, copy;
     for (int round = 0; round <= rounds; ++round) {
@@ -119,21 +127,31 @@ Row MakeRow(const std::string& name, const Walk& walk, const Ratio& ratio) {
     return {name, pixels / ratio.seconds / 1e6, "Mpixel/s", ratio.ofCopy, "memcpy"};
 }
 
-PixelRun FindRun(const PixelFormat& src, const PixelFormat& dst) {
+/// One conversion, called as a program calls it.
+struct OwnRun {
+    ConvertPixelFunc function;
+    BITS srcBits, dstBits;
+
+    explicit operator bool() const { return static_cast<bool>(function); }
+    void operator()(const void* from, void* to, int count) const {
+        (void)function({to, dstBits, 0}, count, {from, srcBits, 0}, CONVERTPIXELFLAGS::NONE);
+    }
+};
+OwnRun FindRun(const PixelFormat& src, const PixelFormat& dst) {
     bool isColorProfileConversion = false;
     Result<ConvertPixelFunc> convert =
         dst->GetConvertPixelFunc(src, src->GetChannelOffsets(), dst->GetChannelOffsets(), nullptr, nullptr,
                                  CONVERTPIXELFLAGS::NONE, isColorProfileConversion);
-    if (!convert)
-        return nullptr;
-    return [function = *convert, srcBits = src->GetBitsPerPixel(), dstBits = dst->GetBitsPerPixel()](
-               const void* from, void* to, int count) mutable {
-        (void)function({to, dstBits, 0}, count, {from, srcBits, 0}, CONVERTPIXELFLAGS::NONE);
-    };
+    return {convert ? *convert : ConvertPixelFunc(), src->GetBitsPerPixel(), dst->GetBitsPerPixel()};
 }
 PixelFormat FormatOf(const char* name) {
     const Result<Id> id = Id::Create(std::string("net.orvik.image.pixelformat.") + name);
     return id ? PixelFormats::Get(*id) : PixelFormat();
+}
+/// The last two parts of a format's id, as "rgb.u8".
+std::string TailOf(const PixelFormat& format) {
+    const std::string id(format->GetId().GetText());
+    return id.substr(id.rfind('.', id.rfind('.') - 1) + 1);
 }
 Int BytesOf(const PixelFormat& format) { return format->GetBitsPerPixel().GetBits() / 8; }
 
@@ -141,15 +159,21 @@ void MeasurePairs(const Buffers& buffers, const std::regex& wanted, std::vector<
     const std::vector<PixelPeer> peers = GetPixelPeers();
     for (const Pair& pair : kPairs) {
         const PixelFormat src = FormatOf(pair.src), dst = FormatOf(pair.dst);
-        const PixelRun own = FindRun(src, dst);
+        const OwnRun own = FindRun(src, dst);
+        double big = 0;
         for (const Walk& walk : {kBig, kCache, kShort}) {
             const std::string name = std::string("pixel.") + pair.name + "." + walk.name;
             if (!own || !std::regex_search(name, wanted))
                 continue;
-            const auto measure = [&](const std::string& row, const PixelRun& run) {
+            const auto measure = [&](const std::string& row, const auto& run) {
                 rows.push_back(MakeRow(row, walk, Measure(buffers, walk, BytesOf(src), BytesOf(dst), run, kRounds)));
             };
             measure(name, own);
+            const double speed = rows.back().value;
+            if (walk.run == kBig.run)
+                big = speed;
+            else if (walk.run == kShortRun && big > 0)
+                rows.push_back({name + ".of_big", speed, "Mpixel/s", speed / big, "big"});
             for (const PixelPeer& peer : peers) {
                 if (peer.pair == pair.name)
                     measure(name + "." + peer.name, peer.run);
@@ -169,35 +193,27 @@ void MeasureAllDirect(const Buffers& buffers, std::vector<Row>& rows) {
         if (!isApart && format->GetChannels()[0]->GetComponentType() != ComponentType::None)
             formats.push_back(format);
     }
-    const Walk& kRows = kBig;
-    struct Slow {
-        double ratio;
-        std::string name;
-    };
-    std::vector<Slow> ratios;
+    std::vector<Row> pairs;
     double logarithms = 0;
     for (const PixelFormat& src : formats) {
         if (src->GetId() == Id("net.orvik.image.pixelformat.alpha.f16"))
             continue;  // it is converted channel by channel
         for (const PixelFormat& dst : formats) {
-            const PixelRun run = FindRun(src, dst);
+            const OwnRun run = FindRun(src, dst);
             if (!run)
                 continue;
-            const Ratio ratio = Measure(buffers, kRows, BytesOf(src), BytesOf(dst), run, kQuickRounds);
+            const Ratio ratio = Measure(buffers, kBig, BytesOf(src), BytesOf(dst), run, kQuickRounds);
             logarithms += std::log(ratio.ofCopy);
-            const auto nameOf = [](const PixelFormat& format) { return std::string(format->GetShortName().GetText()); };
-            ratios.push_back({ratio.ofCopy, nameOf(src) + " to " + nameOf(dst)});
+            pairs.push_back(MakeRow("pixel.direct." + TailOf(src) + "_to_" + TailOf(dst) + ".big", kBig, ratio));
         }
     }
-    if (ratios.empty())
+    if (pairs.empty())
         return;
-    std::sort(ratios.begin(), ratios.end(), [](const Slow& a, const Slow& b) { return a.ratio < b.ratio; });
-    std::printf("%zu direct pairs, the slowest of them as parts of memcpy:\n", ratios.size());
-    for (size_t i = 0; i < std::min<size_t>(10, ratios.size()); ++i)
-        std::printf("  %5.2f  %s\n", ratios[i].ratio, ratios[i].name.c_str());
-    const double mean = std::exp(logarithms / static_cast<double>(ratios.size()));
+    std::sort(pairs.begin(), pairs.end(), [](const Row& a, const Row& b) { return a.ratio < b.ratio; });
+    const double mean = std::exp(logarithms / static_cast<double>(pairs.size()));
     rows.push_back({"pixel.direct.geomean.big", mean, "of memcpy", mean, "memcpy"});
-    rows.push_back({"pixel.direct.slowest.big", ratios[0].ratio, "of memcpy", ratios[0].ratio, "memcpy"});
+    rows.push_back({"pixel.direct.slowest.big", pairs[0].ratio, "of memcpy", pairs[0].ratio, "memcpy"});
+    rows.insert(rows.end(), pairs.begin(), pairs.begin() + std::min<std::ptrdiff_t>(kSlowest, std::ssize(pairs)));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 namespace bench {
 
 /// Measures the named pairs, those of the peers, and all direct pairs, each interleaved with the copy that it is held
-/// against. Prints the slowest direct pairs. The module must be loaded.
+/// against. Of the direct pairs the mean and the slowest become rows. The module must be loaded.
 /// @param wanted  a regular expression; nothing is measured unless it is found in a row's name
 std::vector<Row> MeasurePixels(const std::string& wanted);
 

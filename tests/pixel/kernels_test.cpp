@@ -1,6 +1,7 @@
 // Every level of kernels against the scalar form: places, lengths and runs in place. The values of the component table
 // are covered over their whole range in arithmetic_test.cpp.
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <random>
 
@@ -53,6 +54,15 @@ TEST(Kernels, PlainLoopsAreTheFirstLevel) {
 #endif
 }
 
+TEST(Kernels, UseTheLevelAskedFor) {
+    const char* const wanted = std::getenv("ORVIK_SIMD");
+    if (!wanted)
+        GTEST_SKIP() << "ORVIK_SIMD is not set";
+    if (!testing::Value(LevelNames(), testing::Contains(wanted)))
+        GTEST_SKIP() << "this machine has no level " << wanted;
+    EXPECT_STREQ(pixel::GetKernels().name, wanted);
+}
+
 /// Bytes that are no NaN as half, float or double, whose payload is not fixed by the table.
 Bytes FiniteBytes(size_t count, unsigned seed) {
     Bytes bytes = RandomBytes(count, seed);
@@ -61,28 +71,41 @@ Bytes FiniteBytes(size_t count, unsigned seed) {
     return bytes;
 }
 
+/// One cell at one level against the strided loop, and in place where the values have one width. The source ends with
+/// the run, so that a sanitizer sees reads beyond it.
+void CheckCell(const pixel::KernelSet& kernels, ComponentType src, ComponentType dst, Int count, Int from, Int to) {
+    const Int srcBytes = GetComponentBits(src) / 8, dstBytes = GetComponentBits(dst) / 8;
+    static const Bytes values = FiniteBytes(kLongest * 8 + kAlignments, 1);
+    const Bytes source(values.begin(), values.begin() + from + count * srcBytes);
+    Bytes expected(static_cast<size_t>(to + count * dstBytes) + kAlignments, kCanary), found = expected;
+    pixel::GetConvertStrided(src, dst)(source.data() + from, srcBytes, expected.data() + to, dstBytes, count);
+    kernels.GetRun(src, dst)(source.data() + from, found.data() + to, count);
+    const auto what = [&] {
+        return std::string(kernels.name) + ": " + std::string(GetComponentName(src)) + " to " +
+               std::string(GetComponentName(dst)) + ", " + std::to_string(count) + " values from " +
+               std::to_string(from) + " to " + std::to_string(to);
+    };
+    ASSERT_TRUE(found == expected) << what();
+    if (srcBytes != dstBytes)
+        return;
+    std::fill(found.begin(), found.end(), kCanary);
+    std::copy(source.begin() + from, source.end(), found.begin() + to);
+    kernels.GetRun(src, dst)(found.data() + to, found.data() + to, count);
+    ASSERT_TRUE(found == expected) << "in place, " << what();
+}
+
 TEST(Kernels, EveryLengthAndPlaceOfEveryCell) {
-    const Bytes source = FiniteBytes(kLongest * 8 + kAlignments, 1);
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
         for (int cell = 0; cell < kComponentTypeCount * kComponentTypeCount; ++cell) {
             const auto src = static_cast<ComponentType>(cell / kComponentTypeCount);
             const auto dst = static_cast<ComponentType>(cell % kComponentTypeCount);
-            const Int srcBytes = GetComponentBits(src) / 8, dstBytes = GetComponentBits(dst) / 8;
-            for (Int count = 0; count <= kLongest; ++count) {
-                const Int from = count * 7 % kAlignments, to = count * 13 % kAlignments;  // each place with some length
-                Bytes expected(static_cast<size_t>(count * dstBytes) + 2 * kAlignments, kCanary), found = expected;
-                pixel::GetConvertStrided(src, dst)(source.data() + from, srcBytes, expected.data() + to, dstBytes,
-                                                   count);
-                kernels->GetRun(src, dst)(source.data() + from, found.data() + to, count);
-                ASSERT_EQ(found, expected) << kernels->name << ": " << GetComponentName(src) << " to "
-                                           << GetComponentName(dst) << ", " << count << " values";
-                if (srcBytes != dstBytes)
-                    continue;
-                Bytes inPlace(static_cast<size_t>(count * dstBytes) + 2 * kAlignments, kCanary);
-                std::copy_n(source.begin() + from, count * srcBytes, inPlace.begin() + to);
-                kernels->GetRun(src, dst)(inPlace.data() + to, inPlace.data() + to, count);
-                ASSERT_EQ(inPlace, expected) << kernels->name << " in place: " << GetComponentName(src) << " to "
-                                             << GetComponentName(dst) << ", " << count << " values";
+            for (Int count = 0; count <= kLongest; ++count)
+                ASSERT_NO_FATAL_FAILURE(
+                    CheckCell(*kernels, src, dst, count, count * 7 % kAlignments, count * 13 % kAlignments));
+            for (Int place = 0; place < kAlignments; ++place) {
+                for (const Int count : {3, 17, 70, 193})
+                    ASSERT_NO_FATAL_FAILURE(
+                        CheckCell(*kernels, src, dst, count, place, (place + count) * 5 % kAlignments));
             }
         }
     }
@@ -170,6 +193,67 @@ TEST(Kernels, MeansOfExtremesAndSamples) {
     }
 }
 
+TEST(Kernels, MeansOfPixelsOfEveryLengthAndPlace) {
+    for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
+        for (int type = 0; type < kComponentTypeCount; ++type) {
+            const Int size = GetComponentBits(static_cast<ComponentType>(type)) / 8;
+            for (const int channels : {3, 4}) {
+                const pixel::MeanOfPixelsFunction mean = kernels->meanOfPixels[type][channels - 3];
+                if (!mean)
+                    continue;
+                const int colors[] = {channels - 1, 0, 1};
+                pixel::MeanTable table;
+                for (int i = 0; i < 3; ++i) {
+                    for (Int at = 0; at < kernels->vectorBytes; ++at)
+                        table.picks[i][at] =
+                            static_cast<uint8_t>((at / size * channels + colors[i]) * size + at % size);
+                }
+                for (Int count = 0; count <= kLongest; ++count) {
+                    const Int from = count * 7 % kAlignments, to = count * 13 % kAlignments, pixel = channels * size;
+                    const Bytes source = FiniteBytes(static_cast<size_t>(from + count * pixel), 31);
+                    Bytes expected(static_cast<size_t>(to + count * size) + kAlignments, kCanary), found = expected;
+                    const std::byte* const first = source.data() + from;
+                    pixel::GetMean(static_cast<ComponentType>(type))(first + colors[0] * size, first + colors[1] * size,
+                                                                     first + colors[2] * size, pixel,
+                                                                     expected.data() + to, size, count);
+                    mean(table, first, found.data() + to, count);
+                    ASSERT_EQ(found, expected)
+                        << kernels->name << ": " << type << ", " << channels << " channels, " << count << " pixels";
+                }
+            }
+        }
+    }
+}
+
+TEST(Kernels, NotANumberBetweenNumbers) {
+    // One such value takes its neighbours along a road of their own.
+    constexpr Int kCount = 130;
+    const struct {
+        ComponentType src, dst;
+        uint32_t nan;
+    } kCases[] = {
+        {ComponentType::F16, ComponentType::F32, 0x7C01},     {ComponentType::F16, ComponentType::F32, 0xFE55},
+        {ComponentType::F32, ComponentType::F16, 0x7F800001}, {ComponentType::F32, ComponentType::F16, 0xFFC12345},
+        {ComponentType::F32, ComponentType::U8, 0x7FC00000},  {ComponentType::F32, ComponentType::S16, 0xFFC00000},
+        {ComponentType::F16, ComponentType::U16, 0x7E00},     {ComponentType::F16, ComponentType::U32, 0xFC01},
+    };
+    for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
+        for (const auto& entry : kCases) {
+            const Int srcBytes = GetComponentBits(entry.src) / 8, dstBytes = GetComponentBits(entry.dst) / 8;
+            for (Int at = 0; at < kCount; ++at) {
+                Bytes source = FiniteBytes(static_cast<size_t>(kCount * srcBytes), 21);
+                std::memcpy(source.data() + at * srcBytes, &entry.nan, static_cast<size_t>(srcBytes));
+                Bytes expected(static_cast<size_t>(kCount * dstBytes)), found = expected;
+                pixel::GetConvertStrided(entry.src, entry.dst)(source.data(), srcBytes, expected.data(), dstBytes,
+                                                               kCount);
+                kernels->GetRun(entry.src, entry.dst)(source.data(), found.data(), kCount);
+                ASSERT_EQ(found, expected) << kernels->name << ": " << GetComponentName(entry.src) << " to "
+                                           << GetComponentName(entry.dst) << ", value " << at;
+            }
+        }
+    }
+}
+
 TEST(Kernels, AllLevelsConvertFormatsToTheSameBytes) {
     const char* const kNames[] = {"rgb.u8",   "bgr.u8",   "rgba.u8",  "bgra.u8",   "argb.u8",  "xrgb.u8",   "grey.u8",
                                   "greya.u8", "agrey.u8", "alpha.u8", "rgb.u16",   "rgba.u16", "agrey.u16", "rgb.u32",
@@ -187,7 +271,13 @@ TEST(Kernels, AllLevelsConvertFormatsToTheSameBytes) {
                     Bytes out(static_cast<size_t>(to->GetBytesPerLine(count)) + 64, kCanary);
                     EXPECT_TRUE((*convert)({out.data(), to->GetBitsPerPixel(), 0}, count,
                                            {source.data(), from->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE));
-                    results.push_back(std::move(out));
+                    results.push_back(out);
+                    if (to->GetBitsPerPixel().GetBits() != from->GetBitsPerPixel().GetBits())
+                        continue;
+                    std::copy_n(source.begin(), out.size() - 64, out.begin());
+                    EXPECT_TRUE((*convert)({out.data(), to->GetBitsPerPixel(), 0}, count,
+                                           {out.data(), from->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE));
+                    EXPECT_TRUE(out == results.back()) << src << " to " << dst << " in place, " << count << " pixels";
                 }
             }
         }

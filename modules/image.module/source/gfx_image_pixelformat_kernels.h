@@ -40,21 +40,33 @@ struct PermuteSource {
 void PermutePixels(const std::byte* src, int srcCount, std::byte* dst, int dstCount, const PermuteSource* sources,
                    int elementBytes, Int count);
 
-/// A permutation as byte shuffles. One period of pixels fills `blocks` vectors; a vector is made of lanes, and each
-/// lane of up to four windows of the source, of which a shuffle picks bytes.
+/// A permutation as byte shuffles, for one of two kinds of machine.
+///
+/// Where bytes move within lanes of 16 bytes only, one period of pixels fills `blocks` vectors, and each lane of them
+/// picks bytes from up to four windows of the source. Where bytes come from anywhere in whole vectors, there is one
+/// block, filled by as many whole pixels as fit; its windows are the vectors from the first source byte on, and
+/// `picks[0][0]` are positions in them, 0 ... 255. Bytes behind the pixels are picked from the same place, so that they
+/// do no harm where a run is rearranged in place.
 struct ShuffleTable {
     static constexpr int kMaxBlocks = 4, kMaxWindows = 4, kMaxLanes = 4, kMaxBlockBytes = 64;
 
     int blocks = 0, windows = 0;
-    int pixels = 0;                  ///< of a period
-    int srcPixel = 0, dstPixel = 0;  ///< bytes
-    bool hasFill = false;
+    int pixels = 0;                                               ///< of a period or block
+    int srcPixel = 0, dstPixel = 0;                               ///< bytes
     int32_t offsets[kMaxBlocks][kMaxWindows][kMaxLanes] = {};     ///< of windows, from the period's first source byte
     uint8_t picks[kMaxBlocks][kMaxWindows][kMaxBlockBytes] = {};  ///< byte of the window; 0x80 gives 0
-    uint8_t fill[kMaxBlocks][kMaxBlockBytes] = {};                ///< joins where no window gives a byte
+    uint8_t fill[kMaxBlocks][kMaxBlockBytes] = {};  ///< joins where no window, or 0x80 in `picks[0][1]`, gives a byte
 };
-/// Shuffles at least one period of pixels. In place if the pixels have one size.
+/// Shuffles at least one period of pixels, or any number over whole vectors. In place if the pixels have one size.
 using ShuffleFunction = void (*)(const ShuffleTable& table, const std::byte* src, std::byte* dst, Int count);
+
+/// The places of three colours in the pixels that fill three or four vectors: for each byte of a vector of red, green
+/// and blue its position, 0 ... 255.
+struct MeanTable {
+    uint8_t picks[3][ShuffleTable::kMaxBlockBytes] = {};
+};
+/// Writes the means of the colours of contiguous pixels.
+using MeanOfPixelsFunction = void (*)(const MeanTable& table, const std::byte* src, std::byte* dst, Int count);
 
 /// The loops over contiguous values for one instruction set.
 struct KernelSet {
@@ -62,9 +74,10 @@ struct KernelSet {
     int64_t target = 0;  ///< the instruction set as the vector library counts it; 0 for plain loops
     ConvertRunFunction run[kComponentTypeCount][kComponentTypeCount] = {};
     MeanRunFunction mean[kComponentTypeCount] = {};
-    InterleaveFunction interleave[4] = {};  ///< by the logarithm of the value's bytes
-    int laneBytes = 0;                      ///< of a shuffle; 0 when there is none
-    int blockBytes = 0;                     ///< of a vector
+    InterleaveFunction interleave[4] = {};                           ///< by the logarithm of the value's bytes
+    MeanOfPixelsFunction meanOfPixels[kComponentTypeCount][2] = {};  ///< for 3 and 4 channels; null if there is none
+    int vectorBytes = 0;                                             ///< 0 when nothing is shuffled
+    int laneBytes = 0;  ///< within which bytes move; 0 when they move in whole vectors
     ShuffleFunction shuffle[ShuffleTable::kMaxBlocks][ShuffleTable::kMaxWindows] = {};  ///< by blocks and windows - 1
 
     ConvertRunFunction GetRun(ComponentType src, ComponentType dst) const {

@@ -31,7 +31,7 @@ struct Choice {
         const int64_t supported = hwy::SupportedTargets();
         for (const Level& level : kLevels) {
             const SetKernelsFunction parts[] = {GetIntegerKernels(level.target), GetFloatKernels(level.target),
-                                                GetShuffleKernels(level.target)};
+                                                GetShuffleKernels(level.target), GetMeanKernels(level.target)};
             if (!(supported & level.target) || !parts[0])
                 continue;
             KernelSet& set = sets[count - 1] = GetPlainKernels();

@@ -1,4 +1,4 @@
-// Permutations of channels, means of colours and pairs of channels, compiled once for each instruction set.
+// Permutations of channels and pairs of channels, compiled once for each instruction set.
 
 #include "gfx_image_pixelformat_kernels_targets.h"
 
@@ -12,23 +12,64 @@
 HWY_BEFORE_NAMESPACE();
 namespace orvik::pixel::HWY_NAMESPACE {
 
-// --- Permutations ----------------------------------------------------------------------------------------------------
-
 using Bytes = hn::ScalableTag<uint8_t>;
 using ByteVector = hn::Vec<Bytes>;
 
 #if HWY_TARGET == HWY_AVX3_DL
-constexpr int kLaneBytes = 64;
 
-HWY_INLINE ByteVector LoadWindow(const std::byte* period, const int32_t (&offsets)[ShuffleTable::kMaxLanes]) {
-    return LoadAt(Bytes(), period + offsets[0]);
+// --- Bytes from anywhere in whole vectors ----------------------------------------------------------------------------
+
+/// Reads nothing behind the run and writes nothing behind it: the last block masks its loads and its store.
+template <int Windows>
+void Shuffle(const ShuffleTable& table, const std::byte* src, std::byte* dst, Int count) {
+    const __m512i from = _mm512_loadu_si512(table.picks[0][0]), fill = _mm512_loadu_si512(table.fill[0]);
+    const __mmask64 picked = _knot_mask64(_mm512_movepi8_mask(_mm512_loadu_si512(table.picks[0][1])));
+    const __mmask64 high = _mm512_movepi8_mask(from);
+    const __m512i fromOrFill = _mm512_mask_mov_epi8(fill, picked, from);
+    const auto pick = [&](const __m512i* window) HWY_ATTR {
+        if constexpr (Windows == 1) {
+            return _mm512_mask_permutexvar_epi8(fill, picked, from, window[0]);
+        } else {
+            const __m512i low = _mm512_mask2_permutex2var_epi8(window[0], fromOrFill, picked, window[1]);
+            if constexpr (Windows == 2)
+                return low;
+            else if constexpr (Windows == 3)
+                return _mm512_mask_permutexvar_epi8(low, high, from, window[2]);
+            else
+                return _mm512_mask_mov_epi8(low, high, _mm512_permutex2var_epi8(window[2], from, window[3]));
+        }
+    };
+    const Int srcStep = Int(table.pixels) * table.srcPixel, dstStep = Int(table.pixels) * table.dstPixel;
+    Int srcLeft = count * table.srcPixel, dstLeft = count * table.dstPixel;
+    __m512i window[Windows];
+    while (srcLeft >= Windows * kVectorBytes && dstLeft >= kVectorBytes) {
+        for (int w = 0; w < Windows; ++w)
+            window[w] = _mm512_loadu_si512(src + w * kVectorBytes);
+        _mm512_storeu_si512(dst, pick(window));
+        src += srcStep, dst += dstStep;
+        srcLeft -= srcStep, dstLeft -= dstStep;
+    }
+    while (dstLeft > 0) {
+        for (int w = 0; w < Windows; ++w)
+            window[w] = _mm512_maskz_loadu_epi8(MaskOf(srcLeft - w * kVectorBytes), src + w * kVectorBytes);
+        _mm512_mask_storeu_epi8(dst, MaskOf(dstLeft), pick(window));
+        src += srcStep, dst += dstStep;
+        srcLeft -= srcStep, dstLeft -= dstStep;
+    }
 }
-/// Bytes from the whole vector; one with its top bit set gives 0.
-HWY_INLINE ByteVector Pick(ByteVector window, ByteVector picks) {
-    return ByteVector{
-        _mm512_maskz_permutexvar_epi8(_knot_mask64(_mm512_movepi8_mask(picks.raw)), picks.raw, window.raw)};
+
+void SetShuffles(KernelSet& set) {
+    set.laneBytes = 0;
+    set.shuffle[0][0] = &Shuffle<1>;
+    set.shuffle[0][1] = &Shuffle<2>;
+    set.shuffle[0][2] = &Shuffle<3>;
+    set.shuffle[0][3] = &Shuffle<4>;
 }
+
 #else
+
+// --- Bytes from windows of a lane ------------------------------------------------------------------------------------
+
 constexpr int kLaneBytes = 16;
 
 template <class D>
@@ -41,11 +82,6 @@ HWY_INLINE hn::Vec<D> LoadLanes(D d, const std::byte* period, const int32_t* off
                            LoadLanes(half, period, offsets));
     }
 }
-HWY_INLINE ByteVector LoadWindow(const std::byte* period, const int32_t (&offsets)[ShuffleTable::kMaxLanes]) {
-    return LoadLanes(Bytes(), period, offsets);
-}
-HWY_INLINE ByteVector Pick(ByteVector window, ByteVector picks) { return hn::TableLookupBytesOr0(window, picks); }
-#endif
 
 template <int Blocks, int Windows>
 void Shuffle(const ShuffleTable& table, const std::byte* src, std::byte* dst, Int count) {
@@ -64,7 +100,7 @@ void Shuffle(const ShuffleTable& table, const std::byte* src, std::byte* dst, In
         for (int b = 0; b < Blocks; ++b) {
             to[b] = fill[b];
             for (int w = 0; w < Windows; ++w)
-                to[b] = hn::Or(to[b], Pick(LoadWindow(period, offsets[b][w]), picks[b][w]));
+                to[b] = hn::Or(to[b], hn::TableLookupBytesOr0(LoadLanes(d, period, offsets[b][w]), picks[b][w]));
         }
     };
     const auto store = [&](const ByteVector* from, std::byte* to) HWY_ATTR {
@@ -76,7 +112,7 @@ void Shuffle(const ShuffleTable& table, const std::byte* src, std::byte* dst, In
     // The last period may overlap the one before. It is read before anything is written, for runs in place.
     shuffle(src + lastPixel * table.srcPixel, last);
     std::byte* const lastDst = dst + lastPixel * table.dstPixel;
-    for (; dst <= lastDst; src += srcStep, dst += dstStep) {
+    for (; dst < lastDst; src += srcStep, dst += dstStep) {
         shuffle(src, result);
         store(result, dst);
     }
@@ -84,81 +120,24 @@ void Shuffle(const ShuffleTable& table, const std::byte* src, std::byte* dst, In
 }
 
 template <int Blocks>
-void SetShuffles(KernelSet& set) {
+void SetShufflesOf(KernelSet& set) {
     set.shuffle[Blocks - 1][0] = &Shuffle<Blocks, 1>;
     set.shuffle[Blocks - 1][1] = &Shuffle<Blocks, 2>;
     set.shuffle[Blocks - 1][2] = &Shuffle<Blocks, 3>;
     set.shuffle[Blocks - 1][3] = &Shuffle<Blocks, 4>;
 }
 
-// --- Means -----------------------------------------------------------------------------------------------------------
-
-/// As many means as a vector of `work` has lanes.
-template <class T, class DW>
-HWY_INLINE auto MeanOf(DW work, const std::byte* red, const std::byte* green, const std::byte* blue) {
-    if constexpr (std::is_same_v<T, Pix8u>) {
-        // Even and odd bytes as 16 bits; 21846 / 65536 gives sum / 3 for all sums up to 765.
-        const hn::Repartition<uint16_t, DW> wide;
-        const auto r = hn::BitCast(wide, LoadAt(work, red)), g = hn::BitCast(wide, LoadAt(work, green)),
-                   b = hn::BitCast(wide, LoadAt(work, blue));
-        const auto low = hn::Set(wide, 0xFF), third = hn::Set(wide, 21846);
-        const auto even = hn::Add(hn::Add(hn::And(r, low), hn::And(g, low)), hn::And(b, low));
-        const auto odd = hn::Add(hn::Add(hn::ShiftRight<8>(r), hn::ShiftRight<8>(g)), hn::ShiftRight<8>(b));
-        return hn::BitCast(work, hn::Or(hn::MulHigh(even, third), hn::ShiftLeft<8>(hn::MulHigh(odd, third))));
-    } else if constexpr (std::is_same_v<T, Pix16u>) {
-        // The sum is exact as a float; a half keeps the product away from the whole numbers.
-        const hn::Rebind<uint16_t, DW> narrow;
-        const hn::Rebind<int32_t, DW> di;
-        const auto load = [&](const std::byte* from) HWY_ATTR { return hn::PromoteTo(di, LoadAt(narrow, from)); };
-        const auto sum = hn::ConvertTo(work, hn::Add(hn::Add(load(red), load(green)), load(blue)));
-        const auto third = hn::Mul(hn::Add(sum, hn::Set(work, 0.5f)), hn::Set(work, 0.33333334f));
-        return hn::DemoteTo(narrow, hn::ConvertTo(di, third));
-    } else if constexpr (std::is_integral_v<T>) {
-        // The same in double. Signed values are lowered unsigned ones here and truncate towards zero.
-        const hn::Rebind<T, DW> narrow;
-        const hn::Rebind<int32_t, DW> di;
-        const hn::Rebind<uint32_t, DW> du;
-        const auto flip = hn::Set(du, std::is_signed_v<T> ? 0 : 0x80000000);
-        const auto load = [&](const std::byte* from) HWY_ATTR {
-            return hn::PromoteTo(work, hn::BitCast(di, hn::Xor(hn::BitCast(du, LoadAt(narrow, from)), flip)));
-        };
-        auto sum = hn::Add(hn::Add(load(red), load(green)), load(blue));
-        if constexpr (std::is_unsigned_v<T>)
-            sum = hn::Add(sum, hn::Set(work, 3 * 2147483648.0));
-        const auto nudged = hn::Add(sum, hn::CopySign(hn::Set(work, 0.5), sum));
-        const auto third = hn::Trunc(hn::Mul(nudged, hn::Set(work, 1.0 / 3)));
-        if constexpr (std::is_signed_v<T>)
-            return hn::DemoteTo(di, third);
-        else
-            return hn::Xor(hn::BitCast(du, hn::DemoteTo(di, hn::Sub(third, hn::Set(work, 2147483648.0)))), flip);
-    } else {
-        const auto load = [&](const std::byte* from) HWY_ATTR { return LoadAsFloat<T>(work, from); };
-        const auto sum = hn::Add(hn::Add(load(red), load(green)), load(blue));
-        return FromFloat<T>(work, hn::Div(sum, hn::Set(work, hn::TFromD<DW>(3))));
-    }
+void SetShuffles(KernelSet& set) {
+    set.laneBytes = kLaneBytes;
+    SetShufflesOf<1>(set);
+    SetShufflesOf<2>(set);
+    SetShufflesOf<3>(set);
+    SetShufflesOf<4>(set);
 }
 
-template <class T>
-void MeanRun(const std::byte* red, const std::byte* green, const std::byte* blue, std::byte* dst, Int count) {
-    constexpr Int kSize = sizeof(T);
-    constexpr bool kWide = std::is_same_v<T, double> || (std::is_integral_v<T> && sizeof(T) == 4);
-    const hn::ScalableTag<
-        std::conditional_t<std::is_same_v<T, Pix8u>, uint8_t, std::conditional_t<kWide, double, float>>>
-        work;
-    const hn::Rebind<LaneOf<T>, decltype(work)> to;
-    const Int step = static_cast<Int>(hn::Lanes(work));
-    Int i = 0;
-    for (; i + step <= count; i += step)
-        StoreAt(to, MeanOf<T>(work, red + i * kSize, green + i * kSize, blue + i * kSize), dst + i * kSize);
-    for (; i < count; ++i) {
-        T r, g, b;
-        std::memcpy(&r, red + i * kSize, kSize);
-        std::memcpy(&g, green + i * kSize, kSize);
-        std::memcpy(&b, blue + i * kSize, kSize);
-        const T mean = MeanOfColors(r, g, b);
-        std::memcpy(dst + i * kSize, &mean, kSize);
-    }
-}
+#endif
+
+// --- Pairs -----------------------------------------------------------------------------------------------------------
 
 template <class E>
 void Interleave(const std::byte* first, const std::byte* second, std::byte* dst, Int count) {
@@ -168,23 +147,21 @@ void Interleave(const std::byte* first, const std::byte* second, std::byte* dst,
     Int i = 0;
     for (; i + step <= count; i += step) {
         const auto a = LoadAt(d, first + i * kSize), b = LoadAt(d, second + i * kSize);
+        // Interleaving stays within 16 bytes, so in wider vectors such blocks change places afterwards.
         const auto low = hn::InterleaveLower(d, a, b), high = hn::InterleaveUpper(d, a, b);
         std::byte* to = dst + 2 * i * kSize;
-        if constexpr (hn::MaxLanes(d) * sizeof(E) == 16) {
-            StoreAt(d, low, to);
-            StoreAt(d, high, to + step * kSize);
-        } else {
-            // Interleaving stays within 16 bytes, so the halves of each pair are put together afterwards.
-            constexpr Int kBlock = 16;
-            const hn::Repartition<uint8_t, decltype(d)> bytes;
-            alignas(64) uint8_t lows[HWY_MAX_BYTES], highs[HWY_MAX_BYTES];
-            hn::Store(hn::BitCast(bytes, low), bytes, lows);
-            hn::Store(hn::BitCast(bytes, high), bytes, highs);
-            for (Int lane = 0; lane < step * kSize / kBlock; ++lane) {
-                std::memcpy(to + 2 * lane * kBlock, lows + lane * kBlock, kBlock);
-                std::memcpy(to + (2 * lane + 1) * kBlock, highs + lane * kBlock, kBlock);
-            }
-        }
+#if HWY_TARGET <= HWY_AVX3
+        const __m512i front = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
+        const __m512i back = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+        _mm512_storeu_si512(to, _mm512_permutex2var_epi64(low.raw, front, high.raw));
+        _mm512_storeu_si512(to + step * kSize, _mm512_permutex2var_epi64(low.raw, back, high.raw));
+#elif HWY_TARGET <= HWY_AVX2
+        StoreAt(d, hn::ConcatLowerLower(d, high, low), to);
+        StoreAt(d, hn::ConcatUpperUpper(d, high, low), to + step * kSize);
+#else
+        StoreAt(d, low, to);
+        StoreAt(d, high, to + step * kSize);
+#endif
     }
     for (; i < count; ++i) {
         std::memcpy(dst + 2 * i * kSize, first + i * kSize, kSize);
@@ -193,21 +170,8 @@ void Interleave(const std::byte* first, const std::byte* second, std::byte* dst,
 }
 
 void SetShuffleKernels(KernelSet& set) {
-    set.laneBytes = kLaneBytes;
-    set.blockBytes = static_cast<int>(hn::Lanes(Bytes()));
-    SetShuffles<1>(set);
-    SetShuffles<2>(set);
-    SetShuffles<3>(set);
-    SetShuffles<4>(set);
-    const auto setMean = [&set]<int I>(std::integral_constant<int, I>) { set.mean[I] = &MeanRun<ComponentAtT<I>>; };
-    // The formats whose colours may become grey have these types.
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::U8)>());
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::U16)>());
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::U32)>());
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::S32)>());
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::F16)>());
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::F32)>());
-    setMean(std::integral_constant<int, static_cast<int>(ComponentType::F64)>());
+    set.vectorBytes = static_cast<int>(hn::Lanes(Bytes()));
+    SetShuffles(set);
     set.interleave[0] = &Interleave<uint8_t>;
     set.interleave[1] = &Interleave<uint16_t>;
     set.interleave[2] = &Interleave<uint32_t>;

@@ -17,6 +17,7 @@ using SetKernelsFunction = void (*)(KernelSet& set);
 SetKernelsFunction GetIntegerKernels(int64_t target);
 SetKernelsFunction GetFloatKernels(int64_t target);
 SetKernelsFunction GetShuffleKernels(int64_t target);
+SetKernelsFunction GetMeanKernels(int64_t target);
 /// @}
 
 }  // namespace orvik::pixel

@@ -180,8 +180,14 @@ void ConversionPlan::ComposeMean(Block<const ChannelOrigin> origins, const int (
         source.channel = static_cast<int8_t>(channel);
         _planes[plane].Init(kernels, _srcCount, 1, &source, srcSize);
     };
-    for (int i = 0; i < 3; ++i)
+    if (_srcCount == 3 || _srcCount == 4)
+        _meanOfPixels = kernels.meanOfPixels[static_cast<int>(_srcType)][_srcCount - 3];
+    for (int i = 0; i < 3; ++i) {
         initPlane(i, colors[i]);
+        for (int at = 0; at < kernels.vectorBytes && _meanOfPixels; ++at)
+            _meanTable.picks[i][at] =
+                static_cast<uint8_t>((at / srcSize * _srcCount + colors[i]) * srcSize + at % srcSize);
+    }
     if (_dstCount == 1) {
         _steps = Steps::Mean;
     } else if (origins[beside].kind == ChannelOrigin::Kind::Fill) {
@@ -280,30 +286,36 @@ void ConversionPlan::RunPixels(const std::byte* src, std::byte* dst, Int count) 
 }
 
 void ConversionPlan::RunMean(const std::byte* src, std::byte* dst, Int count) const {
-    alignas(64) std::byte planes[3][kPlaneBytes], mean[kPlaneBytes], grey[kPlaneBytes];
-    alignas(64) std::byte given[kPlaneBytes], beside[kPlaneBytes];
+    const bool isLast = _steps == Steps::Mean, isConverted = _srcType != _dstType;
+    if (isLast && !isConverted && _meanOfPixels)
+        return _meanOfPixels(_meanTable, src, dst, count);
+    alignas(64) std::byte mean[kPlaneBytes], grey[kPlaneBytes], given[kPlaneBytes], beside[kPlaneBytes];
     for (Int done = 0; done < count; done += _blockPixels) {
         const Int block = std::min(_blockPixels, count - done);
         const std::byte* values = src + done * _srcPixel;
         std::byte* out = dst + done * _dstPixel;
-        for (int i = 0; i < 3; ++i)
-            _planes[i].Run(values, planes[i], block);
-        if (_steps == Steps::MeanAndChannel) {
-            _planes[3].Run(values, given, block);
-            _convert(given, beside, block);
-        }
-        const bool isLast = _steps == Steps::Mean;
-        if (_srcType == _dstType) {
-            _mean(planes[0], planes[1], planes[2], isLast ? out : grey, block);
-        } else {
-            _mean(planes[0], planes[1], planes[2], mean, block);
-            _convert(mean, isLast ? out : grey, block);
-        }
-        if (_steps == Steps::MeanAndFill)
+        std::byte* const greys = isLast ? out : grey;
+        TakeMeans(values, isConverted ? mean : greys, block);
+        if (isConverted)
+            _convert(mean, greys, block);
+        if (_steps == Steps::MeanAndFill) {
             _behind.Run(grey, out, block);
-        else if (_steps == Steps::MeanAndChannel)
+        } else if (_steps == Steps::MeanAndChannel) {
+            _planes[3].Run(values, isConverted ? given : beside, block);
+            if (isConverted)
+                _convert(given, beside, block);
             _interleave(_greyIsFirst ? grey : beside, _greyIsFirst ? beside : grey, out, block);
+        }
     }
+}
+
+void ConversionPlan::TakeMeans(const std::byte* src, std::byte* dst, Int count) const {
+    if (_meanOfPixels)
+        return _meanOfPixels(_meanTable, src, dst, count);
+    alignas(64) std::byte planes[3][kPlaneBytes];
+    for (int i = 0; i < 3; ++i)
+        _planes[i].Run(src, planes[i], count);
+    _mean(planes[0], planes[1], planes[2], dst, count);
 }
 
 }  // namespace orvik::pixel

@@ -85,6 +85,7 @@ private:
     void RunFill(std::byte* dst, Int count) const;
     void RunPixels(const std::byte* src, std::byte* dst, Int count) const;
     void RunMean(const std::byte* src, std::byte* dst, Int count) const;
+    void TakeMeans(const std::byte* src, std::byte* dst, Int count) const;
 
     BaseArray<Channel> _channels;
     ComponentType _meanType = ComponentType::None;
@@ -99,6 +100,8 @@ private:
     Int _srcPixel = 0, _dstPixel = 0, _blockPixels = 0;     ///< bytes, bytes, pixels
     ConvertRunFunction _convert = nullptr;
     MeanRunFunction _mean = nullptr;
+    MeanOfPixelsFunction _meanOfPixels = nullptr;  ///< instead of planes
+    MeanTable _meanTable;
     InterleaveFunction _interleave = nullptr;
     PixelShuffle _before, _behind;
     PixelShuffle _planes[4];  ///< red, green, blue and the channel beside the grey

@@ -18,36 +18,64 @@ void PixelShuffle::Init(const KernelSet& kernels, int srcCount, int dstCount, co
     std::copy_n(sources, dstCount, _sources);
     _table.srcPixel = srcCount * elementBytes;
     _table.dstPixel = dstCount * elementBytes;
-    if (kernels.laneBytes > 0 && FillTable(kernels.laneBytes, kernels.blockBytes))
-        _shuffle = kernels.shuffle[_table.blocks - 1][_table.windows - 1];
+    if (kernels.laneBytes > 0) {
+        if (!FillPeriod(kernels.laneBytes, kernels.vectorBytes))
+            return;
+        _fewest = _table.pixels;
+    } else if (kernels.vectorBytes > 0) {
+        FillBlock(kernels.vectorBytes);
+    } else {
+        return;
+    }
+    _shuffle = kernels.shuffle[_table.blocks - 1][_table.windows - 1];
 }
 
-bool PixelShuffle::FillTable(int laneBytes, int blockBytes) {
+/// The source byte of a byte of the destination, or -1 where a constant stands.
+int PixelShuffle::FindSource(int dstByte) const {
+    const PermuteSource& source = _sources[dstByte % _table.dstPixel / _elementBytes];
+    if (source.channel < 0)
+        return -1;
+    return dstByte / _table.dstPixel * _table.srcPixel + source.channel * _elementBytes + dstByte % _elementBytes;
+}
+
+void PixelShuffle::FillBlock(int vectorBytes) {
+    _table.blocks = 1;
+    _table.pixels = std::min(vectorBytes / _table.dstPixel, ShuffleTable::kMaxWindows * vectorBytes / _table.srcPixel);
+    _table.windows = (_table.pixels * _table.srcPixel + vectorBytes - 1) / vectorBytes;
+    for (int i = 0; i < vectorBytes; ++i) {
+        const bool isBehind = i >= _table.pixels * _table.dstPixel;
+        const int source = isBehind ? i : FindSource(i);
+        _table.picks[0][0][i] = static_cast<uint8_t>(std::max(source, 0));
+        if (source < 0) {
+            _table.picks[0][1][i] = 0x80;
+            _table.fill[0][i] =
+                static_cast<uint8_t>(_sources[i % _table.dstPixel / _elementBytes].fill[i % _elementBytes]);
+        }
+    }
+}
+
+bool PixelShuffle::FillPeriod(int laneBytes, int vectorBytes) {
     // Windows never leave their period, so that a run is read from its first byte to its last and nowhere else. The
     // period therefore has at least the bytes of a window.
     int blocks = 1;
-    while (blocks * blockBytes % _table.dstPixel != 0 ||
-           blocks * blockBytes / _table.dstPixel * _table.srcPixel < laneBytes) {
+    while (blocks * vectorBytes % _table.dstPixel != 0 ||
+           blocks * vectorBytes / _table.dstPixel * _table.srcPixel < laneBytes) {
         if (++blocks > ShuffleTable::kMaxBlocks)
             return false;
     }
     _table.blocks = blocks;
-    _table.pixels = blocks * blockBytes / _table.dstPixel;
+    _table.pixels = blocks * vectorBytes / _table.dstPixel;
     const int lastWindow = _table.pixels * _table.srcPixel - laneBytes;
     std::memset(_table.picks, 0x80, sizeof(_table.picks));
     for (int block = 0; block < blocks; ++block) {
-        for (int lane = 0; lane < blockBytes / laneBytes; ++lane) {
+        for (int lane = 0; lane < vectorBytes / laneBytes; ++lane) {
             int wanted[ShuffleTable::kMaxBlockBytes];  // the source byte of each byte of the lane
             for (int i = 0; i < laneBytes; ++i) {
-                const int at = block * blockBytes + lane * laneBytes + i;
-                const int pixel = at / _table.dstPixel, byte = at % _table.dstPixel;
-                const PermuteSource& source = _sources[byte / _elementBytes];
-                const int inElement = byte % _elementBytes;
-                wanted[i] = -1;
-                if (source.channel >= 0)
-                    wanted[i] = pixel * _table.srcPixel + source.channel * _elementBytes + inElement;
-                else
-                    _table.fill[block][lane * laneBytes + i] = static_cast<uint8_t>(source.fill[inElement]);
+                const int at = block * vectorBytes + lane * laneBytes + i;
+                wanted[i] = FindSource(at);
+                if (wanted[i] < 0)
+                    _table.fill[block][lane * laneBytes + i] =
+                        static_cast<uint8_t>(_sources[at % _table.dstPixel / _elementBytes].fill[at % _elementBytes]);
             }
             for (int window = 0;; ++window) {
                 int first = -1;

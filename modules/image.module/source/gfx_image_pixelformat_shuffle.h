@@ -18,17 +18,20 @@ public:
 
     /// Any count. The runs must not overlap; pixels of equal size may be rearranged in place.
     void Run(const std::byte* src, std::byte* dst, Int count) const {
-        if (count >= _table.pixels && _shuffle) [[likely]]
+        if (count >= _fewest && _shuffle) [[likely]]
             _shuffle(_table, src, dst, count);
         else
             RunShort(src, dst, count);
     }
 
 private:
-    bool FillTable(int laneBytes, int blockBytes);
+    int FindSource(int dstByte) const;
+    bool FillPeriod(int laneBytes, int vectorBytes);
+    void FillBlock(int vectorBytes);
     void RunShort(const std::byte* src, std::byte* dst, Int count) const;
 
     ShuffleFunction _shuffle = nullptr;  ///< null when bytes are not shuffled here
+    Int _fewest = 1;                     ///< pixels that it takes
     ShuffleTable _table;
     PermuteSource _sources[kMaxChannels];
     int _srcCount = 0, _dstCount = 0, _elementBytes = 1;
