@@ -91,42 +91,6 @@ struct Ratio {
     double ofCopy = 0;   ///< speed as a part of that of memcpy
 };
 
-/// Runs a conversion and a copy of the same number of bytes by turns. The copy reads and writes the mean of what the
-/// conversion reads and writes, in calls of the same number.
-template <class Run>
-Ratio Measure(const Buffers& buffers, const Walk& walk, Int srcBytes, Int dstBytes, const Run& run, int rounds) {
-    const size_t copyBytes = static_cast<size_t>((srcBytes + dstBytes) * walk.run / 2);
-    std::vector<double> own, copy;
-    for (int round = 0; round <= rounds; ++round) {
-        const double ownSeconds = SecondsOf([&] {
-            for (Int repeat = 0; repeat < walk.repeats; ++repeat) {
-                for (Int call = 0; call < walk.calls; ++call)
-                    run(buffers.src + call * walk.run * srcBytes, buffers.dst + call * walk.run * dstBytes,
-                        static_cast<int>(walk.run));
-            }
-        });
-        const double copySeconds = SecondsOf([&] {
-            for (Int repeat = 0; repeat < walk.repeats; ++repeat) {
-                for (Int call = 0; call < walk.calls; ++call) {
-                    std::byte* to = buffers.dst + static_cast<size_t>(call) * copyBytes;
-                    std::memcpy(to, buffers.src + static_cast<size_t>(call) * copyBytes, copyBytes);
-                    __asm__ volatile("" : : "r"(to) : "memory");
-                }
-            }
-        });
-        if (round == 0)
-            continue;  // warms up
-        own.push_back(ownSeconds);
-        copy.push_back(copySeconds);
-    }
-    return {Median(own), Median(copy) / Median(own)};
-}
-
-Row MakeRow(const std::string& name, const Walk& walk, const Ratio& ratio) {
-    const double pixels = static_cast<double>(walk.run * walk.calls * walk.repeats);
-    return {name, pixels / ratio.seconds / 1e6, "Mpixel/s", ratio.ofCopy, "memcpy"};
-}
-
 /// One conversion, called as a program calls it.
 struct OwnRun {
     ConvertPixelFunc function;
@@ -137,6 +101,54 @@ struct OwnRun {
         (void)function({to, dstBits, 0}, count, {from, srcBits, 0}, CONVERTPIXELFLAGS::NONE);
     }
 };
+
+/// Runs a conversion, its peers and a copy of the same number of bytes by turns. The copy reads and writes the mean of
+/// what the conversion reads and writes, in calls of the same number.
+/// @return  one for the conversion and one for each peer
+std::vector<Ratio> Measure(const Buffers& buffers, const Walk& walk, Int srcBytes, Int dstBytes, const OwnRun& own,
+                           const std::vector<PixelPeer>& peers, int rounds) {
+    const auto walkThrough = [&](Int srcStep, Int dstStep, const auto& call) {
+        return SecondsOf([&] {
+            for (Int repeat = 0; repeat < walk.repeats; ++repeat) {
+                for (Int i = 0; i < walk.calls; ++i)
+                    call(buffers.src + i * srcStep, buffers.dst + i * dstStep);
+            }
+        });
+    };
+    const Int srcStep = srcBytes * walk.run, dstStep = dstBytes * walk.run, copyStep = (srcStep + dstStep) / 2;
+    std::vector<double> copy;
+    std::vector<std::vector<double>> sides(1 + peers.size());
+    for (int round = 0; round <= rounds; ++round) {
+        std::vector<double> seconds;
+        const auto convert = [&](const auto& run) {
+            seconds.push_back(walkThrough(srcStep, dstStep, [&](const std::byte* from, std::byte* to) {
+                run(from, to, static_cast<int>(walk.run));
+            }));
+        };
+        convert(own);
+        const double copySeconds = walkThrough(copyStep, copyStep, [&](const std::byte* from, std::byte* to) {
+            std::memcpy(to, from, static_cast<size_t>(copyStep));
+            __asm__ volatile("" : : "r"(to) : "memory");
+        });
+        for (const PixelPeer& peer : peers)
+            convert(peer.run);
+        if (round == 0)
+            continue;  // warms up
+        copy.push_back(copySeconds);
+        for (size_t i = 0; i < sides.size(); ++i)
+            sides[i].push_back(seconds[i]);
+    }
+    std::vector<Ratio> ratios;
+    for (const std::vector<double>& side : sides)
+        ratios.push_back({Median(side), Median(copy) / Median(side)});
+    return ratios;
+}
+
+Row MakeRow(const std::string& name, const Walk& walk, const Ratio& ratio) {
+    const double pixels = static_cast<double>(walk.run * walk.calls * walk.repeats);
+    return {name, pixels / ratio.seconds / 1e6, "Mpixel/s", ratio.ofCopy, "memcpy"};
+}
+
 OwnRun FindRun(const PixelFormat& src, const PixelFormat& dst) {
     bool isColorProfileConversion = false;
     Result<ConvertPixelFunc> convert =
@@ -156,28 +168,27 @@ std::string TailOf(const PixelFormat& format) {
 Int BytesOf(const PixelFormat& format) { return format->GetBitsPerPixel().GetBits() / 8; }
 
 void MeasurePairs(const Buffers& buffers, const std::regex& wanted, std::vector<Row>& rows) {
-    const std::vector<PixelPeer> peers = GetPixelPeers();
+    const std::vector<PixelPeer> allPeers = GetPixelPeers();
     for (const Pair& pair : kPairs) {
         const PixelFormat src = FormatOf(pair.src), dst = FormatOf(pair.dst);
         const OwnRun own = FindRun(src, dst);
+        std::vector<PixelPeer> peers;
+        std::copy_if(allPeers.begin(), allPeers.end(), std::back_inserter(peers),
+                     [&](const PixelPeer& peer) { return peer.pair == pair.name; });
         double big = 0;
         for (const Walk& walk : {kBig, kCache, kShort}) {
             const std::string name = std::string("pixel.") + pair.name + "." + walk.name;
             if (!own || !std::regex_search(name, wanted))
                 continue;
-            const auto measure = [&](const std::string& row, const auto& run) {
-                rows.push_back(MakeRow(row, walk, Measure(buffers, walk, BytesOf(src), BytesOf(dst), run, kRounds)));
-            };
-            measure(name, own);
+            const std::vector<Ratio> ratios = Measure(buffers, walk, BytesOf(src), BytesOf(dst), own, peers, kRounds);
+            rows.push_back(MakeRow(name, walk, ratios[0]));
             const double speed = rows.back().value;
+            for (size_t i = 0; i < peers.size(); ++i)
+                rows.push_back(MakeRow(name + "." + peers[i].name, walk, ratios[i + 1]));
             if (walk.run == kBig.run)
                 big = speed;
             else if (walk.run == kShortRun && big > 0)
                 rows.push_back({name + ".of_big", speed, "Mpixel/s", speed / big, "big"});
-            for (const PixelPeer& peer : peers) {
-                if (peer.pair == pair.name)
-                    measure(name + "." + peer.name, peer.run);
-            }
         }
     }
 }
@@ -202,7 +213,7 @@ void MeasureAllDirect(const Buffers& buffers, std::vector<Row>& rows) {
             const OwnRun run = FindRun(src, dst);
             if (!run)
                 continue;
-            const Ratio ratio = Measure(buffers, kBig, BytesOf(src), BytesOf(dst), run, kQuickRounds);
+            const Ratio ratio = Measure(buffers, kBig, BytesOf(src), BytesOf(dst), run, {}, kQuickRounds)[0];
             logarithms += std::log(ratio.ofCopy);
             pairs.push_back(MakeRow("pixel.direct." + TailOf(src) + "_to_" + TailOf(dst) + ".big", kBig, ratio));
         }

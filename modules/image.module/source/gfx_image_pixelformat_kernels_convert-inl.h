@@ -217,7 +217,7 @@ HWY_INLINE hn::Vec<hn::Repartition<uint16_t, DF>> FloatsToHalves(DF df, hn::Vec<
         // 65500 truncates to 0x7BFE, so limiting the halves gives the same as limiting the floats.
         const auto magnitude = hn::Min(hn::And(half, hn::Set(dh, 0x7FFF)), hn::Set(dh, 0x7BFE));
         if (!HasNan(dh, half)) [[likely]]
-            return hn::IfVecThenElse(hn::Set(dh, 0x8000), half, magnitude);
+            return hn::Or(magnitude, hn::And(half, hn::Set(dh, 0x8000)));
     }
     return PackWords(hn::RebindToSigned<DF>(), FloatToHalfBits(df, a), FloatToHalfBits(df, b));
 }
