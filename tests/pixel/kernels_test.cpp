@@ -225,16 +225,18 @@ TEST(Kernels, MeansOfPixelsOfEveryLengthAndPlace) {
     }
 }
 
-TEST(Kernels, NotANumberBetweenNumbers) {
-    // One such value takes its neighbours along a road of their own.
+TEST(Kernels, InfiniteAndNotANumberBetweenNumbers) {
+    // Such a value takes its neighbours along a road of their own.
     constexpr Int kCount = 130;
     const struct {
         ComponentType src, dst;
-        uint32_t nan;
+        uint32_t special;
     } kCases[] = {
         {ComponentType::F16, ComponentType::F32, 0x7C01},     {ComponentType::F16, ComponentType::F32, 0xFE55},
         {ComponentType::F32, ComponentType::F16, 0x7F800001}, {ComponentType::F32, ComponentType::F16, 0xFFC12345},
         {ComponentType::F32, ComponentType::U8, 0x7FC00000},  {ComponentType::F32, ComponentType::S16, 0xFFC00000},
+        {ComponentType::F32, ComponentType::F16, 0x7F800000}, {ComponentType::F32, ComponentType::F16, 0xFF800000},
+        {ComponentType::F16, ComponentType::F32, 0xFC00},     {ComponentType::F32, ComponentType::U8, 0x7F800000},
         {ComponentType::F16, ComponentType::U16, 0x7E00},     {ComponentType::F16, ComponentType::U32, 0xFC01},
     };
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
@@ -242,7 +244,7 @@ TEST(Kernels, NotANumberBetweenNumbers) {
             const Int srcBytes = GetComponentBits(entry.src) / 8, dstBytes = GetComponentBits(entry.dst) / 8;
             for (Int at = 0; at < kCount; ++at) {
                 Bytes source = FiniteBytes(static_cast<size_t>(kCount * srcBytes), 21);
-                std::memcpy(source.data() + at * srcBytes, &entry.nan, static_cast<size_t>(srcBytes));
+                std::memcpy(source.data() + at * srcBytes, &entry.special, static_cast<size_t>(srcBytes));
                 Bytes expected(static_cast<size_t>(kCount * dstBytes)), found = expected;
                 pixel::GetConvertStrided(entry.src, entry.dst)(source.data(), srcBytes, expected.data(), dstBytes,
                                                                kCount);
