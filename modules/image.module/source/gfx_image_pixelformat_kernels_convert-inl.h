@@ -303,11 +303,21 @@ HWY_INLINE hn::Vec<hn::Rebind<int32_t, DF>> ScaleAndLimit(DF df, hn::Vec<DF> val
     using F = hn::TFromD<DF>;
     const auto limit = hn::Set(df, scale);
     const auto scaled = hn::Add(hn::Mul(value, limit), hn::Set(df, F(0.5)));
-    if constexpr (sizeof(F) == 8)
-        return hn::DemoteTo(hn::Rebind<int32_t, DF>(),
-                            hn::Min(hn::IfThenElseZero(hn::Gt(scaled, hn::Zero(df)), scaled), limit));
-    else
-        return Truncate(df, hn::Min(limit, scaled));  // in this order NaN passes
+    const auto cut = hn::Min(limit, scaled);  // in this order NaN passes on machines where it becomes negative
+    if constexpr (sizeof(F) == 4) {
+        return Truncate(df, cut);
+    } else {
+        const hn::Rebind<int32_t, DF> di;
+#if HWY_TARGET <= HWY_AVX3
+        if constexpr (hn::MaxLanes(DF()) == 8)
+            return hn::Vec<decltype(di)>{_mm512_cvttpd_epi32(cut.raw)};
+#endif
+#if HWY_TARGET <= HWY_AVX2
+        if constexpr (hn::MaxLanes(DF()) == 4)
+            return hn::Vec<decltype(di)>{_mm256_cvttpd_epi32(cut.raw)};
+#endif
+        return hn::DemoteTo(di, hn::IfThenElseZero(hn::Gt(scaled, hn::Zero(df)), cut));
+    }
 }
 
 /// A vector of 32-bit lanes from floats of any width, scaled and limited.
