@@ -43,11 +43,12 @@ Bytes BmpParts::Make() const {
     }
     if (headerSize >= 124) {
         Append(head, 4, 4);
-        Append(head, headerSize, 4);
+        Append(head, headerSize + palette.size(), 4);
         Append(head, profile.size(), 4);
         Append(head, 0, 4);
     }
     head.resize(std::max(head.size(), size_t(headerSize)));
+    head.insert(head.end(), palette.begin(), palette.end());
     head.insert(head.end(), profile.begin(), profile.end());
 
     Bytes file = {'B', 'M'};

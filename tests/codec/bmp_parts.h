@@ -16,7 +16,8 @@ struct BmpParts {
     uint32_t colorsUsed = 0;
     uint32_t red = 0, green = 0, blue = 0, alpha = 0;
     uint32_t space = 0x73524742;
-    Bytes profile = {};  ///< behind the header
+    Bytes palette = {};  ///< behind the header
+    Bytes profile = {};  ///< behind the palette
     Bytes rows = {};     ///< as they stand in the file
     Bytes Make() const;
 };

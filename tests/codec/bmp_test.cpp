@@ -141,7 +141,12 @@ TEST_F(BmpTest, RefusesDamage) {
         {"width -1", with(good, [](auto& p) { p.width = -1; }), "mediasessionwrongtype", "Invalid Image width: -1."},
         {"compression 4", with(good, [](auto& p) { p.compression = 4; }), "mediasessionwrongtype",
          "unsupported bmp compression (4)."},
-        {"run lengths of 24 bits", with(good, [](auto& p) { p.compression = 1; }), "mediasessionwrongtype", ""},
+        {"run lengths that are none",
+         with(good,
+              [](auto& p) {
+                  p.compression = 1, p.rows = {0, 1};
+              }),
+         "mediasessionwrongtype", "Illegal RLE compression (missing data)."},
         {"more rows than bytes", with(good, [](auto& p) { p.height = 3; }), "mediasessionwrongtype", ""},
         {"least height", with(good, [](auto& p) { p.height = INT32_MIN; }), "mediasessionwrongtype", ""},
         {"greatest size", with(good, [](auto& p) { p.width = p.height = INT32_MAX; }), "outofmemory", ""},

@@ -1,6 +1,8 @@
 #include "media_io_bmp.h"
 
 #include "decode_limits.h"
+#include "media_io_bmp_runs.h"
+#include "media_io_palette.h"
 
 namespace orvik {
 
@@ -85,8 +87,10 @@ Result<BmpInfo> ReadInfoHeader(EndianReader& in) {
     if (info.size == kV3Size && info.IsCompression(Compression::BitFields) &&
         (info.bitCount == 16 || info.bitCount == 32))
         TRY(ReadMasks(in, info));
-    if (info.size < kV3MaskSize)
+    if (info.size < kV3MaskSize) {
+        TRY(in.Skip(Int(info.size) - kV3Size));  // masks do not count before 56 bytes
         return info;
+    }
     TRY(ReadMasks(in, info));
     info.alphaMask = TRY(in.ReadU32());
     if (info.size < kV4Size) {
@@ -268,15 +272,24 @@ private:
     Result<void> CheckSize(const InputStreamRef& stream) const;
     Result<void> AddStreams(const ColorProfile& profile);
     Result<void> DescribeResolution(MediaStreamFormat& format) const;
-    Result<void> DecodeRows(const InputStreamRef& stream, RowSink& image, RowSink& alpha);
+    Result<PixelFormat> ReadPalette(const InputStreamRef& stream) const;
+    Result<void> DecodeRows(const InputStreamRef& stream);
+    Result<void> DecodeRuns(const InputStreamRef& stream);
+    Result<void> DeliverRow(Int done, const std::byte* row);
 
-    /// Where the rows start: what the file header says, else behind the headers.
-    Int GetPixelPosition() const { return _header.pixelOffset ? _header.pixelOffset : _headerEnd; }
+    Int GetPaletteEntryBytes() const { return _info.size == kCoreHeaderSize ? 3 : 4; }
+    /// Where the rows start: what the file header says, else behind headers and palette.
+    Int GetPixelPosition() const {
+        return _header.pixelOffset ? _header.pixelOffset : _headerEnd + _paletteSize * GetPaletteEntryBytes();
+    }
 
     FileHeader _header;
     BmpInfo _info;
     Int _headerEnd = 0;
+    Int _paletteSize = 0;  ///< entries
     PixelLayout _layout;
+    RowSink* _image = nullptr;
+    RowSink* _alpha = nullptr;
     ImageImportStreamRef _imageStream;
     ImageImportStreamRef _alphaStream;
 };
@@ -285,7 +298,10 @@ void BmpImporter::ResetHeader() {
     _header = {};
     _info = {};
     _headerEnd = 0;
+    _paletteSize = 0;
     _layout = {};
+    _image = nullptr;
+    _alpha = nullptr;
     _imageStream = nullptr;
     _alphaStream = nullptr;
 }
@@ -306,20 +322,21 @@ Result<void> BmpImporter::ReadHeader(const InputStreamRef& stream) {
         return MediaSessionWrongTypeError("Invalid Image width: @.", _info.width);
     if (_info.compression > uint32_t(Compression::BitFields))
         return MediaSessionWrongTypeError("unsupported bmp compression (@).", _info.compression);
-    TRY(GetPaletteSize(_info));
+    _paletteSize = TRY(GetPaletteSize(_info));
     _layout = TRY(ChooseLayout(_info));
     TRY(CheckSize(stream));
     return AddStreams(profile);
 }
 
-/// The rows must be there before memory is spent on them.
+/// The rows must be there before memory is spent on them. Runs can be many times shorter than their rows, and jumps
+/// shorter still; those of a small picture cost little in any case.
 Result<void> BmpImporter::CheckSize(const InputStreamRef& stream) const {
     Int bytes = RowBytes(_info.width, _info.bitCount);
     if (bytes < 0 || __builtin_mul_overflow(bytes, _info.AbsoluteHeight(), &bytes))
         return OutOfMemoryError();
-    constexpr Int kBestRunLength = 128;
+    constexpr Int kBestRunLength = 128, kSmall = Int(16) << 20;
     if (_info.IsRunLength())
-        bytes /= kBestRunLength;
+        bytes = bytes <= kSmall ? 0 : bytes / kBestRunLength;
     const Result<Int> length = stream->GetStreamLength();
     if (length && bytes > *length - GetPixelPosition())
         return MediaSessionWrongTypeError();
@@ -370,16 +387,50 @@ Result<void> BmpImporter::DescribeResolution(MediaStreamFormat& format) const {
 }
 
 Result<void> BmpImporter::DecodePixels(const InputStreamRef& stream) {
-    RowSink& image = *TRY(OpenSink(_imageStream, _layout.format));
-    RowSink& alpha = *TRY(OpenSink(_alphaStream, GetFormat(pixelformats::kAlphaU8)));
-    if (_info.IsRunLength())
-        return MediaSessionWrongTypeError();
+    PixelFormat format = _layout.format;
+    if (_paletteSize != 0)
+        format = TRY(ReadPalette(stream));
     TRY(stream->Seek(GetPixelPosition()));
-    return DecodeRows(stream, image, alpha);
+    _image = TRY(OpenSink(_imageStream, format));
+    _alpha = TRY(OpenSink(_alphaStream, GetFormat(pixelformats::kAlphaU8)));
+    return _info.IsRunLength() ? DecodeRuns(stream) : DecodeRows(stream);
+}
+
+/// Entries of blue, green, red, and behind all headers but the oldest a fourth byte. That is 0 in most files; where an
+/// entry has another value, the bytes are taken as transparency.
+Result<PixelFormat> BmpImporter::ReadPalette(const InputStreamRef& stream) const {
+    const Int entryBytes = GetPaletteEntryBytes();
+    BaseArray<std::byte> colors;
+    TRY(colors.Resize(_paletteSize * entryBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(stream->Seek(_headerEnd));
+    TRY(stream->Read(colors.ToBlock()));
+    if (entryBytes == 3)
+        return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgrU8), colors.ToBlock());
+
+    bool hasTransparency = false;
+    for (Int i = 0; i < _paletteSize; ++i) {
+        std::byte& fourth = colors[i * 4 + 3];
+        hasTransparency |= fourth != std::byte(0);
+        fourth = ~fourth;
+    }
+    if (hasTransparency)
+        return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgraU8), colors.ToBlock());
+    for (Int i = 0; i < _paletteSize; ++i)
+        std::memmove(&colors[i * 3], &colors[i * 4], 3);
+    return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgrU8),
+                             colors.ToBlock().first(size_t(_paletteSize) * 3));
+}
+
+/// @param done  rows of the file before this one
+Result<void> BmpImporter::DeliverRow(Int done, const std::byte* row) {
+    const Int y = _info.height > 0 ? _info.height - 1 - done : done;
+    const BITS stride = _layout.GetStride();
+    TRY(_image->PushRow(y, {row + _layout.leadingFiller, stride}));
+    return _alpha->PushRow(y, {row + _layout.alphaOffset, stride});
 }
 
 /// Uncompressed rows, as many at a time as a small buffer takes.
-Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream, RowSink& image, RowSink& alpha) {
+Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream) {
     constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
     const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
     if (rowBytes == 0 || height == 0)
@@ -389,19 +440,42 @@ Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream, RowSink& imag
     BaseArray<std::byte> buffer;
     TRY(buffer.Resize(rowsAtOnce * rowBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
 
-    const bool bottomUp = _info.height > 0;
-    const BITS stride = _layout.GetStride();
     for (Int done = 0; done < height;) {
         const Int rows = std::min(rowsAtOnce, height - done);
         TRY(stream->Read(buffer.ToBlock().first(rows * rowBytes)));
-        for (const std::byte* row = buffer.GetFirst(); row != buffer.GetFirst() + rows * rowBytes; row += rowBytes) {
+        for (Int i = 0; i < rows; ++i, ++done) {
             TRY(ReportProgress(done, height));
-            const Int y = bottomUp ? height - 1 - done : done;
-            TRY(image.PushRow(y, {row + _layout.leadingFiller, stride}));
-            TRY(alpha.PushRow(y, {row + _layout.alphaOffset, stride}));
-            ++done;
+            TRY(DeliverRow(done, buffer.GetFirst() + i * rowBytes));
         }
     }
+    return {};
+}
+
+/// Compressed rows. All of the input is held, which the file bounds: by what two of its fields say, and by its length.
+Result<void> BmpImporter::DecodeRuns(const InputStreamRef& stream) {
+    const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
+    if (rowBytes == 0 || height == 0)
+        return {};
+    const Int told = std::max(Int(_header.fileSize) - Int(_header.pixelOffset), Int(0));
+    const Int inputBytes = std::min({Int(_info.imageSize), told, GetBytesLeft(stream)});
+    BaseArray<std::byte> input, row;
+    TRY(CheckDecodeBuffer(inputBytes));
+    TRY(input.Resize(inputBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(stream->Read(input.ToBlock()));
+    TRY(CheckDecodeBuffer(rowBytes));
+    TRY(row.Resize(rowBytes, RESIZEFLAGS::FIT_TO_SIZE));
+
+    RunDecoder decoder(input.ToBlock(), _info.IsCompression(Compression::Rle4));
+    Int done = 0;
+    while (done < height) {
+        TRY(ReportProgress(done, height));
+        std::memset(row.GetFirst(), 0, size_t(rowBytes));
+        const Int skipped = TRY(decoder.DecodeLine(row.ToBlock(), done == height - 1));
+        TRY(DeliverRow(done, row.GetFirst()));
+        done += 1 + skipped;
+    }
+    if (done != height)
+        return MediaSessionWrongTypeError("Corrupt RLE compression.");
     return {};
 }
 

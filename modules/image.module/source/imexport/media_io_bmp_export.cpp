@@ -126,18 +126,25 @@ Result<void> BmpExporter::WriteColorFields(EndianWriter& out) const {
     return out.WriteBlock(_profileBytes);
 }
 
-/// From the bottom up.
+/// From the bottom up, as many rows at a time as a small buffer takes.
 Result<void> BmpExporter::WriteRows(const OutputStreamRef& output) const {
-    const Picture& picture = GetPicture();
-    BaseArray<std::byte> row;
-    TRY(row.Resize(_rowBytes));  // the filler at its end stays 0
-    const BITS stride(GetBitCount());
+    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between picture and file
     constexpr Int kAlphaByte = 3;
-    for (Int y = picture.height - 1; y >= 0; --y) {
-        TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), stride}));
-        if (_alpha)
-            TRY(_alpha.ReadRow(y, picture.width, {row.GetFirst() + kAlphaByte, stride}));
-        TRY(output->Write(row.ToBlock()));
+    const Picture& picture = GetPicture();
+    const Int rowsAtOnce = std::clamp(kBufferBytes / _rowBytes, Int(1), picture.height);
+    BaseArray<std::byte> buffer;
+    TRY(buffer.Resize(rowsAtOnce * _rowBytes));  // the fillers at the rows' ends stay 0
+    const BITS stride(GetBitCount());
+    for (Int y = picture.height; y > 0;) {
+        const Int rows = std::min(rowsAtOnce, y);
+        for (Int i = 0; i < rows; ++i) {
+            std::byte* row = buffer.GetFirst() + i * _rowBytes;
+            --y;
+            TRY(_image.ReadRow(y, picture.width, {row, stride}));
+            if (_alpha)
+                TRY(_alpha.ReadRow(y, picture.width, {row + kAlphaByte, stride}));
+        }
+        TRY(output->Write(buffer.ToBlock().first(rows * _rowBytes)));
     }
     return {};
 }
