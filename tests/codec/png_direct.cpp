@@ -33,6 +33,8 @@ bool Write(png_structp png, png_infop info, PngPicture& picture, std::vector<png
                  picture.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, 0, 0);
     if (!picture.palette.empty())
         png_set_PLTE(png, info, picture.palette.data(), int(picture.palette.size()));
+    if (!picture.alphas.empty())
+        png_set_tRNS(png, info, picture.alphas.data(), int(picture.alphas.size()), nullptr);
     if (picture.hasKey)
         png_set_tRNS(png, info, nullptr, 1, &picture.key);
     if (picture.xPerMetre || picture.yPerMetre)

@@ -22,6 +22,7 @@ struct PngPicture {
     std::string profileName = {};
     std::vector<uint8_t> profile = {};
     std::vector<png_color> palette = {};
+    std::vector<uint8_t> alphas = {};  ///< of the first colours of the palette
 
     size_t RowBytes() const;
 };

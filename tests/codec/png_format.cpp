@@ -8,6 +8,13 @@
 namespace codectest {
 namespace {
 
+Bytes SrgbBytes() {
+    const ColorProfile profile = colorprofiles::Get(colorprofiles::kSrgb);
+    const Block<const std::byte> bytes = *profile.WriteProfileToMemory();
+    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
+    return Bytes(first, first + bytes.size());
+}
+
 std::vector<Sample> MakePngSamples() {
     Noise noise(8);
     std::vector<Sample> samples;
@@ -17,6 +24,22 @@ std::vector<Sample> MakePngSamples() {
     };
     add("png rgb 8", {.width = 4, .height = 3, .colorType = 2, .bitDepth = 8});
     add("png rgba 16 interlaced", {.width = 5, .height = 4, .colorType = 6, .bitDepth = 16, .interlaced = true});
+    add("png grey 16", {.width = 3, .height = 2, .colorType = 0, .bitDepth = 16});
+    add("png grey and alpha 8", {.width = 3, .height = 2, .colorType = 4, .bitDepth = 8});
+    add("png rgb 16 with a colour key",
+        {.width = 2, .height = 2, .colorType = 2, .bitDepth = 16, .hasKey = true, .key = {0, 1, 2, 3, 0}});
+    for (const int depth : {1, 2, 4, 8}) {
+        PngPicture picture{.width = 11, .height = 3, .colorType = 3, .bitDepth = depth, .interlaced = depth == 2};
+        picture.palette.assign(size_t(1) << depth, png_color{1, 2, 3});
+        if (depth > 2)
+            picture.alphas = {9};
+        add(("png palette " + std::to_string(depth)).c_str(), picture);
+    }
+    add("png grey 2 with a colour key",
+        {.width = 11, .height = 3, .colorType = 0, .bitDepth = 2, .hasKey = true, .key = {0, 0, 0, 0, 1}});
+    add("png with a resolution",
+        {.width = 1, .height = 1, .colorType = 2, .bitDepth = 8, .xPerMetre = 2835, .yPerMetre = 5669});
+    add("png with a profile", {.width = 1, .height = 1, .profileName = "p", .profile = SrgbBytes()});
     add("png grey 8 with a colour key",
         {.width = 4, .height = 2, .colorType = 0, .bitDepth = 8, .hasKey = true, .key = {0, 0, 0, 0, 9}});
     return samples;
@@ -66,6 +89,7 @@ std::vector<ForeignWriter> MakePngWriters() {
         "/usr/bin/python3 -c 'import sys; from PIL import Image; "
         "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); im.convert(sys.argv[2]).save("
         "sys.argv[3], \"PNG\")' %I ";
+    const std::string netpbm = magick + "-alpha off ppm:- | pnmtopng 2> /dev/null ";
     return {
         {"ImageMagick, with alpha", {"convert-im6.q16"}, magick + "PNG32:%O"},
         {"ImageMagick, interlaced", {"convert-im6.q16"}, magick + "-interlace PNG PNG32:%O"},
@@ -74,6 +98,21 @@ std::vector<ForeignWriter> MakePngWriters() {
         {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O"},
         {"Pillow, without alpha", {"PIL"}, pillow + "RGB %O", Opaque},
         {"netpbm", {"convert-im6.q16", "pnmtopng"}, magick + "-alpha off ppm:- | pnmtopng 2> /dev/null > %O", Opaque},
+        {"Pillow, grey", {"PIL"}, pillow + "L %O", Grey},
+        {"Pillow, one bit", {"PIL"}, pillow + "1 %O", BlackAndWhite},
+        {"Pillow, palette", {"PIL"}, pillow + "P %O", BlackAndWhite},
+        {"ImageMagick, palette", {"convert-im6.q16"}, magick + "-alpha off PNG8:%O", SixtyFourColors},
+        {"ImageMagick, interlaced palette",
+         {"convert-im6.q16"},
+         magick + "-alpha off -interlace PNG PNG8:%O",
+         SixteenColors},
+        {"netpbm, low depths", {"convert-im6.q16", "pnmtopng"}, netpbm + "> %O", SixteenColors},
+        {"netpbm, grey of 4 bits", {"convert-im6.q16", "pnmtopng"}, netpbm + "> %O", SixteenGreys},
+        {"netpbm, interlaced grey of 4 bits",
+         {"convert-im6.q16", "pnmtopng"},
+         netpbm + "-interlace > %O",
+         SixteenGreys},
+        {"netpbm, bits", {"convert-im6.q16", "pnmtopng"}, netpbm + "> %O", BlackAndWhite},
         {"netpbm, interlaced",
          {"convert-im6.q16", "pnmtopng"},
          magick + "-alpha off ppm:- | pnmtopng -interlace 2> /dev/null > %O",

@@ -179,14 +179,6 @@ TEST_F(PngTest, WritesAlphaOfAChildAndSwapsChannels) {
     EXPECT_EQ(written.rows, (Bytes{3, 2, 1, 7, 6, 5, 4, 9}));
 }
 
-TEST_F(PngTest, PalettesAndSmallDepthsGivePictures) {
-    const Bytes palette =
-        WritePng({.width = 2, .height = 1, .colorType = 3, .rows = {0, 1}, .palette = {{1, 2, 3}, {4, 5, 6}}});
-    EXPECT_EQ(RgbaOf(Loaded(palette)), (Bytes{1, 2, 3, 255, 4, 5, 6, 255}));
-    const Bytes grey = WritePng({.width = 2, .height = 1, .colorType = 0, .bitDepth = 2, .rows = {0x40}});
-    EXPECT_EQ(RgbaOf(Loaded(grey)), (Bytes{85, 85, 85, 255, 0, 0, 0, 255}));
-}
-
 TEST_F(PngTest, LibraryErrorsKeepTheirText) {
     Bytes file = WritePng({.width = 1, .height = 1, .rows = {1, 2, 3}});
     file[24] = 3;  // a bit depth that no colour type has, with a check sum that no longer fits

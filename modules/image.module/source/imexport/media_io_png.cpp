@@ -1,6 +1,7 @@
 #include "media_io_png.h"
 
 #include "decode_limits.h"
+#include "media_io_palette.h"
 #include "media_io_png_library.h"
 
 namespace orvik {
@@ -17,7 +18,11 @@ struct PngHeader {
     png_uint_32 width = 0, height = 0;
     int bitDepth = 0, colorType = 0, interlace = 0;
     bool isValid = false;
+    const png_color* palette = nullptr;
+    int paletteSize = 0;
     bool hasTransparency = false, transparencyIsValid = false;
+    const png_byte* alphas = nullptr;  ///< of the first colours of a palette
+    int alphaCount = 0;
     png_color_16 colorKey{};  ///< the one transparent colour of grey and RGB files
     const std::byte* profile = nullptr;
     png_uint_32 profileLength = 0;
@@ -32,12 +37,15 @@ void ReadPngHeader(png_structp png, png_infop info, PngHeader* header) {
     header->hasTransparency = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
     if (header->hasTransparency) {
         png_bytep alphas = nullptr;
-        int count = 0;
         png_color_16p color = nullptr;
-        header->transparencyIsValid = png_get_tRNS(png, info, &alphas, &count, &color) != 0;
+        header->transparencyIsValid = png_get_tRNS(png, info, &alphas, &header->alphaCount, &color) != 0;
+        header->alphas = alphas;
         if (color)
             header->colorKey = *color;
     }
+    png_colorp palette = nullptr;
+    if (png_get_PLTE(png, info, &palette, &header->paletteSize) != 0)
+        header->palette = palette;
     png_charp name = nullptr;
     int compression = 0;
     png_bytep profile = nullptr;
@@ -48,7 +56,7 @@ void ReadPngHeader(png_structp png, png_infop info, PngHeader* header) {
 }
 
 /// How the pixels of a colour type and depth are stored in the file, and how they are presented: with a colour key they
-/// gain an alpha.
+/// gain an alpha. Indices are presented with their colours, which may have alphas.
 struct PngPixels {
     int colorType;
     int bitDepth;
@@ -99,6 +107,8 @@ protected:
 
 private:
     Result<void> ChoosePixelFormats();
+    Result<PixelFormat> MakeGreyPalette() const;
+    Result<PixelFormat> MakeColorPalette() const;
     Result<void> CheckSize(const InputStreamRef& stream) const;
     Result<void> AddImageStream();
     Result<void> PrepareConversion();
@@ -144,15 +154,59 @@ Result<void> PngImporter::ReadHeader(const InputStreamRef& stream) {
 }
 
 Result<void> PngImporter::ChoosePixelFormats() {
-    for (const PngPixels& pixels : kPixels) {
-        if (pixels.colorType == _header.colorType && pixels.bitDepth == _header.bitDepth) {
-            _stored = PixelFormats::Get(pixels.stored);
-            _presented = PixelFormats::Get(_header.hasTransparency ? pixels.withColorKey : pixels.stored);
-            return {};
-        }
+    const auto* pixels = std::find_if(std::begin(kPixels), std::end(kPixels), [this](const PngPixels& row) {
+        return row.colorType == _header.colorType && row.bitDepth == _header.bitDepth;
+    });
+    if (pixels == std::end(kPixels))
+        return MediaSessionWrongTypeError("Unsupported PNG color type: @ and bitdepth: @.", _header.colorType,
+                                          _header.bitDepth);
+    if (_header.colorType == PNG_COLOR_TYPE_PALETTE) {
+        _stored = _presented = TRY(MakeColorPalette());
+    } else if (_header.bitDepth < 8) {
+        _stored = _presented = TRY(MakeGreyPalette());
+    } else {
+        _stored = PixelFormats::Get(pixels->stored);
+        _presented = PixelFormats::Get(_header.hasTransparency ? pixels->withColorKey : pixels->stored);
     }
-    return MediaSessionWrongTypeError("Unsupported PNG color type: @ and bitdepth: @.", _header.colorType,
-                                      _header.bitDepth);
+    return {};
+}
+
+/// The colours of a file of type 3. Those beyond the given alphas are opaque.
+Result<PixelFormat> PngImporter::MakeColorPalette() const {
+    const Int count = _header.paletteSize;
+    if (!_header.palette || count < 1)
+        return MediaSessionWrongTypeError("png_get_PLTE error.");
+    const Int bytes = _header.hasTransparency ? 4 : 3;
+    BaseArray<std::byte> colors;
+    TRY(colors.Resize(count * bytes));
+    for (Int i = 0; i < count; ++i) {
+        const png_color& color = _header.palette[i];
+        std::byte* entry = &colors[i * bytes];
+        entry[0] = std::byte(color.red);
+        entry[1] = std::byte(color.green);
+        entry[2] = std::byte(color.blue);
+        if (_header.hasTransparency)
+            entry[3] = i < _header.alphaCount ? std::byte(_header.alphas[i]) : std::byte(255);
+    }
+    return MakePaletteFormat(_header.bitDepth,
+                             PixelFormats::Get(_header.hasTransparency ? pixelformats::kRgbaU8 : pixelformats::kRgbU8),
+                             colors.ToBlock());
+}
+
+/// Grey of fewer than 8 bits: the levels as a palette, of which the colour key makes one transparent.
+Result<PixelFormat> PngImporter::MakeGreyPalette() const {
+    const Int count = Int(1) << _header.bitDepth;
+    const Int bytes = _header.hasTransparency ? 2 : 1;
+    BaseArray<std::byte> levels;
+    TRY(levels.Resize(count * bytes));
+    for (Int value = 0; value < count; ++value) {
+        levels[value * bytes] = std::byte(value * 255 / (count - 1));
+        if (_header.hasTransparency)
+            levels[value * bytes + 1] = std::byte(value == _header.colorKey.gray ? 0 : 255);
+    }
+    return MakePaletteFormat(
+        _header.bitDepth, PixelFormats::Get(_header.hasTransparency ? pixelformats::kGreyaU8 : pixelformats::kGreyU8),
+        levels.ToBlock());
 }
 
 /// The compressed data must be able to hold the picture before memory is spent on it.
