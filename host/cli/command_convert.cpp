@@ -16,7 +16,9 @@ Result<void> ChooseBitmapHeader(DataDictionary& settings, std::string_view forma
                                 const ConvertOptions& options) {
     const ImageBaseRef image =
         Cast<ImageBaseInterface>(picture.texture->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::IMAGE)));
-    const bool hasAlpha = FindAlpha(image) || image->GetPixelFormat()->HasAlpha();
+    const auto indexed = Cast<PixelFormatIndexedColorInterface>(image->GetPixelFormat());
+    const PixelFormat colors = indexed ? indexed->GetColorTablePixelFormat() : image->GetPixelFormat();
+    const bool hasAlpha = FindAlpha(image) || (colors && colors->HasAlpha());
     const Id header = settings.Get(mediaexport::kBmpInfoHeader, Id("V3"));
     if (formatName == "bmp" && (hasAlpha || !options.profile.empty()) && header == Id("V3"))
         return settings.Set(mediaexport::kBmpInfoHeader, Id("V5"));

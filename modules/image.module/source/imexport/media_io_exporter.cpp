@@ -1,6 +1,16 @@
 #include "media_io_exporter.h"
 
 namespace orvik {
+namespace {
+
+/// Indices have the alpha of their colours.
+bool HasAlpha(const PixelFormat& format) {
+    const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
+    const PixelFormat colors = indexed ? indexed->GetColorTablePixelFormat() : PixelFormat();
+    return format->HasAlpha() || (colors && colors->HasAlpha());
+}
+
+}  // namespace
 
 FileFormat ImageExporter::GetFileFormat() const {
     return Registry::Find<FileFormatInterface>(kFileFormatRegistry, _entry ? _entry->format : Id());
@@ -82,7 +92,7 @@ Result<void> ImageExporter::FindStreams(const MediaConverterRef& input) {
             _imageStream = exported;
             _picture.format = format;
             _picture.pixelFormat = TRY(format.Get(mediaformat::kPixelFormat));
-            _picture.hasOwnAlpha = _picture.pixelFormat->HasAlpha();
+            _picture.hasOwnAlpha = HasAlpha(_picture.pixelFormat);
         } else if (type == MEDIAFORMATTYPE::ALPHA && _imageStream && !_alphaStream && !_picture.hasOwnAlpha &&
                    exported->GetParent() == HierarchyObjectRef(_imageStream)) {
             TRY(exported->SubscribeStream(exported->GetSelectedFormat()));
