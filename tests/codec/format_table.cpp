@@ -38,10 +38,44 @@ Sample FindSample(std::string_view name) {
     return {};
 }
 
-Bytes Opaque(Bytes rgba) {
-    for (size_t i = 3; i < rgba.size(); i += 4)
-        rgba[i] = 255;
+namespace {
+
+/// @param map  changes red, green, blue of one pixel
+template <class F>
+Bytes MapColors(Bytes rgba, F map) {
+    for (size_t i = 0; i + 3 < rgba.size(); i += 4) {
+        map(&rgba[i]);
+        rgba[i + 3] = 255;
+    }
     return rgba;
+}
+
+}  // namespace
+
+Bytes Opaque(Bytes rgba) {
+    return MapColors(std::move(rgba), [](uint8_t*) {});
+}
+Bytes Grey(Bytes rgba) {
+    return MapColors(std::move(rgba), [](uint8_t* p) { p[0] = p[1] = p[2]; });
+}
+Bytes BlackAndWhite(Bytes rgba) {
+    return MapColors(std::move(rgba), [](uint8_t* p) { p[0] = p[1] = p[2] = p[2] & 0x10 ? 255 : 0; });
+}
+Bytes SixteenGreys(Bytes rgba) {
+    return MapColors(std::move(rgba), [](uint8_t* p) { p[0] = p[1] = p[2] = uint8_t((p[2] >> 4) * 17); });
+}
+Bytes SixteenColors(Bytes rgba) {
+    return MapColors(std::move(rgba), [](uint8_t* p) {
+        p[0] = p[0] & 0x80 ? 200 : 10;
+        p[1] = p[1] & 0x80 ? 190 : 20;
+        p[2] = uint8_t((p[2] >> 6) * 60);
+    });
+}
+Bytes SixtyFourColors(Bytes rgba) {
+    return MapColors(std::move(rgba), [](uint8_t* p) {
+        for (int c = 0; c < 3; ++c)
+            p[c] = uint8_t((p[c] >> 6) * 70 + c);
+    });
 }
 
 void Put32(Bytes& bytes, size_t at, uint32_t value, bool bigEndian) {

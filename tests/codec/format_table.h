@@ -30,8 +30,10 @@ struct ExportVariant {
     DataDictionary settings = {};
     Bytes (*keeps)(Bytes rgba) = nullptr;  ///< what the file can hold of an RGBA picture; null for all
     int tolerance = 0;                     ///< steps by which a byte may be off
-    std::vector<std::string_view> unreadable =
-        {};  ///< programs that cannot read this, by the name of the table of readers
+    /// @{ Programs that cannot read this, or not a single pixel of it, by the names of the table of readers.
+    std::vector<std::string_view> unreadable = {};
+    std::vector<std::string_view> unreadablePixel = {};
+    /// @}
 };
 
 /// A way in which another program makes a file of this format.
@@ -40,7 +42,7 @@ struct ForeignWriter {
     std::vector<const char*> tools;  ///< programs it takes; "PIL" stands for the Python package
     /// Shell command; %I is a file of RGBA bytes, %W and %H its sides, %O the file to write.
     std::string command;
-    Bytes (*keeps)(Bytes rgba) = nullptr;
+    Bytes (*keeps)(Bytes rgba) = nullptr;  ///< makes a picture that the file can hold; null when it holds any
     int tolerance = 0;
 };
 
@@ -89,8 +91,13 @@ std::vector<Sample> MakeSamples();
 /// By its name.
 Sample FindSample(std::string_view name);
 
-/// @{ What files without alpha keep of a picture.
+/// @{ What some files keep of a picture: never an alpha.
 Bytes Opaque(Bytes rgba);
+Bytes Grey(Bytes rgba);
+Bytes BlackAndWhite(Bytes rgba);
+Bytes SixteenGreys(Bytes rgba);
+Bytes SixteenColors(Bytes rgba);
+Bytes SixtyFourColors(Bytes rgba);
 /// @}
 
 /// The first byte of each 32-bit number is the highest when `bigEndian`.

@@ -1,12 +1,14 @@
 // Damaged and hostile files, short memory, failing streams: a clear error or a picture, never more.
 
 #include <csignal>
+#include <ctime>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include "decode_limits.h"
 #include "format_table.h"
 #include "imexport/media_io_importer.h"
+#include "memory_watch.h"
 #include "png_direct.h"
 #include "tool_support.h"
 
@@ -15,14 +17,29 @@ namespace {
 
 class HostileTest : public CodecTest {};
 
-/// Loads, and reads what came of it.
+/// Loads, in bounded time and memory, and reads what came of it.
 std::string TryLoad(const Bytes& file) {
-    const Result<ImageTextureRef> texture = Load(file);
+    constexpr size_t kMostBytes = size_t(64) << 20;  // a small file may lawfully describe a picture of 16 MiB
+    constexpr double kMostSeconds = 10;
+    const Url url = Mount(file);
+    const std::clock_t start = std::clock();
+    const MemoryWatch watch;
+    const Result<ImageTextureRef> texture = Load(url);
+    EXPECT_LE(watch.GetPeakBytes(), kMostBytes + 16 * file.size());
+    EXPECT_LE(double(std::clock() - start) / CLOCKS_PER_SEC, kMostSeconds);
     if (!texture)
         return KindOf(texture);
     EXPECT_FALSE(RgbaOf(*texture).empty() && FirstImage(*texture)->GetWidth() * FirstImage(*texture)->GetHeight() > 0);
     return "ok";
 }
+
+#ifdef __SANITIZE_ADDRESS__
+TEST_F(HostileTest, MemoryIsWatched) {
+    const MemoryWatch watch;
+    EXPECT_FALSE(Bytes(3000000).empty());
+    EXPECT_GE(watch.GetPeakBytes(), 3000000u);
+}
+#endif
 
 TEST_F(HostileTest, CutFilesGiveErrorsOrPictures) {
     for (const Sample& sample : MakeSamples()) {

@@ -46,12 +46,18 @@ const Size kSizes[] = {{1, 1}, {1, 9}, {2, 3}, {3, 2}, {5, 4}, {8, 8}, {37, 21},
 struct Kind {
     Id format;
     int bytes;
-    bool alphaChild;
+    bool alphaChild = false;
+    bool isWide = false;
 };
-const Kind kKinds[] = {{pixelformats::kGreyU8, 1, false}, {pixelformats::kGreyaU8, 2, false},
-                       {pixelformats::kRgbU8, 3, false},  {pixelformats::kRgbaU8, 4, false},
-                       {pixelformats::kBgrU8, 3, true},   {pixelformats::kRgbU16, 6, false},
-                       {pixelformats::kRgbaU16, 8, false}};
+const Kind kKinds[] = {
+    {pixelformats::kGreyU8, 1},
+    {pixelformats::kGreyaU8, 2},
+    {pixelformats::kRgbU8, 3},
+    {pixelformats::kRgbaU8, 4},
+    {.format = pixelformats::kBgrU8, .bytes = 3, .alphaChild = true},
+    {.format = pixelformats::kRgbU16, .bytes = 6, .isWide = true},
+    {.format = pixelformats::kRgbaU16, .bytes = 8, .isWide = true},
+};
 
 class ToolsTest : public CodecTest, public testing::WithParamInterface<std::string_view> {
 protected:
@@ -88,7 +94,10 @@ TEST_P(ToolsTest, OthersReadWhatWeWrite) {
                 const Result<void> saved = SaveTo(texture, format.name, Url(_scratch.Path(file)));
                 ASSERT_TRUE(saved) << saved.GetError()->ToString().GetCString();
                 for (const Reader* reader : readers) {
-                    if (std::count(variant.unreadable.begin(), variant.unreadable.end(), reader->name))
+                    const auto isIn = [reader](const std::vector<std::string_view>& names) {
+                        return std::count(names.begin(), names.end(), reader->name) != 0;
+                    };
+                    if (isIn(variant.unreadable) || (size.width * size.height == 1 && isIn(variant.unreadablePixel)))
                         continue;
                     SCOPED_TRACE(std::string(reader->name));
                     // A start of the interpreter is dear: it sees every third picture.
@@ -96,7 +105,9 @@ TEST_P(ToolsTest, OthersReadWhatWeWrite) {
                         continue;
                     Bytes read;
                     EXPECT_TRUE(RunShell(Filled(reader->command, 'O', Quoted(file)), &read));
-                    ExpectNear(read, variant.keeps ? variant.keeps(rgba) : rgba, variant.tolerance);
+                    // 16 bits become 8 by a shift here, by rounding elsewhere.
+                    const int tolerance = variant.tolerance + (kind.isWide ? 1 : 0);
+                    ExpectNear(read, variant.keeps ? variant.keeps(rgba) : rgba, tolerance);
                 }
             }
         }
@@ -118,7 +129,9 @@ TEST_P(ToolsTest, WeReadWhatOthersWrite) {
         }
         for (const Size& size : kSizes) {
             SCOPED_TRACE(testing::Message() << writer.what << " " << size.width << " x " << size.height);
-            const Bytes rgba = noise.Make(size_t(4 * size.width * size.height));
+            Bytes rgba = noise.Make(size_t(4 * size.width * size.height));
+            if (writer.keeps)
+                rgba = writer.keeps(rgba);
             WriteFile(_scratch.Path("in.rgba"), rgba);
             std::string command = Filled(writer.command, 'I', Quoted("in.rgba"));
             command = Filled(command, 'O', Quoted("out"));
@@ -127,7 +140,7 @@ TEST_P(ToolsTest, WeReadWhatOthersWrite) {
             ASSERT_TRUE(RunShell(command)) << command;
             const Result<ImageTextureRef> texture = Load(Url(_scratch.Path("out")));
             ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-            ExpectNear(RgbaOf(*texture), writer.keeps ? writer.keeps(rgba) : rgba, writer.tolerance);
+            ExpectNear(RgbaOf(*texture), rgba, writer.tolerance);
             ++read;
         }
     }

@@ -388,24 +388,6 @@ TEST_F(CompositorTest, CallersTakeAnyFormat) {
     }
 }
 
-/// Pixels that share their chroma in pairs, also where a layer begins inside a pair.
-TEST_F(CompositorTest, PairsOfPixelsAreNotParted) {
-    const PixelFormat pairs = FormatOf("yuv.i422a"), floats = PixelFormats::Get(pixelformats::kRgbaF32);
-    for (const int layers : {1, 2}) {
-        texture = LayerTree::MakeTexture();
-        const ImageRef image = AddImage(130, 1);
-        for (int i = 0; i < layers; ++i)
-            LayerTree::AddLayer(image, {.x = 1, .width = 100, .height = 1}, LayerTree::Noise(static_cast<unsigned>(i)));
-        const auto colors = ReadPixels<float>(image, pixelformats::kRgbaF32, MakeLayerSet({}));
-        std::vector<uint16_t> expected(130);
-        ASSERT_TRUE(pairs->ConvertPixelFromSlow({expected.data(), BITS(16)}, 130, {colors.data(), BITS(128)}, floats,
-                                                nullptr, nullptr, CONVERTPIXELFLAGS::NONE));
-        const auto read = ReadPixels<uint16_t, 1>(image, pairs->GetId(), MakeLayerSet({}));
-        for (size_t i = 0; i < 130; ++i)
-            EXPECT_EQ(read[i][0], expected[i]) << i;
-    }
-}
-
 /// Coordinates at the ends of their range lie beside every picture.
 TEST_F(CompositorTest, FarAwayLayersAreJustNotSeen) {
     constexpr Int kMost = std::numeric_limits<Int>::max(), kLeast = std::numeric_limits<Int>::min();
