@@ -38,9 +38,8 @@ std::vector<uint8_t> EncodeRuns(const std::vector<uint8_t>& indices) {
                 x += count;
             }
         }
-        out.insert(out.end(), {0, 0});
+        out.insert(out.end(), {0, static_cast<uint8_t>(y > 0 ? 0 : 1)});  // the end of the line, or of all
     }
-    out.insert(out.end(), {0, 1});
     return out;
 }
 

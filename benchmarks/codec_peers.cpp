@@ -1,67 +1,39 @@
 #include "codec_peers.h"
 
-#ifdef ORVIK_BENCH_OPENIMAGEIO
-#include <OpenImageIO/filesystem.h>
-#include <OpenImageIO/imageio.h>
-#include <cstdlib>
-#endif
+#include <dlfcn.h>
+
+#include "openimageio_peer.h"
 
 namespace bench {
-
-#ifdef ORVIK_BENCH_OPENIMAGEIO
-
 namespace {
 
-struct FreeBlock {
-    void operator()(void* block) const { std::free(block); }
-};
-
-/// From a file in memory into fresh memory, as a load does.
-bool Decode(const std::string& name, bool floats, const std::vector<uint8_t>& file) {
-    OIIO::Filesystem::IOMemReader source(const_cast<uint8_t*>(file.data()), file.size());
-    const auto input = OIIO::ImageInput::open(name, nullptr, &source);
-    if (!input)
-        return false;
-    const OIIO::ImageSpec& spec = input->spec();
-    const OIIO::TypeDesc type = floats ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
-    const std::unique_ptr<void, FreeBlock> pixels(
-        std::malloc(static_cast<size_t>(spec.image_pixels()) * static_cast<size_t>(spec.nchannels) * type.size()));
-    return pixels && input->read_image(0, 0, 0, spec.nchannels, type, pixels.get());
-}
-
-bool Encode(const CodecCase& codec, const std::string& name) {
-    std::vector<uint8_t> file;
-    OIIO::Filesystem::IOVecOutput sink(file);
-    const auto output = OIIO::ImageOutput::create(name, &sink);
-    if (!output)
-        return false;
-    OIIO::ImageSpec spec(kWidth, kHeight, 3, codec.floats ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8);
-    for (const auto& [key, value] : codec.peerOptions)
-        spec.attribute(key, value);
-    const void* pixels = codec.floats ? static_cast<const void*>(TestFloats().data()) : TestPicture().data();
-    return output->open(name, spec) && output->write_image(spec.format, pixels) && output->close();
+OpenImageIOPeer LoadOpenImageIO() {
+#ifdef ORVIK_BENCH_OPENIMAGEIO
+    void* library = dlopen(ORVIK_BENCH_OPENIMAGEIO, RTLD_NOW | RTLD_LOCAL);  // kept to the end
+    if (void* entry = library ? dlsym(library, "GetOpenImageIOPeer") : nullptr)
+        return reinterpret_cast<OpenImageIOPeer (*)()>(entry)();
+#endif
+    return {};
 }
 
 }  // namespace
 
 std::vector<CodecPeer> GetCodecPeers(const CodecCase& codec) {
-    if (codec.peerSuffix.empty())
+    static const OpenImageIOPeer library = LoadOpenImageIO();
+    if (codec.peerSuffix.empty() || !library.decode)
         return {};
-    OIIO::attribute("threads", 1);  // as everything else here
     const std::string name = "bench." + codec.peerSuffix;
     CodecPeer peer{
         "openimageio",
-        [name, floats = codec.floats](const std::vector<uint8_t>& file) { return Decode(name, floats, file); },
+        [name, floats = codec.floats](const std::vector<uint8_t>& file) { return library.decode(name, floats, file); },
         nullptr};
-    if (codec.exporter != orvik::Id())
-        peer.encode = [codec, name] { return Encode(codec, name); };
+    if (codec.exporter != orvik::Id()) {
+        peer.encode = [name, floats = codec.floats, options = codec.peerOptions] {
+            const void* pixels = floats ? static_cast<const void*>(TestFloats().data()) : TestPicture().data();
+            return library.encode(name, floats, kWidth, kHeight, pixels, options);
+        };
+    }
     return {peer};
 }
-
-#else
-
-std::vector<CodecPeer> GetCodecPeers(const CodecCase&) { return {}; }
-
-#endif
 
 }  // namespace bench

@@ -38,8 +38,8 @@ std::vector<Sample> MakePngSamples() {
     add("png grey 2 with a colour key",
         {.width = 11, .height = 3, .colorType = 0, .bitDepth = 2, .hasKey = true, .key = {0, 0, 0, 0, 1}});
     add("png with a resolution",
-        {.width = 1, .height = 1, .colorType = 2, .bitDepth = 8, .xPerMetre = 2835, .yPerMetre = 5669});
-    add("png with a profile", {.width = 1, .height = 1, .profileName = "p", .profile = SrgbBytes()});
+        {.width = 1, .height = 2, .colorType = 2, .bitDepth = 8, .xPerMetre = 2835, .yPerMetre = 5669});
+    add("png with a profile", {.width = 1, .height = 2, .profileName = "p", .profile = SrgbBytes()});
     add("png grey 8 with a colour key",
         {.width = 4, .height = 2, .colorType = 0, .bitDepth = 8, .hasKey = true, .key = {0, 0, 0, 0, 9}});
     return samples;

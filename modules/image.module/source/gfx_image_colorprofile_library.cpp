@@ -1,9 +1,35 @@
 #include "gfx_image_colorprofile_library.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <lcms2_plugin.h>
 #include <mutex>
 
 namespace orvik {
+namespace {
+
+/// The library believes the sizes in a profile before it has read what they promise. No honest table is this large.
+constexpr cmsUInt32Number kLargestBlock = cmsUInt32Number(64) << 20;
+
+void* AllocateBounded(cmsContext, cmsUInt32Number bytes) {
+    return bytes <= kLargestBlock ? std::malloc(bytes) : nullptr;
+}
+void FreeBlock(cmsContext, void* block) { std::free(block); }
+void* ReallocateBounded(cmsContext, void* block, cmsUInt32Number bytes) {
+    return bytes <= kLargestBlock ? std::realloc(block, bytes) : nullptr;
+}
+
+cmsPluginMemHandler g_memory{
+    {cmsPluginMagicNumber, LCMS_VERSION, cmsPluginMemHandlerSig, nullptr},
+    AllocateBounded,
+    FreeBlock,
+    ReallocateBounded,
+    nullptr,
+    nullptr,
+    nullptr,
+};
+
+}  // namespace
 
 ColorLibrary::~ColorLibrary() {
     (void)TakeError();
@@ -14,7 +40,7 @@ ColorLibrary::~ColorLibrary() {
 }
 
 Result<void> ColorLibrary::Construct() {
-    _context = cmsCreateContext(nullptr, this);
+    _context = cmsCreateContext(&g_memory, this);
     if (!_context)
         return UnexpectedError("Could not initialize LCMS.");
     cmsSetLogErrorHandlerTHR(_context, &OnError);

@@ -206,13 +206,14 @@ Result<ConvertPixelFunc> PixelFormatBase::FindRoute(const PixelFormat& srcFormat
                                                     ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
                                                     ColorProfile* dstProfile, CONVERTPIXELFLAGS flags,
                                                     bool defaultOffsets, bool& isColorProfileConversion) const {
-    // The first success wins; what the earlier routes failed of does not matter then.
+    // The first success wins; what the earlier routes failed of does not matter then, but for want of memory: another
+    // route may give other values.
     if (Result<ConvertPixelFunc> direct = GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
         direct && direct.GetValue())
         return direct;
     if (Result<ConvertPixelFunc> direct =
             srcFormat->GetConvertPixelToFunc(GetSelf(), srcOffsets, dstOffsets, defaultOffsets);
-        direct && direct.GetValue())
+        direct ? static_cast<bool>(direct.GetValue()) : direct.GetError()->GetErrorId() == errorid::kOutOfMemory)
         return direct;
     if (Result<ConvertPixelFunc> route = pixel::FindChannelRoute(GetSelf(), dstOffsets, srcFormat, srcOffsets);
         route && route.GetValue())

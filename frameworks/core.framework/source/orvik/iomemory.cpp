@@ -75,6 +75,10 @@ public:
         _position += static_cast<Int>(block.size());
         return {};
     }
+    void Expect(Int bytes) override {
+        if (_file && bytes > _file->GetBytes().GetCount())
+            (void)_file->GetBytes().Reserve(bytes - _file->GetBytes().GetCount());  // else it grows as it is written
+    }
     Result<void> Flush() override { return {}; }
     Result<void> Close() override {
         _file = nullptr;

@@ -73,6 +73,7 @@ Result<void> BmpExporter::OpenRows() {
 }
 
 Result<void> BmpExporter::WriteFile(const OutputStreamRef& output) {
+    output->Expect(kFileHeaderSize + _headerSize + GetProfileBytes() + GetPixelBytes());
     EndianWriter out;
     out.Attach(output, BYTEORDER::LITTLE);
     TRY(WriteHeaders(out));

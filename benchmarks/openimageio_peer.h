@@ -1,0 +1,21 @@
+#pragma once
+/// @file
+/// OpenImageIO as a peer of the codecs, in a library of its own: what it takes of memory at its start would else count
+/// in the peak that the system reports for programs which this one starts.
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace bench {
+
+struct OpenImageIOPeer {
+    /// From a file in memory into fresh memory, as a load does. @param name  tells the format by its suffix
+    bool (*decode)(const std::string& name, bool floats, const std::vector<uint8_t>& file) = nullptr;
+    /// RGB pixels into memory that grows.
+    bool (*encode)(const std::string& name, bool floats, int width, int height, const void* pixels,
+                   const std::vector<std::pair<std::string, std::string>>& options) = nullptr;
+};
+
+}  // namespace bench

@@ -1,0 +1,55 @@
+#include "../openimageio_peer.h"
+
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace bench {
+namespace {
+
+struct FreeBlock {
+    void operator()(void* block) const { std::free(block); }
+};
+
+bool Failed(const std::string& what, const std::string& error) {
+    std::fprintf(stderr, "%s: OpenImageIO: %s\n", what.c_str(), error.c_str());
+    return false;
+}
+
+bool Decode(const std::string& name, bool floats, const std::vector<uint8_t>& file) {
+    OIIO::Filesystem::IOMemReader source(const_cast<uint8_t*>(file.data()), file.size());
+    const auto input = OIIO::ImageInput::open(name, nullptr, &source);
+    if (!input)
+        return Failed(name, OIIO::geterror());
+    const OIIO::ImageSpec& spec = input->spec();
+    const OIIO::TypeDesc type = floats ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
+    const std::unique_ptr<void, FreeBlock> pixels(
+        std::malloc(static_cast<size_t>(spec.image_pixels()) * static_cast<size_t>(spec.nchannels) * type.size()));
+    return (pixels && input->read_image(0, 0, 0, spec.nchannels, type, pixels.get())) ||
+           Failed(name, input->geterror());
+}
+
+bool Encode(const std::string& name, bool floats, int width, int height, const void* pixels,
+            const std::vector<std::pair<std::string, std::string>>& options) {
+    std::vector<uint8_t> file;
+    OIIO::Filesystem::IOVecOutput sink(file);
+    const auto output = OIIO::ImageOutput::create(name, &sink);
+    if (!output)
+        return Failed(name, OIIO::geterror());
+    OIIO::ImageSpec spec(width, height, 3, floats ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8);
+    for (const auto& [key, value] : options)
+        spec.attribute(key, value);
+    return (output->open(name, spec) && output->write_image(spec.format, pixels) && output->close()) ||
+           Failed(name, output->geterror());
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) OpenImageIOPeer GetOpenImageIOPeer() {
+    OIIO::attribute("threads", 1);  // as everything else here
+    return {Decode, Encode};
+}
+
+}  // namespace bench
