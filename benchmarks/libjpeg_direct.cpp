@@ -80,7 +80,7 @@ std::vector<uint8_t> EncodeWithLibjpeg(const std::vector<uint8_t>& pixels, int q
 }
 
 bool DecodeWithLibjpeg(const std::vector<uint8_t>& file) {
-    auto* pixels = static_cast<uint8_t*>(std::malloc(kPixelBytes));
+    auto* pixels = static_cast<uint8_t*>(std::calloc(kPixelBytes, 1));
     jpeg_decompress_struct info{};
     Errors errors;
     info.err = Init(errors);

@@ -178,6 +178,27 @@ TEST_F(JpegTest, ProfileOfTheRowsIsEmbedded) {
     }
 }
 
+TEST_F(JpegTest, RowsAreDecodedIntoThePicture) {
+    const ImageTextureRef texture = MakeTexture({4, 3, pixelformats::kRgbU8, Bytes(36)});
+    const auto image = Cast<ImageInterface>(FirstImage(texture));
+    const auto handlerFor = [&](const Id& format, const ColorProfile& profile) {
+        return *image->SetPixelHandler(PixelFormats::Get(format), {}, profile, SETPIXELHANDLERFLAGS::NONE);
+    };
+    SetPixelHandlerStruct same = handlerFor(pixelformats::kRgbU8, ColorProfile());
+    ASSERT_TRUE(same.locate);
+    std::byte* const row = same.locate({1, 2, 3});
+    ASSERT_TRUE(row);
+    std::memset(row, 7, 9);
+    const Bytes pixels = PixelsOf(image, pixelformats::kRgbU8);
+    EXPECT_EQ(Bytes(pixels.begin() + 27, pixels.end()), Bytes(9, 7));
+    EXPECT_EQ(std::count(pixels.begin(), pixels.end(), 7), 9);
+    for (const PixelSpan& outside : {PixelSpan{0, 3, 1}, PixelSpan{0, -1, 1}, PixelSpan{-1, 0, 1}, PixelSpan{2, 0, 3}})
+        EXPECT_FALSE(same.locate(outside));
+    // Where pixels change on the way, there is no such place.
+    EXPECT_FALSE(handlerFor(pixelformats::kBgrU8, ColorProfile()).locate);
+    EXPECT_FALSE(handlerFor(pixelformats::kRgbU8, colorprofiles::Get(colorprofiles::kLinearRgb)).locate);
+}
+
 // --- Writing ---------------------------------------------------------------------------------------------------------
 
 /// The tables that the library makes of a quality.

@@ -1,5 +1,7 @@
 #include "gfx_image_storage_raster.h"
 
+#include <algorithm>
+
 #include "decode_limits.h"
 
 namespace orvik {
@@ -113,6 +115,23 @@ struct LineWriter {
     }
 };
 
+/// True when writing is copying whole bytes, pixel behind pixel.
+bool IsStoredAsGiven(const PixelRaster& raster, const PixelFormat& format, ChannelOffsets offsets,
+                     const ColorProfile& profile) {
+    constexpr Int kByte = 8;
+    const ChannelOffsets given = offsets.empty() ? format->GetChannelOffsets() : offsets;
+    return format == raster.GetFormat() && !profile.HasProfile() &&
+           std::ranges::equal(given, raster.GetChannelOffsets()) && raster.GetPixelDistance().GetBits() % kByte == 0;
+}
+
+struct LineLocator {
+    Ref<PixelRaster> raster;
+
+    std::byte* operator()(const PixelSpan& span) const {
+        return raster->CheckSpan(span) ? static_cast<std::byte*>(raster->GetLine(span.x, span.y).data) : nullptr;
+    }
+};
+
 }  // namespace
 
 Result<void> ImagePixelStorageRasterBase::InitRaster(Int width, Int height, const PixelFormat& format,
@@ -157,6 +176,8 @@ Result<SetPixelHandlerStruct> ImagePixelStorageRasterBase::SetPixelHandler(
     const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
     ConvertPixelFunc convert = TRY(MakeWriteConversion(format, offsets, storedProfile, profile, convertFlags));
     SetPixelHandlerStruct handler;
+    if (flags == SETPIXELHANDLERFLAGS::NONE && IsStoredAsGiven(*_raster, format, offsets, profile))
+        handler.locate = LineLocator{_raster};
     handler.write = TRY(WriteLineFunc::Create(LineWriter{_raster, std::move(convert), convertFlags}));
     handler.region = region;
     return handler;

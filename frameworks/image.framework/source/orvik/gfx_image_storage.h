@@ -13,6 +13,9 @@ namespace orvik {
 using ReadLineFunc = Delegate<Result<void>(const PixelSpan& span, const PixelLine& dst, GETPIXELFLAGS flags)>;
 /// Writes one span from a line of the format that the handler was made for.
 using WriteLineFunc = Delegate<Result<void>(const PixelSpan& span, const PixelLineConst& src, SETPIXELFLAGS flags)>;
+/// Where a span stands in memory, one pixel directly behind the other as the handler takes them; null outside of the
+/// picture.
+using LocateLineFunc = Delegate<std::byte*(const PixelSpan& span)>;
 /// Told once, when a set handler is freed, which rectangle was written.
 using RegionDelegate = Delegate<Result<void>(const UpdateRegion& region)>;
 
@@ -34,6 +37,8 @@ struct GetPixelHandlerStruct {
 /// Line write closure of an image. Who drives it calls `Widen` after each successful write.
 struct SetPixelHandlerStruct {
     WriteLineFunc write;
+    /// Set by storages that keep the caller's pixels as they are. Pixels written there need no `write`.
+    LocateLineFunc locate;
     Delegate<void()> release;
     RegionDelegate region;
     Int minX = std::numeric_limits<Int>::max(), minY = std::numeric_limits<Int>::max();

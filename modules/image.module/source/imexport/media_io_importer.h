@@ -29,6 +29,15 @@ public:
         _handler.Widen(span);
         return {};
     }
+    /// Where line y may be decoded to instead of being handed over: in the picture itself. Null when it has to be
+    /// handed over. A line counts as delivered from here on.
+    std::byte* LocateRow(Int y) {
+        const PixelSpan span{0, y, _width};
+        std::byte* row = _handler.locate ? _handler.locate(span) : nullptr;
+        if (row)
+            _handler.Widen(span);
+        return row;
+    }
     /// Hands over all of line y.
     Result<void> PushRow(Int y, const PixelLineConst& line) { return Push({0, y, _width}, line); }
 

@@ -257,6 +257,10 @@ Result<void> JpegImporter::DecodeImage(const Image& image) {
                    RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
     for (Int y = 0; y < image.height; ++y) {
         TRY(ReportProgress(y, image.height));
+        if (std::byte* inPicture = sink.LocateRow(y)) {
+            TRY(_decoder.ReadRow(inPicture));  // a copy behind each row would cost a fifth of the time
+            continue;
+        }
         TRY(_decoder.ReadRow(row.GetFirst()));
         TRY(sink.PushRow(y, {row.GetFirst(), image.format->GetBitsPerPixel()}));
     }
