@@ -187,8 +187,10 @@ Result<ConvertPixelFunc> PixelFormatBase::ConvertByProfiles(const PixelFormat& s
                         return count > 0 ? transform->Convert(dst, src, count) : Result<void>();
                     });
             };
-            // Without a transform the pixels are converted as if they had no profiles, so the error is dropped.
-            if (Result<ConvertPixelFunc> transform = create(); transform && transform.GetValue())
+            // Without a transform the pixels are converted as if they had no profiles, so the error is dropped; but the
+            // same call must not give other pixels because memory was short.
+            Result<ConvertPixelFunc> transform = create();
+            if (transform ? bool(transform.GetValue()) : transform.GetError()->IsKindOf(errorid::kOutOfMemory))
                 return transform;
         }
     }

@@ -40,6 +40,10 @@ constexpr Sentence kSentences[] = {
     {errorid::kThreadCancelled, "Cancelled."},
     {errorid::kIo, "Reading or writing failed."},
     {errorid::kFileFormat, "The file format is not supported."},
+    // Errors of the media session, most of which bear no message.
+    {Id("net.orvik.image.error.mediasessionwrongtype"), "The file is damaged or not of the type that it seems to be."},
+    {Id("net.orvik.image.error.mediastreameof"), "The input has run to its end."},
+    {Id("net.orvik.image.error.mediaconverter"), "The data cannot be converted."},
 };
 
 }  // namespace
