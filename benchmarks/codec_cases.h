@@ -20,10 +20,12 @@ struct CodecCase {
     orvik::Id exporter = {};
     /// Settings of the exporter.
     std::function<orvik::Result<void>(orvik::DataDictionary& settings)> setUp = nullptr;
-    /// The picture is `MakeTestFloats()` instead of `MakeTestPicture()`.
+    /// The picture is `TestFloats()` instead of `TestPicture()`, and what is loaded counts once its rows were read as
+    /// floats.
     bool floats = false;
     /// The file to read; null for what the exporter makes of the picture.
     std::function<std::vector<uint8_t>()> makeFile = nullptr;
+    size_t filePixelBytes = 1;  ///< of a pixel in the file that `makeFile` makes
 
     /// Name of the other side in the same process: a library, or "memcpy".
     std::string against = "memcpy";
@@ -41,8 +43,10 @@ struct CodecCase {
 
 /// @{ One for each format, in its own source.
 std::vector<CodecCase> MakeBmpCases();
+std::vector<CodecCase> MakeHdrCases();
 std::vector<CodecCase> MakeJpegCases();
 std::vector<CodecCase> MakePngCases();
+std::vector<CodecCase> MakeTgaCases();
 /// @}
 
 }  // namespace bench

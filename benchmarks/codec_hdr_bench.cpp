@@ -1,0 +1,14 @@
+// Radiance HDR, counted in the floats that come out of it and go into it.
+
+#include "codec_cases.h"
+
+namespace bench {
+
+std::vector<CodecCase> MakeHdrCases() {
+    CodecCase hdr{"hdr", orvik::Id("net.orvik.mediasession.hdr.export")};
+    hdr.floats = true;
+    hdr.peerSuffix = "hdr";
+    return {hdr};
+}
+
+}  // namespace bench
