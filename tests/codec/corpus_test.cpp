@@ -56,7 +56,7 @@ TEST_P(CorpusTest, AgreesWithPeers) {
                 EXPECT_TRUE(differences.contains(file)) << "refused: " << loaded.GetError()->ToString().GetCString();
             continue;
         }
-        const Bytes rgba = RgbaOf(*loaded);
+        const Bytes rgba = format.peersRgba ? format.peersRgba(*loaded) : RgbaOf(*loaded);
         if (hashes.empty())
             continue;
         const bool agrees =

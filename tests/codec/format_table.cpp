@@ -5,8 +5,10 @@ namespace codectest {
 const std::vector<TestedFormat>& TestedFormats() {
     static const std::vector<TestedFormat> formats = {
         TestedBmp(),
+        TestedHdr(),
         TestedJpeg(),
         TestedPng(),
+        TestedTga(),
     };
     return formats;
 }

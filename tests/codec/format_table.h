@@ -73,6 +73,8 @@ struct TestedFormat {
     std::string_view corpusFolder = {};  ///< where it is not the name
     std::vector<CorpusDifference> differences = {};
     int fewestCompared = 0, fewestRefused = 0;
+    /// What the peers make of the pixels; null where it is what a load gives.
+    Bytes (*peersRgba)(const ImageTextureRef& texture) = nullptr;
     /// Judges a picture whose hash no peer has; null where pixels are exact.
     bool (*agrees)(const std::string& path, const ImageTextureRef& texture) = nullptr;
     /// @}
@@ -105,8 +107,10 @@ void Put32(Bytes& bytes, size_t at, uint32_t value, bool bigEndian);
 
 /// @{ One for each format, in its own source.
 TestedFormat TestedBmp();
+TestedFormat TestedHdr();
 TestedFormat TestedJpeg();
 TestedFormat TestedPng();
+TestedFormat TestedTga();
 /// @}
 
 }  // namespace codectest

@@ -8,14 +8,19 @@ from orvik_e2e import OrvikTest, main
 class Lists(OrvikTest):
     def test_formats(self):
         formats = {entry["name"]: entry for entry in json.loads(self.ok("formats", "--json"))}
-        for name, depths in (("bmp", [8]), ("png", [8, 16])):
+        for name, suffixes, alphas, profile, depths in (
+            ("bmp", ["bmp"], 1, True, [8]),
+            ("hdr", ["hdr", "rgbe", "pic"], 0, False, [32]),
+            ("png", ["png"], 1, True, [8, 16]),
+            ("tga", ["tga", "tpic"], 1, False, [8]),
+        ):
             with self.subTest(name):
                 entry = formats[name]
                 self.assertEqual(entry["id"], f"net.orvik.fileformat.image{name}")
-                self.assertEqual(entry["suffixes"], [name])
+                self.assertEqual(entry["suffixes"], suffixes)
                 self.assertEqual(entry["read"], {"image": True, "video": False, "audio": False})
                 write = entry["write"]
-                self.assertEqual((write["image"], write["alphas"], write["colorprofile"]), (True, 1, True))
+                self.assertEqual((write["image"], write["alphas"], write["colorprofile"]), (True, alphas, profile))
                 self.assertEqual(write["bitdepths"], depths)
                 self.assertFalse(write["layers"])
         self.assertEqual(formats["bmp"]["write"]["maximalresolution"], 32000)

@@ -2,8 +2,10 @@
 
 #include "media_io_bmp.h"
 #include "media_io_fileformat_imagebase.h"
+#include "media_io_hdr.h"
 #include "media_io_jpeg.h"
 #include "media_io_png.h"
+#include "media_io_tga.h"
 #include "registration.h"
 
 namespace orvik {
@@ -11,9 +13,12 @@ namespace {
 
 constexpr Int kBits8[] = {8};
 constexpr Int kBits8And16[] = {8, 16};
+constexpr Int kBits32[] = {32};
 constexpr std::string_view kBmpSuffixes[] = {"bmp"};
+constexpr std::string_view kHdrSuffixes[] = {"hdr", "rgbe", "pic"};
 constexpr std::string_view kJpegSuffixes[] = {"jpg", "jpeg"};
 constexpr std::string_view kPngSuffixes[] = {"png"};
+constexpr std::string_view kTgaSuffixes[] = {"tga", "tpic"};
 
 constexpr ImportCapabilities kStillImage{.image = true};
 
@@ -35,6 +40,21 @@ constexpr FileFormatEntry kFormats[] = {
                    .maximalAlphaChannels = 1,
                    .maximalImageResolution = 32000,
                    .bitDepthsImage = kBits8},
+        .publishMore = nullptr,
+    },
+    {
+        .name = "hdr",
+        .format = "net.orvik.fileformat.imagehdr",
+        .handler = "net.orvik.fileformathandler.imageloaderhdr",
+        .importer = "net.orvik.mediasession.hdr.import",
+        .exporter = "net.orvik.mediasession.hdr.export",
+        .suffixes = kHdrSuffixes,
+        .strength = DETECTIONSTRENGTH::SIGNATURE,
+        .detect = DetectHdr,
+        .makeImporter = MakeHdrImporter,
+        .makeExporter = MakeHdrExporter,
+        .input = kStillImage,
+        .output = {.image = true, .maximalImageResolution = 0x7FFFFFFF, .bitDepthsImage = kBits32},
         .publishMore = nullptr,
     },
     {
@@ -74,6 +94,21 @@ constexpr FileFormatEntry kFormats[] = {
                    .maximalImageResolution = 0x7FFFFFFF,
                    .bitDepthsImage = kBits8And16},
         .publishMore = PublishPngParts,
+    },
+    {
+        .name = "tga",
+        .format = "net.orvik.fileformat.imagetga",
+        .handler = "net.orvik.image.fileformathandler.tga",
+        .importer = "net.orvik.mediasession.tga.import",
+        .exporter = "net.orvik.mediasession.tga.export",
+        .suffixes = kTgaSuffixes,
+        .strength = DETECTIONSTRENGTH::WEAK,
+        .detect = DetectTga,
+        .makeImporter = MakeTgaImporter,
+        .makeExporter = MakeTgaExporter,
+        .input = kStillImage,
+        .output = {.image = true, .maximalAlphaChannels = 1, .maximalImageResolution = 32000, .bitDepthsImage = kBits8},
+        .publishMore = PublishTgaParts,
     },
 };
 

@@ -100,7 +100,8 @@ Result<MediaStreamFormat> ImageImporter::DescribeStream(const StreamDescription&
     TRY(format.Set(mediaformat::kType, description.type));
     TRY(format.Set(mediaformat::kSubImageIndex, description.subImageIndex));
     TRY(format.Set(mediaformat::kPixelFormat, description.pixelFormat));
-    TRY(format.Set(mediaformat::kColorProfile, description.colorProfile));
+    if (description.colorProfile.HasProfile())
+        TRY(format.Set(mediaformat::kColorProfile, description.colorProfile));
     TRY(format.Set(mediaformat::kWidth, description.width));
     TRY(format.Set(mediaformat::kHeight, description.height));
     return format;

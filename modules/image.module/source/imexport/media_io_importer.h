@@ -54,7 +54,7 @@ private:
 struct StreamDescription {
     MEDIAFORMATTYPE type = MEDIAFORMATTYPE::IMAGE;
     PixelFormat pixelFormat;
-    ColorProfile colorProfile;
+    ColorProfile colorProfile;  ///< empty: the format gets no such key
     Int width = 0, height = 0;
     Int subImageIndex = 0;
 };
@@ -123,7 +123,7 @@ protected:
 
 private:
     enum class Phase : uint8_t { New, Analyzed, Prepared };
-    static constexpr Int kMaxSinks = 2;  ///< a picture and its alpha
+    static constexpr Int kMaxSinks = 32;  ///< a picture and its alphas
 
     bool IsAnySubscribed() const;
     Result<void> OpenSource();

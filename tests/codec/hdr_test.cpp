@@ -1,0 +1,401 @@
+// Radiance HDR: headers and rows put together by hand, a slow decoder as judge, files through other programs.
+
+#include <cmath>
+#include <limits>
+
+#include "hdr_parts.h"
+#include "tool_support.h"
+
+namespace codectest {
+namespace {
+
+const Id kRgbe{"net.orvik.image.pixelformat.rgb.rgbe"};
+
+class HdrTest : public CodecTest {};
+
+/// Past detection, straight into the importer.
+Result<ImageTextureRef> LoadAsHdr(const Url& url) {
+    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+    const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
+    TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
+    TRY(MediaSessionImport(url, TimeValue(), MEDIASESSIONFLAGS::NONE, output, {}, {}, FindHandlerBySuffix("hdr")));
+    return texture;
+}
+
+std::string ResultOf(const Bytes& file) {
+    const Result<ImageTextureRef> texture = LoadAsHdr(Mount(file));
+    if (!texture)
+        return KindOf(texture);
+    const ImageBaseRef image = FirstImage(*texture);
+    return std::to_string(image->GetWidth()) + " x " + std::to_string(image->GetHeight());
+}
+
+HdrPicture PictureOf(const ImageTextureRef& texture) {
+    const ImageBaseRef image = FirstImage(texture);
+    return {image->GetWidth(), image->GetHeight(), PixelsOf(image, kRgbe)};
+}
+
+TEST_F(HdrTest, ReadsHeaders) {
+    const std::string format = "FORMAT=32-bit_rle_rgbe\n", size = "-Y 2 +X 1\n";
+    const std::string refused = "mediasessionwrongtype";
+    const struct {
+        const char* what;
+        std::string header;
+        std::string result;
+    } cases[] = {
+        {"as usual", "#?RADIANCE\n" + format + "\n" + size, "1 x 2"},
+        {"no program", format + "\n" + size, "1 x 2"},
+        {"long program", "#?" + std::string(50, 'a') + "\n" + format + size, "1 x 2"},
+        {"nothing but a mark", "#?\n" + format + size, "1 x 2"},
+        {"no blank line", format + size, "1 x 2"},
+        {"carriage returns", "#?RGBE\r\nFORMAT=32-bit_rle_rgbe\r\n\r\n-Y 2 +X 1\r\n", "1 x 2"},
+        {"blanks and tabs in front", " \t" + format + size, "1 x 2"},
+        {"a format that goes on", "FORMAT=32-bit_rle_rgbe_2\n" + size, "1 x 2"},
+        {"variables and comments",
+         "#?X\nGAMMA=2.2\n EXPOSURE= 1e3\nGAMMA=abc\nEXPOSURE=1,5\n# -Y 3 +X 3\n" + format + "VIEW=\n" + size, "1 x 2"},
+        {"no blanks in the size", format + "-Y2+X1\n", "1 x 2"},
+        {"many blanks and signs in the size", format + "-Y \t +2 +X   +1 and more\n", "1 x 2"},
+        {"a blank before the size is no size", format + " -Y 2 +X 1\n" + "-Y 1 +X 2\n", "2 x 1"},
+        {"-Y +X", format + "-Y 2 +X 1\n", "1 x 2"},
+        {"+Y +X", format + "+Y 2 +X 1\n", "1 x 2"},
+        {"-Y -X", format + "-Y 2 -X 1\n", "1 x 2"},
+        {"+Y -X", format + "+Y 2 -X 1\n", "1 x 2"},
+        {"-X +Y", format + "-X 2 +Y 1\n", "1 x 2"},
+        {"+X +Y", format + "+X 2 +Y 1\n", "1 x 2"},
+        {"-X -Y", format + "-X 2 -Y 1\n", "1 x 2"},
+        {"+X -Y", format + "+X 2 -Y 1\n", "1 x 2"},
+        {"a long line goes on as the next", format + std::string(127, 'c') + size, "1 x 2"},
+        {"a line of 126 and its end", format + std::string(126, 'c') + "\n" + size, "1 x 2"},
+
+        {"size before the format", size + format, refused},
+        {"no format", "#?RADIANCE\n" + size, refused},
+        {"another format", "FORMAT=32-bit_rle_xyze\n" + size, refused},
+        {"lower case", "format=32-bit_rle_rgbe\n" + size, refused},
+        {"no size", "#?RADIANCE\n" + format, refused},
+        {"nothing", "", refused},
+        {"a zero byte", format + std::string("\0\n", 2) + size, refused},
+        {"blanks to the end", format + "   ", refused},
+        {"both are rows", format + "-Y 2 +Y 1\n", refused},
+        {"no numbers", format + "+Y -X\n", refused},
+        {"one number", format + "-Y 2\n", refused},
+        {"two signs", format + "-Y +-2 +X 1\n", refused},
+        {"no height", format + "-Y 0 +X 1\n", refused},
+        {"negative width", format + "-Y 2 +X -1\n", refused},
+        {"beyond 31 bits", format + "-Y 2147483648 +X 1\n", refused},
+        {"beyond 64 bits", format + "-Y 18446744073709551618 +X 1\n", refused},
+        {"more rows than bytes", format + "-Y 3 +X 1\n", refused},
+        {"more columns than bytes", format + "-Y 1 +X 127\n", refused},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(ResultOf(HdrFile(c.header, {1, 2, 3, 4, 5, 6, 7, 8})), c.result) << c.what;
+}
+
+TEST_F(HdrTest, ReadsRows) {
+    const Bytes flat = {10, 20, 30, 128, 11, 21, 31, 129};
+    const std::string refused = "mediasessionwrongtype";
+    const struct {
+        const char* what;
+        Int width, height;
+        Bytes rows;
+        Bytes rgbe;           ///< empty: refused
+        std::string failure;  ///< kind of error
+    } cases[] = {
+        {"flat", 2, 1, flat, flat, ""},
+        {"flat, high bit in the third byte", 1, 1, {2, 2, 128, 1}, {2, 2, 128, 1}, ""},
+        {"flat, one mark", 1, 1, {2, 3, 0, 1}, {2, 3, 0, 1}, ""},
+        {"a run of the oldest kind is a pixel", 2, 1, {9, 9, 9, 128, 1, 1, 1, 5}, {9, 9, 9, 128, 1, 1, 1, 5}, ""},
+        {"runs", 2, 1, {2, 2, 0, 2, 130, 1, 130, 2, 2, 3, 4, 1, 5, 129, 6}, {1, 2, 3, 5, 1, 2, 4, 6}, ""},
+        {"runs cut to fit", 2, 1, {2, 2, 0, 2, 255, 1, 1, 2, 254, 3, 130, 4, 131, 5}, {1, 2, 4, 5, 1, 3, 4, 5}, ""},
+        {"another width", 2, 1, {2, 2, 0, 3, 131, 1, 131, 2, 131, 3, 131, 5}, {}, refused},
+        {"a pixel that looks like a row", 2, 1, {2, 2, 2, 128, 1, 2, 3, 4}, {}, refused},
+        {"no literals", 2, 1, {2, 2, 0, 2, 0, 1, 130, 2, 130, 3, 130, 5}, {}, refused},
+        {"too many literals", 2, 1, {2, 2, 0, 2, 3, 1, 2, 3, 130, 3, 130, 5}, {}, refused},
+        {"128 is a count of literals", 2, 1, {2, 2, 0, 2, 128, 1, 130, 2, 130, 3, 130, 5}, {}, refused},
+        {"flat rows start over from the top",
+         1,
+         2,
+         {2, 2, 0, 1, 1, 9, 1, 9, 1, 9, 1, 9, 5, 6, 7, 8, 1, 2, 3, 4},
+         {5, 6, 7, 8, 1, 2, 3, 4},
+         ""},
+        {"which takes as many as all", 1, 2, {2, 2, 0, 1, 1, 9, 1, 9, 1, 9, 1, 9, 5, 6, 7, 8}, {}, "io"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const Result<ImageTextureRef> texture = LoadAsHdr(Mount(HdrFile(HdrHeaderText(c.width, c.height), c.rows)));
+        if (c.rgbe.empty()) {
+            EXPECT_EQ(KindOf(texture), c.failure);
+            EXPECT_EQ(MessageOf(texture).empty(), c.failure == refused);
+        } else {
+            ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+            EXPECT_EQ(PictureOf(*texture).rgbe, c.rgbe);
+        }
+    }
+}
+
+TEST_F(HdrTest, ReadsRandomRowsOfAllWidths) {
+    Noise noise(31);
+    for (const Int width : {1, 2, 3, 7, 8, 9, 127, 128, 129, 255, 1000, 32767}) {
+        const Int height = 3;
+        Bytes pixels, rows;
+        for (Int y = 0; y < height; ++y) {
+            Bytes row = noise.Make(size_t(width) * 4);
+            for (size_t i = 4; i < row.size(); ++i) {
+                if (noise.Next() % 2)
+                    row[i] = row[i - 4];
+            }
+            const Bytes packed = PackHdrRow(row, noise);
+            pixels.insert(pixels.end(), row.begin(), row.end());
+            rows.insert(rows.end(), packed.begin(), packed.end());
+        }
+        SCOPED_TRACE(width);
+        const Bytes file = HdrFile(HdrHeaderText(width, height), rows);
+        const Result<ImageTextureRef> texture = LoadAsHdr(Mount(file));
+        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+        EXPECT_EQ(PictureOf(*texture).rgbe, pixels);
+        EXPECT_EQ(DecodeHdrSlowly(file).rgbe, pixels);  // the judge knows this too
+    }
+}
+
+TEST_F(HdrTest, DescribesThePicture) {
+    const Result<ImageTextureRef> texture = Load(HdrFile(HdrHeaderText(1, 1), {128, 0, 64, 129}));
+    ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+    const ImageBaseRef image = FirstImage(*texture);
+    EXPECT_EQ(image->GetPixelFormat()->GetId(), kRgbe);
+    EXPECT_EQ(image->Get(image::kColorProfile, ColorProfile()), colorprofiles::Get(colorprofiles::kLinearRgb));
+    EXPECT_FALSE(image->Has(image::kDpi.GetId()));
+    EXPECT_FALSE(AlphaOf(image));
+    EXPECT_FALSE((*texture)->Has(image::kExportSettings.GetId()));
+    const Bytes bytes = PixelsOf(image, pixelformats::kRgbF32);
+    float rgb[3];
+    ASSERT_EQ(bytes.size(), sizeof(rgb));
+    std::memcpy(rgb, bytes.data(), sizeof(rgb));
+    EXPECT_THAT(rgb, testing::ElementsAre(128.5f / 128, 0.5f / 128, 64.5f / 128));
+}
+
+// --- Writing ---------------------------------------------------------------------------------------------------------
+
+ImageTextureRef TextureOfFloats(Int width, Int height, const std::vector<float>& rgb) {
+    Bytes bytes(rgb.size() * sizeof(float));
+    std::memcpy(bytes.data(), rgb.data(), bytes.size());
+    return MakeTexture({width, height, pixelformats::kRgbF32, bytes});
+}
+
+/// Bytes of a written file behind its header.
+Bytes RowsOf(const Bytes& file) {
+    const std::string text(file.begin(), file.end());
+    return Bytes(file.begin() + long(text.find('\n', text.find("\n\n") + 2)) + 1, file.end());
+}
+
+TEST_F(HdrTest, WritesItsHeader) {
+    const Result<Bytes> file = Save(TextureOfFloats(1, 1, {1, 0.5f, 0.25f}), "hdr");
+    ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
+    EXPECT_EQ(*file, HdrFile("#?RADIANCE\nGAMMA=1\nEXPOSURE=1\nSOFTWARE=HALDEN_3X\nFORMAT=32-bit_rle_rgbe\n\n-Y 1 +X "
+                             "1\n",
+                             {128, 64, 32, 129}));
+}
+
+TEST_F(HdrTest, WritesPixels) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity(), kNan = std::nanf("");
+    const struct {
+        float rgb[3];
+        uint8_t rgbe[4];
+    } cases[] = {
+        {{0, 0, 0}, {0, 0, 0, 0}},
+        {{1, 1, 1}, {128, 128, 128, 129}},
+        {{0.999f, 0.5f, 0.001f}, {255, 128, 0, 128}},
+        {{255.0f / 256, 254.9f / 256, 1 / 256.0f}, {255, 254, 1, 128}},
+        {{-1, 2, 1e-9f}, {0, 128, 0, 130}},
+        {{9.9e-11f, 0, 0}, {0, 0, 0, 0}},
+        {{1.01e-10f, 0, 9e-11f}, {222, 0, 0, 95}},
+        {{-kInfinity, kNan, 1}, {0, 0, 128, 129}},
+        {{kNan, kNan, kNan}, {0, 0, 0, 0}},
+        {{0x1p126f, 0, 0x1p119f}, {128, 0, 1, 255}},
+        {{0x1p127f, 0, 0}, {255, 0, 0, 255}},
+        {{kInfinity, 1e30f, std::numeric_limits<float>::max()}, {255, 0, 255, 255}},
+    };
+    for (const auto& c : cases) {
+        const Result<Bytes> file = Save(TextureOfFloats(1, 1, {c.rgb[0], c.rgb[1], c.rgb[2]}), "hdr");
+        ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
+        EXPECT_THAT(RowsOf(*file), testing::ElementsAreArray(c.rgbe)) << c.rgb[0] << " " << c.rgb[1] << " " << c.rgb[2];
+    }
+}
+
+/// The rules of the encoder, byte by byte.
+void EncodePlaneSlowly(const Bytes& plane, Bytes& out) {
+    const size_t size = plane.size();
+    for (size_t at = 0; at < size;) {
+        size_t begin = at, run = 0, last = 0;
+        while (run < 4 && begin < size) {
+            begin += run;
+            last = run;
+            for (run = 1; begin + run < size && run < 127 && plane[begin + run] == plane[begin];)
+                ++run;
+        }
+        if (last > 1 && last == begin - at) {
+            out.insert(out.end(), {uint8_t(128 + last), plane[at]});
+            at = begin;
+        }
+        while (at < begin) {
+            const size_t count = std::min(begin - at, size_t(128));
+            out.push_back(uint8_t(count));
+            out.insert(out.end(), plane.begin() + long(at), plane.begin() + long(at + count));
+            at += count;
+        }
+        if (run >= 4) {
+            out.insert(out.end(), {uint8_t(128 + run), plane[at]});
+            at += run;
+        }
+    }
+}
+
+/// Pixels that come back as the same bytes: the greatest mantissa is at least 128.
+Bytes MakeRgbe(Int width, Noise& noise, uint32_t sameness) {
+    Bytes rgbe = noise.Make(size_t(width) * 4);
+    for (size_t i = 0; i < rgbe.size(); i += 4) {
+        rgbe[i + noise.Next() % 3] |= 128;
+        rgbe[i + 3] = uint8_t(120 + noise.Next() % 16);
+        if (i > 0 && noise.Next() % 16 < sameness)
+            std::copy_n(rgbe.begin() + long(i) - 4, 4, rgbe.begin() + long(i));
+    }
+    return rgbe;
+}
+
+TEST_F(HdrTest, WritesRowsByTheRules) {
+    Noise noise(41);
+    for (const Int width : {1, 4, 7, 8, 9, 10, 11, 12, 31, 127, 128, 129, 130, 131, 255, 256, 260, 500, 32767, 32768}) {
+        for (const uint32_t sameness : {0u, 4u, 9u, 14u, 16u}) {
+            SCOPED_TRACE(testing::Message() << width << " " << sameness);
+            HdrPicture picture{width, 1, MakeRgbe(width, noise, sameness)};
+            const Result<Bytes> file = Save(TextureOfFloats(width, 1, picture.ToFloats()), "hdr");
+            ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
+            Bytes expected = picture.rgbe;
+            if (width >= 8 && width <= 32767) {
+                expected = {2, 2, uint8_t(width >> 8), uint8_t(width)};
+                for (size_t plane = 0; plane < 4; ++plane) {
+                    Bytes values;
+                    for (size_t i = plane; i < picture.rgbe.size(); i += 4)
+                        values.push_back(picture.rgbe[i]);
+                    EncodePlaneSlowly(values, expected);
+                }
+            }
+            ASSERT_EQ(RowsOf(*file), expected);
+            ASSERT_EQ(DecodeHdrSlowly(*file).rgbe, picture.rgbe);
+            const Result<ImageTextureRef> again = Load(*file);
+            ASSERT_TRUE(again);
+            EXPECT_EQ(PictureOf(*again).rgbe, picture.rgbe);
+        }
+    }
+}
+
+TEST_F(HdrTest, ConvertsToLinearUnlessToldNotTo) {
+    const ImageTextureRef texture = MakeTexture({1, 1, pixelformats::kRgbU8, {188, 188, 188}});
+    ASSERT_TRUE(FirstImage(texture)->Set(image::kColorProfile, colorprofiles::Get(colorprofiles::kSrgb)));
+    Result<Bytes> file = Save(texture, "hdr");
+    ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
+    EXPECT_NEAR(DecodeHdrSlowly(*file).ToFloats()[0], 0.5, 0.01);
+    DataDictionary settings;
+    ASSERT_TRUE(settings.Set(mediaexport::kDisableSrgbConversion, true));
+    ASSERT_TRUE(texture->Set(image::kExportSettings, settings));
+    file = Save(texture, "hdr");
+    ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
+    EXPECT_NEAR(DecodeHdrSlowly(*file).ToFloats()[0], 188.0 / 255, 0.01);
+}
+
+// --- Other programs --------------------------------------------------------------------------------------------------
+
+/// Floats of an uncompressed little-endian TIFF that holds nothing else.
+std::vector<float> FloatsOfTiff(const Bytes& tiff) {
+    const auto read = [&](size_t at, size_t bytes) {
+        uint32_t value = 0;
+        for (size_t i = 0; i < bytes && at + i < tiff.size(); ++i)
+            value |= uint32_t(tiff[at + i]) << (8 * i);
+        return value;
+    };
+    const size_t directory = read(4, 4);
+    size_t start = 0, bytes = 0;
+    for (size_t i = 0; i < read(directory, 2); ++i) {
+        const size_t entry = directory + 2 + 12 * i, count = read(entry + 4, 4), value = read(entry + 8, 4);
+        const size_t width = read(entry + 2, 2) == 3 ? 2 : 4;
+        if (read(entry, 2) == 273)  // offsets of the strips, which follow each other
+            start = count == 1 ? value : read(value, width);
+        for (size_t strip = 0; read(entry, 2) == 279 && strip < count; ++strip)
+            bytes += count == 1 ? value : read(value + strip * width, width);
+    }
+    std::vector<float> floats(bytes / sizeof(float));
+    if (start + bytes <= tiff.size() && bytes > 0)
+        std::memcpy(floats.data(), tiff.data() + start, bytes);
+    return floats;
+}
+
+struct Size {
+    Int width, height;
+};
+const Size kSizes[] = {{1, 1}, {1, 9}, {7, 3}, {8, 1}, {9, 2}, {37, 21}, {129, 5}, {32767, 1}, {32768, 1}};
+constexpr Int kWidestForMagick = 16000;
+
+class HdrToolsTest : public HdrTest {
+protected:
+    ScratchDirectory _scratch;
+
+    std::string Quoted(const std::string& name) const { return "'" + _scratch.Path(name) + "'"; }
+    std::vector<float> ReadByOiiotool(const std::string& name) {
+        EXPECT_TRUE(RunShell("oiiotool " + Quoted(name) + " -d float --compression none -o " + Quoted("floats.tif")));
+        return FloatsOfTiff(ReadFile(_scratch.Path("floats.tif")));
+    }
+};
+
+TEST_F(HdrToolsTest, OthersReadWhatWeWrite) {
+    if (!HasTool("oiiotool") || !HasTool("convert-im6.q16"))
+        GTEST_SKIP() << "no other program is installed";
+    Noise noise(51);
+    for (const Size& size : kSizes) {
+        SCOPED_TRACE(testing::Message() << size.width << " x " << size.height);
+        const HdrPicture picture{size.width, size.height, MakeRgbe(size.width * size.height, noise, 5)};
+        const std::vector<float> floats = picture.ToFloats();
+        ASSERT_TRUE(SaveTo(TextureOfFloats(size.width, size.height, floats), "hdr", Url(_scratch.Path("ours.hdr"))));
+        EXPECT_EQ(ReadByOiiotool("ours.hdr"), floats);
+        if (size.width > kWidestForMagick)
+            continue;
+        Bytes words;  // of 16 bits, by the curve of sRGB, cut off at 1
+        ASSERT_TRUE(RunShell("convert-im6.q16 " + Quoted("ours.hdr") + " -depth 16 rgb:-", &words));
+        ASSERT_EQ(words.size(), floats.size() * 2);
+        for (size_t i = 0; i < floats.size(); ++i) {
+            const double value = std::min(double(floats[i]), 1.0);
+            const double curved = value <= 0.0031308 ? value * 12.92 : 1.055 * std::pow(value, 1 / 2.4) - 0.055;
+            ASSERT_NEAR(words[2 * i] | words[2 * i + 1] << 8, curved * 65535, 16) << i;
+        }
+    }
+}
+
+TEST_F(HdrToolsTest, WeReadWhatOthersWrite) {
+    if (!HasTool("oiiotool") || !HasTool("convert-im6.q16"))
+        GTEST_SKIP() << "no other program is installed";
+    Noise noise(53);
+    for (const Size& size : kSizes) {
+        const std::string head = "P6\n" + std::to_string(size.width) + " " + std::to_string(size.height) + "\n65535\n";
+        Bytes words = noise.Make(size_t(size.width * size.height) * 6);
+        for (size_t i = 6; i < words.size(); ++i) {
+            if (i / 60 % 2)  // runs beside noise
+                words[i] = words[i - 6];
+        }
+        WriteFile(_scratch.Path("in.ppm"), HdrFile(head, words));
+        for (const char* writer : {"oiiotool %I -o %O", "convert-im6.q16 %I %O", "convert-im6.q16 %I -flip %O"}) {
+            SCOPED_TRACE(testing::Message() << writer << " " << size.width << " x " << size.height);
+            if (size.width > kWidestForMagick && std::string_view(writer).starts_with("convert"))
+                continue;
+            std::string command = writer;
+            command.replace(command.find("%I"), 2, Quoted("in.ppm"));
+            command.replace(command.find("%O"), 2, Quoted("theirs.hdr"));
+            ASSERT_TRUE(RunShell(command)) << command;
+            const Result<ImageTextureRef> texture = Load(Url(_scratch.Path("theirs.hdr")));
+            ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+            const HdrPicture picture = PictureOf(*texture);
+            EXPECT_EQ(picture.width, size.width);
+            EXPECT_EQ(picture.height, size.height);
+            EXPECT_EQ(picture.ToFloats(), ReadByOiiotool("theirs.hdr"));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace codectest

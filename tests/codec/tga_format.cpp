@@ -1,0 +1,181 @@
+// TGA, as the tests of all formats see it.
+
+#include "format_table.h"
+#include "tga_parts.h"
+
+namespace codectest {
+namespace {
+
+std::vector<Sample> MakeTgaSamples() {
+    Noise noise(9);
+    std::vector<Sample> samples;
+    const auto add = [&](const char* name, const TgaParts& parts) { samples.push_back({name, "tga", parts.Make()}); };
+    add("tga of 24 bits", {.width = 3, .height = 3, .pixels = noise.Make(27)});
+    add("tga of 32 bits in runs",
+        {.imageType = 10, .width = 5, .height = 2, .depth = 32, .descriptor = 0x28, .pixels = {0x85, 1, 2, 3, 4, 2,
+                                                                                               1,    1, 1, 1, 2, 2,
+                                                                                               2,    2, 3, 3, 3, 3,
+                                                                                               0x80, 9, 9, 9, 9}});
+    add("tga of 16 bits from right to left",
+        {.width = 4, .height = 3, .depth = 16, .descriptor = 0x10, .pixels = noise.Make(24)});
+    add("tga with a map in runs", {.id = {1, 2},
+                                   .mapType = 1,
+                                   .imageType = 9,
+                                   .mapFirst = 2,
+                                   .mapLength = 3,
+                                   .mapBits = 24,
+                                   .width = 4,
+                                   .depth = 8,
+                                   .map = noise.Make(9),
+                                   .pixels = {0x83, 3, 3, 2, 3, 4, 5}});
+    add("tga of 16-bit indices", {.mapType = 1,
+                                  .imageType = 1,
+                                  .mapLength = 2,
+                                  .mapBits = 15,
+                                  .width = 4,
+                                  .depth = 16,
+                                  .map = noise.Make(4),
+                                  .pixels = {0, 0, 1, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 0}});
+    add("tga in grey of 16 bits", {.imageType = 3, .depth = 16, .pixels = noise.Make(8)});
+    return samples;
+}
+
+/// Some twenty bytes that ask for gigabytes.
+std::vector<Sample> MakeTgaBombs() {
+    std::vector<Sample> bombs;
+    for (const uint16_t side : std::initializer_list<uint16_t>{0x7FFF, 0x1000}) {
+        for (const uint8_t type : Bytes{1, 2, 3, 9, 10, 11}) {
+            for (const uint8_t depth : Bytes{8, 16, 24, 32, 255})
+                bombs.push_back({testing::PrintToString(side), "tga",
+                                 TgaParts{.mapType = 1,
+                                          .imageType = type,
+                                          .mapFirst = 0xFFFF,
+                                          .mapLength = uint16_t(side == 0x1000 ? 1 : 0xFFFF),
+                                          .mapBits = 24,
+                                          .width = side,
+                                          .height = side,
+                                          .depth = depth,
+                                          .descriptor = 0x10,
+                                          .map = {1, 2, 3},
+                                          .pixels = {0xFF, 1, 2, 3, 4}}
+                                     .Make()});
+        }
+    }
+    return bombs;
+}
+
+std::vector<ExportVariant> MakeTgaVariants() {
+    return {{.name = "plain", .unreadable = {"ImageMagick"}}};  // it takes the bottom row for the top one
+}
+
+/// The red channel as grey.
+Bytes RedAsGrey(Bytes rgba) {
+    for (size_t i = 0; i < rgba.size(); i += 4)
+        rgba[i + 1] = rgba[i + 2] = rgba[i], rgba[i + 3] = 255;
+    return rgba;
+}
+
+/// What a palette of 3, 3 and 2 bits a channel keeps.
+Bytes In332(Bytes rgba) {
+    for (size_t i = 0; i < rgba.size(); i += 4)
+        rgba[i] &= 0xE0, rgba[i + 1] &= 0xE0, rgba[i + 2] &= 0xC0, rgba[i + 3] = 255;
+    return rgba;
+}
+
+std::vector<ForeignWriter> MakeTgaWriters() {
+    const std::string magick = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
+    const std::string pillow =
+        "/usr/bin/python3 -c 'import sys; from PIL import Image\n"
+        "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read())\n"
+        "if sys.argv[2] == \"L\": im = im.getchannel(\"R\")\n"
+        "elif sys.argv[2] == \"P\":\n"
+        "  p = Image.frombytes(\"P\", im.size, bytes(r & 224 | g >> 5 << 2 | b >> 6 for r, g, b, a in im.getdata()))\n"
+        "  p.putpalette([v for i in range(256) for v in (i & 224, i << 3 & 224, i << 6 & 192)]); im = p\n"
+        "else: im = im.convert(sys.argv[2])\n"
+        "im.save(sys.argv[3], \"TGA\", compression=sys.argv[4])' %I ";
+    return {
+        // What it writes begins with the top row and claims the opposite.
+        {"ImageMagick, with alpha", {"convert-im6.q16"}, magick + "-flip -compress None TGA:%O"},
+        {"ImageMagick, with alpha, in runs", {"convert-im6.q16"}, magick + "-flip -compress RLE TGA:%O"},
+        {"ImageMagick, without alpha, in runs",
+         {"convert-im6.q16"},
+         magick + "-alpha off -flip -compress RLE TGA:%O",
+         Opaque},
+        {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O raw"},
+        {"Pillow, with alpha, in runs", {"PIL"}, pillow + "RGBA %O tga_rle"},
+        {"Pillow, without alpha, in runs", {"PIL"}, pillow + "RGB %O tga_rle", Opaque},
+        {"Pillow, grey", {"PIL"}, pillow + "L %O raw", RedAsGrey},
+        {"Pillow, grey in runs", {"PIL"}, pillow + "L %O tga_rle", RedAsGrey},
+        {"Pillow, map", {"PIL"}, pillow + "P %O raw", In332},
+        {"Pillow, map, in runs", {"PIL"}, pillow + "P %O tga_rle", In332},
+        {"netpbm",
+         {"convert-im6.q16", "ppmtotga"},
+         magick + "-alpha off ppm:- | ppmtotga -rgb -norle 2> /dev/null > %O",
+         Opaque},
+        {"netpbm, in runs",
+         {"convert-im6.q16", "ppmtotga"},
+         magick + "-alpha off ppm:- | ppmtotga -rgb 2> /dev/null > %O",
+         Opaque},
+    };
+}
+
+/// All of these agree with the slow decoder of the tests.
+std::vector<CorpusDifference> MakeDifferences() {
+    constexpr const char* kRightToLeft = "a row from right to left goes on in the row before";
+    constexpr const char* kFiveBits = "5 bits are not widened by their upper bits";
+    constexpr const char* kGrey16 = "16 bits of grey are one value, not grey and alpha";
+    return {
+        {"tga/gdk-pixbuf/gtk-logo-24bpp-bottom-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-24bpp-top-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-32bpp-bottom-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-cmap-rle-8bpp-top-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-gray-16bpp-bottom-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-gray-rle-16bpp-top-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-gray-rle-8bpp-bottom-right.tga", kRightToLeft},
+        {"tga/gdk-pixbuf/gtk-logo-gray-rle-8bpp-top-right.tga", kRightToLeft},
+        {"tga/image-rs/bottom_right.tga", kRightToLeft},
+        {"tga/image-rs/top_right.tga", kRightToLeft},
+        {"tga/kimageformats/bottom_right.tga", kRightToLeft},
+        {"tga/kimageformats/top_right.tga", kRightToLeft},
+        {"tga/pillow/rgb32rle_bottom_right.tga", kRightToLeft},
+        {"tga/pillow/rgb32rle_top_right.tga", kRightToLeft},
+        {"tga/directxtextest/test555.tga", kFiveBits},
+        {"tga/image-rs/b5-cmap.tga", kFiveBits},
+        {"tga/image-rs/ccm8.tga", kFiveBits},
+        {"tga/kimageformats/Format_RGB444.tga", kFiveBits},
+        {"tga/kimageformats/rgb16.tga", kFiveBits},
+        {"tga/oiio-images/CTC16.TGA", kFiveBits},
+        {"tga/pillow/p_16.tga", kFiveBits},
+        {"tga/pillow/rgba16.tga", kFiveBits},
+        {"tga/twelvemonkeys/FLAG_T16.TGA", kFiveBits},
+        {"tga/twelvemonkeys/XING_B16.TGA", kFiveBits},
+        {"tga/gdk-pixbuf/gtk-logo-gray-16bpp-top-left.tga", kGrey16},
+        {"tga/gdk-pixbuf/gtk-logo-gray-rle-16bpp-top-left.tga", kGrey16},
+        {"tga/oiio-tests/crash5.tga", kGrey16},
+        {"tga/pillow/200x32_la_bl_raw.tga", kGrey16},
+        {"tga/pillow/200x32_la_bl_rle.tga", kGrey16},
+        {"tga/pillow/200x32_la_tl_raw.tga", kGrey16},
+        {"tga/pillow/la.tga", kGrey16},
+        {"tga/twelvemonkeys/monochrome16_top_left_rle.tga", kGrey16},
+        {"tga/kimageformats/Format_Indexed8.tga", "entries of four bytes are alpha, blue, green, red"},
+    };
+}
+
+}  // namespace
+
+TestedFormat TestedTga() {
+    TestedFormat tga{"tga", MakeTgaSamples};
+    tga.makeBombs = MakeTgaBombs;
+    tga.detectBytes = 17;
+    tga.alphaChannels = 1;
+    tga.largestSide = 32000;
+    tga.bitDepths = {8};
+    tga.differences = MakeDifferences();
+    tga.fewestCompared = 55;
+    tga.fewestRefused = 10;
+    tga.makeVariants = MakeTgaVariants;
+    tga.makeWriters = MakeTgaWriters;
+    return tga;
+}
+
+}  // namespace codectest
