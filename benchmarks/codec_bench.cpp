@@ -17,11 +17,7 @@ namespace {
 
 /// All formats that are measured.
 constexpr std::vector<CodecCase> (*kMakers[])() = {
-    MakeBmpCases,
-    MakeHdrCases,
-    MakeJpegCases,
-    MakePngCases,
-    MakeTgaCases,
+    MakeBmpCases, MakeHdrCases, MakeJpegCases, MakePngCases, MakeTgaCases,
 };
 
 Block<const std::byte> AsBytes(const std::vector<uint8_t>& bytes) { return std::as_bytes(Block<const uint8_t>(bytes)); }
