@@ -42,7 +42,7 @@ CLI::App* AddCommand(CLI::App& app, const char* name, const char* description, R
 }
 
 void AddSelection(CLI::App& command, SelectionOptions& selection) {
-    command.add_option("--image", selection.image, "Which image of the file, from 1")->check(CLI::PositiveNumber);
+    command.add_option("--image", selection.image, "Which image of the file, from 1");
     command
         .add_option("--path", selection.paths,
                     "A node below the image, as in 'Folder/Layer 1' or 'Alpha'; repeated, layers that are composited")

@@ -104,9 +104,9 @@ Result<void> CopyRows(const Selection& selection, const RowsWish& wish, const Im
 
 Result<Selection> Select(const Picture& picture, const SelectionOptions& options) {
     const auto images = TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE));
-    const int number = std::max(options.image, 1);
-    if (options.image < 0 || number > images.GetCount())
-        return IllegalArgumentError("there is no image @; the file has @", options.image, images.GetCount());
+    const int number = options.image.value_or(1);
+    if (number < 1 || number > images.GetCount())
+        return IllegalArgumentError("there is no image @; the file has @", number, images.GetCount());
     Selection selection;
     selection.node = images[number - 1];
     if (options.composite || options.paths.size() > 1) {

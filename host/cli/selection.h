@@ -2,6 +2,7 @@
 /// @file
 /// Which part of a picture a command works on: an image of several, nodes below it, layers composited.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,11 +12,11 @@
 namespace orvik::cli {
 
 struct SelectionOptions {
-    int image = 0;                        ///< from 1; 0 for the first
+    std::optional<int> image = {};        ///< from 1; the first by default
     std::vector<std::string> paths = {};  ///< names below the image, joined by slashes or backslashes
     bool composite = false;  ///< what the paths name, or without paths all visible layers, laid over each other
 
-    bool IsWholePicture() const { return image == 0 && paths.empty() && !composite; }
+    bool IsWholePicture() const { return !image && paths.empty() && !composite; }
 };
 
 /// A node and what is wanted of it.

@@ -33,7 +33,7 @@ _orvik() {
             mapfile -t COMPREPLY < <(compgen -W "$(orvik pixelformats 2>/dev/null | cut -d' ' -f1)" -- "$current")
             return
             ;;
-        pixels:--image | pixels:--path)
+        *:--image | *:--path)
             return
             ;;
     esac
@@ -41,9 +41,9 @@ _orvik() {
     local options="--help --verbose"
     case $command in
         "") mapfile -t COMPREPLY < <(compgen -W "info convert pixels formats pixelformats $options --version" -- "$current") && return ;;
-        info) options+=" --json --headers" ;;
-        convert) options+=" --to --profile --set" ;;
-        pixels) options+=" --format --image --path --output" ;;
+        info) options+=" --json --headers --html" ;;
+        convert) options+=" --to --profile --set --image --path --composite" ;;
+        pixels) options+=" --format --image --path --composite --output" ;;
         formats | pixelformats) options+=" --json" ;;
     esac
     if [[ $current == -* ]]; then

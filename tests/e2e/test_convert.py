@@ -31,6 +31,21 @@ def png_interlaced(path):
 
 
 class Convert(OrvikTest):
+    def test_one_node_becomes_the_picture(self):
+        pixels = noise(6, 9, 4)
+        bitmap = self.folder / "source.bmp"
+        self.ok("convert", self.save("source.png", pixels, "RGBA"), bitmap)
+        out = self.folder / "out.png"
+        for selection in (["--image", "1"], ["--composite"]):
+            self.ok("convert", *selection, bitmap, out)
+            np.testing.assert_array_equal(pillow_rgba(out)[..., :3], pixels[..., :3], str(selection))
+        self.ok("convert", "--path", "Alpha", bitmap, out)
+        np.testing.assert_array_equal(pillow_rgba(out)[..., 0], pixels[..., 3])
+        out.unlink()
+        self.fails(1, "convert", "--image", "2", bitmap, out, contains="no image 2")
+        self.fails(1, "convert", "--path", "Sky", bitmap, out, contains="no node 'Sky'")
+        self.assertFalse(out.exists())
+
     def test_peers_read_what_is_written(self):
         for channels in (3, 4):
             source = self.save("source.png", noise(17, 23, channels))
