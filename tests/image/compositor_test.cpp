@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include "pixel/blend_tools.h"
+#include "pixel/level_scope.h"
 #include "support/layer_tree.h"
 #include "support/module_fixture.h"
 
@@ -348,6 +349,8 @@ TEST_F(CompositorTest, BytesInNormalModeAreTheSameBothWays) {
     const PixelFormat rgba = PixelFormats::Get(pixelformats::kRgbaU8);
     for (int tree = 0; tree < 60; ++tree) {
         SCOPED_TRACE(tree);
+        const auto levels = pixel::GetKernelSets();
+        const LevelScope level(*levels[static_cast<size_t>(tree) % levels.size()]);
         const Int width = 1 + draw(tree % 2 ? 40 : 300);
         texture = LayerTree::MakeTexture();
         const ImageRef image = AddImage(width, 2);

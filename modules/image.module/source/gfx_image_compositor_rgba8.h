@@ -29,6 +29,7 @@ private:
     };
     BaseArray<Layer> _layers;
     bool _takesBottomStraight = false;
+    pixel::Rgba8Kernel _kernel = nullptr;
     BaseArray<pixel::Rgba8Front> _fronts;  ///< the layers of a part of a line, remade for each
 };
 

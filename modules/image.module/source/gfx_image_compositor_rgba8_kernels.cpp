@@ -1,9 +1,8 @@
 // Composing RGBA bytes, for each instruction set.
 
-// No machine in use stops at SSSE3, and the vectors that the formulas stand on need a known size.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
-
 #include "gfx_image_compositor_rgba8_kernels.h"
+
+#include "gfx_image_pixelblend_kernels_targets.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "gfx_image_compositor_rgba8_kernels.cpp"
@@ -12,10 +11,10 @@
 #include "gfx_image_pixelblend_formulas_inl.h"
 #include "gfx_image_pixelformat_arithmetic.h"
 
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 HWY_BEFORE_NAMESPACE();
 namespace orvik::pixel::HWY_NAMESPACE {
 
-#if HWY_TARGET != HWY_SCALAR
 using F32 = hn::ScalableTag<float>;
 using I32 = hn::Rebind<int32_t, F32>;
 using U32 = hn::Rebind<uint32_t, F32>;
@@ -67,7 +66,6 @@ HWY_INLINE Pixels ComposeVector(const Rgba8Front* fronts, size_t frontCount, siz
     return seen;
 }
 
-/// As many pixels as whole vectors have.
 size_t ComposeVectors(uint8_t* dst, const Rgba8Front* fronts, size_t frontCount, size_t count, bool straight) {
     const size_t step = hn::Lanes(F32());
     size_t i = 0;
@@ -75,37 +73,18 @@ size_t ComposeVectors(uint8_t* dst, const Rgba8Front* fronts, size_t frontCount,
         StoreBytes(ComposeVector(fronts, frontCount, 4 * i, straight), dst + 4 * i);
     return i;
 }
-#else
-size_t ComposeVectors(uint8_t*, const Rgba8Front*, size_t, size_t, bool) { return 0; }
-#endif
-
-void ComposeRun(uint8_t* dst, const Rgba8Front* fronts, size_t frontCount, size_t count, bool straight) {
-    // The last pixels go one by one through the scalar form of the same formula.
-    for (size_t i = ComposeVectors(dst, fronts, frontCount, count, straight); i < count; ++i) {
-        Rgba<float> seen{0, 0, 0, 0};
-        for (size_t front = 0; front < frontCount; ++front) {
-            const uint8_t* bytes = fronts[front].pixels + 4 * i;
-            const Rgba<float> pixel{IntegerToFloat<float>(bytes[0]), IntegerToFloat<float>(bytes[1]),
-                                    IntegerToFloat<float>(bytes[2]), IntegerToFloat<float>(bytes[3])};
-            seen = straight && front == 0 ? pixel : BlendPixel<BlendFormula::Over>(seen, pixel, fronts[front].opacity);
-        }
-        const float values[4] = {seen.red, seen.green, seen.blue, seen.alpha};
-        for (size_t channel = 0; channel < 4; ++channel)
-            dst[4 * i + channel] = FloatToInteger<Pix8u>(values[channel]);
-    }
-}
 
 }  // namespace orvik::pixel::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
+#endif
 
 #if HWY_ONCE
 namespace orvik::pixel {
+namespace {
+Rgba8Kernel FindRgba8Kernel(int64_t target) { ORVIK_KERNELS_OF_TARGET(ComposeVectors) }
+}  // namespace
 
-HWY_EXPORT(ComposeRun);
-
-void ComposeRgba8(uint8_t* dst, const Rgba8Front* fronts, size_t frontCount, size_t count, bool straight) {
-    HWY_DYNAMIC_DISPATCH(ComposeRun)(dst, fronts, frontCount, count, straight);
-}
+Rgba8Kernel GetRgba8Kernel() { return FindRgba8Kernel(GetBlendTarget()); }
 
 }  // namespace orvik::pixel
 #endif

@@ -12,10 +12,14 @@ struct Rgba8Front {
     float opacity;
 };
 
-/// Lays runs over each other, the first at the bottom.
-/// @param dst       written once all layers of a pixel are read; may lie anywhere but on them
+/// Lays runs over each other, the first at the bottom, as far as whole vectors reach. Does the same for each pixel as
+/// reading bytes as floats, blending floats, and writing them as bytes.
+/// @param dst       may lie anywhere but on the runs
 /// @param straight  the first run is taken as it is; else it is blended over nothing like the others
-/// Does the same for each pixel as reading bytes as floats, blending floats, and writing them as bytes.
-void ComposeRgba8(uint8_t* dst, const Rgba8Front* fronts, size_t frontCount, size_t count, bool straight);
+/// @return          pixels done; the caller does the few that are left
+using Rgba8Kernel = size_t (*)(uint8_t* dst, const Rgba8Front* fronts, size_t frontCount, size_t count, bool straight);
+
+/// The loop for the vectors of the level in use; null at the plain one.
+Rgba8Kernel GetRgba8Kernel();
 
 }  // namespace orvik::pixel
