@@ -330,6 +330,25 @@ TEST(OutputStream, OpeningAndWritingSurviveEachFailedAllocation) {
               4);
 }
 
+TEST(OutputStream, MemoryOfAnExpectedLengthIsTakenOnce) {
+    const MemoryFileRef file = CreateMemoryFile().TakeValue();
+    const OutputStreamRef out = OpenMemoryOutput(file).TakeValue();
+    SetAllocationFault(1);
+    out->Expect(5000);  // is told in vain
+    SetAllocationFault(0);
+    EXPECT_EQ(file->GetBytes().GetCapacity(), 0);
+    out->Expect(5000);
+    EXPECT_EQ(file->GetBytes().GetCount(), 0);
+    SetAllocationFault(0);
+    const std::string block(500, 'x');
+    for (int i = 0; i < 10; ++i)
+        ASSERT_TRUE(out->Write(block.data(), block.size()));
+    EXPECT_EQ(GetAllocationCount(), 0);
+    out->Expect(10);  // less than there is
+    ASSERT_TRUE(out->Write(block.data(), block.size()));
+    EXPECT_EQ(file->GetBytes().GetCount(), 5500);
+}
+
 TEST(InOutStream, ReadersAndWritersShareThePosition) {
     const TempFolder folder;
     const MemoryFileRef memory = CreateMemoryFile(AsBlock("0123456789")).TakeValue();

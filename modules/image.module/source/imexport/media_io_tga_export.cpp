@@ -32,6 +32,8 @@ Result<void> TgaExporter::OpenRows() {
 }
 
 Result<void> TgaExporter::WriteFile(const OutputStreamRef& output) {
+    constexpr Int kHeaderAndFooter = 18 + 26;
+    output->Expect(kHeaderAndFooter + GetPicture().width * GetPixelBytes() * GetPicture().height);
     EndianWriter out;
     out.Attach(output, BYTEORDER::LITTLE);
     TRY(WriteHeader(out));
