@@ -32,7 +32,7 @@ Result<void> TgaExporter::OpenRows() {
 }
 
 Result<void> TgaExporter::WriteFile(const OutputStreamRef& output) {
-    constexpr Int kHeaderAndFooter = 18 + 26;
+    constexpr Int kHeaderAndFooter = 18 + 32;
     output->Expect(kHeaderAndFooter + GetPicture().width * GetPixelBytes() * GetPicture().height);
     EndianWriter out;
     out.Attach(output, BYTEORDER::LITTLE);
