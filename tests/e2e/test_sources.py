@@ -13,7 +13,7 @@ MODULE = SOURCE / "modules/image.module/source"
 CODECS = MODULE / "imexport"
 HOST = SOURCE / "host"
 # What all codecs share, and the table that names each of them.
-FRAME = {"chunkedfileio", "exporter", "fileformat", "formats", "importer"}
+FRAME = {"chunkedfileio", "exporter", "fileformat", "formats", "importer", "palette"}
 
 
 def sources(*folders):
