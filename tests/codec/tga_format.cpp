@@ -36,7 +36,7 @@ std::vector<Sample> MakeTgaSamples() {
                                   .depth = 16,
                                   .map = noise.Make(4),
                                   .pixels = {0, 0, 1, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 0}});
-    add("tga in grey of 16 bits", {.imageType = 3, .depth = 16, .pixels = noise.Make(8)});
+    add("tga in grey of 16 bits", {.imageType = 3, .width = 4, .height = 4, .depth = 16, .pixels = noise.Make(32)});
     return samples;
 }
 
