@@ -35,8 +35,8 @@ asan: build/asan/build.ninja
 
 # Only the programs whose tests share objects between threads.
 tsan: build/tsan/build.ninja
-	cmake --build build/tsan -j$(JOBS) --target test_core test_session test_pixel
-	cd build/tsan && $(CTEST) -R '^(core|session)\.|^pixel\..*Thread'
+	cmake --build build/tsan -j$(JOBS) --target test_core test_session test_pixel test_image
+	cd build/tsan && $(CTEST) -R '^(core|session)\.|^(pixel|image)\..*Thread'
 
 bench: build/bench/build.ninja
 	@cmake/install-packages.sh cmake/packages-bench.txt

@@ -65,6 +65,11 @@ ImageBaseRef FindAlpha(const ImageBaseRef& image) {
     return Cast<ImageBaseInterface>(image->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::ALPHA)));
 }
 
+bool IsMask(const ImageBaseRef& node) {
+    const PixelFormat format = node->GetPixelFormat();
+    return format->GetChannelCount() == 1 && format->HasAlpha();
+}
+
 std::string_view GetTypeName(ITYPE type) {
     constexpr std::string_view kNames[] = {"UNDEFINED", "TEXTURE", "IMAGE",      "ALPHA",        "LAYER",
                                            "LAYERMASK", "FOLDER",  "ADJUSTMENT", "DEEPIMAGEDATA"};

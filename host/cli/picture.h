@@ -20,6 +20,8 @@ Result<Picture> LoadPicture(const std::string& name, MEDIASESSIONFLAGS flags);
 Result<BaseArray<ImageBaseRef>> GetImages(const ImageBaseRef& node, IMAGEHIERARCHY branch);
 /// The first alpha of an image, or null.
 ImageBaseRef FindAlpha(const ImageBaseRef& image);
+/// Masks and alphas have no colours: where colours are wanted, their values stand in all three.
+bool IsMask(const ImageBaseRef& node);
 /// "IMAGE", "ALPHA" and so on.
 std::string_view GetTypeName(ITYPE type);
 std::string_view GetTypeName(const ImageBaseRef& node);

@@ -57,19 +57,23 @@ Result<LayerSet> MakeLayerSet(const ImageBaseRef& image, const SelectionOptions&
     return layers;
 }
 
-/// A format with alpha and the component type of the given one: what lies under all layers is transparent.
-PixelFormat WithAlpha(const PixelFormat& format) {
+/// The component type of the given format, in RGB with or without alpha.
+PixelFormat ToRgb(const PixelFormat& format, bool withAlpha) {
+    static const struct {
+        ComponentType type;
+        Id plain, alpha;
+    } kFormats[] = {
+        {ComponentType::U8, pixelformats::kRgbU8, pixelformats::kRgbaU8},
+        {ComponentType::U16, "net.orvik.image.pixelformat.rgb.u16", pixelformats::kRgbaU16},
+        {ComponentType::F16, "net.orvik.image.pixelformat.rgb.f16", "net.orvik.image.pixelformat.rgba.f16"},
+        {ComponentType::F32, pixelformats::kRgbF32, pixelformats::kRgbaF32},
+    };
     const auto channels = format->GetChannels();
-    switch (channels.empty() ? ComponentType::None : channels[0]->GetComponentType()) {
-        case ComponentType::U8:
-            return PixelFormats::Get(pixelformats::kRgbaU8);
-        case ComponentType::U16:
-            return PixelFormats::Get(pixelformats::kRgbaU16);
-        case ComponentType::F16:
-            return PixelFormats::Get(Id("net.orvik.image.pixelformat.rgba.f16"));
-        default:
-            return PixelFormats::Get(pixelformats::kRgbaF32);
-    }
+    const ComponentType type = channels.empty() ? ComponentType::F32 : channels[0]->GetComponentType();
+    const auto* found = std::ranges::find(kFormats, type, [](const auto& row) { return row.type; });
+    if (found == std::end(kFormats))
+        found = std::end(kFormats) - 1;
+    return PixelFormats::Get(withAlpha ? found->alpha : found->plain);
 }
 
 Result<void> CopyMetadata(const ImageBaseRef& from, const ImageBaseRef& to) {
@@ -124,7 +128,9 @@ Result<ImageTextureRef> Flatten(const Selection& selection) {
     wish.layers = selection.layers;
     wish.format = selection.node->GetPixelFormat();
     if (selection.layers || alpha)
-        wish.format = WithAlpha(wish.format);
+        wish.format = ToRgb(wish.format, true);
+    else if (IsMask(selection.node))
+        wish.format = ToRgb(wish.format, false);
 
     const auto image = TRY(ClassRef(imageclasses::kImage).Create<ImageInterface>());
     TRY(CopyMetadata(selection.node, image));

@@ -4,6 +4,7 @@
 
 #include "formats.h"
 #include "noderows.h"
+#include "picture.h"
 
 #include "orvik/iomemory.h"
 
@@ -41,12 +42,6 @@ struct Sum {
 
 /// First pixel of the long side that falls into pixel `i` of the short one.
 constexpr Int Start(Int i, Int from, Int to) { return i * from / to; }
-
-/// Masks and alphas have no colours: their values are shown as grey.
-bool IsMask(const ImageBaseRef& node) {
-    const auto channels = node->GetPixelFormat()->GetChannels();
-    return channels.size() == 1 && node->GetPixelFormat()->HasAlpha();
-}
 
 RowsWish MakeWish(const ImageBaseRef& node, const LayerSet& layers) {
     RowsWish wish;

@@ -4,11 +4,7 @@ namespace codectest {
 
 const std::vector<TestedFormat>& TestedFormats() {
     static const std::vector<TestedFormat> formats = {
-        TestedBmp(),
-        TestedHdr(),
-        TestedJpeg(),
-        TestedPng(),
-        TestedTga(),
+        TestedBmp(), TestedHdr(), TestedJpeg(), TestedPng(), TestedTga(),
     };
     return formats;
 }

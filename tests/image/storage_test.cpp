@@ -354,10 +354,10 @@ TEST_F(ImageFixture, StoragesAreRegistered) {
         ids.emplace_back(entry.id.GetText());
         EXPECT_TRUE(ClassRef(entry.id).Create<ImagePixelStorageInterface>());
     }
-    EXPECT_EQ(ids, (std::vector<std::string>{"net.orvik.image.imagepixelstorageclass.normal",
-                                             "net.orvik.image.imagepixelstorageclass.planes",
-                                             "net.orvik.image.imagepixelstorageclass.nodata",
-                                             "net.orvik.image.imagepixelstorageclass.voxel"}));
+    EXPECT_EQ(ids,
+              (std::vector<std::string>{
+                  "net.orvik.image.imagepixelstorageclass.normal", "net.orvik.image.imagepixelstorageclass.planes",
+                  "net.orvik.image.imagepixelstorageclass.nodata", "net.orvik.image.imagepixelstorageclass.voxel"}));
 }
 
 }  // namespace

@@ -102,9 +102,7 @@ private:
 
 bool HasSelectedLayers(const LayerSet& layers) { return !layers->GetSelectedLayers().IsEmpty(); }
 
-bool IsLayerSelected(const LayerSet& layers, const String& path) {
-    return layers->GetSelectedLayers().Contains(path);
-}
+bool IsLayerSelected(const LayerSet& layers, const String& path) { return layers->GetSelectedLayers().Contains(path); }
 
 bool HasOwnPixels(const ImageBaseRef& node) {
     if (node->GetWidth() <= 0 || node->GetHeight() <= 0)

@@ -99,8 +99,8 @@ public:
     Result<void> Write(const void* from, size_t count) {
         return Write(Block<const std::byte>(static_cast<const std::byte*>(from), count));
     }
-    /// Says that the stream will come to about this many bytes, counted from its start: memory is then taken once instead
-    /// of growing. Promises nothing; most streams ignore it.
+    /// Says that the stream will come to about this many bytes, counted from its start: memory is then taken once
+    /// instead of growing. Promises nothing; most streams ignore it.
     virtual void Expect(Int bytes) { (void)bytes; }
     virtual Result<void> Flush() { return Unbound(); }
     /// Flushes and closes. A full disk shows here at the latest. Closing twice succeeds.
