@@ -98,7 +98,7 @@ TEST_F(LayersTest, SelectionsByPath) {
     } cases[] = {
         {{.image = 1}, white, white},
         {{.paths = {"Folder/Green"}}, green, green},
-        {{.paths = {"Folder\\Green\\Mask"}}, {255, 255, 255, 255}, {0, 0, 0, 0}},
+        {{.paths = {"Folder\\Green\\Mask"}}, white, {0, 0, 0, 255}},
         {{.composite = true}, {128, 0, 0, 255}, red},
         {{.paths = {"Red", "Hidden"}}, {0, 0, 255, 255}, {0, 0, 255, 255}},
         {{.paths = {"Red"}, .composite = true}, red, red},
