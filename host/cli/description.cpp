@@ -74,15 +74,20 @@ Result<Json> Describe(const std::string& file, const Picture& picture) {
     return json;
 }
 
-LayerLook GetLayerLook(const Json& node) {
-    LayerLook look;
+bool IsHidden(const Json& node) {
+    const Json enabled = FindKey(node, "layer.enabled");
+    return enabled.is_boolean() && !enabled.get<bool>();
+}
+
+std::vector<std::string> LookWords(const Json& node) {
+    std::vector<std::string> words;
     if (const Json blendMode = FindKey(node, "layer.blendmode"); blendMode.is_string())
-        look.blendMode = LastWord(blendMode.get<std::string>());
-    if (const Json opacity = FindKey(node, "layer.opacity"); opacity.is_number())
-        look.opacity = opacity.get<double>();
-    if (const Json enabled = FindKey(node, "layer.enabled"); enabled.is_boolean())
-        look.hidden = !enabled.get<bool>();
-    return look;
+        words.push_back(LastWord(blendMode.get<std::string>()));
+    if (const Json opacity = FindKey(node, "layer.opacity"); opacity.is_number() && opacity.get<double>() != 1.0)
+        words.push_back(ValueText(opacity.get<double>() * 100) + " %");
+    if (IsHidden(node))
+        words.emplace_back("hidden");
+    return words;
 }
 
 std::string TypeText(const Json& node) {

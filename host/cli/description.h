@@ -12,13 +12,10 @@ inline constexpr std::string_view kImageKeyPrefix = "net.orvik.image.";
 /// The children of all branches, in the order of the branches.
 Result<BaseArray<ImageBaseRef>> GetAllChildren(const ImageBaseRef& node);
 
-/// What is said about a node beyond its type, name, size and format.
-struct LayerLook {
-    std::string blendMode;  ///< "multiply"; empty where the node has none
-    double opacity = 1.0;   ///< 0 to 1
-    bool hidden = false;
-};
-LayerLook GetLayerLook(const Json& node);
+/// What a layer does to those below it, in words: "multiply", "50 %", "hidden". Nothing for a plain node.
+std::vector<std::string> LookWords(const Json& node);
+/// True for a layer that is switched off.
+bool IsHidden(const Json& node);
 
 /// Type, name, size, pixel format, profile, metadata, and the children the same way. "rgba.u8" and so on stand under
 /// their full ids. An illegal state for a tree deeper than 256 levels.

@@ -91,17 +91,9 @@ std::string Row(std::string_view term, const std::string& value) {
 }
 
 std::string LookMarks(const Json& node) {
-    const LayerLook look = GetLayerLook(node);
     std::string marks;
-    const auto add = [&marks](const std::string& word) {
+    for (const std::string& word : LookWords(node))
         marks += " <span class=\"look\">" + Escape(word) + "</span>";
-    };
-    if (!look.blendMode.empty())
-        add(look.blendMode);
-    if (look.opacity != 1.0)
-        add(ValueText(look.opacity * 100) + " %");
-    if (look.hidden)
-        add("hidden");
     return marks;
 }
 
@@ -128,7 +120,7 @@ Result<std::string> ThumbnailPart(const Json& description, const ImageBaseRef& n
     if (!png &&
         (png.GetError()->IsKindOf(errorid::kOutOfMemory) || png.GetError()->IsKindOf(errorid::kThreadCancelled)))
         return png.GetError();
-    std::string html = GetLayerLook(description).hidden ? "<div class=\"thumb hidden\">" : "<div class=\"thumb\">";
+    std::string html = IsHidden(description) ? "<div class=\"thumb hidden\">" : "<div class=\"thumb\">";
     if (!png)
         html += "<p>" + Escape(std::string(png.GetError()->ToString().GetText())) + "</p>";
     else if (png->GetCount() == 0)

@@ -6,17 +6,11 @@ namespace orvik::cli {
 
 namespace {
 
-/// "multiply 50 %", "hidden": what a layer does to those below it.
+/// "multiply, 50 %".
 std::string LookText(const Json& node) {
-    const LayerLook look = GetLayerLook(node);
     std::string text;
-    const auto add = [&text](const std::string& word) { text += (text.empty() ? "  " : ", ") + word; };
-    if (!look.blendMode.empty())
-        add(look.blendMode);
-    if (look.opacity != 1.0)
-        add(ValueText(look.opacity * 100) + " %");
-    if (look.hidden)
-        add("hidden");
+    for (const std::string& word : LookWords(node))
+        text += (text.empty() ? "  " : ", ") + word;
     return text;
 }
 

@@ -7,6 +7,7 @@
 
 #include "gfx_image_pixelformat_arithmetic.h"
 #include "gfx_image_pixelformat_shuffle.h"
+#include "level_scope.h"
 #include "pixel_tools.h"
 
 namespace orvik {
@@ -30,18 +31,6 @@ std::vector<std::string> LevelNames() {
         names.push_back(kernels->name);
     return names;
 }
-
-/// Makes conversions use one level while it lives.
-class LevelScope {
-public:
-    explicit LevelScope(const pixel::KernelSet& kernels) : _before(pixel::GetKernels()) { pixel::SetKernels(kernels); }
-    ~LevelScope() { pixel::SetKernels(_before); }
-    LevelScope(const LevelScope&) = delete;
-    LevelScope& operator=(const LevelScope&) = delete;
-
-private:
-    const pixel::KernelSet& _before;
-};
 
 TEST(Kernels, PlainLoopsAreTheFirstLevel) {
     const std::vector<std::string> names = LevelNames();
