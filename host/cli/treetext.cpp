@@ -9,8 +9,10 @@ namespace {
 /// "multiply, 50 %".
 std::string LookText(const Json& node) {
     std::string text;
-    for (const std::string& word : LookWords(node))
-        text += (text.empty() ? "  " : ", ") + word;
+    for (const std::string& word : LookWords(node)) {
+        text += text.empty() ? "  " : ", ";
+        text += word;
+    }
     return text;
 }
 

@@ -179,7 +179,7 @@ Result<ExifRef> Open(Block<const std::byte> block) {
     exif_data_load_data(data.get(), reinterpret_cast<const unsigned char*>(block.data()),
                         static_cast<unsigned>(block.size()));
     Ref<ExifImpl> exif = TRY(NewObj<ExifImpl>(data.get()));
-    data.release();
+    (void)data.release();  // the object has it now
     return ExifRef(std::move(exif));
 }
 

@@ -92,7 +92,7 @@ public:
 
     Result<void> Construct() override {
         TRY(ConstructNames());
-        const Int y = GetLuma() * 8, u = 8 - y;
+        const Int y = Int(GetLuma()) * 8, u = 8 - y;
         const Int offsets[] = {y, u, u + 16, 16};
         for (int i = 0; i < _family.channelCount; ++i) {
             const ImageChannel channel = TRY(CreatePackedChannel(channeltypes::kUnknown, 8));

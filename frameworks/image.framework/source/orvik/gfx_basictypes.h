@@ -15,7 +15,7 @@ public:
     /// Rounded up to whole bytes.
     constexpr Int GetBytes() const { return (_bits + 7) >> 3; }
     friend constexpr bool operator==(BITS, BITS) = default;
-    friend constexpr auto operator<=>(BITS, BITS) = default;
+    friend constexpr auto operator<=>(BITS, BITS) = default;  // NOLINT(modernize-use-nullptr)
     friend constexpr BITS operator+(BITS a, BITS b) { return BITS(a._bits + b._bits); }
     friend constexpr BITS operator-(BITS a, BITS b) { return BITS(a._bits - b._bits); }
     friend constexpr BITS operator*(BITS a, Int n) { return BITS(a._bits * n); }

@@ -163,7 +163,7 @@ Result<void> HdrExporter::WriteRows(const OutputStreamRef& output) const {
     TRY(planes.Resize(picture.width * kPlanes, kFlags));
     TRY(encoded.Resize(kRowHeadBytes + kPlanes * GetEncodedBound(picture.width), kFlags));
     for (Int y = 0; y < picture.height; ++y) {
-        TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), BITS(3 * 32)}));
+        TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), BITS(Int(3) * 32)}));
         EncodePixels(row.GetFirst(), planes.GetFirst(), picture.width);
         const uint8_t* const end = EncodeRow(planes.GetFirst(), encoded.GetFirst());
         TRY(output->Write(encoded.GetFirst(), size_t(end - encoded.GetFirst())));

@@ -53,7 +53,7 @@ public:
 
 private:
     /// The library takes its fast way through Huffman codes only while some 3 KB are left in the buffer.
-    static constexpr Int kBufferBytes = 128 * 1024;
+    static constexpr Int kBufferBytes = Int(128) * 1024;
 
     static JpegDecoder& Get(j_decompress_ptr info) {
         return *static_cast<JpegDecoder*>(static_cast<JpegLibrary*>(info->client_data));

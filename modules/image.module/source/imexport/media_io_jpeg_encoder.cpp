@@ -56,9 +56,10 @@ void JpegEncoder::OnInitDestination(j_compress_ptr info) {
 
 bool JpegEncoder::WriteBuffer(size_t count) noexcept {
     Result<void> written = _output->Write(_buffer.GetFirst(), count);
-    if (!written)
-        HoldError(MakeStreamError(_output->GetUrl(), "error writing file @", std::move(written).TakeError()));
-    return !written.HasError();
+    if (written)
+        return true;
+    HoldError(MakeStreamError(_output->GetUrl(), "error writing file @", std::move(written).TakeError()));
+    return false;
 }
 
 void JpegEncoder::EmptyBuffer(size_t count) {

@@ -33,7 +33,7 @@ public:
     Result<void> Finish();
 
 private:
-    static constexpr Int kBufferBytes = 64 * 1024;
+    static constexpr Int kBufferBytes = Int(64) * 1024;
 
     static JpegEncoder& Get(j_compress_ptr info) {
         return *static_cast<JpegEncoder*>(static_cast<JpegLibrary*>(info->client_data));
