@@ -7,13 +7,6 @@
 namespace codectest {
 namespace {
 
-Bytes SmallProfile() {
-    const ColorProfile profile = colorprofiles::Get(colorprofiles::kSrgb);
-    const Block<const std::byte> bytes = *profile.WriteProfileToMemory();
-    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
-    return Bytes(first, first + bytes.size());
-}
-
 std::vector<Sample> MakeBmpSamples() {
     Noise noise(7);
     std::vector<Sample> samples;
@@ -31,8 +24,10 @@ std::vector<Sample> MakeBmpSamples() {
                                       .blue = 0xFF,
                                       .alpha = 0xFF000000,
                                       .rows = noise.Make(24)});
-    add("bmp with a profile",
-        {.headerSize = 124, .space = 0x4D424544, .profile = SmallProfile(), .rows = noise.Make(16)});
+    add("bmp with a profile", {.headerSize = 124,
+                               .space = 0x4D424544,
+                               .profile = ProfileBytes(colorprofiles::kSrgb),
+                               .rows = noise.Make(16)});
     add("bmp of 16 bits", {.width = 3, .height = 2, .bitCount = 16, .rows = noise.Make(16)});
     add("bmp of 16 bits with masks", {.width = 3,
                                       .height = 2,

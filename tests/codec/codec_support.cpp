@@ -67,6 +67,30 @@ Result<ImageTextureRef> Load(const Url& url, MEDIASESSIONFLAGS flags) {
     return ImageTextureInterface::LoadTexture(url, TimeValue(), flags, ClassRef(), LayerSet());
 }
 
+Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const Url& url) {
+    const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
+    TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
+    TRY(MediaSessionImport(url, TimeValue(), MEDIASESSIONFLAGS::NONE, output, {}, {},
+                           FindHandlerByFormat(Format(formatName).format)));
+    return {};
+}
+
+Result<ImageTextureRef> LoadAs(std::string_view formatName, const Url& url) {
+    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+    TRY(LoadInto(texture, formatName, url));
+    return texture;
+}
+
+ImageTextureRef Loaded(const Bytes& bytes) {
+    const Result<ImageTextureRef> texture = Load(bytes);
+    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
+}
+
+ImageTextureRef MakeTexture() {
+    return Expect(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>(), ImageTextureRef());
+}
+
 ImageBaseRef FirstImage(const ImageTextureRef& texture) {
     return Cast<ImageBaseInterface>(texture->GetFirstChild(Int(IMAGEHIERARCHY::IMAGE)));
 }
@@ -88,6 +112,13 @@ Bytes RgbaOf(const ImageTextureRef& texture) {
             rgba[4 * i + 3] = alphas[i];
     }
     return rgba;
+}
+
+Bytes ProfileBytes(const Id& id) {
+    const ColorProfile profile = colorprofiles::Get(id);
+    const Block<const std::byte> bytes = Expect(profile.WriteProfileToMemory(), Block<const std::byte>());
+    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
+    return Bytes(first, first + bytes.size());
 }
 
 ImageTextureRef MakeTexture(const Picture& picture) { return Expect(MakeTree(picture), ImageTextureRef()); }

@@ -26,6 +26,17 @@ Result<ImageTextureRef> Load(const Url& url, MEDIASESSIONFLAGS flags = MEDIASESS
 inline Result<ImageTextureRef> Load(const Bytes& bytes, MEDIASESSIONFLAGS flags = MEDIASESSIONFLAGS::NONE) {
     return Load(Mount(bytes), flags);
 }
+/// Through the importer of one format, without detection.
+Result<ImageTextureRef> LoadAs(std::string_view formatName, const Url& url);
+inline Result<ImageTextureRef> LoadAs(std::string_view formatName, const Bytes& bytes) {
+    return LoadAs(formatName, Mount(bytes));
+}
+/// The same into a texture that is there, which keeps what came before an error.
+Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const Url& url);
+/// Fails the test on an error, and goes on with a picture of one pixel.
+ImageTextureRef Loaded(const Bytes& bytes);
+
+ImageTextureRef MakeTexture();
 ImageBaseRef FirstImage(const ImageTextureRef& texture);
 /// The alpha child of a node, or null.
 ImageBaseRef AlphaOf(const ImageBaseRef& image);
@@ -34,6 +45,9 @@ ImageBaseRef AlphaOf(const ImageBaseRef& image);
 Bytes PixelsOf(const ImageBaseRef& node, const Id& format);
 /// RGBA of 8 bits of the first image, with the alpha of its alpha child where there is one.
 Bytes RgbaOf(const ImageTextureRef& texture);
+
+/// What a built-in profile is in a file.
+Bytes ProfileBytes(const Id& id);
 
 /// A picture made by hand: rows from the top, tightly packed.
 struct Picture {

@@ -10,12 +10,6 @@ namespace {
 
 class JpegTest : public CodecTest {};
 
-ImageTextureRef Loaded(const Bytes& file) {
-    Result<ImageTextureRef> texture = Load(file);
-    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
-}
-
 /// Waves with a little noise: something that survives compression.
 Bytes MakeRows(uint32_t width, uint32_t height, int channels) {
     Noise noise(width * 31 + height);
@@ -122,13 +116,6 @@ TEST_F(JpegTest, DescribesResolution) {
         EXPECT_EQ(image->Has(image::kAspectRatio.GetId()), c.aspectRatio != 0);
         EXPECT_DOUBLE_EQ(image->Get(image::kAspectRatio, 0), c.aspectRatio);
     }
-}
-
-Bytes ProfileBytes(const Id& id) {
-    const ColorProfile profile = colorprofiles::Get(id);
-    const Block<const std::byte> bytes = *profile.WriteProfileToMemory();
-    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
-    return Bytes(first, first + bytes.size());
 }
 
 ColorProfile ProfileOf(const ImageTextureRef& texture) {

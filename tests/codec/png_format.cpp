@@ -8,13 +8,6 @@
 namespace codectest {
 namespace {
 
-Bytes SrgbBytes() {
-    const ColorProfile profile = colorprofiles::Get(colorprofiles::kSrgb);
-    const Block<const std::byte> bytes = *profile.WriteProfileToMemory();
-    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
-    return Bytes(first, first + bytes.size());
-}
-
 std::vector<Sample> MakePngSamples() {
     Noise noise(8);
     std::vector<Sample> samples;
@@ -39,7 +32,8 @@ std::vector<Sample> MakePngSamples() {
         {.width = 11, .height = 3, .colorType = 0, .bitDepth = 2, .hasKey = true, .key = {0, 0, 0, 0, 1}});
     add("png with a resolution",
         {.width = 1, .height = 2, .colorType = 2, .bitDepth = 8, .xPerMetre = 2835, .yPerMetre = 5669});
-    add("png with a profile", {.width = 1, .height = 2, .profileName = "p", .profile = SrgbBytes()});
+    add("png with a profile",
+        {.width = 1, .height = 2, .profileName = "p", .profile = ProfileBytes(colorprofiles::kSrgb)});
     add("png grey 8 with a colour key",
         {.width = 4, .height = 2, .colorType = 0, .bitDepth = 8, .hasKey = true, .key = {0, 0, 0, 0, 9}});
     return samples;

@@ -21,12 +21,6 @@ std::vector<int> IndicesOf(const PngPicture& picture) {
     return indices;
 }
 
-ImageTextureRef Loaded(const Bytes& file) {
-    Result<ImageTextureRef> texture = Load(file);
-    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
-}
-
 PixelFormatIndexedColor IndexedFormatOf(const ImageTextureRef& texture) {
     return Cast<PixelFormatIndexedColorInterface>(FirstImage(texture)->GetPixelFormat());
 }

@@ -25,12 +25,6 @@ const ColorType kColorTypes[] = {
 
 Id IdOf(const char* text) { return *Id::Create(text); }
 
-ImageTextureRef Loaded(const Bytes& file) {
-    Result<ImageTextureRef> texture = Load(file);
-    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
-}
-
 TEST_F(PngTest, ReadsAndWritesEveryColorTypeInBothOrders) {
     Noise noise(1);
     for (const ColorType& type : kColorTypes) {
@@ -120,13 +114,6 @@ TEST_F(PngTest, WritesResolution) {
     written = ReadPng(Save(texture, "png").GetValueOr(Bytes()));
     EXPECT_EQ(written.xPerMetre, 11811u);
     EXPECT_EQ(written.yPerMetre, 11811u);
-}
-
-Bytes ProfileBytes(const Id& id) {
-    const ColorProfile profile = colorprofiles::Get(id);
-    const Block<const std::byte> bytes = *profile.WriteProfileToMemory();
-    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
-    return Bytes(first, first + bytes.size());
 }
 
 TEST_F(PngTest, CarriesColorProfiles) {
