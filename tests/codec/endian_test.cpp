@@ -28,6 +28,17 @@ TEST(Endian, ReadsInBothOrders) {
     EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE, {0, 0, 0, 0, 0, 0, 0xF8, 0x3F}).ReadF64(), 1.5);
 }
 
+TEST(Endian, NamesTheUrlThatItOpened) {
+    const Url url = Mount(kBytes);
+    EndianReader reader;
+    ASSERT_TRUE(reader.Attach(url, BYTEORDER::BIG));
+    EXPECT_EQ(reader.GetUrl(), url);
+    EXPECT_EQ(*reader.ReadU16(), 0x0102);
+    reader.Attach(*OpenMemoryInput(AsBlock(kBytes)), BYTEORDER::BIG);
+    EXPECT_TRUE(reader.GetUrl().IsEmpty());
+    EXPECT_EQ(*reader.ReadU16(), 0x0102);
+}
+
 TEST(Endian, ShortReadIsTheStreamsError) {
     EXPECT_EQ(KindOf(ReaderOf(BYTEORDER::BIG, {1, 2, 3}).ReadU32()), "io");
     EXPECT_EQ(KindOf(EndianReader().ReadU8()), "nullptr");

@@ -1,6 +1,7 @@
 // What all importers and exporters share: phases, capabilities, cancellation, streams that are always finished.
 
 #include "format_table.h"
+#include "mediasession_imagetexture_export.h"
 
 #include "orvik/threadservices.h"
 
@@ -28,6 +29,19 @@ protected:
     }
     static Result<void> Execute(const MediaConverterRef& converter, MediaConverterInterface::Inputs inputs = {}) {
         return converter->Execute(inputs, TimeValue(), MEDIASESSIONFLAGS::NONE);
+    }
+    /// What `Analyze` refused does not get any further.
+    void ExpectNoLaterPhase(const ImageTextureRef& texture, std::string_view format) {
+        _session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
+        const auto input =
+            *ClassRef(mediaclasses::kExportFromTexture).Create<MediaStreamExportFromImageTextureInterface>();
+        ASSERT_TRUE(input->SetInputTexture(texture));
+        const auto exporter = *ClassRef(Format(format).exporter).Create<MediaOutputUrlInterface>();
+        ASSERT_TRUE(_session->ConnectMediaConverter(input, exporter));
+        const MediaConverterRef inputs[] = {input};
+        EXPECT_EQ(KindOf(Analyze(exporter, inputs)), "illegalargument");
+        EXPECT_EQ(KindOf(Prepare(exporter, inputs)), "illegalstate");
+        EXPECT_EQ(KindOf(Execute(exporter, inputs)), "illegalstate");
     }
     MediaSessionRef _session;
 };
@@ -167,6 +181,7 @@ TEST_F(FrameTest, EmptyAndOversizedPicturesAreNotWritten) {
         const Int side = format.largestSide;
         const ImageTextureRef wide = MakeTexture({side + 1, 1, pixelformats::kGreyU8, Bytes(size_t(side) + 1)});
         EXPECT_EQ(MessageOf(Save(wide, format.name)), "Maximum resolution exceeded.");
+        ExpectNoLaterPhase(wide, format.name);
         EXPECT_TRUE(Save(MakeTexture({1, side, pixelformats::kGreyU8, Bytes(size_t(side))}), format.name));
     }
 }

@@ -37,11 +37,13 @@ public:
     /// Replaces an earlier stream.
     void Attach(const InputStreamRef& stream, BYTEORDER order) {
         _stream = stream;
+        _url = Url();
         _order = order;
     }
     /// Opens the URL itself.
     Result<void> Attach(const Url& url, BYTEORDER order) {
-        Attach(TRY(url.OpenInputStream()), order);
+        const InputStreamRef stream = TRY(url.OpenInputStream());
+        Attach(stream, order);
         _url = url;
         return {};
     }
@@ -92,7 +94,8 @@ public:
         _order = order;
     }
     Result<void> Attach(const Url& url, BYTEORDER order) {
-        Attach(TRY(url.OpenOutputStream()), order);
+        const OutputStreamRef stream = TRY(url.OpenOutputStream());
+        Attach(stream, order);
         return {};
     }
     const OutputStreamRef& GetStream() const { return _stream; }

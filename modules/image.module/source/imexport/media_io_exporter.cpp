@@ -68,7 +68,14 @@ Result<void> ImageExporter::Analyze(Inputs inputs, TimeValue targetTime, MEDIASE
     _analyzed = true;
     TRY(CheckInputCount(inputs.size()));
     TRY(AnalyzeInput(inputs, targetTime, flags));
-    TRY(FindStreams(inputs[0]));
+    Result<void> found = FindPicture(inputs[0]);
+    if (!found)
+        ForgetStreams();  // what cannot be written must not reach the later phases
+    return found;
+}
+
+Result<void> ImageExporter::FindPicture(const MediaConverterRef& input) {
+    TRY(FindStreams(input));
     TRY(DescribePicture());
     const Int limit = TRY(Get(mediacapability::kOutputMaximalImageResolution));
     if (_picture.width <= 0 || _picture.height <= 0)

@@ -79,6 +79,8 @@ protected:
     RowSource _alpha;  ///< empty unless there is an alpha stream and `OpenAlphaRows` was called
 
 private:
+    /// The streams, and whether the format can hold what they offer.
+    Result<void> FindPicture(const MediaConverterRef& input);
     Result<void> FindStreams(const MediaConverterRef& input);
     Result<void> DescribePicture();
     Result<void> WriteToUrl();
