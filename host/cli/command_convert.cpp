@@ -47,31 +47,53 @@ Result<void> SaveTo(const std::string& output, const Picture& picture, const Id&
     return target.Commit();
 }
 
+/// What is written and how. Known before anything is loaded, since wrong usage should not cost a load.
+struct Target {
+    MediaSessionFileFormatHandler handler;
+    std::string formatName;
+    DataDictionary settings;  ///< those that the user named
+};
+
+/// Errors are for the user who typed them, but for an unresolved one when there are no formats at all.
+Result<Target> FindTarget(const ConvertOptions& options) {
+    if (Registry::GetEntries(kFileFormatHandlerRegistry).IsEmpty())
+        return UnresolvedError("no file formats are registered");
+    const std::string wanted =
+        options.format.empty() ? std::string(Url(options.output).GetSuffix().GetText()) : options.format;
+    Target target;
+    target.handler = FindFormat(wanted);
+    if (!target.handler && options.format.empty())
+        return IllegalArgumentError("no format has the suffix of '@'; name one with --to", options.output);
+    if (!target.handler)
+        return IllegalArgumentError("there is no format '@'; orvik formats lists them", wanted);
+    target.formatName = target.handler->GetFileFormat()->GetName().GetText();
+    if (target.handler->GetExporterClass().IsEmpty())
+        return IllegalArgumentError("format @ can be read but not written", target.formatName);
+    for (const std::string& setting : options.settings)
+        TRY(ApplySetting(target.settings, target.formatName, setting));
+    return target;
+}
+
+/// The settings of the file, then what suits the picture, then the user's.
+Result<void> PrepareSettings(const Picture& picture, const Target& target, const ConvertOptions& options) {
+    DataDictionary settings = picture.texture->Get(image::kExportSettings, DataDictionary());
+    TRY(ChooseBitmapHeader(settings, target.formatName, picture, options));
+    TRY(settings.Merge(target.settings));
+    return picture.texture->Set(image::kExportSettings, settings);
+}
+
 }  // namespace
 
 int RunConvert(const Console& console, const ConvertOptions& options) {
+    const Result<Target> target = FindTarget(options);
+    if (!target && target.GetError()->IsKindOf(errorid::kUnresolved))
+        return console.Fail(options.input, target.GetError());
+    if (!target)
+        return console.FailUsage(target.GetError()->ToString().GetText());
     Result<Picture> picture = LoadPicture(options.input, MEDIASESSIONFLAGS::NONE);
     const Result<void> reduced = picture ? Reduce(*picture, options.selection) : Result<void>(picture.GetError());
     if (!reduced)
         return console.Fail(options.input, reduced.GetError());
-
-    const std::string wanted =
-        options.format.empty() ? std::string(Url(options.output).GetSuffix().GetText()) : options.format;
-    const MediaSessionFileFormatHandler handler = FindFormat(wanted);
-    if (!handler && options.format.empty())
-        return console.FailUsage("no format has the suffix of '" + options.output + "'; name one with --to");
-    if (!handler)
-        return console.FailUsage("there is no format '" + wanted + "'");
-    const String name = handler->GetFileFormat()->GetName();
-    if (handler->GetExporterClass().IsEmpty())
-        return console.FailUsage("format " + std::string(name.GetText()) + " can be read but not written");
-
-    DataDictionary settings = picture->texture->Get(image::kExportSettings, DataDictionary());
-    Result<void> prepared = ChooseBitmapHeader(settings, name.GetText(), *picture, options);
-    for (const std::string& setting : options.settings) {
-        if (Result<void> applied = ApplySetting(settings, name.GetText(), setting); !applied)
-            return console.FailUsage(applied.GetError()->ToString().GetText());
-    }
     if (!options.profile.empty()) {
         const Result<TargetProfile> profile = TargetProfile::Open(options.profile);
         if (!profile)
@@ -79,9 +101,9 @@ int RunConvert(const Console& console, const ConvertOptions& options) {
         if (const Result<void> converted = ConvertColors(*picture, *profile); !converted)
             return console.Fail(options.input, converted.GetError());
     }
-    if (prepared)
-        prepared = picture->texture->Set(image::kExportSettings, settings);
-    const Result<void> saved = prepared ? SaveTo(options.output, *picture, handler->GetExporterClass()) : prepared;
+    Result<void> saved = PrepareSettings(*picture, *target, options);
+    if (saved)
+        saved = SaveTo(options.output, *picture, target->handler->GetExporterClass());
     return saved ? kDone : console.Fail(options.output, saved.GetError());
 }
 

@@ -133,7 +133,8 @@ std::string Table(const Json& formats) {
                 values += (values.empty() ? "" : "|") + value.get<std::string>();
             out += "  --set " + setting["name"].get<std::string>() + "=" +
                    (values.empty() ? setting["type"].get<std::string>() : values) + "  " +
-                   setting["description"].get<std::string>() + "\n";
+                   setting["description"].get<std::string>() +
+                   (setting["default"].is_null() ? "" : "; default " + setting["default"].get<std::string>()) + "\n";
         }
     }
     return out;
@@ -143,9 +144,8 @@ std::string Table(const Json& formats) {
 
 MediaSessionFileFormatHandler FindFormat(std::string_view name) {
     static constexpr std::pair<std::string_view, std::string_view> kSecondSuffixes[] = {
-        {"tiff", "tif"}, {"pct", "pict"}, {"aif", "aiff"}, {"cur", "ico"}, {"pic", "hdr"}, {"tga", "tpic"},
-    };
-    const String lower = String(name).ToLower();
+        {"tiff", "tif"}, {"pct", "pict"}, {"aif", "aiff"}, {"cur", "ico"}};
+    const String lower = String(name.starts_with('.') ? name.substr(1) : name).ToLower();
     if (lower.IsEmpty())
         return {};
     if (auto handler = FindHandlerBySuffix(lower.GetText()))

@@ -13,7 +13,7 @@ constexpr std::string_view kBmpHeaders[] = {"V3", "V4", "V5"};
 constexpr std::string_view kSwitch[] = {"true", "false"};
 
 const ExportSetting kSettings[] = {
-    {mediaexport::kQuality.GetId(), SettingType::Float, "", "0.8", {}, "0 to 1; lossless formats ignore it"},
+    {mediaexport::kQuality.GetId(), SettingType::Float, "jpg", "0.8", {}, "from 0, small, to 1, fine"},
     {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "bmp", "false", kSwitch,
      "V3 and V4, which hold no profile: leave the pixels in their own instead of sRGB"},
     {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "hdr", "false", kSwitch,
@@ -34,33 +34,33 @@ bool IsEndingOf(std::string_view ending, std::string_view key) {
 
 Result<const ExportSetting*> FindSetting(std::string_view key, std::string_view formatName) {
     const ExportSetting* found = nullptr;
-    const ExportSetting* elsewhere = nullptr;
+    std::string elsewhere;
     for (const ExportSetting& setting : kSettings) {
         if (key.empty() || !IsEndingOf(key, setting.key.GetText()))
             continue;
         if (!setting.AppliesTo(formatName)) {
-            elsewhere = &setting;
+            elsewhere += (elsewhere.empty() ? "" : ", ") + std::string(setting.format);
             continue;
         }
         if (found)
             return IllegalArgumentError("setting @ could mean @ or @", key, found->key, setting.key);
         found = &setting;
     }
-    if (!found && elsewhere)
-        return IllegalArgumentError("setting @ belongs to format @, not to @", key, elsewhere->format, formatName);
+    if (!found && !elsewhere.empty())
+        return IllegalArgumentError("setting @ belongs to format @, not to @", key, elsewhere, formatName);
     if (!found)
-        return IllegalArgumentError("there is no setting @; orvik formats lists them", key);
+        return IllegalArgumentError("there is no setting '@'; orvik formats lists them", key);
     return found;
 }
 
 /// The whole text as a number.
 template <class T>
-Result<Data> ParseNumber(std::string_view name, std::string_view text) {
+Result<T> ParseNumber(std::string_view name, std::string_view text) {
     T value{};
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (failure != std::errc() || end != text.data() + text.size())
-        return IllegalArgumentError("setting @ needs a number, not @", name, text);
-    return Data(value);
+        return IllegalArgumentError("setting @ needs a number, not '@'", name, text);
+    return value;
 }
 
 Result<Data> ParseValue(const ExportSetting& setting, std::string_view text) {
@@ -68,15 +68,17 @@ Result<Data> ParseValue(const ExportSetting& setting, std::string_view text) {
         std::string all;
         for (const std::string_view choice : setting.choices)
             all += (all.empty() ? "" : ", ") + std::string(choice);
-        return IllegalArgumentError("setting @ is one of @, not @", setting.GetName(), all, text);
+        return IllegalArgumentError("setting @ is one of @, not '@'", setting.GetName(), all, text);
     }
     switch (setting.type) {
         case SettingType::Bool:
             return Data(text == "true");
         case SettingType::Int:
-            return ParseNumber<Int>(setting.GetName(), text);
+            return Data(TRY(ParseNumber<Int>(setting.GetName(), text)));
         case SettingType::Float:
-            return ParseNumber<Float>(setting.GetName(), text);
+            if (const Float value = TRY(ParseNumber<Float>(setting.GetName(), text)); value >= 0 && value <= 1)
+                return Data(value);
+            return IllegalArgumentError("setting @ goes from 0 to 1, not to @", setting.GetName(), text);
         case SettingType::Id:
             return Data(TRY(Id::Create(text)));
     }

@@ -10,7 +10,7 @@
 
 namespace orvik::cli {
 
-enum class SettingType : uint8_t { Bool, Int, Float, Id };
+enum class SettingType : uint8_t { Bool, Int, Float, Id };  ///< a Float goes from 0 to 1
 
 struct ExportSetting {
     Id key;

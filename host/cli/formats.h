@@ -6,8 +6,8 @@
 
 namespace orvik::cli {
 
-/// By format id, short name or suffix, in any case; common second suffixes too ("tiff", "pct", "aif", "cur"). Null when
-/// there is none.
+/// By format id, short name or suffix, in any case, a suffix also with its dot; common second suffixes too ("tiff",
+/// "pct", "aif", "cur"). Null when there is none.
 MediaSessionFileFormatHandler FindFormat(std::string_view name);
 
 }  // namespace orvik::cli

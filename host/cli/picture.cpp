@@ -11,7 +11,8 @@ namespace orvik::cli {
 namespace {
 
 /// A pipe can be read once, but is asked twice: by detection and by the importer.
-Result<Url> ReadIntoMemory(const Url& url) {
+/// @param name  what errors call it
+Result<Url> ReadIntoMemory(const Url& url, std::string_view name) {
     constexpr Int kStep = 1 << 20;
     constexpr Int kMaxBytes = Int(1) << 30;
     const InputStreamRef stream = TRY(url.OpenInputStream());
@@ -27,7 +28,7 @@ Result<Url> ReadIntoMemory(const Url& url) {
         if (IsCurrentThreadCancelled())
             return ThreadCancelledError();
     }
-    return MountMemoryFile("orvik-input", file);
+    return MountMemoryFile(name, file);
 }
 
 Result<Url> MakeUrl(const std::string& name) {
@@ -35,7 +36,7 @@ Result<Url> MakeUrl(const std::string& name) {
     struct stat status {};
     const bool isStream =
         ::stat(url.GetSystemPath().c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-    return isStream ? ReadIntoMemory(url) : Result<Url>(url);
+    return isStream ? ReadIntoMemory(url, name == "-" ? "standard input" : name) : Result<Url>(url);
 }
 
 }  // namespace

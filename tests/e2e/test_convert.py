@@ -121,14 +121,21 @@ class Convert(OrvikTest):
         for setting, contains in (
             ("interlaced", "key=value"),
             ("interlaced=maybe", "true, false"),
-            ("nonsense=1", "no setting nonsense"),
-            ("laced=true", "no setting laced"),
+            ("nonsense=1", "no setting 'nonsense'"),
+            ("laced=true", "no setting 'laced'"),
             ("=true", "no setting"),
-            ("quality=high", "needs a number"),
-            ("bitmapinfoheader=V5", "belongs to format bmp"),
+            ("bitmapinfoheader=V5", "belongs to format bmp, not to png"),
+            ("disablesrgbconversion=true", "belongs to format bmp, hdr, tga, not to png"),
+            ("quality=0.5", "belongs to format jpg, not to png"),
         ):
             with self.subTest(setting):
                 self.fails(2, "convert", "--set", setting, SAMPLE, out, contains=contains)
+        for value in ("high", "", "0.5x"):
+            self.fails(2, "convert", "--set", f"quality={value}", SAMPLE, "out.jpg", contains="needs a number")
+        for value in ("1.01", "-0.1", "nan", "inf"):
+            self.fails(2, "convert", "--set", f"quality={value}", SAMPLE, "out.jpg", contains="from 0 to 1")
+        # Known before the file is looked at.
+        self.fails(2, "convert", "--set", "nonsense=1", "missing.png", out, contains="no setting")
         self.assert_no_leftovers()
 
     def test_format_of_the_target(self):
@@ -136,7 +143,7 @@ class Convert(OrvikTest):
         self.fails(2, "convert", SAMPLE, out, contains="--to")
         self.fails(2, "convert", SAMPLE, self.folder / "out", contains="--to")
         self.fails(2, "convert", "--to", "nonsense", SAMPLE, out, contains="nonsense")
-        for name, magic in (("png", b"\x89PNG"), ("BMP", b"BM"), ("net.orvik.fileformat.imagebmp", b"BM")):
+        for name, magic in (("png", b"\x89PNG"), ("BMP", b"BM"), (".jpeg", b"\xff\xd8"), ("net.orvik.fileformat.imagebmp", b"BM")):
             with self.subTest(name):
                 self.ok("convert", "--to", name, SAMPLE, out)
                 self.assertTrue(out.read_bytes().startswith(magic))
@@ -203,7 +210,8 @@ class Convert(OrvikTest):
         with subprocess.Popen(["head", "-c", "5000", SAMPLE], stdout=subprocess.PIPE) as head:
             self.fails(1, "info", "-", stdin=head.stdout)
             head.stdout.close()
-        self.fails(1, "info", "-", stdin=subprocess.DEVNULL)
+        self.fails(1, "info", "-", stdin=subprocess.DEVNULL, contains="memory:standard input is not of a supported")
+        self.fails(1, "info", "/dev/null", contains="memory:/dev/null is not of a supported type")
 
     def test_file_urls(self):
         out = self.folder / "with space.bmp"
