@@ -60,6 +60,7 @@ struct TestedFormat {
     size_t detectBytes = 0;  ///< length of a head that is claimed; 0 when that depends on the file
     bool analyzesAgain = true;
     const char* secondInputError = "illegalstate";
+    bool announcesLate = false;  ///< adds its job to the progress when it begins with the pixels, not before
     /// @}
 
     /// @{ Capabilities of the exporter.

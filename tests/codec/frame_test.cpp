@@ -110,6 +110,8 @@ TEST_F(FrameTest, EveryStreamIsFinishedOnce) {
             Calls calls;
             Listen(importer, calls, {}, failAtRow);
             ASSERT_TRUE(Prepare(importer));
+            const Int jobs = *_session->GetProgress()->AddProgressJob(1, "counts the jobs before it");
+            EXPECT_EQ(jobs, TestedFormatOf(sample.format).announcesLate ? 0 : 1);
             EXPECT_EQ(KindOf(Execute(importer)), failAtRow < 0 ? "ok" : "unknown");
             EXPECT_EQ(calls.init, importer->GetOutputStreams(true)->GetCount());
             EXPECT_EQ(calls.finish, calls.init);

@@ -54,6 +54,7 @@ TestedFormat TestedJpeg() {
     jpeg.mostPicturesOfCutFiles = 100000;  // a file that ends early ends in a picture
     jpeg.makeBombs = MakeJpegBombs;
     jpeg.analyzesAgain = false;
+    jpeg.announcesLate = true;
     jpeg.secondInputError = "functionnotimplemented";
     jpeg.embedsProfiles = true;
     jpeg.largestSide = 65000;

@@ -124,6 +124,7 @@ TestedFormat TestedPng() {
     png.makeBombs = MakePngBombs;
     png.detectBytes = 8;
     png.analyzesAgain = false;
+    png.announcesLate = true;
     png.secondInputError = "functionnotimplemented";
     png.embedsProfiles = true;
     png.alphaChannels = 1;

@@ -101,6 +101,7 @@ public:
 
 protected:
     bool CanAnalyzeAgain() const override { return false; }
+    bool HasJobPerPicture() const override { return true; }
     void ResetHeader() override;
     Result<void> ReadHeader(const InputStreamRef& stream) override;
     Result<void> DecodePixels(const InputStreamRef& stream) override;
@@ -246,6 +247,7 @@ Result<void> PngImporter::AddImageStream() {
 }
 
 Result<void> PngImporter::DecodePixels(const InputStreamRef&) {
+    TRY(AddJob(_header.width, _header.height));
     RowSink& sink = *TRY(OpenSink(_stream, _presented));
     TRY(PrepareConversion());
     int passes = 1;
