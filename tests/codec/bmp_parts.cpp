@@ -3,58 +3,49 @@
 namespace codectest {
 namespace {
 
-void Append(Bytes& bytes, uint64_t value, int count) {
-    for (int i = 0; i < count; ++i)
-        bytes.push_back(uint8_t(value >> (8 * i)));
+struct Field {
+    uint64_t value;
+    int bytes;
+};
+
+void Append(Bytes& bytes, std::initializer_list<Field> fields) {
+    for (const Field& field : fields) {
+        for (int i = 0; i < field.bytes; ++i)
+            bytes.push_back(uint8_t(field.value >> (8 * i)));
+    }
 }
 
 }  // namespace
 
 Bytes BmpParts::Make() const {
+    const int sideBytes = headerSize == 12 ? 2 : 4;
     Bytes head;
-    Append(head, headerSize, 4);
-    if (headerSize == 12) {
-        Append(head, uint32_t(width), 2);
-        Append(head, uint32_t(height), 2);
-        Append(head, planes, 2);
-        Append(head, bitCount, 2);
-    } else {
-        Append(head, uint32_t(width), 4);
-        Append(head, uint32_t(height), 4);
-        Append(head, planes, 2);
-        Append(head, bitCount, 2);
-        Append(head, compression, 4);
-        Append(head, rows.size(), 4);
-        Append(head, uint32_t(xPerMetre), 4);
-        Append(head, uint32_t(yPerMetre), 4);
-        Append(head, colorsUsed, 4);
-        Append(head, 0, 4);
-    }
-    if (headerSize >= 56 || (headerSize == 40 && compression == 3)) {
-        Append(head, red, 4);
-        Append(head, green, 4);
-        Append(head, blue, 4);
-    }
+    Append(head,
+           {{headerSize, 4}, {uint32_t(width), sideBytes}, {uint32_t(height), sideBytes}, {planes, 2}, {bitCount, 2}});
+    if (headerSize != 12)
+        Append(head, {{compression, 4},
+                      {rows.size(), 4},
+                      {uint32_t(xPerMetre), 4},
+                      {uint32_t(yPerMetre), 4},
+                      {colorsUsed, 4},
+                      {0, 4}});
+    if (headerSize >= 56 || (headerSize == 40 && compression == 3))
+        Append(head, {{red, 4}, {green, 4}, {blue, 4}});
     if (headerSize >= 56)
-        Append(head, alpha, 4);
+        Append(head, {{alpha, 4}});
     if (headerSize >= 108) {
-        Append(head, space, 4);
+        Append(head, {{space, 4}});
         head.resize(head.size() + 36 + 12);
     }
-    if (headerSize >= 124) {
-        Append(head, 4, 4);
-        Append(head, headerSize + palette.size(), 4);
-        Append(head, profile.size(), 4);
-        Append(head, 0, 4);
-    }
+    if (headerSize >= 124)
+        Append(head, {{4, 4}, {headerSize + palette.size(), 4}, {profile.size(), 4}, {0, 4}});
     head.resize(std::max(head.size(), size_t(headerSize)));
     head.insert(head.end(), palette.begin(), palette.end());
     head.insert(head.end(), profile.begin(), profile.end());
 
+    const size_t rowsAt = 14 + head.size();
     Bytes file = {'B', 'M'};
-    Append(file, 14 + head.size() + rows.size(), 4);
-    Append(file, 0, 4);
-    Append(file, 14 + head.size(), 4);
+    Append(file, {{rowsAt + rows.size(), 4}, {0, 4}, {rowsAt, 4}});
     file.insert(file.end(), head.begin(), head.end());
     file.insert(file.end(), rows.begin(), rows.end());
     return file;

@@ -6,7 +6,6 @@
 
 namespace codectest {
 
-/// The bytes of a BMP as a test puts them together.
 struct BmpParts {
     uint32_t headerSize = 40;
     int32_t width = 2, height = 2;
