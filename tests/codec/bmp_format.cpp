@@ -14,70 +14,41 @@ std::vector<Sample> MakeBmpSamples() {
     add("bmp of 24 bits", {.width = 3, .height = 3, .rows = noise.Make(36)});
     add("bmp of 24 bits with a core header", {.headerSize = 12, .width = 3, .height = 2, .rows = noise.Make(24)});
     add("bmp of 32 bits", {.width = 2, .height = 2, .bitCount = 32, .rows = noise.Make(16)});
-    add("bmp of 32 bits with masks", {.headerSize = 108,
-                                      .width = 2,
-                                      .height = -3,
-                                      .bitCount = 32,
-                                      .compression = 3,
-                                      .red = 0xFF0000,
-                                      .green = 0xFF00,
-                                      .blue = 0xFF,
-                                      .alpha = 0xFF000000,
-                                      .rows = noise.Make(24)});
+    BmpParts topDown = Masked32(108, 0xFF0000, 0xFF00, 0xFF, 0xFF000000, noise.Make(24));
+    topDown.height = -3;
+    add("bmp of 32 bits with masks", topDown);
     add("bmp with a profile", {.headerSize = 124,
                                .space = 0x4D424544,
                                .profile = ProfileBytes(colorprofiles::kSrgb),
                                .rows = noise.Make(16)});
     add("bmp of 16 bits", {.width = 3, .height = 2, .bitCount = 16, .rows = noise.Make(16)});
-    add("bmp of 16 bits with masks", {.width = 3,
-                                      .height = 2,
-                                      .bitCount = 16,
-                                      .compression = 3,
-                                      .red = 0xF800,
-                                      .green = 0x7E0,
-                                      .blue = 0x1F,
-                                      .rows = noise.Make(16)});
-    for (const uint16_t bits : std::initializer_list<uint16_t>{1, 2, 4, 8}) {
-        const std::string name = "bmp of " + std::to_string(bits) + " bits";
-        BmpParts parts{.width = 9, .height = 2, .bitCount = bits, .colorsUsed = 2, .palette = noise.Make(8)};
-        parts.rows = noise.Make(2 * size_t((9 * bits + 31) / 32 * 4));
-        add(name.c_str(), parts);
-    }
-    add("bmp of 4 bits with a core header",
-        {.headerSize = 12, .width = 3, .height = 2, .bitCount = 4, .palette = noise.Make(48), .rows = noise.Make(8)});
-    add("bmp of runs of 8 bits", {.width = 5,
-                                  .height = 3,
-                                  .bitCount = 8,
-                                  .compression = 1,
-                                  .colorsUsed = 3,
-                                  .palette = noise.Make(12),
-                                  .rows = {2, 1, 0, 3, 0, 1, 2, 0, 0, 0, 1, 2, 0, 2, 2, 0, 2, 1, 0, 0, 5, 2, 0, 1}});
-    add("bmp of runs of 4 bits", {.width = 7,
-                                  .height = 3,
-                                  .bitCount = 4,
-                                  .compression = 2,
-                                  .colorsUsed = 3,
-                                  .palette = noise.Make(12),
-                                  .rows = {3, 0x12, 0, 3, 0x12, 0x10, 0, 0, 1, 0x20, 0, 2, 2, 1, 7, 0x21, 0, 1}});
+    BmpParts twoRows = Masked16(40, 0xF800, 0x7E0, 0x1F, 0, noise.Make(16));
+    twoRows.height = 2;
+    add("bmp of 16 bits with masks", twoRows);
+    for (const int bits : {1, 2, 4, 8})
+        add(("bmp of " + std::to_string(bits) + " bits").c_str(),
+            Indexed(bits, 9, 2, noise.Make(8), noise.Make(2 * size_t((9 * bits + 31) / 32 * 4))));
+    add("bmp of 4 bits with a core header", Indexed(4, 3, 2, noise.Make(48), noise.Make(8), 12));
+    add("bmp of runs of 8 bits",
+        Runs(8, 5, 3, noise.Make(12), {2, 1, 0, 3, 0, 1, 2, 0, 0, 0, 1, 2, 0, 2, 2, 0, 2, 1, 0, 0, 5, 2, 0, 1}));
+    add("bmp of runs of 4 bits",
+        Runs(4, 7, 3, noise.Make(12), {3, 0x12, 0, 3, 0x12, 0x10, 0, 0, 1, 0x20, 0, 2, 2, 1, 7, 0x21, 0, 1}));
     return samples;
 }
 
 /// Some sixty bytes that ask for gigabytes.
 std::vector<Sample> MakeBmpBombs() {
     std::vector<Sample> bombs;
-    const struct {
-        int32_t width, height;
-    } sizes[] = {{INT32_MAX, 1}, {1, INT32_MAX}, {INT32_MAX, INT32_MAX}, {INT32_MAX, INT32_MIN}, {65536, 65536}};
-    for (const auto& size : sizes) {
-        for (const uint16_t bits : std::initializer_list<uint16_t>{1, 4, 8, 16, 24, 32}) {
-            for (const uint32_t compression : {0u, 1u, 2u})
-                bombs.push_back({testing::PrintToString(size.width), "bmp",
-                                 BmpParts{.width = size.width,
-                                          .height = size.height,
-                                          .bitCount = bits,
-                                          .compression = compression,
-                                          .colorsUsed = 0xFFFFFFFF}
-                                     .Make()});
+    const std::pair<int32_t, int32_t> sizes[] = {
+        {INT32_MAX, 1}, {1, INT32_MAX}, {INT32_MAX, INT32_MAX}, {INT32_MAX, INT32_MIN}, {65536, 65536}};
+    for (const auto& [width, height] : sizes) {
+        for (const int bits : {1, 4, 8, 16, 24, 32}) {
+            for (const uint32_t compression : {0u, 1u, 2u}) {
+                BmpParts parts = Indexed(bits, width, height, {}, {});
+                parts.compression = compression;
+                parts.colorsUsed = 0xFFFFFFFF;
+                bombs.push_back({testing::PrintToString(width), "bmp", parts.Make()});
+            }
         }
     }
     return bombs;
@@ -108,48 +79,47 @@ Bytes BlackAndClear(Bytes rgba) { return GreyIsTransparency(BlackAndWhite(std::m
 constexpr int kLowBits = 7;  ///< 5 bits become 8 without being repeated in the low ones here
 
 std::vector<ForeignWriter> MakeBmpWriters() {
-    const std::string magick = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
-    const std::string pillow =
-        "/usr/bin/python3 -c 'import sys; from PIL import Image; "
-        "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); im.convert(sys.argv[2]).save("
-        "sys.argv[3], \"BMP\")' %I ";
-    const std::string graphics = "gm convert -size %Wx%H -depth 8 rgba:%I ";
-    const std::string netpbm = magick + "-alpha off ppm:- | ppmtobmp ";
-    return {
-        {"ImageMagick, with alpha", {"convert-im6.q16"}, magick + "BMP:%O"},
-        {"ImageMagick, V3", {"convert-im6.q16"}, magick + "-alpha off BMP3:%O", Opaque},
-        {"ImageMagick, core header", {"convert-im6.q16"}, magick + "-alpha off BMP2:%O", Opaque},
-        {"ImageMagick, palette", {"convert-im6.q16"}, magick + "-alpha off -type Palette BMP3:%O", SixtyFourColors},
-        {"ImageMagick, runs",
-         {"convert-im6.q16"},
-         magick + "-alpha off -type Palette -compress RLE BMP3:%O",
-         SixtyFourColors},
-        {"ImageMagick, runs of grey", {"convert-im6.q16"}, magick + "-alpha off -compress RLE BMP3:%O", BlackAndWhite},
-        {"ImageMagick, 555",
-         {"convert-im6.q16"},
-         magick + "-alpha off -define bmp:subtype=RGB555 BMP:%O",
-         BlackAndWhite,
-         kLowBits},
-        {"ImageMagick, 565",
-         {"convert-im6.q16"},
-         magick + "-alpha off -define bmp:subtype=RGB565 BMP:%O",
-         BlackAndWhite,
-         kLowBits},
-        {"GraphicsMagick, palette", {"gm"}, graphics + "-type Palette BMP3:%O", SixtyFourColors},
-        {"GraphicsMagick, 16 colours", {"gm"}, graphics + "-type Palette BMP3:%O", SixteenColors},
-        {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O"},
-        {"Pillow, without alpha", {"PIL"}, pillow + "RGB %O", Opaque},
-        {"Pillow, grey", {"PIL"}, pillow + "L %O", GreyIsTransparency},
-        {"Pillow, one bit", {"PIL"}, pillow + "1 %O", BlackAndClear},
-        {"netpbm", {"convert-im6.q16", "ppmtobmp"}, netpbm + "-bpp=24 2> /dev/null > %O", Opaque},
-        {"netpbm, 8 bits", {"convert-im6.q16", "ppmtobmp"}, netpbm + "-bpp=8 2> /dev/null > %O", SixtyFourColors},
-        {"netpbm, 4 bits", {"convert-im6.q16", "ppmtobmp"}, netpbm + "-bpp=4 2> /dev/null > %O", SixteenColors},
-        {"netpbm, 1 bit", {"convert-im6.q16", "ppmtobmp"}, netpbm + "-bpp=1 2> /dev/null > %O", BlackAndWhite},
-        {"netpbm, core header",
-         {"convert-im6.q16", "ppmtobmp"},
-         netpbm + "-os2 -bpp=8 2> /dev/null > %O",
-         SixtyFourColors},
+    using Keeps = Bytes (*)(Bytes);
+    std::vector<ForeignWriter> writers;
+    const auto magick = [&](const char* what, const std::string& arguments, Keeps keeps, int tolerance = 0) {
+        const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
+        writers.push_back({what, {"convert-im6.q16"}, command + arguments + ":%O", keeps, tolerance});
     };
+    magick("ImageMagick, with alpha", "BMP", nullptr);
+    magick("ImageMagick, V3", "-alpha off BMP3", Opaque);
+    magick("ImageMagick, core header", "-alpha off BMP2", Opaque);
+    magick("ImageMagick, palette", "-alpha off -type Palette BMP3", SixtyFourColors);
+    magick("ImageMagick, runs", "-alpha off -type Palette -compress RLE BMP3", SixtyFourColors);
+    magick("ImageMagick, runs of grey", "-alpha off -compress RLE BMP3", BlackAndWhite);
+    magick("ImageMagick, 555", "-alpha off -define bmp:subtype=RGB555 BMP", BlackAndWhite, kLowBits);
+    magick("ImageMagick, 565", "-alpha off -define bmp:subtype=RGB565 BMP", BlackAndWhite, kLowBits);
+
+    const std::string graphics = "gm convert -size %Wx%H -depth 8 rgba:%I -type Palette BMP3:%O";
+    writers.push_back({"GraphicsMagick, palette", {"gm"}, graphics, SixtyFourColors});
+    writers.push_back({"GraphicsMagick, 16 colours", {"gm"}, graphics, SixteenColors});
+
+    const auto pillow = [&](const char* what, const std::string& mode, Keeps keeps) {
+        const std::string script =
+            "import sys; from PIL import Image; "
+            "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
+            "im.convert(sys.argv[2]).save(sys.argv[3], \"BMP\")";
+        writers.push_back({what, {"PIL"}, "/usr/bin/python3 -c '" + script + "' %I " + mode + " %O", keeps});
+    };
+    pillow("Pillow, with alpha", "RGBA", nullptr);
+    pillow("Pillow, without alpha", "RGB", Opaque);
+    pillow("Pillow, grey", "L", GreyIsTransparency);
+    pillow("Pillow, one bit", "1", BlackAndClear);
+
+    const auto netpbm = [&](const char* what, const std::string& arguments, Keeps keeps) {
+        const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I -alpha off ppm:- | ppmtobmp ";
+        writers.push_back({what, {"convert-im6.q16", "ppmtobmp"}, command + arguments + " 2> /dev/null > %O", keeps});
+    };
+    netpbm("netpbm", "-bpp=24", Opaque);
+    netpbm("netpbm, 8 bits", "-bpp=8", SixtyFourColors);
+    netpbm("netpbm, 4 bits", "-bpp=4", SixteenColors);
+    netpbm("netpbm, 1 bit", "-bpp=1", BlackAndWhite);
+    netpbm("netpbm, core header", "-os2 -bpp=8", SixtyFourColors);
+    return writers;
 }
 
 /// Pixels of 16 bits, as an independent decoder sees them: their few bits become 8 without being repeated in the low

@@ -51,4 +51,32 @@ Bytes BmpParts::Make() const {
     return file;
 }
 
+BmpParts Masked32(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
+    BmpParts parts{.headerSize = headerSize, .bitCount = 32, .compression = 3};
+    parts.red = red, parts.green = green, parts.blue = blue, parts.alpha = alpha;
+    parts.rows = std::move(rows);
+    return parts;
+}
+
+BmpParts Masked16(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
+    BmpParts parts = Masked32(headerSize, red, green, blue, alpha, std::move(rows));
+    parts.width = 3, parts.height = 1;
+    parts.bitCount = 16;
+    return parts;
+}
+
+BmpParts Indexed(int bits, int width, int height, Bytes palette, Bytes rows, uint32_t headerSize) {
+    BmpParts parts{.headerSize = headerSize, .width = width, .height = height, .bitCount = uint16_t(bits)};
+    parts.colorsUsed = uint32_t(palette.size() / 4);
+    parts.palette = std::move(palette);
+    parts.rows = std::move(rows);
+    return parts;
+}
+
+BmpParts Runs(int bits, int width, int height, Bytes palette, Bytes data) {
+    BmpParts parts = Indexed(bits, width, height, std::move(palette), std::move(data));
+    parts.compression = bits == 8 ? 1 : 2;
+    return parts;
+}
+
 }  // namespace codectest

@@ -21,4 +21,13 @@ struct BmpParts {
     Bytes Make() const;
 };
 
+/// @{ Files of 2 x 2 pixels of 32 bits, and of 3 x 1 of 16, with masks.
+BmpParts Masked32(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows);
+BmpParts Masked16(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows);
+/// @}
+/// A file with a palette, whose entries have four bytes but behind a core header.
+BmpParts Indexed(int bits, int width, int height, Bytes palette, Bytes rows, uint32_t headerSize = 40);
+/// A file of run lengths.
+BmpParts Runs(int bits, int width, int height, Bytes palette, Bytes data);
+
 }  // namespace codectest

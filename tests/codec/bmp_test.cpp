@@ -31,17 +31,6 @@ void ExpectPixels(const Bytes& file, const Bytes& rgba) {
 
 // --- Headers ---------------------------------------------------------------------------------------------------------
 
-BmpParts Masked(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha) {
-    return {.headerSize = headerSize,
-            .bitCount = 32,
-            .compression = 3,
-            .red = red,
-            .green = green,
-            .blue = blue,
-            .alpha = alpha,
-            .rows = kRows32};
-}
-
 TEST_F(BmpTest, ReadsEveryGeneration) {
     const Bytes rgb24 = Rgba({0x0D0C0BFF, 0x100F0EFF, 0x030201FF, 0x060504FF});
     const Bytes upsideDown = Rgba({0x030201FF, 0x060504FF, 0x0D0C0BFF, 0x100F0EFF});
@@ -65,13 +54,16 @@ TEST_F(BmpTest, ReadsEveryGeneration) {
         {"V5", {.headerSize = 124, .rows = kRows24}, rgb24, 24, "V5"},
         {"130 bytes", {.headerSize = 130, .rows = kRows24}, rgb24, 24, "V5"},
         {"plain 32 bits", {.bitCount = 32, .rows = kRows32}, plain32},
-        {"all masks", Masked(108, b2, b1, b0, b3), plain32, 32, "V4"},
-        {"V5 all masks", Masked(124, b2, b1, b0, b3), plain32, 32, "V5"},
-        {"no alpha", Masked(108, b2, b1, b0, 0), opaque32, 24, "V4"},
-        {"V3 masks", Masked(40, b2, b1, b0, b3), opaque32},
-        {"leading filler", Masked(56, b3, b2, b1, 0), Rgba({0x0E0D0CFF, 0x121110FF, 0x040302FF, 0x080706FF})},
-        {"alpha first", Masked(56, b3, b2, b1, b0), Rgba({0x0E0D0C0B, 0x1211100F, 0x04030201, 0x08070605}), 32},
-        {"gap in the middle", Masked(56, b3, b1, b0, 0), Rgba({0x0E0C0BFF, 0x12100FFF, 0x040201FF, 0x080605FF}), 32},
+        {"all masks", Masked32(108, b2, b1, b0, b3, kRows32), plain32, 32, "V4"},
+        {"V5 all masks", Masked32(124, b2, b1, b0, b3, kRows32), plain32, 32, "V5"},
+        {"no alpha", Masked32(108, b2, b1, b0, 0, kRows32), opaque32, 24, "V4"},
+        {"V3 masks", Masked32(40, b2, b1, b0, b3, kRows32), opaque32},
+        {"leading filler", Masked32(56, b3, b2, b1, 0, kRows32),
+         Rgba({0x0E0D0CFF, 0x121110FF, 0x040302FF, 0x080706FF})},
+        {"alpha first", Masked32(56, b3, b2, b1, b0, kRows32), Rgba({0x0E0D0C0B, 0x1211100F, 0x04030201, 0x08070605}),
+         32},
+        {"gap in the middle", Masked32(56, b3, b1, b0, 0, kRows32),
+         Rgba({0x0E0C0BFF, 0x12100FFF, 0x040201FF, 0x080605FF}), 32},
     };
     for (const auto& file : files) {
         SCOPED_TRACE(file.what);
@@ -147,13 +139,13 @@ TEST_F(BmpTest, RefusesDamage) {
         {{.height = 3, .rows = kRows24}, ""},
         {{.height = INT32_MIN, .rows = kRows24}, ""},
         {{.width = INT32_MAX, .height = INT32_MAX, .rows = kRows24}, "", "outofmemory"},
-        {Masked(108, 0, 0, 0, 0), "Invalid image bit count: 32."},
-        {Masked(52, 0xFF0000, 0xFF00, 0xFF, 0), "Invalid image bit count: 32."},  // has no masks yet
-        {Masked(108, 0xFF, 0xFF0, 0, 0),
+        {Masked32(108, 0, 0, 0, 0, kRows32), "Invalid image bit count: 32."},
+        {Masked32(52, 0xFF0000, 0xFF00, 0xFF, 0, kRows32), "Invalid image bit count: 32."},  // has no masks yet
+        {Masked32(108, 0xFF, 0xFF0, 0, 0, kRows32),
          "BITMAPV4HEADER unsupported mask value (ff0) for channel 'net.orvik.image.imagechanneltype.green'."},
-        {Masked(108, 0xFF, 0, 0, 0xFF01),
+        {Masked32(108, 0xFF, 0, 0, 0xFF01, kRows32),
          "BITMAPV4HEADER unsupported mask value (ff01) for channel 'net.orvik.image.imagechanneltype.unused'."},
-        {Masked(108, 0xFF, 0, 0xFF, 0),
+        {Masked32(108, 0xFF, 0, 0xFF, 0, kRows32),
          "BITMAPV4HEADER duplicate mask value (ff) for channel 'net.orvik.image.imagechanneltype.blue'."},
         {{.bitCount = 16, .compression = 3, .red = 1, .green = 2, .blue = 4, .rows = kRows24}, "unsupported pixeltype"},
         {{.headerSize = 124, .space = 0x4D424544, .profile = Bytes(200, 1), .rows = kRows24},
@@ -195,14 +187,6 @@ TEST_F(BmpTest, PixelOffsetCounts) {
 }
 
 // --- Palettes --------------------------------------------------------------------------------------------------------
-
-BmpParts Indexed(uint16_t bits, int width, int height, Bytes palette, Bytes rows, uint32_t headerSize = 40) {
-    BmpParts parts{.headerSize = headerSize, .width = width, .height = height, .bitCount = bits};
-    parts.colorsUsed = uint32_t(palette.size() / 4);
-    parts.palette = std::move(palette);
-    parts.rows = std::move(rows);
-    return parts;
-}
 
 TEST_F(BmpTest, Palettes) {
     const uint32_t black = 0x000000FF, first = 0x030201FF, second = 0x060504FF, third = 0x090807FF;
@@ -263,24 +247,11 @@ TEST_F(BmpTest, PaletteStaysWithTheImage) {
 
 // --- 16 bits ---------------------------------------------------------------------------------------------------------
 
-BmpParts SixteenBits(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
-    return {.headerSize = headerSize,
-            .width = 3,
-            .height = 1,
-            .bitCount = 16,
-            .compression = 3,
-            .red = red,
-            .green = green,
-            .blue = blue,
-            .alpha = alpha,
-            .rows = std::move(rows)};
-}
-
 TEST_F(BmpTest, SixteenBits) {
     // The bits are not repeated in the low ones, but for 4 bits beside an alpha.
     const Bytes pixels555 = {0x00, 0xFC, 0xE0, 0x03, 0x5F, 0x84, 0, 0},
                 five = Rgba({0xF80000FF, 0x00F800FF, 0x0810F8FF});
-    BmpParts unmasked = SixteenBits(108, 1, 2, 4, 0, pixels555);
+    BmpParts unmasked = Masked16(108, 1, 2, 4, 0, pixels555);
     unmasked.compression = 0;
     ExpectPixels(unmasked.Make(), five);
     unmasked.headerSize = 40;
@@ -297,22 +268,20 @@ TEST_F(BmpTest, SixteenBits) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << c.alpha << " " << c.red);
-        ExpectPixels(SixteenBits(108, c.red, c.green, c.blue, c.alpha, c.rows).Make(), c.rgba);
+        ExpectPixels(Masked16(108, c.red, c.green, c.blue, c.alpha, c.rows).Make(), c.rgba);
         if (c.alpha == 0)  // the oldest header has no place for it
-            ExpectPixels(SixteenBits(40, c.red, c.green, c.blue, 0, c.rows).Make(), c.rgba);
+            ExpectPixels(Masked16(40, c.red, c.green, c.blue, 0, c.rows).Make(), c.rgba);
     }
 }
 
 // --- Run lengths -----------------------------------------------------------------------------------------------------
 
 /// A file whose colours tell their index: red is 10 times as much.
-BmpParts RunParts(int bits, int width, int height, Bytes data) {
+BmpParts TellingRuns(int bits, int width, int height, Bytes data) {
     Bytes palette;
     for (int i = 0; i < 16; ++i)
         palette.insert(palette.end(), {0, 0, uint8_t(10 * i), 0});
-    BmpParts parts = Indexed(uint16_t(bits), width, height, palette, std::move(data));
-    parts.compression = bits == 8 ? 1 : 2;
-    return parts;
+    return Runs(bits, width, height, std::move(palette), std::move(data));
 }
 
 const char* const kCropped = "Illegal RLE compression (cropped data).";
@@ -377,7 +346,7 @@ TEST_F(BmpTest, RunLengths) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const Result<ImageTextureRef> texture = Load(RunParts(c.bits, c.width, -c.height, c.data).Make());
+        const Result<ImageTextureRef> texture = Load(TellingRuns(c.bits, c.width, -c.height, c.data).Make());
         EXPECT_EQ(MessageOf(texture), c.message);
         EXPECT_EQ(KindOf(texture), *c.message ? kWrongType : "ok");
         if (!texture)
@@ -388,12 +357,12 @@ TEST_F(BmpTest, RunLengths) {
             indices += "0123456789ABCDEF"[rgba[i] / 10];
         EXPECT_EQ(indices, c.indices);
     }
-    ExpectPixels(RunParts(8, 1, 2, {1, 7, 0, 0, 1, 9, 0, 1}).Make(), Rgba({0x5A0000FF, 0x460000FF}));  // bottom up
+    ExpectPixels(TellingRuns(8, 1, 2, {1, 7, 0, 0, 1, 9, 0, 1}).Make(), Rgba({0x5A0000FF, 0x460000FF}));  // bottom up
 }
 
 /// Two fields bound the runs: the smaller one counts.
 TEST_F(BmpTest, FieldsBoundTheRuns) {
-    const Bytes good = RunParts(8, 2, 1, {2, 7, 0, 1}).Make();
+    const Bytes good = TellingRuns(8, 2, 1, {2, 7, 0, 1}).Make();
     ASSERT_TRUE(Load(good));
     const struct {
         size_t offset;
@@ -415,7 +384,7 @@ TEST_F(BmpTest, FieldsBoundTheRuns) {
 
 TEST_F(BmpTest, RowsBeforeBrokenRunsStay) {
     const ImageTextureRef texture = MakeTexture();  // one that fails to load is not handed out
-    const Bytes file = RunParts(8, 2, 2, {2, 7, 0, 0, 2}).Make();
+    const Bytes file = TellingRuns(8, 2, 2, {2, 7, 0, 0, 2}).Make();
     EXPECT_EQ(MessageOf(LoadInto(texture, "bmp", Mount(file))), kCropped);
     EXPECT_EQ(RgbaOf(texture), Rgba({0x000000FF, 0x000000FF, 0x460000FF, 0x460000FF}));
 }
@@ -423,22 +392,22 @@ TEST_F(BmpTest, RowsBeforeBrokenRunsStay) {
 // --- Writing ---------------------------------------------------------------------------------------------------------
 
 struct Saved {
-    std::string_view generation = {};
+    const char* generation = nullptr;
     bool keepsColors = false;  ///< no conversion to sRGB
     bool isLinear = false;     ///< the picture's profile
     Float dpi = 0, aspectRatio = 0;
 };
 
-Result<Bytes> SaveAs(const Saved& how, const Picture& picture) {
-    const ImageTextureRef texture = MakeTexture(picture);
+Result<Bytes> SaveAs(const Saved& how, const ImageTextureRef& texture) {
     const ImageBaseRef image = FirstImage(texture);
     DataDictionary settings;
-    if (!how.generation.empty())
-        TRY(settings.Set(mediaexport::kBmpInfoHeader, TRY(Id::Create(how.generation))));
-    if (how.keepsColors)
-        TRY(settings.Set(mediaexport::kDisableSrgbConversion, true));
-    if (how.isLinear)
-        TRY(image->Set(image::kColorProfile, colorprofiles::Get(colorprofiles::kLinearRgb)));
+    if (how.generation) {
+        const Id generation = TRY(Id::Create(how.generation));
+        TRY(settings.Set(mediaexport::kBmpInfoHeader, generation));
+    }
+    TRY(settings.Set(mediaexport::kDisableSrgbConversion, how.keepsColors));
+    TRY(image->Set(image::kColorProfile,
+                   colorprofiles::Get(how.isLinear ? colorprofiles::kLinearRgb : colorprofiles::kSrgb)));
     if (how.dpi != 0) {
         TRY(image->Set(image::kDpi, how.dpi));
         TRY(image->Set(image::kAspectRatio, how.aspectRatio));
@@ -447,69 +416,55 @@ Result<Bytes> SaveAs(const Saved& how, const Picture& picture) {
     return Save(texture, "bmp");
 }
 
+/// A file of 24 or 32 bits as it is written here.
+BmpParts Expected(uint32_t headerSize, uint16_t bits, int width, int height, Bytes rows, Bytes profile = {}) {
+    BmpParts parts = Masked32(headerSize, 0xFF0000, 0xFF00, 0xFF, bits == 32 ? 0xFF000000 : 0, std::move(rows));
+    parts.width = width, parts.height = height;
+    parts.bitCount = bits, parts.compression = bits == 32 ? 3 : 0;
+    parts.xPerMetre = parts.yPerMetre = 2834;  // 72 dots per inch
+    parts.space = headerSize == 124 ? 0x4D424544 : 0x73524742;
+    parts.profile = std::move(profile);
+    return parts;
+}
+
 TEST_F(BmpTest, Writes) {
-    const Picture rgba{2, 2, pixelformats::kRgbaU8, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}};
-    const Picture rgb{1, 1, pixelformats::kRgbU8, {100, 100, 100}};
-    Picture child{2, 1, pixelformats::kGreyU8, {100, 200}};
-    child.alpha = {7, 9};
-    BmpParts rgb24{.xPerMetre = 2834, .yPerMetre = 2834, .rows = {11, 10, 9, 15, 14, 13, 0, 0, 3, 2, 1, 7, 6, 5, 0, 0}};
-    BmpParts one24{.width = 1, .height = 1, .xPerMetre = 2834, .yPerMetre = 2834, .rows = {168, 168, 168, 0}};
-    BmpParts grey24{.height = 1, .xPerMetre = 2834, .yPerMetre = 2834, .rows = {100, 100, 100, 200, 200, 200, 0, 0}};
-    const auto with = [](BmpParts parts, auto change) {
-        change(parts);
-        return parts;
-    };
-    const auto v4 = [](BmpParts& parts) {
-        parts.headerSize = 108;
-        parts.red = 0xFF0000, parts.green = 0xFF00, parts.blue = 0xFF;
-    };
-    const auto v4Alpha = [&v4](BmpParts& parts, Bytes rows) {
-        v4(parts);
-        parts.bitCount = 32, parts.compression = 3, parts.alpha = 0xFF000000;
-        parts.rows = std::move(rows);
-    };
-    const auto v5 = [&](BmpParts& parts, const Id& profile) {
-        parts.headerSize = 124, parts.space = 0x4D424544;
-        parts.profile = ProfileBytes(profile);
-    };
-    const Bytes rows32 = {11, 10, 9, 12, 15, 14, 13, 16, 3, 2, 1, 4, 7, 6, 5, 8}, one = {100, 100, 100, 0};
+    const Bytes rows24 = {11, 10, 9, 15, 14, 13, 0, 0, 3, 2, 1, 7, 6, 5, 0, 0};
+    const Bytes rows32 = {11, 10, 9, 12, 15, 14, 13, 16, 3, 2, 1, 4, 7, 6, 5, 8};
+    const Bytes linear100 = {100, 100, 100, 0}, srgb100 = {168, 168, 168, 0};
+    const Bytes srgb = ProfileBytes(colorprofiles::kSrgb), linear = ProfileBytes(colorprofiles::kLinearRgb);
+    const ImageTextureRef rgba =
+        MakeTexture({2, 2, pixelformats::kRgbaU8, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}});
+    const ImageTextureRef rgb = MakeTexture({1, 1, pixelformats::kRgbU8, {100, 100, 100}});
+    const ImageTextureRef child = MakeTexture({2, 1, pixelformats::kGreyU8, {100, 200}, {7, 9}});
+    const ImageTextureRef palette = Loaded(Indexed(8, 2, 1, {1, 2, 3, 0, 4, 5, 6, 55}, {0, 1, 0, 0}).Make());
+    BmpParts resolved = Expected(40, 24, 2, 2, rows24);
+    resolved.xPerMetre = 11808, resolved.yPerMetre = 5904;
     const struct {
         const char* what;
         Saved how;
-        Picture picture;
+        ImageTextureRef texture;
         BmpParts expected;
     } cases[] = {
-        {"V3 by default, without alpha", {}, rgba, rgb24},
-        {"V4", {"V4"}, rgba, with(rgb24, [&](auto& p) { v4Alpha(p, rows32); })},
-        {"V5", {"V5"}, rgba, with(rgb24, [&](auto& p) { v4Alpha(p, rows32), v5(p, colorprofiles::kSrgb); })},
-        {"masks of 24 bits", {"V4"}, rgb, with(one24, [&](auto& p) { v4(p), p.rows = one; })},
-        {"alpha of a child",
-         {"V4"},
-         child,
-         with(grey24,
-              [&](auto& p) {
-                  v4Alpha(p, {100, 100, 100, 7, 200, 200, 200, 9});
-              })},
-        {"no alpha of a child", {"V3"}, child, grey24},
-        {"resolution",
-         {.dpi = 300, .aspectRatio = 0.5},
-         rgba,
-         with(rgb24, [](auto& p) { p.xPerMetre = 11808, p.yPerMetre = 5904; })},
-        {"V3 is sRGB", {"V3", false, true}, rgb, one24},
-        {"V4 is sRGB", {"V4", false, true}, rgb, with(one24, v4)},
-        {"but for who does not want it", {"V4", true, true}, rgb, with(one24, [&](auto& p) { v4(p), p.rows = one; })},
-        {"V5 has the profile",
-         {"V5", false, true},
-         rgb,
-         with(one24, [&](auto& p) { v4(p), v5(p, colorprofiles::kLinearRgb), p.rows = one; })},
+        {"V3 by default, without alpha", {}, rgba, Expected(40, 24, 2, 2, rows24)},
+        {"V4", {"V4"}, rgba, Expected(108, 32, 2, 2, rows32)},
+        {"V5", {"V5"}, rgba, Expected(124, 32, 2, 2, rows32, srgb)},
+        {"masks of 24 bits", {"V4"}, rgb, Expected(108, 24, 1, 1, linear100)},
+        {"alpha of a child", {"V4"}, child, Expected(108, 32, 2, 1, {100, 100, 100, 7, 200, 200, 200, 9})},
+        {"no alpha of a child", {"V3"}, child, Expected(40, 24, 2, 1, {100, 100, 100, 200, 200, 200, 0, 0})},
+        {"alpha of a palette", {"V4"}, palette, Expected(108, 32, 2, 1, {1, 2, 3, 255, 4, 5, 6, 200})},
+        {"resolution", {.dpi = 300, .aspectRatio = 0.5}, rgba, resolved},
+        {"V3 is sRGB", {"V3", false, true}, rgb, Expected(40, 24, 1, 1, srgb100)},
+        {"V4 is sRGB", {"V4", false, true}, rgb, Expected(108, 24, 1, 1, srgb100)},
+        {"but for who does not want it", {"V4", true, true}, rgb, Expected(108, 24, 1, 1, linear100)},
+        {"V5 has the profile", {"V5", false, true}, rgb, Expected(124, 24, 1, 1, linear100, linear)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const Result<Bytes> file = SaveAs(c.how, c.picture);
+        const Result<Bytes> file = SaveAs(c.how, c.texture);
         ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
         EXPECT_EQ(*file, c.expected.Make());
     }
-    const ImageTextureRef again = Loaded(SaveAs({"V5", false, true}, rgb).GetValueOr(Bytes()));
+    const ImageTextureRef again = Loaded(cases[std::size(cases) - 1].expected.Make());
     EXPECT_EQ(FirstImage(again)->Get(image::kColorProfile, ColorProfile()),
               colorprofiles::Get(colorprofiles::kLinearRgb));
 
@@ -520,23 +475,20 @@ TEST_F(BmpTest, Writes) {
 /// What others seldom or never write, as they read it.
 TEST_F(BmpTest, OthersReadRareVariants) {
     Noise noise(9);
-    const Bytes palette = noise.Make(16);
+    const char* const kMagick = "convert-im6.q16";
+    const char* const kToRgb = "convert-im6.q16 bmp:- -depth 8 rgb:-";
     const struct {
         const char* what;
         const char* tool;
-        const char* command;  ///< ends with the red, green and blue bytes
+        std::string command;  ///< its output ends with the red, green and blue bytes
         BmpParts parts;
         int tolerance = 0;
     } cases[] = {
-        {"2 bits", "bmptopnm", "bmptopnm 2> /dev/null", Indexed(2, 13, 3, palette, noise.Make(12))},
-        {"444", "convert-im6.q16", "convert-im6.q16 bmp:- -depth 8 rgb:-",
-         SixteenBits(40, 0xF00, 0xF0, 0xF, 0, noise.Make(8)), 15},
-        {"jumps in runs of 8 bits", "convert-im6.q16", "convert-im6.q16 bmp:- -depth 8 rgb:-",
-         RunParts(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1})},
-        {"jumps in runs of 4 bits", "convert-im6.q16", "convert-im6.q16 bmp:- -depth 8 rgb:-",
-         RunParts(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1})},
-        {"core header of 4 bits", "bmptopnm", "bmptopnm 2> /dev/null",
-         Indexed(4, 5, 2, noise.Make(48), noise.Make(8), 12)},
+        {"2 bits", "bmptopnm", "bmptopnm", Indexed(2, 13, 3, noise.Make(16), noise.Make(12))},
+        {"core header of 4 bits", "bmptopnm", "bmptopnm", Indexed(4, 5, 2, noise.Make(48), noise.Make(8), 12)},
+        {"444", kMagick, kToRgb, Masked16(40, 0xF00, 0xF0, 0xF, 0, noise.Make(8)), 15},
+        {"jumps of 8 bits", kMagick, kToRgb, TellingRuns(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1})},
+        {"jumps of 4 bits", kMagick, kToRgb, TellingRuns(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1})},
     };
     const ScratchDirectory scratch;
     for (const auto& c : cases) {
@@ -546,7 +498,7 @@ TEST_F(BmpTest, OthersReadRareVariants) {
         const Bytes file = c.parts.Make();
         WriteFile(scratch.Path("file"), file);
         Bytes other;
-        ASSERT_TRUE(RunShell(std::string(c.command) + " < '" + scratch.Path("file") + "'", &other));
+        ASSERT_TRUE(RunShell(c.command + " < '" + scratch.Path("file") + "' 2> /dev/null", &other));
         const Bytes own = PixelsOf(FirstImage(Loaded(file)), pixelformats::kRgbU8);
         ASSERT_GE(other.size(), own.size());
         for (size_t i = 0; i < own.size(); ++i)

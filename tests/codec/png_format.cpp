@@ -78,40 +78,45 @@ std::vector<ExportVariant> MakePngVariants() {
 }
 
 std::vector<ForeignWriter> MakePngWriters() {
-    const std::string magick = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
-    const std::string pillow =
-        "/usr/bin/python3 -c 'import sys; from PIL import Image; "
-        "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); im.convert(sys.argv[2]).save("
-        "sys.argv[3], \"PNG\")' %I ";
-    const std::string netpbm = magick + "-alpha off ppm:- | pnmtopng 2> /dev/null ";
-    return {
-        {"ImageMagick, with alpha", {"convert-im6.q16"}, magick + "PNG32:%O"},
-        {"ImageMagick, interlaced", {"convert-im6.q16"}, magick + "-interlace PNG PNG32:%O"},
-        {"ImageMagick, 16 bits", {"convert-im6.q16"}, magick + "PNG64:%O"},
-        {"ImageMagick, without alpha", {"convert-im6.q16"}, magick + "-alpha off PNG24:%O", Opaque},
-        {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O"},
-        {"Pillow, without alpha", {"PIL"}, pillow + "RGB %O", Opaque},
-        {"netpbm", {"convert-im6.q16", "pnmtopng"}, magick + "-alpha off ppm:- | pnmtopng 2> /dev/null > %O", Opaque},
-        {"Pillow, grey", {"PIL"}, pillow + "L %O", Grey},
-        {"Pillow, one bit", {"PIL"}, pillow + "1 %O", BlackAndWhite},
-        {"Pillow, palette", {"PIL"}, pillow + "P %O", BlackAndWhite},
-        {"ImageMagick, palette", {"convert-im6.q16"}, magick + "-alpha off PNG8:%O", SixtyFourColors},
-        {"ImageMagick, interlaced palette",
-         {"convert-im6.q16"},
-         magick + "-alpha off -interlace PNG PNG8:%O",
-         SixteenColors},
-        {"netpbm, low depths", {"convert-im6.q16", "pnmtopng"}, netpbm + "> %O", SixteenColors},
-        {"netpbm, grey of 4 bits", {"convert-im6.q16", "pnmtopng"}, netpbm + "> %O", SixteenGreys},
-        {"netpbm, interlaced grey of 4 bits",
-         {"convert-im6.q16", "pnmtopng"},
-         netpbm + "-interlace > %O",
-         SixteenGreys},
-        {"netpbm, bits", {"convert-im6.q16", "pnmtopng"}, netpbm + "> %O", BlackAndWhite},
-        {"netpbm, interlaced",
-         {"convert-im6.q16", "pnmtopng"},
-         magick + "-alpha off ppm:- | pnmtopng -interlace 2> /dev/null > %O",
-         Opaque},
+    using Keeps = Bytes (*)(Bytes);
+    std::vector<ForeignWriter> writers;
+    const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
+    const auto magick = [&](const char* what, const std::string& arguments, Keeps keeps) {
+        writers.push_back({what, {"convert-im6.q16"}, command + arguments + ":%O", keeps});
     };
+    magick("ImageMagick, with alpha", "PNG32", nullptr);
+    magick("ImageMagick, interlaced", "-interlace PNG PNG32", nullptr);
+    magick("ImageMagick, 16 bits", "PNG64", nullptr);
+    magick("ImageMagick, without alpha", "-alpha off PNG24", Opaque);
+    magick("ImageMagick, palette", "-alpha off PNG8", SixtyFourColors);
+    magick("ImageMagick, interlaced palette", "-alpha off -interlace PNG PNG8", SixteenColors);
+
+    const auto pillow = [&](const char* what, const std::string& mode, Keeps keeps) {
+        const std::string script =
+            "import sys; from PIL import Image; "
+            "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
+            "im.convert(sys.argv[2]).save(sys.argv[3], \"PNG\")";
+        writers.push_back({what, {"PIL"}, "/usr/bin/python3 -c '" + script + "' %I " + mode + " %O", keeps});
+    };
+    pillow("Pillow, with alpha", "RGBA", nullptr);
+    pillow("Pillow, without alpha", "RGB", Opaque);
+    pillow("Pillow, grey", "L", Grey);
+    pillow("Pillow, one bit", "1", BlackAndWhite);
+    pillow("Pillow, palette", "P", BlackAndWhite);
+
+    const auto netpbm = [&](const char* what, const std::string& arguments, Keeps keeps) {
+        writers.push_back({what,
+                           {"convert-im6.q16", "pnmtopng"},
+                           command + "-alpha off ppm:- | pnmtopng 2> /dev/null " + arguments + " > %O",
+                           keeps});
+    };
+    netpbm("netpbm", "", Opaque);
+    netpbm("netpbm, interlaced", "-interlace", Opaque);
+    netpbm("netpbm, low depths", "", SixteenColors);
+    netpbm("netpbm, grey of 4 bits", "", SixteenGreys);
+    netpbm("netpbm, interlaced grey of 4 bits", "-interlace", SixteenGreys);
+    netpbm("netpbm, bits", "", BlackAndWhite);
+    return writers;
 }
 
 }  // namespace

@@ -1,33 +1,37 @@
 // PNG: files that libpng makes for the test, and files written here that libpng reads for the test.
 
 #include "codec_support.h"
+#include "format_table.h"
 #include "png_direct.h"
+#include "tool_support.h"
 
 namespace codectest {
 namespace {
 
 class PngTest : public CodecTest {};
 
-struct ColorType {
-    int colorType, bitDepth, bytesPerPixel;
-    const char* stored;
-};
-const ColorType kColorTypes[] = {
-    {PNG_COLOR_TYPE_GRAY, 8, 1, "net.orvik.image.pixelformat.grey.u8"},
-    {PNG_COLOR_TYPE_GRAY, 16, 2, "net.orvik.image.pixelformat.grey.u16"},
-    {PNG_COLOR_TYPE_GRAY_ALPHA, 8, 2, "net.orvik.image.pixelformat.greya.u8"},
-    {PNG_COLOR_TYPE_GRAY_ALPHA, 16, 4, "net.orvik.image.pixelformat.greya.u16"},
-    {PNG_COLOR_TYPE_RGB, 8, 3, "net.orvik.image.pixelformat.rgb.u8"},
-    {PNG_COLOR_TYPE_RGB, 16, 6, "net.orvik.image.pixelformat.rgb.u16"},
-    {PNG_COLOR_TYPE_RGB_ALPHA, 8, 4, "net.orvik.image.pixelformat.rgba.u8"},
-    {PNG_COLOR_TYPE_RGB_ALPHA, 16, 8, "net.orvik.image.pixelformat.rgba.u16"},
-};
+Id IdOf(std::string_view text) { return *Id::Create(text); }
 
-Id IdOf(const char* text) { return *Id::Create(text); }
+PngPicture Written(const ImageTextureRef& texture) { return ReadPng(Save(texture, "png").GetValueOr(Bytes())); }
+
+// --- Reading ---------------------------------------------------------------------------------------------------------
 
 TEST_F(PngTest, ReadsAndWritesEveryColorTypeInBothOrders) {
+    const struct {
+        int colorType, bitDepth;
+        const char* stored;
+    } types[] = {
+        {PNG_COLOR_TYPE_GRAY, 8, "net.orvik.image.pixelformat.grey.u8"},
+        {PNG_COLOR_TYPE_GRAY, 16, "net.orvik.image.pixelformat.grey.u16"},
+        {PNG_COLOR_TYPE_GRAY_ALPHA, 8, "net.orvik.image.pixelformat.greya.u8"},
+        {PNG_COLOR_TYPE_GRAY_ALPHA, 16, "net.orvik.image.pixelformat.greya.u16"},
+        {PNG_COLOR_TYPE_RGB, 8, "net.orvik.image.pixelformat.rgb.u8"},
+        {PNG_COLOR_TYPE_RGB, 16, "net.orvik.image.pixelformat.rgb.u16"},
+        {PNG_COLOR_TYPE_RGB_ALPHA, 8, "net.orvik.image.pixelformat.rgba.u8"},
+        {PNG_COLOR_TYPE_RGB_ALPHA, 16, "net.orvik.image.pixelformat.rgba.u16"},
+    };
     Noise noise(1);
-    for (const ColorType& type : kColorTypes) {
+    for (const auto& type : types) {
         for (const bool interlaced : {false, true}) {
             for (const uint32_t width : {1u, 3u, 13u}) {
                 SCOPED_TRACE(testing::Message() << type.stored << " " << interlaced << " " << width);
@@ -46,9 +50,7 @@ TEST_F(PngTest, ReadsAndWritesEveryColorTypeInBothOrders) {
                 DataDictionary settings;
                 ASSERT_TRUE(settings.Set(mediaexport::kPngInterlaced, interlaced));
                 ASSERT_TRUE(texture->Set(image::kExportSettings, settings));
-                const Result<Bytes> file = Save(texture, "png");
-                ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
-                const PngPicture written = ReadPng(*file);
+                const PngPicture written = Written(texture);
                 EXPECT_EQ(written.colorType, type.colorType);
                 EXPECT_EQ(written.bitDepth, type.bitDepth);
                 EXPECT_EQ(written.interlaced, interlaced);
@@ -58,112 +60,138 @@ TEST_F(PngTest, ReadsAndWritesEveryColorTypeInBothOrders) {
     }
 }
 
-TEST_F(PngTest, ColorKeyMakesExactMatchesTransparent) {
-    // 8 bits
-    PngPicture rgb{
-        .width = 3, .height = 1, .rows = {1, 2, 3, 1, 2, 4, 1, 2, 3}, .hasKey = true, .key = {0, 1, 2, 3, 0}};
-    for (const bool interlaced : {false, true}) {
-        rgb.interlaced = interlaced;
-        const ImageTextureRef texture = Loaded(WritePng(rgb));
-        EXPECT_EQ(FirstImage(texture)->GetPixelFormat()->GetId(), pixelformats::kRgbaU8);
-        EXPECT_EQ(RgbaOf(texture), (Bytes{1, 2, 3, 0, 1, 2, 4, 255, 1, 2, 3, 0}));
+/// The value of each pixel, read from rows of any depth up to 8.
+std::vector<size_t> IndicesOf(const PngPicture& picture) {
+    std::vector<size_t> indices;
+    const uint32_t depth = uint32_t(picture.bitDepth);
+    for (uint32_t y = 0; y < picture.height; ++y) {
+        for (uint32_t x = 0; x < picture.width; ++x) {
+            const uint8_t byte = picture.rows[y * picture.RowBytes() + x * depth / 8];
+            indices.push_back(byte >> (8 - depth - x * depth % 8) & ((1u << depth) - 1));
+        }
     }
-    const ImageTextureRef grey = Loaded(
-        WritePng({.width = 3, .height = 1, .colorType = 0, .rows = {5, 6, 5}, .hasKey = true, .key = {0, 0, 0, 0, 5}}));
-    EXPECT_EQ(PixelsOf(FirstImage(grey), pixelformats::kGreyaU8), (Bytes{5, 0, 6, 255, 5, 0}));
-    // 16 bits: equal high bytes are not enough
-    const ImageTextureRef grey16 = Loaded(WritePng({.width = 2,
-                                                    .height = 1,
-                                                    .colorType = 0,
-                                                    .bitDepth = 16,
-                                                    .rows = {0x34, 0x12, 0x35, 0x12},
-                                                    .hasKey = true,
-                                                    .key = {0, 0, 0, 0, 0x1234}}));
-    EXPECT_EQ(PixelsOf(FirstImage(grey16), pixelformats::kGreyaU16), (Bytes{0x34, 0x12, 0, 0, 0x35, 0x12, 0xFF, 0xFF}));
-    const ImageTextureRef rgb16 = Loaded(WritePng({.width = 2,
-                                                   .height = 1,
-                                                   .bitDepth = 16,
-                                                   .rows = {1, 2, 3, 4, 5, 6, 1, 2, 3, 4, 5, 7},
-                                                   .hasKey = true,
-                                                   .key = {0, 0x0201, 0x0403, 0x0605, 0}}));
-    EXPECT_EQ(PixelsOf(FirstImage(rgb16), pixelformats::kRgbaU16),
-              (Bytes{1, 2, 3, 4, 5, 6, 0, 0, 1, 2, 3, 4, 5, 7, 0xFF, 0xFF}));
+    return indices;
+}
+
+/// @param colors  what the indices stand for, as RGBA
+void ExpectIndexed(const PngPicture& made, const Bytes& colors, const Id& tableFormat) {
+    Bytes expected;
+    for (const size_t index : IndicesOf(made))
+        expected.insert(expected.end(), &colors[4 * index], &colors[4 * index] + 4);
+    const ImageTextureRef texture = Loaded(WritePng(made));
+    EXPECT_EQ(RgbaOf(texture), expected);
+    const auto format = Cast<PixelFormatIndexedColorInterface>(FirstImage(texture)->GetPixelFormat());
+    ASSERT_TRUE(format);
+    EXPECT_EQ(format->GetBitsPerPixel().GetBits(), made.bitDepth);
+    EXPECT_EQ(format->GetColorTableSize(), Int(colors.size() / 4));
+    EXPECT_EQ(format->GetColorTablePixelFormat()->GetId(), tableFormat);
+}
+
+TEST_F(PngTest, PalettesAndSmallDepthsOfGrey) {
+    Noise noise(21);
+    for (const int depth : {1, 2, 4, 8}) {
+        for (const bool interlaced : {false, true}) {
+            for (const uint32_t width : {1u, 7u, 17u}) {
+                SCOPED_TRACE(testing::Message() << depth << " " << interlaced << " " << width);
+                PngPicture made{.width = width, .height = 9, .bitDepth = depth, .interlaced = interlaced};
+                made.colorType = PNG_COLOR_TYPE_PALETTE;
+                made.rows = noise.Make(made.RowBytes() * made.height);
+                const size_t count = size_t(1) << depth;
+                Bytes colors = noise.Make(4 * count);
+                for (size_t i = 0; i < colors.size(); i += 4)
+                    made.palette.push_back({colors[i], colors[i + 1], colors[i + 2]});
+                for (const size_t alphas : {count, count / 2, size_t(0)}) {  // all, some, none
+                    made.alphas.clear();
+                    for (size_t i = 0; i < count; ++i) {
+                        if (i < alphas)
+                            made.alphas.push_back(colors[4 * i + 3]);
+                        else
+                            colors[4 * i + 3] = 255;
+                    }
+                    ExpectIndexed(made, colors, alphas ? pixelformats::kRgbaU8 : pixelformats::kRgbU8);
+                }
+                if (depth == 8)
+                    continue;
+                made.colorType = PNG_COLOR_TYPE_GRAY;
+                for (const int key : {-1, 0, 1, (1 << depth) - 1}) {
+                    for (size_t i = 0; i < count; ++i) {
+                        std::fill_n(&colors[4 * i], 3, uint8_t(i * 255 / (count - 1)));
+                        colors[4 * i + 3] = int(i) == key ? 0 : 255;
+                    }
+                    made.hasKey = key >= 0;
+                    made.key.gray = png_uint_16(key);
+                    ExpectIndexed(made, colors, key < 0 ? pixelformats::kGreyU8 : pixelformats::kGreyaU8);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(PngTest, ColorKeyMakesExactMatchesTransparent) {
+    const struct {
+        int colorType, bitDepth;
+        Bytes rows;
+        png_color_16 key;  ///< index, red, green, blue, grey
+        Id shown;
+        Bytes pixels;
+    } cases[] = {
+        {2, 8, {1, 2, 3, 1, 2, 4}, {0, 1, 2, 3, 0}, pixelformats::kRgbaU8, {1, 2, 3, 0, 1, 2, 4, 255}},
+        {0, 8, {5, 6}, {0, 0, 0, 0, 5}, pixelformats::kGreyaU8, {5, 0, 6, 255}},
+        {0,
+         16,
+         {0x34, 0x12, 0x35, 0x12},
+         {0, 0, 0, 0, 0x1234},
+         pixelformats::kGreyaU16,
+         {0x34, 0x12, 0, 0, 0x35, 0x12, 0xFF, 0xFF}},
+        {2,
+         16,
+         {1, 2, 3, 4, 5, 6, 1, 2, 3, 4, 5, 7},
+         {0, 0x0201, 0x0403, 0x0605, 0},
+         pixelformats::kRgbaU16,
+         {1, 2, 3, 4, 5, 6, 0, 0, 1, 2, 3, 4, 5, 7, 0xFF, 0xFF}},
+    };
+    for (const auto& c : cases) {
+        for (const bool interlaced : {false, true}) {
+            SCOPED_TRACE(testing::Message() << c.shown.GetText() << " " << c.key.gray << " " << interlaced);
+            const ImageBaseRef image = FirstImage(Loaded(WritePng({.width = 2,
+                                                                   .height = 1,
+                                                                   .colorType = c.colorType,
+                                                                   .bitDepth = c.bitDepth,
+                                                                   .interlaced = interlaced,
+                                                                   .rows = c.rows,
+                                                                   .hasKey = true,
+                                                                   .key = c.key})));
+            EXPECT_EQ(image->GetPixelFormat()->GetId(), c.shown);
+            EXPECT_EQ(PixelsOf(image, c.shown), c.pixels);
+        }
+    }
+    // The key counts with all its bits, which the library would not write.
+    Bytes file =
+        WritePng({.width = 1, .height = 1, .colorType = 0, .rows = {5}, .hasKey = true, .key = {0, 0, 0, 0, 5}});
+    const std::string_view chunk = "tRNS";
+    *(std::search(file.begin(), file.end(), chunk.begin(), chunk.end()) + 4) = 1;
+    TestedFormatOf("png").mendDamage(file);
+    EXPECT_EQ(PixelsOf(FirstImage(Loaded(file)), pixelformats::kGreyaU8), (Bytes{5, 255}));
 }
 
 TEST_F(PngTest, DescribesResolution) {
-    PngPicture made{.width = 1, .height = 1, .rows = {1, 2, 3}};
-    EXPECT_FALSE(FirstImage(Loaded(WritePng(made)))->Has(image::kDpi.GetId()));
-    EXPECT_EQ(FirstImage(Loaded(WritePng(made)))->Get(image::kAspectRatio, 0), 1.0);
-    made.xPerMetre = 11811, made.yPerMetre = 5906;
-    EXPECT_EQ(FirstImage(Loaded(WritePng(made)))->Get(image::kDpi, 0), 300.0);
-    EXPECT_EQ(FirstImage(Loaded(WritePng(made)))->Get(image::kAspectRatio, 0), 0.5);
-    made.unit = PNG_RESOLUTION_UNKNOWN;
-    EXPECT_FALSE(FirstImage(Loaded(WritePng(made)))->Has(image::kDpi.GetId()));
-    EXPECT_EQ(FirstImage(Loaded(WritePng(made)))->Get(image::kAspectRatio, 0), 1.0);
-}
-
-TEST_F(PngTest, WritesResolution) {
-    const ImageTextureRef texture = MakeTexture({1, 1, pixelformats::kRgbU8, {1, 2, 3}});
-    ASSERT_TRUE(FirstImage(texture)->Set(image::kAspectRatio, 2.0));
-    PngPicture written = ReadPng(Save(texture, "png").GetValueOr(Bytes()));
-    EXPECT_EQ(written.xPerMetre, 2834u);  // 72 dots per inch, truncated
-    EXPECT_EQ(written.yPerMetre, 5669u);
-    EXPECT_EQ(written.unit, PNG_RESOLUTION_METER);
-    ASSERT_TRUE(FirstImage(texture)->Set(image::kDpi, 300.0));
-    ASSERT_TRUE(FirstImage(texture)->Set(image::kAspectRatio, 1.0));
-    written = ReadPng(Save(texture, "png").GetValueOr(Bytes()));
-    EXPECT_EQ(written.xPerMetre, 11811u);
-    EXPECT_EQ(written.yPerMetre, 11811u);
-}
-
-TEST_F(PngTest, CarriesColorProfiles) {
-    const Bytes linear = ProfileBytes(colorprofiles::kLinearRgb);
-    const PngPicture made{
-        .width = 1, .height = 1, .rows = {100, 150, 200}, .profileName = "anything", .profile = linear};
-    const ImageTextureRef texture = Loaded(WritePng(made));
-    EXPECT_EQ(FirstImage(texture)->Get(image::kColorProfile, ColorProfile()),
-              colorprofiles::Get(colorprofiles::kLinearRgb));
-    const PngPicture written = ReadPng(Save(texture, "png").GetValueOr(Bytes()));
-    EXPECT_EQ(written.profile, linear);
-    EXPECT_EQ(written.profileName, "Linear Color Space");
-    EXPECT_EQ(written.rows, made.rows);  // not converted: the file says what they are
-}
-
-TEST_F(PngTest, GreyRowsGetAProfileOfTheirSpace) {
-    const PngPicture made{.width = 3, .height = 1, .colorType = 0, .rows = {0, 77, 255}};
-    const PngPicture written = ReadPng(Save(Loaded(WritePng(made)), "png").GetValueOr(Bytes()));
-    EXPECT_EQ(written.rows, made.rows);
-    EXPECT_EQ(written.profile, ProfileBytes(colorprofiles::kSgrey));
-}
-
-TEST_F(PngTest, ChoosesDepthAndColorTypeByTheImage) {
     const struct {
-        const char* format;
-        int bytesPerPixel, colorType, bitDepth;
-    } cases[] = {
-        {"net.orvik.image.pixelformat.bgr.u8", 3, PNG_COLOR_TYPE_RGB, 8},
-        {"net.orvik.image.pixelformat.bgra.u8", 4, PNG_COLOR_TYPE_RGB_ALPHA, 8},
-        {"net.orvik.image.pixelformat.rgb.f32", 12, PNG_COLOR_TYPE_RGB, 16},
-        {"net.orvik.image.pixelformat.grey.f32", 4, PNG_COLOR_TYPE_GRAY, 16},
-        {"net.orvik.image.pixelformat.rgb.f16", 6, PNG_COLOR_TYPE_RGB, 16},
-    };
+        uint32_t x, y;
+        int unit;
+        Float dpi, aspectRatio;  ///< 0: absent
+    } cases[] = {{0, 0, PNG_RESOLUTION_METER, 0, 1},
+                 {11811, 5906, PNG_RESOLUTION_METER, 300, 0.5},
+                 {11811, 0, PNG_RESOLUTION_METER, 300, 0},
+                 {11811, 5906, PNG_RESOLUTION_UNKNOWN, 0, 1}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.format);
-        const ImageTextureRef texture = MakeTexture({2, 2, IdOf(c.format), Bytes(size_t(c.bytesPerPixel) * 4)});
-        const Result<Bytes> file = Save(texture, "png");
-        ASSERT_TRUE(file) << file.GetError()->ToString().GetCString();
-        const PngPicture written = ReadPng(*file);
-        EXPECT_EQ(written.colorType, c.colorType);
-        EXPECT_EQ(written.bitDepth, c.bitDepth);
+        SCOPED_TRACE(testing::Message() << c.x << " " << c.y << " " << c.unit);
+        const ImageBaseRef image = FirstImage(Loaded(WritePng(
+            {.width = 1, .height = 1, .rows = {1, 2, 3}, .xPerMetre = c.x, .yPerMetre = c.y, .unit = c.unit})));
+        EXPECT_EQ(image->Has(image::kDpi.GetId()), c.dpi != 0);
+        EXPECT_EQ(image->Get(image::kDpi, 0), c.dpi);
+        EXPECT_EQ(image->Has(image::kAspectRatio.GetId()), c.aspectRatio != 0);
+        EXPECT_EQ(image->Get(image::kAspectRatio, 0), c.aspectRatio);
     }
-}
-
-TEST_F(PngTest, WritesAlphaOfAChildAndSwapsChannels) {
-    Picture picture{2, 1, pixelformats::kBgrU8, {1, 2, 3, 4, 5, 6}};
-    picture.alpha = {7, 9};
-    const PngPicture written = ReadPng(Save(MakeTexture(picture), "png").GetValueOr(Bytes()));
-    EXPECT_EQ(written.colorType, PNG_COLOR_TYPE_RGB_ALPHA);
-    EXPECT_EQ(written.rows, (Bytes{3, 2, 1, 7, 6, 5, 4, 9}));
 }
 
 TEST_F(PngTest, LibraryErrorsKeepTheirText) {
@@ -174,25 +202,128 @@ TEST_F(PngTest, LibraryErrorsKeepTheirText) {
     EXPECT_EQ(MessageOf(loaded), "PNG Error: IHDR: CRC error");
 }
 
-TEST_F(PngTest, SpaceBombIsRefused) {
-    // A header of 900000 x 900000 pixels over the data of one pixel.
-    Bytes file = WritePng({.width = 1, .height = 1, .rows = {1, 2, 3}});
-    PngPicture large{.width = 900000, .height = 1, .rows = Bytes(2700000)};
-    const Bytes head = WritePng(large);
-    std::copy(head.begin() + 16, head.begin() + 33, file.begin() + 16);  // IHDR with its check sum
-    EXPECT_EQ(KindOf(Load(file)), "mediasessionwrongtype");
-    EXPECT_EQ(RgbaOf(Loaded(head)).size(), 3600000u);  // the honest one loads, at a ratio of 1000 to 1
+TEST_F(PngTest, HonestRatiosOf1000To1Load) {
+    EXPECT_EQ(RgbaOf(Loaded(WritePng({.width = 900000, .height = 1, .rows = Bytes(2700000)}))).size(), 3600000u);
 }
 
 TEST_F(PngTest, ModuleInformation) {
     const auto info = FindPublished<DataDictionaryObjectInterface>("net.orvik.moduleinfo.libpng");
     const auto text = [&](const char* key) {
-        const Result<Data> data = info->GetData(*Id::Create(key));
+        const Result<Data> data = info->GetData(IdOf(key));
         return data ? data->ToString() : String();
     };
     EXPECT_EQ(text("net.orvik.moduleinfo.name"), String("libpng"));
     EXPECT_EQ(text("net.orvik.moduleinfo.description"), String("PNG image i/o library"));
     EXPECT_EQ(text("net.orvik.moduleinfo.version"), String("1.6.36"));
+}
+
+// --- Writing ---------------------------------------------------------------------------------------------------------
+
+TEST_F(PngTest, ChoosesDepthAndColorTypeByTheImage) {
+    const auto made = [](std::string_view format, const Bytes& pixel, const Bytes& alpha = {}) {
+        return MakeTexture({1, 1, IdOf("net.orvik.image.pixelformat." + std::string(format)), pixel, alpha});
+    };
+    const auto indexed = [](int colorType, std::vector<png_color> palette, const Bytes& alphas = {}) {
+        return Loaded(WritePng({.width = 2,
+                                .height = 1,
+                                .colorType = colorType,
+                                .bitDepth = 1,
+                                .rows = {0x40},
+                                .palette = std::move(palette),
+                                .alphas = alphas}));
+    };
+    const int grey = PNG_COLOR_TYPE_GRAY, rgb = PNG_COLOR_TYPE_RGB, alpha = PNG_COLOR_MASK_ALPHA,
+              palette = PNG_COLOR_TYPE_PALETTE;
+    const struct {
+        ImageTextureRef texture;
+        int colorType, bitDepth;
+        Bytes row;
+    } cases[] = {
+        {made("bgr.u8", {1, 2, 3}), rgb, 8, {3, 2, 1}},
+        {made("bgra.u8", {1, 2, 3, 4}), rgb | alpha, 8, {3, 2, 1, 4}},
+        {made("bgr.u8", {1, 2, 3}, {7}), rgb | alpha, 8, {3, 2, 1, 7}},
+        {made("grey.u16", {1, 2}, {7}), grey | alpha, 16, {1, 2, 7, 7}},
+        {made("rgb.f32", Bytes(12)), rgb, 16, Bytes(6)},
+        {made("grey.f32", {0, 0, 0x80, 0x3F}), grey, 16, {0xFF, 0xFF}},
+        {made("rgb.f16", Bytes(6)), rgb, 16, Bytes(6)},
+        {indexed(grey, {}), grey, 8, {0, 255}},
+        {indexed(palette, {{1, 2, 3}, {4, 5, 6}}), rgb, 8, {1, 2, 3, 4, 5, 6}},
+        {indexed(palette, {{1, 2, 3}, {4, 5, 6}}, {7}), rgb | alpha, 8, {1, 2, 3, 7, 4, 5, 6, 255}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        const PngPicture written = Written(c.texture);
+        EXPECT_EQ(written.colorType, c.colorType);
+        EXPECT_EQ(written.bitDepth, c.bitDepth);
+        EXPECT_EQ(written.rows, c.row);
+    }
+}
+
+TEST_F(PngTest, WritesResolution) {
+    const struct {
+        Float dpi, aspectRatio;  ///< 0: the picture has none
+        uint32_t x, y;
+    } cases[] = {{0, 0, 2834, 0}, {0, 2, 2834, 5669}, {300, 1, 11811, 11811}, {300, 0, 11811, 0}};
+    for (const auto& c : cases) {
+        const ImageTextureRef texture = MakeTexture({1, 1, pixelformats::kRgbU8, {1, 2, 3}});
+        const ImageBaseRef image = FirstImage(texture);
+        ASSERT_TRUE(c.dpi == 0 || image->Set(image::kDpi, c.dpi));
+        ASSERT_TRUE(c.aspectRatio == 0 || image->Set(image::kAspectRatio, c.aspectRatio));
+        const PngPicture written = Written(texture);
+        EXPECT_EQ(written.xPerMetre, c.x);
+        EXPECT_EQ(written.yPerMetre, c.y);
+        EXPECT_EQ(written.unit, PNG_RESOLUTION_METER);
+    }
+}
+
+/// A profile with another description of equal length.
+Bytes Renamed(Bytes profile, std::u16string_view from, std::u16string_view to) {
+    const auto bytesOf = [](std::u16string_view text) {
+        Bytes bytes;
+        for (const char16_t c : text)
+            bytes.insert(bytes.end(), {uint8_t(c >> 8), uint8_t(c)});
+        return bytes;
+    };
+    const Bytes wanted = bytesOf(from), given = bytesOf(to);
+    const auto at = std::search(profile.begin(), profile.end(), wanted.begin(), wanted.end());
+    EXPECT_TRUE(at != profile.end() && wanted.size() == given.size());
+    std::copy(given.begin(), given.end(), at);
+    return profile;
+}
+
+TEST_F(PngTest, CarriesColorProfiles) {
+    const Bytes linear = ProfileBytes(colorprofiles::kLinearRgb);
+    const std::u16string_view name = u"Linear Color Space";
+    const struct {
+        const char* writtenName;
+        Bytes profile;
+    } cases[] = {
+        {"Linear Color Space", linear},
+        {"L\xE9? Color Sp", Renamed(linear, name, u" L\u00E9\u4E2D\n\n\tColor   Sp ")},
+        {"ICC", Renamed(linear, name, u"                  ")},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.writtenName);
+        const PngPicture made{
+            .width = 1, .height = 1, .rows = {100, 150, 200}, .profileName = "anything", .profile = c.profile};
+        const ImageTextureRef texture = Loaded(WritePng(made));
+        const Result<ColorProfile> profile = ColorProfile::OpenProfileFromMemory(AsBlock(c.profile));
+        ASSERT_TRUE(profile);
+        EXPECT_EQ(FirstImage(texture)->Get(image::kColorProfile, ColorProfile()), *profile);
+        const PngPicture written = Written(texture);
+        EXPECT_EQ(written.profile, c.profile);
+        EXPECT_EQ(written.profileName, c.writtenName);
+        EXPECT_EQ(written.rows, made.rows);  // not converted: the file says what they are
+    }
+}
+
+TEST_F(PngTest, GreyRowsGetAProfileOfTheirSpace) {
+    const PngPicture made{.width = 3, .height = 1, .colorType = 0, .rows = {0, 77, 255}};
+    const ImageTextureRef texture = Loaded(WritePng(made));
+    EXPECT_EQ(FirstImage(texture)->Get(image::kColorProfile, ColorProfile()), colorprofiles::Get(colorprofiles::kSrgb));
+    const PngPicture written = Written(texture);
+    EXPECT_EQ(written.rows, made.rows);
+    EXPECT_EQ(written.profile, ProfileBytes(colorprofiles::kSgrey));
 }
 
 }  // namespace
