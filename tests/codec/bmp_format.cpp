@@ -39,8 +39,8 @@ std::vector<Sample> MakeBmpSamples() {
 /// Some sixty bytes that ask for gigabytes.
 std::vector<Sample> MakeBmpBombs() {
     std::vector<Sample> bombs;
-    const std::pair<int32_t, int32_t> sizes[] = {
-        {INT32_MAX, 1}, {1, INT32_MAX}, {INT32_MAX, INT32_MAX}, {INT32_MAX, INT32_MIN}, {65536, 65536}};
+    const std::pair<int32_t, int32_t> sizes[] = {{INT32_MAX, 1},         {1, INT32_MAX}, {INT32_MAX, INT32_MAX},
+                                                 {INT32_MAX, INT32_MIN}, {65536, 65536}, {1 << 25, 2}};
     for (const auto& [width, height] : sizes) {
         for (const int bits : {1, 4, 8, 16, 24, 32}) {
             for (const uint32_t compression : {0u, 1u, 2u}) {
@@ -98,17 +98,10 @@ std::vector<ForeignWriter> MakeBmpWriters() {
     writers.push_back({"GraphicsMagick, palette", {"gm"}, graphics, SixtyFourColors});
     writers.push_back({"GraphicsMagick, 16 colours", {"gm"}, graphics, SixteenColors});
 
-    const auto pillow = [&](const char* what, const std::string& mode, Keeps keeps) {
-        const std::string script =
-            "import sys; from PIL import Image; "
-            "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
-            "im.convert(sys.argv[2]).save(sys.argv[3], \"BMP\")";
-        writers.push_back({what, {"PIL"}, "/usr/bin/python3 -c '" + script + "' %I " + mode + " %O", keeps});
-    };
-    pillow("Pillow, with alpha", "RGBA", nullptr);
-    pillow("Pillow, without alpha", "RGB", Opaque);
-    pillow("Pillow, grey", "L", GreyIsTransparency);
-    pillow("Pillow, one bit", "1", BlackAndClear);
+    writers.push_back(PillowWriter("Pillow, with alpha", "RGBA", "BMP"));
+    writers.push_back(PillowWriter("Pillow, without alpha", "RGB", "BMP", Opaque));
+    writers.push_back(PillowWriter("Pillow, grey", "L", "BMP", GreyIsTransparency));
+    writers.push_back(PillowWriter("Pillow, one bit", "1", "BMP", BlackAndClear));
 
     const auto netpbm = [&](const char* what, const std::string& arguments, Keeps keeps) {
         const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I -alpha off ppm:- | ppmtobmp ";

@@ -36,6 +36,17 @@ Sample FindSample(std::string_view name) {
     return {};
 }
 
+ForeignWriter PillowWriter(const char* what, const std::string& mode, const std::string& format,
+                           Bytes (*keeps)(Bytes rgba)) {
+    return {what,
+            {"PIL"},
+            "/usr/bin/python3 -c 'import sys; from PIL import Image; "
+            "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
+            "im.convert(sys.argv[2]).save(sys.argv[3], sys.argv[4])' %I " +
+                mode + " %O " + format,
+            keeps};
+}
+
 namespace {
 
 /// @param map  changes red, green, blue of one pixel

@@ -46,6 +46,10 @@ struct ForeignWriter {
     int tolerance = 0;
 };
 
+/// Pillow saves an image of a mode in a format, both in its words.
+ForeignWriter PillowWriter(const char* what, const std::string& mode, const std::string& format,
+                           Bytes (*keeps)(Bytes rgba) = nullptr);
+
 struct TestedFormat {
     std::string_view name;                 ///< short name, as in the table of formats
     std::vector<Sample> (*makeSamples)();  ///< one for each variant of the format

@@ -91,18 +91,11 @@ std::vector<ForeignWriter> MakePngWriters() {
     magick("ImageMagick, palette", "-alpha off PNG8", SixtyFourColors);
     magick("ImageMagick, interlaced palette", "-alpha off -interlace PNG PNG8", SixteenColors);
 
-    const auto pillow = [&](const char* what, const std::string& mode, Keeps keeps) {
-        const std::string script =
-            "import sys; from PIL import Image; "
-            "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
-            "im.convert(sys.argv[2]).save(sys.argv[3], \"PNG\")";
-        writers.push_back({what, {"PIL"}, "/usr/bin/python3 -c '" + script + "' %I " + mode + " %O", keeps});
-    };
-    pillow("Pillow, with alpha", "RGBA", nullptr);
-    pillow("Pillow, without alpha", "RGB", Opaque);
-    pillow("Pillow, grey", "L", Grey);
-    pillow("Pillow, one bit", "1", BlackAndWhite);
-    pillow("Pillow, palette", "P", BlackAndWhite);
+    writers.push_back(PillowWriter("Pillow, with alpha", "RGBA", "PNG"));
+    writers.push_back(PillowWriter("Pillow, without alpha", "RGB", "PNG", Opaque));
+    writers.push_back(PillowWriter("Pillow, grey", "L", "PNG", Grey));
+    writers.push_back(PillowWriter("Pillow, one bit", "1", "PNG", BlackAndWhite));
+    writers.push_back(PillowWriter("Pillow, palette", "P", "PNG", BlackAndWhite));
 
     const auto netpbm = [&](const char* what, const std::string& arguments, Keeps keeps) {
         writers.push_back({what,

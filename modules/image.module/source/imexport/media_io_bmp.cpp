@@ -335,8 +335,10 @@ Result<void> BmpImporter::CheckSize(const InputStreamRef& stream) const {
     if (bytes < 0 || __builtin_mul_overflow(bytes, _info.AbsoluteHeight(), &bytes))
         return OutOfMemoryError();
     constexpr Int kBestRunLength = 128, kSmall = Int(16) << 20;
-    if (_info.IsRunLength())
-        bytes = bytes <= kSmall ? 0 : bytes / kBestRunLength;
+    if (_info.IsRunLength()) {
+        const Int pixels = Int(_info.width) * _info.AbsoluteHeight();  // eight of them can share a byte
+        bytes = std::max(bytes, pixels) <= kSmall ? 0 : bytes / kBestRunLength;
+    }
     const Result<Int> length = stream->GetStreamLength();
     if (length && bytes > *length - GetPixelPosition())
         return MediaSessionWrongTypeError();
