@@ -67,14 +67,14 @@ TEST_F(BmpTest, ReadsEveryGeneration) {
     };
     for (const auto& file : files) {
         SCOPED_TRACE(file.what);
-        const Bytes bytes = file.parts.Make();
-        ExpectPixels(bytes, file.rgba);
-        const ImageTextureRef texture = *LoadAs("bmp", bytes);
-        const PixelFormat format = FirstImage(texture)->GetPixelFormat();
+        const Result<ImageTextureRef> texture = LoadAs("bmp", file.parts.Make());
+        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+        EXPECT_EQ(RgbaOf(*texture), file.rgba);
+        const PixelFormat format = FirstImage(*texture)->GetPixelFormat();
         EXPECT_EQ(format->GetBitsPerPixel().GetBits(), file.formatBits);
         EXPECT_EQ(format->GetId() == pixelformats::kBgrU8, file.formatBits == 24);
         EXPECT_EQ(
-            texture->Get(image::kExportSettings, DataDictionary()).Get(mediaexport::kBmpInfoHeader, Id()).GetText(),
+            (*texture)->Get(image::kExportSettings, DataDictionary()).Get(mediaexport::kBmpInfoHeader, Id()).GetText(),
             file.generation);
     }
 }

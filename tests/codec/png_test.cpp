@@ -326,5 +326,43 @@ TEST_F(PngTest, GreyRowsGetAProfileOfTheirSpace) {
     EXPECT_EQ(written.profile, ProfileBytes(colorprofiles::kSgrey));
 }
 
+/// What others seldom write, as they read it.
+TEST_F(PngTest, OthersReadRareVariants) {
+    if (!HasTool("convert-im6.q16"))
+        GTEST_SKIP() << "ImageMagick is not installed";
+    const png_color_16 key{0, 0x42, 0x43, 0x44, 1}, wideKey{0, 0x4243, 0x4445, 0x4647, 0x4243};
+    const PngPicture cases[] = {
+        {.colorType = 0, .bitDepth = 1, .hasKey = true, .key = key},
+        {.colorType = 0, .bitDepth = 2},
+        {.colorType = 0, .bitDepth = 2, .interlaced = true, .hasKey = true, .key = key},
+        {.colorType = 0, .bitDepth = 8, .hasKey = true, .key = {0, 0, 0, 0, 0x42}},
+        {.colorType = 0, .bitDepth = 16, .hasKey = true, .key = wideKey},
+        {.colorType = 2, .bitDepth = 8, .interlaced = true, .hasKey = true, .key = key},
+        {.colorType = 2, .bitDepth = 16, .hasKey = true, .key = wideKey},
+    };
+    const ScratchDirectory scratch;
+    Noise noise(12);
+    for (PngPicture made : cases) {
+        SCOPED_TRACE(testing::Message() << made.colorType << " " << made.bitDepth << " " << made.interlaced);
+        made.width = 7, made.height = 3;
+        made.rows = noise.Make(made.RowBytes() * made.height);
+        Bytes keyed = {0x42, 0x43, 0x44};  // the first pixel is transparent, where there is a key of whole bytes
+        if (made.bitDepth == 16)
+            keyed = {0x43, 0x42, 0x45, 0x44, 0x47, 0x46};
+        std::copy_n(keyed.begin(), made.RowBytes() / made.width, made.rows.begin());
+        const Bytes file = WritePng(made);
+        WriteFile(scratch.Path("file"), file);
+        Bytes other;
+        ASSERT_TRUE(
+            RunShell("convert-im6.q16 'png:" + scratch.Path("file") + "' -depth 16 -endian LSB rgba:-", &other));
+        const Bytes own = PixelsOf(FirstImage(Loaded(file)), pixelformats::kRgbaU16);
+        EXPECT_EQ(own, other);
+        bool isClear = false;
+        for (size_t i = 6; i < own.size(); i += 8)
+            isClear |= own[i] == 0;
+        EXPECT_EQ(isClear, made.hasKey);
+    }
+}
+
 }  // namespace
 }  // namespace codectest

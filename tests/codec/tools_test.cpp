@@ -161,6 +161,39 @@ constexpr auto kNameOf = [](const auto& info) { return std::string(info.param); 
 INSTANTIATE_TEST_SUITE_P(Formats, ReadersTest, FormatsWith(&TestedFormat::makeVariants), kNameOf);
 INSTANTIATE_TEST_SUITE_P(Formats, WritersTest, FormatsWith(&TestedFormat::makeWriters), kNameOf);
 
+class MetadataToolsTest : public CodecTest {};
+
+TEST_F(MetadataToolsTest, ProfileAndResolutionGoBothWays) {
+    if (!HasTool("convert-im6.q16") || !HasTool("exiftool"))
+        GTEST_SKIP() << "ImageMagick or exiftool is not installed";
+    const ScratchDirectory scratch;
+    const Bytes profile = ProfileBytes(colorprofiles::kLinearRgb);
+    WriteFile(scratch.Path("linear.icc"), profile);
+    for (const std::string format : {"bmp", "png"}) {
+        SCOPED_TRACE(format);
+        const std::string file = scratch.Path("file." + format);
+        ASSERT_TRUE(
+            RunShell("convert-im6.q16 -size 3x2 gradient:red-blue -depth 8 -units PixelsPerInch "
+                     "-density 144x72 -profile '" +
+                     scratch.Path("linear.icc") + "' '" + file + "'"));
+        const Result<ImageTextureRef> texture = Load(Url(file));
+        ASSERT_TRUE(texture);
+        const ImageBaseRef image = FirstImage(*texture);
+        EXPECT_NEAR(image->Get(image::kDpi, 0), 144, 0.1);
+        EXPECT_NEAR(image->Get(image::kAspectRatio, 0), 0.5, 0.001);
+        EXPECT_EQ(image->Get(image::kColorProfile, ColorProfile()), colorprofiles::Get(colorprofiles::kLinearRgb));
+
+        ASSERT_TRUE(SaveTo(*texture, format, Url(file)));  // a bitmap keeps its header, which has room for a profile
+        Bytes embedded, resolution;
+        EXPECT_TRUE(RunShell("exiftool -icc_profile -b '" + file + "'", &embedded));
+        EXPECT_EQ(embedded, profile);
+        EXPECT_TRUE(
+            RunShell("exiftool -n -s3 -PixelsPerUnitX -PixelsPerUnitY -PixelsPerMeterX -PixelsPerMeterY '" + file + "'",
+                     &resolution));
+        EXPECT_EQ(std::string(resolution.begin(), resolution.end()), "5669\n2834\n");
+    }
+}
+
 class PngToolsTest : public CodecTest {};
 
 TEST_F(PngToolsTest, PngcheckAcceptsOurFiles) {

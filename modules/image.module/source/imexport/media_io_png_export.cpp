@@ -11,8 +11,9 @@ constexpr size_t kMaxKeyword = 79;
 
 /// A name that the format allows: 1 to 79 printable Latin-1 characters, without spaces at its ends or in a row.
 Result<std::string> MakeProfileName(const String& description) {
+    const std::string text = TRY(description.ToLatin1());
     std::string name;
-    for (const char c : TRY(description.ToLatin1())) {
+    for (const char c : text) {
         const auto code = static_cast<unsigned char>(c);
         const bool isPrintable = (code > 32 && code < 127) || code > 160;
         if (isPrintable)
