@@ -20,7 +20,8 @@ Result<void> ChooseBitmapHeader(DataDictionary& settings, std::string_view forma
     const PixelFormat colors = indexed ? indexed->GetColorTablePixelFormat() : image->GetPixelFormat();
     const bool hasAlpha = FindAlpha(image) || (colors && colors->HasAlpha());
     const Id header = settings.Get(mediaexport::kBmpInfoHeader, Id("V3"));
-    if (formatName == "bmp" && (hasAlpha || !options.profile.empty()) && header == Id("V3"))
+    const bool losesAlpha = hasAlpha && header == Id("V3"), losesProfile = !options.profile.empty();
+    if (formatName == "bmp" && (losesAlpha || losesProfile))
         return settings.Set(mediaexport::kBmpInfoHeader, Id("V5"));
     return {};
 }

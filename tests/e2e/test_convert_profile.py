@@ -144,6 +144,11 @@ class Profiles(OrvikTest):
         self.assertIsNone(embedded(out))
         self.assert_near(pillow_rgba(out)[..., :3], pixels, 2)  # there and back, in 8 bits
 
+        older = self.folder / "older.bmp"
+        self.ok("convert", "--set", "bitmapinfoheader=V4", source, older)
+        out = self.convert(older, icc("a98"), "out.bmp")  # the header of the source is not kept
+        self.assertEqual(embedded(out), icc("a98").read_bytes())
+
     def test_what_is_no_profile(self):
         source, out = self.save("source.png", noise(4, 4, 3)), self.folder / "out.png"
         text, empty = self.folder / "text.icc", self.folder / "empty.icc"
