@@ -98,8 +98,8 @@ TEST(BaseArray, AbsurdSizesAreErrors) {
     BaseArray<Int> array;
     ASSERT_TRUE(array.Append(1));
     for (const Int count : {Int(-1), INT64_MAX, INT64_MAX / 8 + 1, Int(1) << 60})
-        EXPECT_EQ(ErrorIdOf(array.Resize(count)), "net.orvik.error.outofmemory") << count;
-    EXPECT_EQ(ErrorIdOf(array.Reserve(INT64_MAX)), "net.orvik.error.outofmemory");
+        EXPECT_EQ(ErrorIdOf(array.Resize(count)), errorid::kOutOfMemory) << count;
+    EXPECT_EQ(ErrorIdOf(array.Reserve(INT64_MAX)), errorid::kOutOfMemory);
     EXPECT_EQ(array.GetCount(), 1);
     EXPECT_EQ(array[0], 1);
 }
@@ -198,7 +198,7 @@ TEST(HashMap, AgreesWithAnOrdinarySetUnderRandomUse) {
     uint32_t random = 1;
     for (int step = 0; step < 20000; ++step) {
         random = random * 1664525 + 1013904223;
-        const int key = static_cast<int>(random >> 20 & 1023);
+        const int key = int(random >> 20 & 1023);
         if (random & 0x10000) {
             ASSERT_TRUE(map.Set(key, step));
             expected.insert(key);

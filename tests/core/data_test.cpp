@@ -87,14 +87,14 @@ TEST(Data, KeepsWideAlignment) {
 
 TEST(DataDictionary, TypedGetAndSet) {
     DataDictionary dictionary;
-    EXPECT_EQ(MessageOf(dictionary.Get(kNumber)), "Key net.orvik.test.number not found.");
+    EXPECT_EQ(TextOf(dictionary.Get(kNumber)), "Key net.orvik.test.number not found.");
     EXPECT_EQ(dictionary.Get(kNumber, 3), 3);
     ASSERT_TRUE(dictionary.Set(kNumber, 4));
     ASSERT_TRUE(dictionary.Set(kText, "word"));
     EXPECT_EQ(dictionary.Get(kNumber).GetValueOr(0), 4);
     EXPECT_EQ(dictionary.Get(kNumber, 3), 4);
-    EXPECT_EQ(MessageOf(dictionary.Get(kTextAsNumber)), "Key net.orvik.test.text holds another type.");
-    EXPECT_EQ(ErrorIdOf(dictionary.Get(kTextAsNumber)), "net.orvik.error.illegalargument");
+    EXPECT_EQ(TextOf(dictionary.Get(kTextAsNumber)), "Key net.orvik.test.text holds another type.");
+    EXPECT_EQ(ErrorIdOf(dictionary.Get(kTextAsNumber)), errorid::kIllegalArgument);
     EXPECT_EQ(dictionary.Get(kTextAsNumber, 9), 9);
     ASSERT_TRUE(dictionary.Set(kTextAsNumber, 1));
     EXPECT_EQ(dictionary.GetCount(), 2) << "a new type replaces the old value";
@@ -109,7 +109,7 @@ TEST(DataDictionary, CopiesAreIndependent) {
     DataDictionary second = first;
     EXPECT_EQ(first, second);
     SetAllocationFault(1);
-    EXPECT_EQ(ErrorIdOf(second.Set(kNumber, 2)), "net.orvik.error.outofmemory");
+    EXPECT_EQ(ErrorIdOf(second.Set(kNumber, 2)), errorid::kOutOfMemory);
     SetAllocationFault(0);
     EXPECT_EQ(second.Get(kNumber, 0), 1) << "a failed write changes nothing";
     ASSERT_TRUE(second.Set(kNumber, 2));
@@ -156,8 +156,8 @@ TEST(DataDictionaryObject, AnswersOverriddenKeysWithoutStoringThem) {
     EXPECT_EQ(object->Get(kText, ""), String("stored"));
     EXPECT_EQ(object->GetDictionary().GetCount(), 1);
     const Ref<DataDictionaryObjectInterface> null;
-    EXPECT_EQ(ErrorIdOf(null->Get(kNumber)), "net.orvik.error.nullptr");
-    EXPECT_EQ(ErrorIdOf(null->Set(kNumber, 1)), "net.orvik.error.nullptr");
+    EXPECT_EQ(ErrorIdOf(null->Get(kNumber)), errorid::kNullptr);
+    EXPECT_EQ(ErrorIdOf(null->Set(kNumber, 1)), errorid::kNullptr);
     EXPECT_EQ(null->Get(kNumber, 5), 5);
 }
 

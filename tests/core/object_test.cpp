@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "test_helpers.h"
 
 #include "orvik/datadictionaryobject.h"
@@ -51,36 +49,29 @@ public:
 };
 
 TEST(NullReference, AnswersEveryShapeAsItsReasonSays) {
-    const struct {
-        ShapesRef ref;
-        const char* error;
-    } cases[] = {
-        {ShapesRef(), "net.orvik.error.nullptr"},
-        {ShapesRef::Unresolved(), "net.orvik.error.unresolved"},
-        {NewObj<ShapesInterface>().TakeValue(), "net.orvik.error.functionnotimplemented"},
+    const std::pair<ShapesRef, Id> cases[] = {
+        {ShapesRef(), errorid::kNullptr},
+        {ShapesRef::Unresolved(), errorid::kUnresolved},
+        {NewObj<ShapesInterface>().TakeValue(), errorid::kFunctionNotImplemented},
     };
-    for (const auto& c : cases) {
+    for (const auto& [ref, error] : cases) {
         SetAllocationFault(1, true);  // no answer may need memory
-        EXPECT_EQ(c.ref->GetNothing().GetError()->GetErrorId().GetText(), c.error);
-        EXPECT_EQ(c.ref->GetBool().GetError()->GetErrorId().GetText(), c.error);
-        EXPECT_EQ(c.ref->GetInt().GetError()->GetErrorId().GetText(), c.error);
-        EXPECT_EQ(c.ref->GetText().GetError()->GetErrorId().GetText(), c.error);
-        EXPECT_EQ(c.ref->GetNext().GetError()->GetErrorId().GetText(), c.error);
-        EXPECT_EQ(c.ref->GetPointer().GetError()->GetErrorId().GetText(), c.error);
-        EXPECT_FALSE(c.ref->GetPlainNext());
-        EXPECT_FALSE(c.ref->GetPlainNext()->GetPlainNext()->GetPlainNext());
-        EXPECT_FALSE(c.ref->IsSet());
-        EXPECT_EQ(c.ref->GetCount(), 0);
-        EXPECT_EQ(c.ref->GetRatio(), 0.0);
-        EXPECT_TRUE(c.ref->GetName().IsEmpty());
-        EXPECT_TRUE(c.ref->GetId().IsEmpty());
-        EXPECT_EQ(c.ref->GetAddress(), nullptr);
-        EXPECT_EQ(c.ref->GetNothing().GetError().Get(), c.ref->GetInt().GetError().Get()) << "one shared error";
+        EXPECT_EQ(ErrorIdOf(ref->GetNothing()), error);
+        EXPECT_EQ(ErrorIdOf(ref->GetBool()), error);
+        EXPECT_EQ(ErrorIdOf(ref->GetInt()), error);
+        EXPECT_EQ(ErrorIdOf(ref->GetText()), error);
+        EXPECT_EQ(ErrorIdOf(ref->GetNext()), error);
+        EXPECT_EQ(ErrorIdOf(ref->GetPointer()), error);
+        EXPECT_FALSE(ref->GetPlainNext());
+        EXPECT_FALSE(ref->GetPlainNext()->GetPlainNext()->GetPlainNext());
+        EXPECT_TRUE(!ref->IsSet() && ref->GetCount() == 0 && ref->GetRatio() == 0.0 && !ref->GetAddress());
+        EXPECT_TRUE(ref->GetName().IsEmpty() && ref->GetId().IsEmpty());
+        EXPECT_EQ(ref->GetNothing().GetError().Get(), ref->GetInt().GetError().Get()) << "one shared error";
         SetAllocationFault(0);
     }
     EXPECT_FALSE(ShapesRef::Unresolved());
     EXPECT_EQ(ShapesRef::Unresolved(), ShapesRef());
-    EXPECT_EQ(ErrorIdOf(ShapesRef::Unresolved()->Clone()), "net.orvik.error.unresolved");
+    EXPECT_EQ(ErrorIdOf(ShapesRef::Unresolved()->Clone()), errorid::kUnresolved);
 }
 
 TEST(NullReference, OtherReasonsStopTheProgram) {
@@ -113,7 +104,7 @@ TEST(Ref, ConstructionCanFail) {
     public:
         Result<void> Construct() { return IllegalStateError("not today"); }
     };
-    EXPECT_EQ(MessageOf(NewObj<Failing>()), "not today");
+    EXPECT_EQ(TextOf(NewObj<Failing>()), "not today");
     EXPECT_EQ(TwoFaced::instances, 0);
     EXPECT_EQ(FailEachAllocation([] { return NewObj<TwoFaced>(); }), 1);
     EXPECT_EQ(TwoFaced::instances, 0);
@@ -164,32 +155,20 @@ TEST(WeakRef, YieldsNullWhenTheObjectHasGone) {
 
 TEST(WeakRef, ReadersRaceWithTheEndOfTheObject) {
     for (int round = 0; round < 200; ++round) {
-        Ref<TwoFaced> strong = NewObj<TwoFaced>().TakeValue();
+        Ref<TwoFaced> strong = NewObj<TwoFaced>().TakeValue(), other = NewObj<TwoFaced>().TakeValue();
         WeakRef<TwoFaced> weak(strong);
-        std::atomic<bool> go = false;
         std::atomic<int> wrong = 0;
-        std::vector<std::thread> readers;
-        for (int t = 0; t < 3; ++t) {
-            readers.emplace_back([&] {
-                while (!go)
-                    std::this_thread::yield();
-                for (int i = 0; i < 200; ++i) {
-                    if (Ref<TwoFaced> got = weak.Get(); got && got->GetCount() != 12)
-                        ++wrong;
-                }
-            });
-        }
-        readers.emplace_back([&, other = NewObj<TwoFaced>().TakeValue()] {
-            while (!go)
-                std::this_thread::yield();
-            for (int i = 0; i < 50; ++i)
+        RunAtOnce(5, [&](int thread) {
+            if (thread == 0)
+                strong = nullptr;
+            for (int i = 0; thread == 1 && i < 50; ++i)
                 weak.Set(i % 2 ? other : Ref<TwoFaced>());
+            for (int i = 0; thread > 1 && i < 200; ++i) {
+                if (Ref<TwoFaced> got = weak.Get(); got && got->GetCount() != 12)
+                    ++wrong;
+            }
         });
-        go = true;
-        strong = nullptr;
-        for (std::thread& reader : readers)
-            reader.join();
-        readers.clear();
+        other = nullptr;
         EXPECT_EQ(wrong, 0);
         EXPECT_FALSE(weak.Get());
     }
@@ -211,23 +190,23 @@ TEST(ValueRef, CopiesOnWriteOnlyWhenShared) {
     EXPECT_EQ(first.MakeWritable().TakeValue(), before) << "nobody else holds it: no copy";
     const ValueRef<Value> second = first;
     SetAllocationFault(1);
-    EXPECT_EQ(ErrorIdOf(first.MakeWritable()), "net.orvik.error.outofmemory");
+    EXPECT_EQ(ErrorIdOf(first.MakeWritable()), errorid::kOutOfMemory);
     SetAllocationFault(0);
     EXPECT_EQ(first.GetPointer(), second.GetPointer()) << "a failed write leaves the reference alone";
     first.MakeWritable().TakeValue()->number = 2;
     EXPECT_EQ(first->number, 2);
     EXPECT_EQ(second->number, 1);
-    EXPECT_EQ(ErrorIdOf(ValueRef<Value>().MakeWritable()), "net.orvik.error.nullptr");
+    EXPECT_EQ(ErrorIdOf(ValueRef<Value>().MakeWritable()), errorid::kNullptr);
 }
 
 TEST(ValueRef, ClassesWithoutACopyAreRefusedByName) {
     ValueRef<TwoFaced> first(NewObj<TwoFaced>().TakeValue());
     const ValueRef<TwoFaced> second = first;
-    EXPECT_THAT(MessageOf(first.MakeWritable()),
+    EXPECT_THAT(TextOf(first.MakeWritable()),
                 testing::MatchesRegex("Component .*TwoFaced has members, but CopyFrom is not implemented!"));
     Publisher publisher;
     ASSERT_TRUE(publisher.PublishClass<TwoFaced>("net.orvik.test.class.uncopied"));
-    EXPECT_EQ(MessageOf(ClassRef(Id("net.orvik.test.class.uncopied")).Create().TakeValue()->Clone()),
+    EXPECT_EQ(TextOf(ClassRef(Id("net.orvik.test.class.uncopied")).Create().TakeValue()->Clone()),
               "Component net.orvik.test.class.uncopied has members, but CopyFrom is not implemented!");
 }
 
@@ -241,14 +220,14 @@ TEST(Result, MovesAndDropsValuesOnce) {
     good = moved;
     moved = std::move(bad);
     EXPECT_EQ(object->GetStrongCount(), 2);
-    EXPECT_EQ(MessageOf(good), "bad");
+    EXPECT_EQ(TextOf(good), "bad");
     EXPECT_EQ(std::move(moved).TakeValue(), object);
     const auto pass = [&](Result<Ref<TwoFaced>> from) -> Result<Int> {
         Ref<TwoFaced> taken = TRY(std::move(from));
         return taken->GetCount();
     };
     EXPECT_EQ(pass(object).GetValueOr(0), 12);
-    EXPECT_EQ(MessageOf(pass(good)), "bad");
+    EXPECT_EQ(TextOf(pass(good)), "bad");
     EXPECT_EQ(pass(good).GetError().Get(), good.GetError().Get()) << "the error goes up unchanged";
 }
 

@@ -101,17 +101,11 @@ TEST(DataSerialize, TheLayoutIsFixed) {
         "\1t\3\1\0\0\0\0\0\0\0z",
         11 + 5 + 12);
     const auto& bytes = file->GetBytes();
-    EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(bytes.GetFirst()), static_cast<size_t>(bytes.GetCount())),
-              expected);
+    EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(bytes.GetFirst()), size_t(bytes.GetCount())), expected);
 }
 
 TEST(DataSerialize, RefusesWhatIsNotTheField) {
-    const struct {
-        const char* what;
-        std::string bytes;
-        Id error;
-        const char* message;
-    } cases[] = {
+    const std::tuple<const char*, std::string, Id, const char*> cases[] = {
         {"another name", std::string("\1x\4"), errorid::kIllegalArgument, "Field b expected, x found."},
         {"another kind", std::string("\1b\3"), errorid::kIllegalArgument, "Field b holds another type."},
         {"negative count", std::string("\1b\4") + std::string(8, '\xFF'), errorid::kIllegalArgument,
@@ -119,16 +113,16 @@ TEST(DataSerialize, RefusesWhatIsNotTheField) {
         {"a count that is not there", std::string("\1b\4") + std::string(7, '\xFF') + "\x7F", errorid::kIo, nullptr},
         {"nothing", "", errorid::kIo, nullptr},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.what);
-        DataSerialize io(OpenMemoryInput(std::as_bytes(std::span(test.bytes))).TakeValue());
+    for (const auto& [what, stored, error, message] : cases) {
+        SCOPED_TRACE(what);
+        DataSerialize io(OpenMemoryInput(std::as_bytes(std::span(stored))).TakeValue());
         BaseArray<std::byte> bytes;
         ASSERT_TRUE(bytes.Resize(3));
         const Result<void> read = io.Field("b", bytes);
         ASSERT_FALSE(read);
-        EXPECT_EQ(read.GetError()->GetErrorId(), test.error);
-        if (test.message) {
-            EXPECT_EQ(read.GetError()->GetMessage(), test.message);
+        EXPECT_EQ(read.GetError()->GetErrorId(), error);
+        if (message) {
+            EXPECT_EQ(read.GetError()->GetMessage(), message);
         }
         EXPECT_EQ(bytes.GetCount(), 3);
     }

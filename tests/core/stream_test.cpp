@@ -17,9 +17,9 @@ namespace {
 constexpr Int kWindow = 64 << 10;
 
 std::string ReadExactly(InputStreamInterface& stream, Int count) {
-    std::string bytes(static_cast<size_t>(count), '?');
+    std::string bytes(size_t(count), '?');
     const Result<void> read = stream.Read(bytes.data(), bytes.size());
-    return read ? bytes : "error: " + MessageOf(read);
+    return read ? bytes : "error: " + TextOf(read);
 }
 
 /// The same bytes behind every kind of seekable stream.
@@ -40,8 +40,7 @@ protected:
             {"memory", [=, this] { return OpenMemoryInput(_memory).TakeValue(); }},
             {"part of a file",
              [=, this] {
-                 return OpenSubStream(_padded.OpenInputStream().TakeValue(), 4, static_cast<Int>(_bytes.size()))
-                     .TakeValue();
+                 return OpenSubStream(_padded.OpenInputStream().TakeValue(), 4, Int(_bytes.size())).TakeValue();
              }},
         };
     }
@@ -54,7 +53,7 @@ protected:
 };
 
 TEST_F(SeekableStreams, ReadAcrossEveryWindowBoundary) {
-    const Int length = static_cast<Int>(_bytes.size());
+    const Int length = Int(_bytes.size());
     for (const Source& source : _sources) {
         SCOPED_TRACE(source.name);
         for (const Int boundary : {kWindow, 2 * kWindow, length}) {
@@ -79,14 +78,14 @@ TEST_F(SeekableStreams, ReadAcrossEveryWindowBoundary) {
 }
 
 TEST_F(SeekableStreams, RandomSeeksSkipsAndReads) {
-    const Int length = static_cast<Int>(_bytes.size());
+    const Int length = Int(_bytes.size());
     for (const Source& source : _sources) {
         SCOPED_TRACE(source.name);
         const InputStreamRef stream = source.open();
         uint32_t random = 7;
         const auto next = [&](Int limit) {
             random = random * 1664525 + 1013904223;
-            return static_cast<Int>(random >> 8) % (limit + 1);
+            return Int(random >> 8) % (limit + 1);
         };
         Int position = 0;
         for (int step = 0; step < 2000; ++step) {
@@ -107,17 +106,17 @@ TEST_F(SeekableStreams, RandomSeeksSkipsAndReads) {
 }
 
 TEST_F(SeekableStreams, TheEnd) {
-    const Int length = static_cast<Int>(_bytes.size());
+    const Int length = Int(_bytes.size());
     for (const Source& source : _sources) {
         SCOPED_TRACE(source.name);
         const InputStreamRef stream = source.open();
         EXPECT_EQ(stream->GetStreamLength().GetValueOr(-1), length);
         EXPECT_TRUE(stream->SeekSupported());
-        EXPECT_EQ(ErrorIdOf(stream->Seek(length + 1)), "net.orvik.error.io");
-        EXPECT_EQ(ErrorIdOf(stream->Seek(-1)), "net.orvik.error.io");
-        EXPECT_EQ(ErrorIdOf(stream->Skip(-1)), "net.orvik.error.io");
-        EXPECT_EQ(ErrorIdOf(stream->Skip(length + 1)), "net.orvik.error.io");
-        EXPECT_EQ(ErrorIdOf(stream->Skip(INT64_MAX)), "net.orvik.error.io");
+        EXPECT_EQ(ErrorIdOf(stream->Seek(length + 1)), errorid::kIo);
+        EXPECT_EQ(ErrorIdOf(stream->Seek(-1)), errorid::kIo);
+        EXPECT_EQ(ErrorIdOf(stream->Skip(-1)), errorid::kIo);
+        EXPECT_EQ(ErrorIdOf(stream->Skip(length + 1)), errorid::kIo);
+        EXPECT_EQ(ErrorIdOf(stream->Skip(INT64_MAX)), errorid::kIo);
         EXPECT_EQ(stream->GetPosition(), 0) << "refused moves leave the position";
         ASSERT_TRUE(stream->Seek(length - 3));
         std::byte block[8];
@@ -128,7 +127,7 @@ TEST_F(SeekableStreams, TheEnd) {
         EXPECT_TRUE(stream->Skip(0));
         EXPECT_EQ(stream->BytesAvailable(), 0);
         ASSERT_TRUE(stream->Seek(length - 3));
-        EXPECT_THAT(MessageOf(stream->Read(block)), testing::StartsWith("unexpected end of file"));
+        EXPECT_THAT(TextOf(stream->Read(block)), testing::StartsWith("unexpected end of file"));
         std::vector<std::byte> large(_bytes.size() + 10);
         ASSERT_TRUE(stream->Seek(1));
         EXPECT_EQ(stream->ReadEOS(large).GetValueOr(-1), length - 1);
@@ -163,10 +162,10 @@ TEST(InputStream, EmptyFilesAndParts) {
         EXPECT_FALSE(stream->Read(&byte, 1));
     }
     const InputStreamRef nine = OpenMemoryInput(AsBlock("012345678")).TakeValue();
-    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, 5, 5)), "net.orvik.error.io");
-    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, -1, 2)), "net.orvik.error.illegalargument");
-    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, INT64_MAX, 2)), "net.orvik.error.illegalargument");
-    EXPECT_EQ(ErrorIdOf(OpenSubStream(nullptr, 0, 0)), "net.orvik.error.nullptr");
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, 5, 5)), errorid::kIo);
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, -1, 2)), errorid::kIllegalArgument);
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nine, INT64_MAX, 2)), errorid::kIllegalArgument);
+    EXPECT_EQ(ErrorIdOf(OpenSubStream(nullptr, 0, 0)), errorid::kNullptr);
     const InputStreamRef part = OpenSubStream(nine, 2, 5).TakeValue();
     const InputStreamRef inner = OpenSubStream(part, 1, 3).TakeValue();
     EXPECT_EQ(ReadExactly(*inner, 3), "345");
@@ -176,7 +175,7 @@ TEST(InputStream, EmptyFilesAndParts) {
 TEST(InputStream, NullAndUnresolvedStreamsAnswerErrors) {
     std::byte block[4];
     for (const InputStreamRef& stream : {InputStreamRef(), InputStreamRef::Unresolved()}) {
-        const std::string expected = stream.GetObject() ? "net.orvik.error.unresolved" : "net.orvik.error.nullptr";
+        const Id expected = stream.GetObject() ? errorid::kUnresolved : errorid::kNullptr;
         EXPECT_EQ(ErrorIdOf(stream->Read(block)), expected);
         EXPECT_EQ(ErrorIdOf(stream->ReadEOS(block)), expected);
         EXPECT_EQ(ErrorIdOf(stream->Seek(3)), expected);
@@ -201,7 +200,7 @@ TEST(InputStream, PipesReadForwardOnly) {
     });
     const InputStreamRef in = url.OpenInputStream().TakeValue();
     EXPECT_FALSE(in->SeekSupported());
-    EXPECT_EQ(ErrorIdOf(in->GetStreamLength()), "net.orvik.error.io");
+    EXPECT_EQ(ErrorIdOf(in->GetStreamLength()), errorid::kIo);
     EXPECT_EQ(in->BytesAvailable(), -1);
     EXPECT_EQ(ReadExactly(*in, 10), bytes.substr(0, 10));
     EXPECT_TRUE(in->Seek(100000)) << "forward seeks read on";
@@ -221,11 +220,7 @@ TEST(OutputStream, WritesSeeksAndGaps) {
     const MemoryFileRef memory = CreateMemoryFile(AsBlock("removed first")).TakeValue();
     const Url file = folder.Write("out", "removed first");
     const Url inOut = folder / "inout";
-    const struct {
-        const char* name;
-        OutputStreamRef stream;
-        std::function<std::string()> content;
-    } targets[] = {
+    const std::tuple<const char*, OutputStreamRef, std::function<std::string()>> targets[] = {
         {"file", file.OpenOutputStream().TakeValue(), [&] { return folder.Read("out"); }},
         {"in-out file", inOut.OpenInOutputStream().TakeValue().second, [&] { return folder.Read("inout"); }},
         {"memory", OpenMemoryOutput(memory).TakeValue(),
@@ -235,9 +230,9 @@ TEST(OutputStream, WritesSeeksAndGaps) {
          }},
     };
     const std::string pattern = PatternBytes(size_t(kWindow) * 2 + 5);
-    for (const auto& target : targets) {
-        SCOPED_TRACE(target.name);
-        OutputStreamInterface& out = *target.stream;
+    for (const auto& [name, stream, content] : targets) {
+        SCOPED_TRACE(name);
+        OutputStreamInterface& out = *stream;
         std::string expected;
         const auto write = [&](std::string_view bytes, size_t position) {
             if (expected.size() < position + bytes.size() && !bytes.empty())
@@ -255,14 +250,14 @@ TEST(OutputStream, WritesSeeksAndGaps) {
         const size_t far = expected.size() + 100000;
         ASSERT_TRUE(out.Seek(Int(far)));
         write("end", far);
-        EXPECT_EQ(ErrorIdOf(out.Seek(-1)), "net.orvik.error.io");
+        EXPECT_EQ(ErrorIdOf(out.Seek(-1)), errorid::kIo);
         ASSERT_TRUE(out.Flush());
-        EXPECT_EQ(target.content(), expected) << "flushed";
+        EXPECT_EQ(content(), expected) << "flushed";
         write("!", expected.size());
         ASSERT_TRUE(out.Close());
         EXPECT_TRUE(out.Close());
-        EXPECT_EQ(target.content(), expected);
-        EXPECT_EQ(ErrorIdOf(out.Write("x", 1)), "net.orvik.error.io") << "closed";
+        EXPECT_EQ(content(), expected);
+        EXPECT_EQ(ErrorIdOf(out.Write("x", 1)), errorid::kIo) << "closed";
     }
 }
 
@@ -277,16 +272,16 @@ TEST(OutputStream, AFullDiskShowsAtTheLatestOnClose) {
     const auto open = [] { return Url("/dev/full").OpenOutputStream().TakeValue(); };
     const std::string full = "cannot write: No space left on device";
     OutputStreamRef out = open();
-    EXPECT_EQ(MessageOf(out->Write(large.data(), large.size())), full);
-    EXPECT_EQ(MessageOf(out->Write("x", 1)), full) << "the failure stays";
-    EXPECT_EQ(MessageOf(out->Close()), full);
+    EXPECT_EQ(TextOf(out->Write(large.data(), large.size())), full);
+    EXPECT_EQ(TextOf(out->Write("x", 1)), full) << "the failure stays";
+    EXPECT_EQ(TextOf(out->Close()), full);
     EXPECT_TRUE(out->Close());
     out = open();
     EXPECT_TRUE(out->Write("x", 1));
-    EXPECT_EQ(MessageOf(out->Flush()), full);
+    EXPECT_EQ(TextOf(out->Flush()), full);
     out = open();
     EXPECT_TRUE(out->Write("x", 1));
-    EXPECT_EQ(MessageOf(out->Close()), full);
+    EXPECT_EQ(TextOf(out->Close()), full);
     out = open();
     EXPECT_TRUE(out->Close()) << "nothing was written";
 }
@@ -300,7 +295,7 @@ TEST(OutputStream, AFileSizeLimitIsAnErrorNotASignal) {
         setrlimit(RLIMIT_FSIZE, &limit);
         OutputStreamRef out = (folder / "x").OpenOutputStream().TakeValue();
         const std::string block(150000, 'x');
-        const bool refused = MessageOf(out->Write(block.data(), block.size())) == "cannot write: File too large";
+        const bool refused = TextOf(out->Write(block.data(), block.size())) == "cannot write: File too large";
         _exit(refused && !out->Close() ? 0 : 1);
     }
     int status = -1;
@@ -386,7 +381,7 @@ TEST(MemoryUrl, MountsReplacesAndUnmounts) {
     ASSERT_TRUE(url.IoDelete());
     EXPECT_EQ(url.IoDetect(), IODETECT::NONEXISTENT);
     EXPECT_FALSE(FindMemoryFile("block.bin"));
-    EXPECT_EQ(ErrorIdOf(MountMemoryFile("x", nullptr)), "net.orvik.error.nullptr");
+    EXPECT_EQ(ErrorIdOf(MountMemoryFile("x", nullptr)), errorid::kNullptr);
     ASSERT_TRUE(Url("memory:fresh").OpenOutputStream().TakeValue()->Write("new", 3));
     EXPECT_EQ(ReadExactly(*Url("memory:fresh").OpenInputStream().TakeValue(), 3), "new");
     UnmountMemoryFile("fresh");

@@ -9,7 +9,7 @@
 namespace orvik {
 namespace {
 
-std::string TextOf(const Result<String>& text) { return text ? std::string(text->GetText()) : "error"; }
+std::string Value(const Result<String>& text) { return text ? std::string(text->GetText()) : "error"; }
 
 TEST(Format, ReplacesPlaceholdersInOrder) {
     struct NoText {};
@@ -17,10 +17,7 @@ TEST(Format, ReplacesPlaceholdersInOrder) {
         String ToString() const { return "shown"; }
     };
     enum class Colour { Red = 3 };
-    const struct {
-        String text;
-        const char* expected;
-    } cases[] = {
+    const std::pair<String, const char*> cases[] = {
         {FormatString("plain"), "plain"},
         {FormatString("@ and @", 1, "two"), "1 and two"},
         {FormatString("@@@", 1, 2, 3), "123"},
@@ -43,64 +40,58 @@ TEST(Format, ReplacesPlaceholdersInOrder) {
         {FormatString("@", TimeValue::FromSeconds(1.5)), "1.5 s"},
         {FormatString("@", TimeValue::None()), "<none>"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.text.GetText(), c.expected);
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(text.GetText(), expected);
 }
 
 TEST(Format, NumbersAreShortAndFreeOfTheLocale) {
     const char* before = std::setlocale(LC_ALL, nullptr);
     const std::string kept = before ? before : "C";
     std::setlocale(LC_ALL, "de_DE.UTF-8");  // a machine without it tests the rest
-    const struct {
-        double value;
-        const char* expected;
-    } cases[] = {{1.5, "1.5"},
-                 {1.0, "1"},
-                 {0.1, "0.1"},
-                 {-0.0, "-0"},
-                 {1e300, "1e+300"},
-                 {100000.0, "100000"},
-                 {std::nan(""), "nan"},
-                 {-std::nan(""), "nan"},
-                 {std::numeric_limits<double>::infinity(), "inf"},
-                 {-std::numeric_limits<double>::infinity(), "-inf"},
-                 {0.1 + 0.2, "0.30000000000000004"}};
-    for (const auto& c : cases)
-        EXPECT_EQ(FormatString("@", c.value).GetText(), c.expected);
+    const std::pair<double, const char*> cases[] = {{1.5, "1.5"},
+                                                    {1.0, "1"},
+                                                    {0.1, "0.1"},
+                                                    {-0.0, "-0"},
+                                                    {1e300, "1e+300"},
+                                                    {100000.0, "100000"},
+                                                    {std::nan(""), "nan"},
+                                                    {-std::nan(""), "nan"},
+                                                    {std::numeric_limits<double>::infinity(), "inf"},
+                                                    {-std::numeric_limits<double>::infinity(), "-inf"},
+                                                    {0.1 + 0.2, "0.30000000000000004"}};
+    for (const auto& [value, expected] : cases)
+        EXPECT_EQ(FormatString("@", value).GetText(), expected);
     std::setlocale(LC_ALL, kept.c_str());
 }
 
 TEST(String, InvalidUtf8BecomesReplacementCharacters) {
-    const struct {
-        const char* what;
-        std::string bytes, expected;
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::string> cases[] = {
         {"ascii", "abc", "abc"},
         {"all lengths", "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80", "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"},
         {"lone byte", "a\xFFz", "a\xEF\xBF\xBDz"},
         {"cut at the end", "a\xE2\x82", "a\xEF\xBF\xBD"},
         {"zero inside", std::string("a\0b", 3), std::string("a\0b", 3)},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(TextOf(String::Create(c.bytes)), c.expected) << c.what;
+    for (const auto& [what, bytes, expected] : cases)
+        EXPECT_EQ(Value(String::Create(bytes)), expected) << what;
     // However many replacements stand for these, nothing invalid remains and what is around them stays.
     for (const std::string bad : {"\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xC3", "\x80\x80"}) {
-        const std::string text = TextOf(String::Create("<" + bad + ">"));
+        const std::string text = Value(String::Create("<" + bad + ">"));
         EXPECT_THAT(text, testing::StartsWith("<\xEF\xBF\xBD"));
         EXPECT_EQ(text.back(), '>');
-        EXPECT_EQ(TextOf(String::FromSystemText(text)), text);
+        EXPECT_EQ(Value(String::FromSystemText(text)), text);
     }
 }
 
 TEST(String, ConvertsUtf16Utf32AndLatin1) {
-    EXPECT_EQ(TextOf(String::FromUtf16(u"a\u00E4\u20AC\U0001F600")), "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
+    EXPECT_EQ(Value(String::FromUtf16(u"a\u00E4\u20AC\U0001F600")), "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
     const char16_t lone[] = {0xDC00, 'x', 0xD800, 'y', 0xD83D};
-    EXPECT_EQ(TextOf(String::FromUtf16({lone, 5})), "\xEF\xBF\xBDx\xEF\xBF\xBDy\xEF\xBF\xBD");
+    EXPECT_EQ(Value(String::FromUtf16({lone, 5})), "\xEF\xBF\xBDx\xEF\xBF\xBDy\xEF\xBF\xBD");
     const char32_t wide[] = {0x1F600, 0xD800, 0x110000, 'k'};
-    EXPECT_EQ(TextOf(String::FromUtf32({wide, 4})), "\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBDk");
-    EXPECT_EQ(TextOf(String::FromLatin1("a\xE4\xFF")), "a\xC3\xA4\xC3\xBF");
-    EXPECT_EQ(TextOf(String::FromSystemText("a\xE4")), "a\xC3\xA4") << "not UTF-8, hence Latin-1";
-    EXPECT_EQ(TextOf(String::FromSystemText("a\xC3\xA4")), "a\xC3\xA4");
+    EXPECT_EQ(Value(String::FromUtf32({wide, 4})), "\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBDk");
+    EXPECT_EQ(Value(String::FromLatin1("a\xE4\xFF")), "a\xC3\xA4\xC3\xBF");
+    EXPECT_EQ(Value(String::FromSystemText("a\xE4")), "a\xC3\xA4") << "not UTF-8, hence Latin-1";
+    EXPECT_EQ(Value(String::FromSystemText("a\xC3\xA4")), "a\xC3\xA4");
 
     const String text("a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
     EXPECT_EQ(text.GetLength(), 4);
@@ -134,7 +125,7 @@ TEST(String, ReportsLackOfMemory) {
     String text("kept");
     const String more("more");
     SetAllocationFault(1);
-    EXPECT_EQ(ErrorIdOf(text.Append(more)), "net.orvik.error.outofmemory");
+    EXPECT_EQ(ErrorIdOf(text.Append(more)), errorid::kOutOfMemory);
     SetAllocationFault(0);
     EXPECT_EQ(text, String("kept"));
 }

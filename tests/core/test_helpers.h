@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "orvik/errortypes.h"
+#include "support/faults.h"
+#include "support/threads.h"
+
 #include "orvik/iostreams.h"
 
 namespace orvik {
@@ -39,13 +41,9 @@ private:
     std::filesystem::path _path;
 };
 
-/// The error class id of a result, "" for success.
+/// What an error says of itself, "" for success.
 template <class T>
-std::string ErrorIdOf(const Result<T>& result) {
-    return result ? std::string() : std::string(result.GetError()->GetErrorId().GetText());
-}
-template <class T>
-std::string MessageOf(const Result<T>& result) {
+std::string TextOf(const Result<T>& result) {
     return result ? std::string() : std::string(result.GetError()->ToString().GetText());
 }
 
@@ -57,24 +55,19 @@ inline Block<const std::byte> AsBlock(std::string_view text) {
 inline std::string PatternBytes(size_t count) {
     std::string bytes(count, 0);
     for (size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<char>(i * 7 + (i >> 8) * 13 + (i >> 16));
+        bytes[i] = char(i * 7 + (i >> 8) * 13 + (i >> 16));
     return bytes;
 }
 
 /// Runs `action` with the 1st, 2nd, ... allocation failing until a run needs none of them, and returns how many failed.
 template <class F>
 Int FailEachAllocation(F&& action) {
-    for (Int n = 1;; ++n) {
-        SetAllocationFault(n);
-        const auto result = action();
-        const bool reached = GetAllocationCount() >= n;
-        SetAllocationFault(0);
-        if (!reached) {
-            EXPECT_TRUE(bool(result)) << MessageOf(result);
-            return n - 1;
-        }
-        EXPECT_EQ(ErrorIdOf(result), "net.orvik.error.outofmemory") << "allocation " << n;
+    AllocationFaults faults;
+    while (faults.Next()) {
+        const bool succeeded = bool(faults.Run(action));
+        EXPECT_EQ(succeeded, faults.IsDone());
     }
+    return faults.GetErrorCount();
 }
 
 }  // namespace orvik

@@ -12,9 +12,7 @@ namespace {
 std::string Text(const String& text) { return std::string(text.GetText()); }
 
 TEST(Url, TakesNamesApart) {
-    const struct {
-        const char *text, *path, *name, *suffix, *directory;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, const char*, const char*> cases[] = {
         {"/tmp/a.png", "/tmp/a.png", "a.png", "png", "/tmp"},
         {"a.png", "a.png", "a.png", "png", "."},
         {"dir/a", "dir/a", "a", "", "dir"},
@@ -34,13 +32,13 @@ TEST(Url, TakesNamesApart) {
         {"memory:some/name.bmp", "some/name.bmp", "name.bmp", "bmp", "some"},
         {"frames_@{04}.png", "frames_@{04}.png", "frames_@{04}.png", "png", "."},
     };
-    for (const auto& c : cases) {
-        const Url url(c.text);
-        EXPECT_EQ(url.GetSystemPath(), c.path) << c.text;
-        EXPECT_EQ(Text(url.GetName()), c.name == std::string("/") ? "" : c.name) << c.text;
-        EXPECT_EQ(Text(url.GetSuffix()), c.suffix) << c.text;
-        EXPECT_EQ(Text(url.GetPath()), c.directory) << c.text;
-        EXPECT_EQ(url.GetDirectory().GetSystemPath(), c.directory) << c.text;
+    for (const auto& [text, path, name, suffix, directory] : cases) {
+        const Url url(text);
+        EXPECT_EQ(url.GetSystemPath(), path) << text;
+        EXPECT_EQ(Text(url.GetName()), name == std::string("/") ? "" : name) << text;
+        EXPECT_EQ(Text(url.GetSuffix()), suffix) << text;
+        EXPECT_EQ(Text(url.GetPath()), directory) << text;
+        EXPECT_EQ(url.GetDirectory().GetSystemPath(), directory) << text;
     }
     EXPECT_EQ(Url("memory:x").GetScheme(), "memory");
     EXPECT_EQ(Url("MEMORY:x").GetUrl(), String("memory:x"));
@@ -57,17 +55,15 @@ TEST(Url, KeepsTheBytesOfForeignNames) {
 }
 
 TEST(Url, ChangesSuffixesAndAppends) {
-    const struct {
-        const char *text, *suffix, *expected;
-    } cases[] = {{"/a/b.png", "bmp", "/a/b.bmp"},
-                 {"/a.d/b", "bmp", "/a.d/b.bmp"},
-                 {"b.tar.gz", "z", "b.tar.z"},
-                 {"/a/b.png", "", "/a/b"},
-                 {"/a/.rc", "png", "/a/.rc.png"}};
-    for (const auto& c : cases) {
-        Url url(c.text);
-        url.SetSuffix(c.suffix);
-        EXPECT_EQ(url.GetSystemPath(), c.expected);
+    const std::tuple<const char*, const char*, const char*> cases[] = {{"/a/b.png", "bmp", "/a/b.bmp"},
+                                                                       {"/a.d/b", "bmp", "/a.d/b.bmp"},
+                                                                       {"b.tar.gz", "z", "b.tar.z"},
+                                                                       {"/a/b.png", "", "/a/b"},
+                                                                       {"/a/.rc", "png", "/a/.rc.png"}};
+    for (const auto& [text, suffix, expected] : cases) {
+        Url url(text);
+        url.SetSuffix(suffix);
+        EXPECT_EQ(url.GetSystemPath(), expected);
     }
     Url url("/a");
     ASSERT_TRUE(url.Append("b"));
@@ -98,20 +94,16 @@ TEST(Url, LooksAtTheFileSystem) {
     EXPECT_EQ(file.GetDirectory().IoDetect(), IODETECT::DIRECTORY);
     EXPECT_EQ((folder / "none").IoDetect(), IODETECT::NONEXISTENT);
     EXPECT_EQ(file.GetSizeAndTime().TakeValue().first, 5);
-    EXPECT_EQ(MessageOf((folder / "none").GetSizeAndTime()), "cannot open: No such file or directory");
+    EXPECT_EQ(TextOf((folder / "none").GetSizeAndTime()), "cannot open: No such file or directory");
     ASSERT_TRUE(file.IoDelete());
     EXPECT_EQ(file.IoDetect(), IODETECT::NONEXISTENT);
-    EXPECT_EQ(MessageOf(file.IoDelete()), "cannot delete: No such file or directory");
+    EXPECT_EQ(TextOf(file.IoDelete()), "cannot delete: No such file or directory");
 }
 
 TEST(Url, OpenFailuresAreOneClearLineAndNameTheUrl) {
     const TempFolder folder;
     folder.Write("file", "x");
-    const struct {
-        Url url;
-        bool write;
-        const char* message;
-    } cases[] = {
+    const std::tuple<Url, bool, const char*> cases[] = {
         {folder / "none", false, "cannot open: No such file or directory"},
         {folder / "", false, "cannot open: Is a directory"},
         {folder / "", true, "cannot open: Is a directory"},
@@ -121,13 +113,12 @@ TEST(Url, OpenFailuresAreOneClearLineAndNameTheUrl) {
         {Url::FromSystemPath(std::string("/dev/null\0.png", 14)), true, "cannot open: Invalid argument"},
         {Url("memory:no such block"), false, "cannot open: No such file or directory"},
     };
-    for (const auto& c : cases) {
-        const Error error =
-            c.write ? Error(c.url.OpenOutputStream().GetError()) : Error(c.url.OpenInputStream().GetError());
-        ASSERT_TRUE(error) << Text(c.url.GetUrl());
-        EXPECT_EQ(Text(error->ToString()), c.message) << Text(c.url.GetUrl());
+    for (const auto& [url, write, message] : cases) {
+        const Error error = write ? Error(url.OpenOutputStream().GetError()) : Error(url.OpenInputStream().GetError());
+        ASSERT_TRUE(error) << Text(url.GetUrl());
+        EXPECT_EQ(Text(error->ToString()), message) << Text(url.GetUrl());
         ASSERT_TRUE(error->IsKindOf(errorid::kIo));
-        EXPECT_EQ(dynamic_cast<const IoErrorInterface&>(*error).GetUrl(), c.url);
+        EXPECT_EQ(dynamic_cast<const IoErrorInterface&>(*error).GetUrl(), url);
     }
 }
 
@@ -150,9 +141,9 @@ TEST(Browse, ListsEveryEntryOnce) {
     EXPECT_EQ(found, (std::set<std::string>{"a.png", ".hidden", "memory:x", "\xE4\xF6", "sub", "broken"}));
     EXPECT_FALSE(browse->GetNext().GetValueOr(true)) << "the end stays the end";
     EXPECT_TRUE(browse->GetCurrent().IsEmpty());
-    EXPECT_EQ(MessageOf((folder / "none").GetBrowseIterator()), "cannot list: No such file or directory");
-    EXPECT_EQ(MessageOf((folder / "a.png").GetBrowseIterator()), "cannot list: Not a directory");
-    EXPECT_EQ(ErrorIdOf(Url("memory:x").GetBrowseIterator()), "net.orvik.error.io");
+    EXPECT_EQ(TextOf((folder / "none").GetBrowseIterator()), "cannot list: No such file or directory");
+    EXPECT_EQ(TextOf((folder / "a.png").GetBrowseIterator()), "cannot list: Not a directory");
+    EXPECT_EQ(ErrorIdOf(Url("memory:x").GetBrowseIterator()), errorid::kIo);
 }
 
 }  // namespace

@@ -3,14 +3,14 @@
 /// Layer sets from lists of paths.
 
 #include <gtest/gtest.h>
-#include <initializer_list>
+#include <vector>
 
 #include "orvik/layerset.h"
 
 namespace orvik {
 
 /// A set of paths; an empty one means all layers.
-inline LayerSet MakeLayerSet(std::initializer_list<const char*> paths, LAYERSETMODE mode = LAYERSETMODE::LAYERS,
+inline LayerSet MakeLayerSet(const std::vector<const char*>& paths, LAYERSETMODE mode = LAYERSETMODE::LAYERS,
                              const char* image = "") {
     LayerSet set;
     HashSet<String> selected;
