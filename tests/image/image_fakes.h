@@ -9,22 +9,13 @@
 
 #include "mediasession_urloutput.h"
 #include "registration.h"
+#include "support/faults.h"
 #include "support/layer_set.h"
 
 #include "orvik/fileformat.h"
 #include "orvik/gfx_image.h"
 
 namespace orvik {
-
-/// The error class of a result; an empty id for success.
-template <class T>
-Id ErrorIdOf(const Result<T>& result) {
-    return result ? Id() : result.GetError()->GetErrorId();
-}
-template <class T>
-std::string MessageOf(const Result<T>& result) {
-    return result ? std::string() : std::string(result.GetError()->GetMessage().GetText());
-}
 
 /// Copies single bits, most significant first: slow, and right for any width and phase.
 inline void CopyBits(std::byte* dst, Int dstBit, const std::byte* src, Int srcBit, Int count) {
@@ -52,7 +43,7 @@ public:
         CONVERTPIXELFLAGS flags = CONVERTPIXELFLAGS::NONE;
     };
 
-    explicit FakeFormat(std::vector<Int> channelBits) : _channelCount(static_cast<Int>(channelBits.size())) {
+    explicit FakeFormat(std::vector<Int> channelBits) : _channelCount(Int(channelBits.size())) {
         Int bit = 0;
         _offsets.push_back(BITS(0));
         for (const Int bits : channelBits)
@@ -86,8 +77,7 @@ public:
     /// Every byte of the pixel gets the grey value.
     Result<void> ConvertPixelFromSlow(const PixelLine& dst, Int count, const PixelLineConst& src, const PixelFormat&,
                                       const ColorProfile*, ColorProfile*, CONVERTPIXELFLAGS) const override {
-        std::memset(dst.data, *static_cast<const uint8_t*>(src.data),
-                    static_cast<size_t>(count * GetBitsPerPixel().GetBytes()));
+        std::memset(dst.data, *static_cast<const uint8_t*>(src.data), size_t(count * GetBitsPerPixel().GetBytes()));
         return {};
     }
 
@@ -185,7 +175,7 @@ struct StreamSpec {
 inline std::vector<std::byte> MakeRow(int seed, Int y, Int bytes) {
     std::vector<std::byte> row(static_cast<size_t>(bytes));
     for (Int i = 0; i < bytes; ++i)
-        row[static_cast<size_t>(i)] = std::byte(seed * 40 + y * 16 + i);
+        row[size_t(i)] = std::byte(seed * 40 + y * 16 + i);
     return row;
 }
 
@@ -214,7 +204,7 @@ public:
             if (spec.parent < 0)
                 TRY(AddOutputStream(stream));
             else
-                TRY(streams[static_cast<size_t>(spec.parent)]->AddChild(MediaStreamInterface::kChildBranch, stream));
+                TRY(streams[size_t(spec.parent)]->AddChild(MediaStreamInterface::kChildBranch, stream));
         }
         return {};
     }
@@ -228,7 +218,7 @@ public:
                 continue;
             g_log.push_back("deliver " + std::to_string(i));
             MediaStreamProperties properties = TRY(MediaStreamProperties::FromStream(streams[i]));
-            TRY(properties.Set(mediaproperty::kSampleTime, TimeValue::FromSeconds(static_cast<Float>(i) + 0.5)));
+            TRY(properties.Set(mediaproperty::kSampleTime, TimeValue::FromSeconds(Float(i) + 0.5)));
             TRY(Step());
             TRY(streams[i]->InitStream(properties));
             Result<void> delivered = Deliver(i, properties);
@@ -263,7 +253,7 @@ private:
             const std::vector<std::byte> row = MakeRow(spec.seed, y, (bits * spec.width).GetBytes());
             const PixelSpan span{0, y, spec.width};
             TRY(Step());
-            TRY(handler.write(span, {row.data(), bits}, SETPIXELFLAGS::NONE));
+            TRY(handler.write(span, {row.data(), bits}, {}));
             handler.Widen(span);
             ++rowsOf[i];
         }
@@ -302,12 +292,12 @@ public:
             GetPixelHandlerStruct handler =
                 TRY(source->GetPixelStream(properties, pixelFormat, ColorProfile(), GETPIXELHANDLERFLAGS::NONE));
             rows.emplace_back();
-            rows.back().resize(static_cast<size_t>(height));
+            rows.back().resize(size_t(height));
             for (Int i = 0; i < height; ++i) {
                 const Int y = bottomUp ? height - 1 - i : i;
-                std::vector<std::byte> row(static_cast<size_t>((bits * width).GetBytes()));
-                TRY(handler.read({0, y, width}, {row.data(), bits}, GETPIXELFLAGS::NONE));
-                rows.back()[static_cast<size_t>(y)] = row;
+                std::vector<std::byte> row(size_t((bits * width).GetBytes()));
+                TRY(handler.read({0, y, width}, {row.data(), bits}, {}));
+                rows.back()[size_t(y)] = row;
             }
             handler.Free();
             TRY(source->FinishStream(properties));
@@ -333,9 +323,9 @@ inline std::vector<std::vector<std::byte>> ReadRows(const ImageBaseRef& node) {
         node->GetPixelHandler(format, format->GetChannelOffsets(), {}, GETPIXELHANDLERFLAGS::NONE, LayerSet());
     EXPECT_TRUE(handler) << MessageOf(handler);
     for (Int y = 0; handler && y < node->GetHeight(); ++y) {
-        std::vector<std::byte> row(static_cast<size_t>((format->GetBitsPerPixel() * node->GetWidth()).GetBytes()));
-        const Result<void> read = handler.GetValue().read({0, y, node->GetWidth()},
-                                                          {row.data(), format->GetBitsPerPixel()}, GETPIXELFLAGS::NONE);
+        std::vector<std::byte> row(size_t((format->GetBitsPerPixel() * node->GetWidth()).GetBytes()));
+        const Result<void> read =
+            handler.GetValue().read({0, y, node->GetWidth()}, {row.data(), format->GetBitsPerPixel()}, {});
         EXPECT_TRUE(read) << MessageOf(read);
         rows.push_back(std::move(row));
     }

@@ -53,7 +53,7 @@ protected:
             return -1;
         }
         Bytes pixel{};
-        EXPECT_TRUE(reader->read({0, 0, 1}, {pixel.data(), BITS(32)}, GETPIXELFLAGS::NONE));
+        EXPECT_TRUE(reader->read({0, 0, 1}, {pixel.data(), BITS(32)}, {}));
         node->FreePixelHandler(*reader);
         return pixel[3] == 0 ? 0 : pixel[0];
     }
@@ -100,7 +100,7 @@ TEST_F(LayersTest, PathsPickNodes) {
         {M::LAYERMASKS, {}, -1},
     };
     for (const auto& [mode, paths, expected] : cases) {
-        std::string text = "mode " + std::to_string(static_cast<int>(mode));
+        std::string text = "mode " + std::to_string(int(mode));
         for (const char* path : paths)
             text += std::string(", ") + path;
         EXPECT_EQ(Read(MakeLayerSet(paths, mode)), expected) << text;
@@ -137,8 +137,7 @@ TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
     EXPECT_EQ(Read(MakeLayerSet({"group\\inner\\leaf"}), image), 110);
     EXPECT_EQ(Read(MakeLayerSet({}), group), 100);  // layers directly below; what hangs below a layer is not seen
     EXPECT_EQ(
-        GetLayerPath(Cast<ImageBaseInterface>(inner->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::LAYER))), group)
-            .TakeValue(),
+        GetLayerPath(Cast<ImageBaseInterface>(inner->GetFirstChild(Int(IMAGEHIERARCHY::LAYER))), group).TakeValue(),
         String("inner\\leaf"));
 }
 
@@ -176,7 +175,7 @@ TEST_F(LayersTest, SingleLayerIsNotTouched) {
     const std::array<uint32_t, 4> value{0x01234567, 0x89ABCDEF, 0xFFFFFFFE, 0x7FFFFFFF};
     auto writer = layer->SetPixelHandler(format, {}, {}, SETPIXELHANDLERFLAGS::NONE);
     ASSERT_TRUE(writer);
-    ASSERT_TRUE(writer->write({0, 0, 1}, {value.data(), BITS(128)}, SETPIXELFLAGS::NONE));
+    ASSERT_TRUE(writer->write({0, 0, 1}, {value.data(), BITS(128)}, {}));
     const auto read = [&] {
         return ReadPixels<uint32_t>(wide, Id("net.orvik.image.pixelformat.rgba.u32"), MakeLayerSet({}));
     };

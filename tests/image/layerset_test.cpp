@@ -1,4 +1,5 @@
 #include "layerset_impl.h"
+#include "support/faults.h"
 #include "support/module_fixture.h"
 
 #include "orvik/iomemory.h"
@@ -28,8 +29,7 @@ using LayerSetTest = ModuleFixture;
 TEST_F(LayerSetTest, NullReadsAsEmpty) {
     const LayerSet null;
     EXPECT_FALSE(null);
-    EXPECT_TRUE(null->GetSelectedLayers().IsEmpty());
-    EXPECT_TRUE(null->GetSelectedImage().IsEmpty());
+    EXPECT_TRUE(null->GetSelectedLayers().IsEmpty() && null->GetSelectedImage().IsEmpty());
     EXPECT_EQ(null->GetMode(), LAYERSETMODE::LAYERS);
     EXPECT_TRUE(null == LayerSet());
     EXPECT_FALSE(null == MakeSet({}));
@@ -73,8 +73,8 @@ TEST_F(LayerSetTest, CopiesAreIndependent) {
     EXPECT_EQ(original->GetMode(), LAYERSETMODE::LAYERS);
     EXPECT_TRUE(copy->GetSelectedLayers().Contains("A"));
     EXPECT_FALSE(copy->GetSelectedLayers().Contains("a"));
-    EXPECT_FALSE(copy.SetMode(static_cast<LAYERSETMODE>(5)));
-    EXPECT_FALSE(copy.SetMode(static_cast<LAYERSETMODE>(-1)));
+    EXPECT_FALSE(copy.SetMode(LAYERSETMODE(5)));
+    EXPECT_FALSE(copy.SetMode(LAYERSETMODE(-1)));
     EXPECT_EQ(copy->GetMode(), LAYERSETMODE::DISABLED);
 }
 
@@ -83,7 +83,7 @@ std::vector<std::string> FieldNames(Block<const std::byte> bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     std::vector<std::pair<size_t, std::string>> found;
     for (const std::string name : {"_calculateAlpha", "_layers", "_layersetMode", "_selectedImage"}) {
-        const size_t at = text.find(static_cast<char>(name.size()) + name);
+        const size_t at = text.find(char(name.size()) + name);
         if (at != std::string_view::npos)
             found.emplace_back(at, name);
     }
@@ -121,22 +121,15 @@ TEST_F(LayerSetTest, SerialisesItsFieldsByName) {
 }
 
 TEST_F(LayerSetTest, EveryFailedAllocationLeavesTheSetAsItWas) {
-    const LayerSet before = MakeSet({"A", "B", "C"});
+    const LayerSet before = MakeSet({"A", "B", "C"}), after = MakeSet({"4", "3", "2", "1"});
     const HashSet<String> paths = Paths({"1", "2", "3", "4"});
-    Int failures = 0;
-    for (Int n = 1;; ++n) {
+    AllocationFaults faults;
+    while (faults.Next()) {
         LayerSet set = before;
-        SetAllocationFault(n);
-        const Result<void> done = set.SetSelectedLayers(paths);
-        SetAllocationFault(0);
-        if (done) {
-            EXPECT_TRUE(set == MakeSet({"4", "3", "2", "1"}));
-            break;
-        }
-        ++failures;
-        EXPECT_TRUE(set == before) << n;
+        const Result<void> done = faults.Run([&] { return set.SetSelectedLayers(paths); });
+        EXPECT_TRUE(set == (done ? after : before));
     }
-    EXPECT_GT(failures, 4);
+    EXPECT_GT(faults.GetErrorCount(), 4);
     EXPECT_TRUE(before == MakeSet({"A", "B", "C"}));
 }
 

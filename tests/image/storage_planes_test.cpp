@@ -24,11 +24,10 @@ std::vector<std::byte> ReadAll(ImagePixelStorageInterface& storage, const PixelF
     if (!reader)
         return {};
     const Int lineBytes = (format->GetBitsPerPixel() * storage.GetWidth()).GetBytes();
-    std::vector<std::byte> bytes(static_cast<size_t>(lineBytes * storage.GetHeight()));
+    std::vector<std::byte> bytes(size_t(lineBytes * storage.GetHeight()));
     for (Int y = 0; y < storage.GetHeight(); ++y)
-        EXPECT_TRUE(reader->read({0, y, storage.GetWidth()},
-                                 {&bytes[static_cast<size_t>(y * lineBytes)], format->GetBitsPerPixel()},
-                                 GETPIXELFLAGS::NONE));
+        EXPECT_TRUE(
+            reader->read({0, y, storage.GetWidth()}, {&bytes[size_t(y * lineBytes)], format->GetBitsPerPixel()}, {}));
     return bytes;
 }
 
@@ -68,8 +67,8 @@ TEST_F(PlanesFormatTest, AgreesWithTheNormalStorageInEveryFormat) {
                 const Int x = Int(random() % kWidth);
                 const PixelSpan span{x, Int(random() % kHeight), 1 + Int(random() % (kWidth - x))};
                 const PixelLineConst line{row, caller->GetBitsPerPixel()};
-                ASSERT_TRUE(intoPlanes->write(span, line, SETPIXELFLAGS::NONE));
-                ASSERT_TRUE(intoNormal->write(span, line, SETPIXELFLAGS::NONE));
+                ASSERT_TRUE(intoPlanes->write(span, line, {}));
+                ASSERT_TRUE(intoNormal->write(span, line, {}));
             }
             EXPECT_EQ(ReadAll(*planes, stored), ReadAll(*normal, stored));
             for (const PixelFormat& readBy : callers)
@@ -92,31 +91,23 @@ TEST(Planes, HandsPlanesToTheConversion) {
         EXPECT_EQ(format->request.srcOffsets, (std::vector<Int>{0, bits, 2 * bits, 3 * bits}));
         EXPECT_EQ(format->request.dstOffsets, (std::vector<Int>{0, planeBits, 2 * planeBits, 3 * planeBits}));
         const std::vector<std::byte> pixels(200);
-        ASSERT_TRUE(writer.write({0, 0, 0}, {pixels.data(), BITS(3 * bits)}, SETPIXELFLAGS::NONE));
+        ASSERT_TRUE(writer.write({0, 0, 0}, {pixels.data(), BITS(3 * bits)}, {}));
         const std::byte* first = format->to.data;
         for (Int y = 0; y < kHeight; ++y) {
             for (Int x = 0; x < kWidth; ++x) {
-                ASSERT_TRUE(writer.write({x, y, 0}, {pixels.data(), BITS(3 * bits)}, SETPIXELFLAGS::NONE));
+                ASSERT_TRUE(writer.write({x, y, 0}, {pixels.data(), BITS(3 * bits)}, {}));
                 EXPECT_EQ(format->to.stride, bits);
                 EXPECT_EQ((format->to.data - first) * 8 + format->to.phase, y * lineBytes * 8 + x * bits);
             }
         }
-        EXPECT_EQ(ErrorIdOf(writer.write({0, kHeight, 0}, {pixels.data(), BITS(bits)}, SETPIXELFLAGS::NONE)),
-                  errorid::kIllegalArgument);
-        EXPECT_EQ(ErrorIdOf(writer.write({1, 0, kWidth}, {pixels.data(), BITS(bits)}, SETPIXELFLAGS::NONE)),
-                  errorid::kIllegalArgument);
+        EXPECT_EQ(ErrorIdOf(writer.write({0, kHeight, 0}, {pixels.data(), BITS(bits)}, {})), errorid::kIllegalArgument);
+        EXPECT_EQ(ErrorIdOf(writer.write({1, 0, kWidth}, {pixels.data(), BITS(bits)}, {})), errorid::kIllegalArgument);
     }
 }
 
 TEST(Planes, InitRefuses) {
     const char* kText = "ImagePixelStoragePlanes doesn't work with pixel format: .";  // a fake format has no id
-    const struct {
-        const char* what;
-        std::vector<Int> channels;
-        Int width, height;
-        Id error;
-        std::string message;
-    } cases[] = {
+    const std::tuple<const char*, std::vector<Int>, Int, Int, Id, std::string> cases[] = {
         {"second wider", {8, 16}, 5, 5, errorid::kIllegalArgument, kText},
         {"last narrower", {8, 8, 4}, 5, 5, errorid::kIllegalArgument, kText},
         {"packed", {5, 6, 5}, 5, 5, errorid::kIllegalArgument, kText},
@@ -130,14 +121,14 @@ TEST(Planes, InitRefuses) {
         {"plane overflows", {8, 8}, Int(1) << 30, Int(1) << 32, errorid::kOutOfMemory, ""},
         {"total overflows", {8, 8, 8, 8}, Int(1) << 29, Int(1) << 30, errorid::kOutOfMemory, ""},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.what);
+    for (const auto& [what, channels, width, height, error, message] : cases) {
+        SCOPED_TRACE(what);
         const auto storage = NewObj<ImagePixelStoragePlanes>().TakeValue();
-        const Ref<FakeFormat> format = MakeFormat(test.channels);
-        const Result<void> done = storage->Init(test.width, test.height, format, {});
-        EXPECT_EQ(ErrorIdOf(done), test.error);
-        if (test.error == errorid::kIllegalArgument) {
-            EXPECT_EQ(MessageOf(done), test.message);
+        const Ref<FakeFormat> format = MakeFormat(channels);
+        const Result<void> done = storage->Init(width, height, format, {});
+        EXPECT_EQ(ErrorIdOf(done), error);
+        if (error == errorid::kIllegalArgument) {
+            EXPECT_EQ(MessageOf(done), message);
         }
         EXPECT_EQ(storage->GetChannelCount(), 0);
         EXPECT_FALSE(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE));
@@ -148,20 +139,14 @@ TEST(Planes, InitRefuses) {
 
 TEST(Planes, InitSurvivesEveryFailedAllocation) {
     const Ref<FakeFormat> format = MakeFormat({8, 8});
-    Int failures = 0;
-    for (Int n = 1;; ++n) {
+    AllocationFaults faults;
+    while (faults.Next()) {
         const auto storage = Make<ImagePixelStoragePlanes>(4, 4, format);
-        SetAllocationFault(n);
-        const Result<void> done = storage->Init(100, 100, format, {});
-        SetAllocationFault(0);
-        if (done)
-            break;
-        ++failures;
-        EXPECT_EQ(ErrorIdOf(done), errorid::kOutOfMemory);
-        EXPECT_EQ(storage->GetWidth(), 0);
-        EXPECT_FALSE(storage->GetPixelFormat());
+        const bool failed = !faults.Run([&] { return storage->Init(100, 100, format, {}); });
+        EXPECT_EQ(storage->GetWidth(), failed ? 0 : 100);
+        EXPECT_EQ(bool(storage->GetPixelFormat()), !failed);
     }
-    EXPECT_GE(failures, 3);
+    EXPECT_GE(faults.GetErrorCount(), 3);
 }
 
 /// Each channel is written and read alone; the others keep their values.
@@ -172,7 +157,7 @@ TEST_F(PlanesFormatTest, ComponentsAreThoseOfTheirPlane) {
           PixelFormats::Get(pixelformats::kRgbaF64)}) {
         SCOPED_TRACE(format->GetId().GetCString());
         const auto storage = Make<ImagePixelStoragePlanes>(kWidth, kHeight, format);
-        const size_t bytes = static_cast<size_t>(format->GetChannelOffsets()[1].GetBytes());
+        const size_t bytes = size_t(format->GetChannelOffsets()[1].GetBytes());
         const Int channels = format->GetChannelCount(), pixelBytes = format->GetBitsPerPixel().GetBytes();
         const auto value = [](Int c, Int x, size_t b) { return std::byte(c * 40 + x * 8 + Int(b)); };
         for (Int c = 0; c < channels; ++c) {
@@ -181,16 +166,16 @@ TEST_F(PlanesFormatTest, ComponentsAreThoseOfTheirPlane) {
                 for (size_t b = 0; b < bytes; ++b)
                     values[size_t(x - 2) * 11 + b] = value(c, x, b);
             }
-            ASSERT_TRUE(storage->SetComponent(c, {2, 1, 3}, values, 11, SETPIXELFLAGS::NONE));
+            ASSERT_TRUE(storage->SetComponent(c, {2, 1, 3}, values, 11, {}));
             std::byte back[3 * 11] = {};
-            ASSERT_TRUE(storage->GetComponent(c, {2, 1, 3}, back, 11, GETPIXELFLAGS::NONE));
+            ASSERT_TRUE(storage->GetComponent(c, {2, 1, 3}, back, 11, {}));
             EXPECT_EQ(std::vector(back, std::end(back)), std::vector(values, std::end(values)));
         }
-        std::vector<std::byte> expected(static_cast<size_t>(pixelBytes * kWidth * kHeight));
+        std::vector<std::byte> expected(size_t(pixelBytes * kWidth * kHeight));
         for (Int x = 2; x < 5; ++x) {
             for (Int c = 0; c < channels; ++c) {
                 for (size_t b = 0; b < bytes; ++b)
-                    expected[static_cast<size_t>(pixelBytes * (kWidth + x)) + size_t(c) * bytes + b] = value(c, x, b);
+                    expected[size_t(pixelBytes * (kWidth + x)) + size_t(c) * bytes + b] = value(c, x, b);
             }
         }
         EXPECT_EQ(ReadAll(*storage, format), expected);
@@ -219,8 +204,8 @@ TEST(Planes, ComponentsCheckTheWidthBeforeTheIndex) {
         SCOPED_TRACE(testing::Message() << bits << " bits, channel " << channel << ", " << span.x << ", " << span.y);
         const auto storage = Make<ImagePixelStoragePlanes>(6, 2, MakeFormat({bits, bits, bits}));
         std::byte values[8] = {};
-        EXPECT_EQ(ErrorIdOf(storage->GetComponent(channel, span, values, 1, GETPIXELFLAGS::NONE)), error);
-        EXPECT_EQ(ErrorIdOf(storage->SetComponent(channel, span, values, 1, SETPIXELFLAGS::NONE)), error);
+        EXPECT_EQ(ErrorIdOf(storage->GetComponent(channel, span, values, 1, {})), error);
+        EXPECT_EQ(ErrorIdOf(storage->SetComponent(channel, span, values, 1, {})), error);
     }
 }
 
@@ -229,12 +214,12 @@ TEST_F(PlanesFormatTest, CopiesAreIndependent) {
     const auto storage = Make<ImagePixelStoragePlanes>(2, 2, format);
     const uint8_t pixel[] = {1, 2, 3};
     const auto writer = storage->SetPixelHandler(format, {}, {}, {}, SETPIXELHANDLERFLAGS::NONE, {}).TakeValue();
-    ASSERT_TRUE(writer.write({1, 1, 1}, {pixel, BITS(24)}, SETPIXELFLAGS::NONE));
+    ASSERT_TRUE(writer.write({1, 1, 1}, {pixel, BITS(24)}, {}));
     const ObjectRef copy = storage->Clone().TakeValue();
     auto* clone = dynamic_cast<ImagePixelStoragePlanes*>(copy.GetPointer());
     ASSERT_NE(clone, nullptr);
     EXPECT_EQ(ReadAll(*clone, format), ReadAll(*storage, format));
-    ASSERT_TRUE(writer.write({0, 0, 1}, {pixel, BITS(24)}, SETPIXELFLAGS::NONE));
+    ASSERT_TRUE(writer.write({0, 0, 1}, {pixel, BITS(24)}, {}));
     EXPECT_NE(ReadAll(*clone, format), ReadAll(*storage, format));
 }
 

@@ -9,8 +9,9 @@ using S = SELECTIONHANDLERRESULT;
 /// A texture output on a fake input in one session.
 class TextureOutputTest : public ImageFixture {
 protected:
+    template <class Import = FakeImport>
     void Connect(std::vector<StreamSpec> specs) {
-        import = NewObj<FakeImport>(std::move(specs), format).TakeValue();
+        import = NewObj<Import>(std::move(specs), PixelFormat(format)).TakeValue();
         texture = MakeTexture();
         output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
         session = Make<MediaSessionInterface>(mediaclasses::kSession);
@@ -27,9 +28,9 @@ protected:
                 int depth = 0;
                 for (HierarchyObjectRef up = node->GetParent(); up; up = up->GetParent())
                     ++depth;
-                nodes.push_back(std::to_string(depth) + " branch " + std::to_string(static_cast<int>(branch)) +
+                nodes.push_back(std::to_string(depth) + " branch " + std::to_string(int(branch)) +
                                 (Cast<ImageLayerInterface>(node) ? " layer" : " image") + " type " +
-                                std::to_string(static_cast<int>(node->Get(image::kType, ITYPE::UNDEFINED))) + " " +
+                                std::to_string(int(node->Get(image::kType, ITYPE::UNDEFINED))) + " " +
                                 std::string(node->Get(image::kName, String("?")).GetText()));
             }
             return true;
@@ -37,10 +38,8 @@ protected:
         return nodes;
     }
     ImageBaseRef Node(Int index, IMAGEHIERARCHY branch = IMAGEHIERARCHY::IMAGE, ImageBaseRef parent = {}) const {
-        const auto children = (parent ? parent : ImageBaseRef(texture))->GetChildren(static_cast<Int>(branch));
-        return index < static_cast<Int>(children.size())
-                   ? Cast<ImageBaseInterface>(children[static_cast<size_t>(index)])
-                   : nullptr;
+        const auto children = (parent ? parent : ImageBaseRef(texture))->GetChildren(Int(branch));
+        return index < Int(children.size()) ? Cast<ImageBaseInterface>(children[size_t(index)]) : nullptr;
     }
 
     Ref<FakeFormat> format = MakeFormat({8, 8});
@@ -75,7 +74,7 @@ TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
     std::byte row[16];
     const auto handler = texture->GetPixelHandler(format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
     ASSERT_TRUE(handler) << MessageOf(handler);
-    EXPECT_EQ(ErrorIdOf(handler->read({0, 0, 1}, {row, BITS(16)}, GETPIXELFLAGS::NONE)),
+    EXPECT_EQ(ErrorIdOf(handler->read({0, 0, 1}, {row, BITS(16)}, {})),
               errorid::kFunctionNotImplemented);  // a description only, so far
 
     ASSERT_TRUE(Run());
@@ -111,8 +110,8 @@ TEST_F(TextureOutputTest, LeavesNoCircleOfReferences) {
 }
 
 TEST_F(TextureOutputTest, RefusesWhatIsIncompleteOrMisplaced) {
-    const auto without = [](const Id& key) {
-        return [key](MediaStreamFormat& f) {
+    const auto without = [](const auto& key) {
+        return [key = key.GetId()](MediaStreamFormat& f) {
             MediaStreamFormat rest;
             f->GetDictionary().ForEach([&](const Id& id, const Data& data) {
                 if (id != key) {
@@ -122,46 +121,24 @@ TEST_F(TextureOutputTest, RefusesWhatIsIncompleteOrMisplaced) {
             f = rest;
         };
     };
-    const struct {
-        const char* what;
-        std::vector<StreamSpec> specs;
-        Id error;
-        std::string message;
-        size_t nodes;
-    } cases[] = {
-        {"no pixel format",
-         {{.describe = without(mediaformat::kPixelFormat.GetId())}},
-         errorid::kIllegalArgument,
-         "Key net.orvik.mediaformat.pixelformat not found.",
-         0},
-        {"no width",
-         {{.describe = without(mediaformat::kWidth.GetId())}},
-         errorid::kIllegalArgument,
-         "Key net.orvik.mediaformat.width not found.",
-         0},
-        {"no height",
-         {{}, {.describe = without(mediaformat::kHeight.GetId())}},
-         errorid::kIllegalArgument,
-         "Key net.orvik.mediaformat.height not found.",
-         1},
+    const Id no = errorid::kIllegalArgument, misplaced = errorid::kMediaConverter;
+    const std::tuple<const char*, std::vector<StreamSpec>, Id, const char*, size_t> cases[] = {
+        {"no pixel format", {{.describe = without(mediaformat::kPixelFormat)}}, no, "pixelformat", 0},
+        {"no width", {{.describe = without(mediaformat::kWidth)}}, no, "width", 0},
+        {"no height", {{}, {.describe = without(mediaformat::kHeight)}}, no, "height", 1},
         {"no streams", {}, errorid::kMediaSessionWrongType, "", 0},
-        {"image below an image", {{}, {.type = T::IMAGE, .parent = 0}}, errorid::kMediaConverter, "", 1},
-        {"deep data below an image", {{}, {.type = T::DEEPIMAGEDATA, .parent = 0}}, errorid::kMediaConverter, "", 1},
-        {"mip level below an image", {{}, {.type = T::MIPMAP, .parent = 0}}, errorid::kMediaConverter, "", 1},
-        {"alpha below a layer",
-         {{}, {.type = T::LAYER, .parent = 0}, {.type = T::ALPHA, .parent = 1}},
-         errorid::kIllegalArgument,
-         "",
-         2},
-        {"negative size", {{.width = -3}}, errorid::kIllegalArgument, "", 0},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.what);
-        Connect(test.specs);
+        {"image below an image", {{}, {.type = T::IMAGE, .parent = 0}}, misplaced, "", 1},
+        {"deep data below an image", {{}, {.type = T::DEEPIMAGEDATA, .parent = 0}}, misplaced, "", 1},
+        {"mip level below an image", {{}, {.type = T::MIPMAP, .parent = 0}}, misplaced, "", 1},
+        {"alpha below a layer", {{}, {.type = T::LAYER, .parent = 0}, {.type = T::ALPHA, .parent = 1}}, no, "", 2},
+        {"negative size", {{.width = -3}}, no, "", 0}};
+    for (const auto& [what, specs, error, message, nodes] : cases) {
+        SCOPED_TRACE(what);
+        Connect(specs);
         const Result<void> ran = Run();
-        EXPECT_EQ(ErrorIdOf(ran), test.error);
-        EXPECT_EQ(MessageOf(ran), test.message);
-        EXPECT_EQ(Describe().size(), test.nodes);
+        EXPECT_EQ(ErrorIdOf(ran), error);
+        EXPECT_EQ(MessageOf(ran), *message ? "Key net.orvik.mediaformat." + std::string(message) + " not found." : "");
+        EXPECT_EQ(Describe().size(), nodes);
         EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "deliver 0"), 0);
     }
 }
@@ -194,14 +171,8 @@ TEST_F(TextureOutputTest, MissesAnUnknownParent) {
             return AddOutputStream(audio);
         }
     };
-    const Result<void> audioUnit = RegisterMediaSessionAudio(_publisher);
-    ASSERT_TRUE(audioUnit) << MessageOf(audioUnit);
-    Connect({{}});
-    session = Make<MediaSessionInterface>(mediaclasses::kSession);
-    output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
-    ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef()));
-    ASSERT_TRUE(session->ConnectMediaConverter(
-        NewObj<Misplacing>(std::vector<StreamSpec>{{}}, PixelFormat(format)).TakeValue(), output));
+    ASSERT_TRUE(RegisterMediaSessionAudio(_publisher));
+    Connect<Misplacing>({{}});
     const Result<void> ran = Run();
     EXPECT_EQ(ErrorIdOf(ran), errorid::kMediaConverter);
     EXPECT_EQ(MessageOf(ran), "Parent stream not found.");
@@ -210,45 +181,31 @@ TEST_F(TextureOutputTest, MissesAnUnknownParent) {
 TEST_F(TextureOutputTest, FollowsTheSelection) {
     const std::vector<StreamSpec> specs = {
         {.describe = Named("a")}, {.type = T::ALPHA, .parent = 0, .describe = Named("b")}, {.describe = Named("c")}};
-    const struct {
-        const char* what;
-        std::vector<S> answers;
-        std::vector<std::string> nodes, delivered;
-    } cases[] = {
-        {"all",
-         {S::ALL, S::ALL, S::ALL},
-         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b", "1 branch 1 image type 2 c"},
-         {"deliver 0", "deliver 1", "deliver 2"}},
-        {"structure",
-         {S::STRUCTURE, S::STRUCTURE, S::STRUCTURE},
-         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b", "1 branch 1 image type 2 c"},
-         {}},
+    const std::string a = "1 branch 1 image type 2 a", b = "2 branch 2 layer type 3 b", c = "1 branch 1 image type 2 c";
+    constexpr S kContent = S::CONTENT_FLAG;
+    using Texts = std::vector<std::string>;
+    const std::tuple<const char*, std::vector<S>, Texts, Texts> cases[] = {
+        {"all", {S::ALL, S::ALL, S::ALL}, {a, b, c}, {"deliver 0", "deliver 1", "deliver 2"}},
+        {"structure", {S::STRUCTURE, S::STRUCTURE, S::STRUCTURE}, {a, b, c}, {}},
         {"none", {S::NONE, S::NONE, S::NONE}, {}, {}},
-        {"content without structure", {S::CONTENT_FLAG, S::CONTENT_FLAG, S::CONTENT_FLAG}, {}, {}},
-        {"mixed",
-         {S::STRUCTURE, S::ALL, S::NONE},
-         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b"},
-         {"deliver 1"}},
-        {"a child brings its parent",
-         {S::NONE, S::ALL, S::NONE},
-         {"1 branch 1 image type 2 a", "2 branch 2 layer type 3 b"},
-         {"deliver 1"}},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.what);
+        {"content without structure", {kContent, kContent, kContent}, {}, {}},
+        {"mixed", {S::STRUCTURE, S::ALL, S::NONE}, {a, b}, {"deliver 1"}},
+        {"a child brings its parent", {S::NONE, S::ALL, S::NONE}, {a, b}, {"deliver 1"}}};
+    for (const auto& [what, answers, nodes, delivered] : cases) {
+        SCOPED_TRACE(what);
         Connect(specs);
         size_t next = 0;
         std::vector<std::string> seen;
         ASSERT_TRUE(output->SetSelectionHandler([&](const MediaStreamRef&, const MediaStreamFormat& f) -> Result<S> {
             seen.emplace_back(f.Get(mediaformat::kStreamName, String()).GetText());
-            return test.answers[next++];
+            return answers[next++];
         }));
         const Result<void> ran = Run();
         ASSERT_TRUE(ran) << MessageOf(ran);
         EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "c"}));
-        EXPECT_EQ(Describe(), test.nodes);
+        EXPECT_EQ(Describe(), nodes);
         std::erase(g_log, "analyze");
-        EXPECT_EQ(g_log, test.delivered);
+        EXPECT_EQ(g_log, delivered);
     }
     Connect(specs);
     ASSERT_TRUE(output->SetSelectionHandler(
@@ -258,28 +215,21 @@ TEST_F(TextureOutputTest, FollowsTheSelection) {
 
 TEST_F(TextureOutputTest, CopiesKeys) {
     const ColorProfile profile = MakeProfile();
-    DataDictionary settings, later;
-    ASSERT_TRUE(settings.Set(mediaexport::kQuality, 0.5));
-    ASSERT_TRUE(later.Set(mediaexport::kQuality, 0.25));
-    const auto describe = [&](const DataDictionary& exportSettings, bool withProfile, Float dpi) {
+    const auto describe = [&](Float quality, bool withProfile, Float dpi) {
         return [=](MediaStreamFormat& f) {
-            EXPECT_TRUE(f.Set(mediaformat::kExportSettings, exportSettings));
-            if (withProfile) {
-                EXPECT_TRUE(f.Set(mediaformat::kColorProfile, profile));
-            }
-            if (dpi > 0) {
-                EXPECT_TRUE(f.Set(mediaformat::kDpi, dpi));
-            }
-            EXPECT_TRUE(f.Set(mediaformat::kAlphaName, "Mask"));
-            EXPECT_TRUE(f.Set(mediaformat::kSubImageIndex, 4));
-            EXPECT_TRUE(f.Set(mediaformat::kHotspotX, 2));
-            EXPECT_TRUE(f.Set(mediaformat::kLayerOpacity, 0.75));
+            DataDictionary settings;
+            EXPECT_TRUE(settings.Set(mediaexport::kQuality, quality));
+            EXPECT_TRUE(f.Set(mediaformat::kExportSettings, settings));
+            EXPECT_TRUE(!withProfile || f.Set(mediaformat::kColorProfile, profile));
+            EXPECT_TRUE(dpi == 0 || f.Set(mediaformat::kDpi, dpi));
+            EXPECT_TRUE(f.Set(mediaformat::kAlphaName, "Mask") && f.Set(mediaformat::kSubImageIndex, 4));
+            EXPECT_TRUE(f.Set(mediaformat::kHotspotX, 2) && f.Set(mediaformat::kLayerOpacity, 0.75));
             EXPECT_TRUE(f.Set(mediaformat::kLayerMaskDefColor, 200));
         };
     };
-    Connect({{.type = T::IMAGE, .describe = describe(settings, true, 0)},
-             {.type = T::LAYER, .parent = 0, .describe = describe(later, false, 300)},
-             {.type = T::IMAGE, .describe = describe(later, false, 0)}});
+    Connect({{.type = T::IMAGE, .describe = describe(0.5, true, 0)},
+             {.type = T::LAYER, .parent = 0, .describe = describe(0.25, false, 300)},
+             {.type = T::IMAGE, .describe = describe(0.25, false, 0)}});
     ASSERT_TRUE(Run());
     const ImageBaseRef image = Node(0), layer = Node(0, IMAGEHIERARCHY::LAYER, image), second = Node(1);
 
@@ -314,13 +264,13 @@ TEST_F(TextureOutputTest, TakesTimingFromTheFirstStream) {
             }
         };
     };
-    const struct { Float first, second, expected; } cases[] = {{25, 30, 25}, {0, 30, 0}, {12, 0, 12}};
-    for (const auto& test : cases) {
-        Connect({{.describe = timed(test.first)}, {.describe = timed(test.second)}});
+    const std::tuple<Float, Float, Float> cases[] = {{25, 30, 25}, {0, 30, 0}, {12, 0, 12}};
+    for (const auto& [first, second, expected] : cases) {
+        Connect({{.describe = timed(first)}, {.describe = timed(second)}});
         ASSERT_TRUE(Run());
-        EXPECT_EQ(texture->Get(image::kFps, 0), test.expected);
-        EXPECT_EQ(texture->Has(image::kFps.GetId()), test.expected != 0);
-        EXPECT_EQ(texture->Get(image::kDuration, TimeValue()).GetSeconds(), test.expected / 10);
+        EXPECT_EQ(texture->Get(image::kFps, 0), expected);
+        EXPECT_EQ(texture->Has(image::kFps.GetId()), expected != 0);
+        EXPECT_EQ(texture->Get(image::kDuration, TimeValue()).GetSeconds(), expected / 10);
     }
 }
 
@@ -357,8 +307,7 @@ TEST_F(TextureOutputTest, KeepsWhatWasDeliveredBeforeAFailure) {
             auto rows = ReadRows(nodes[i]), expected = RowsOf(specs[i], format);
             // They come bottom up.
             for (Int y = 0; y < specs[i].height - import->rowsOf[i]; ++y)
-                std::fill(expected[static_cast<size_t>(y)].begin(), expected[static_cast<size_t>(y)].end(),
-                          std::byte());
+                std::fill(expected[size_t(y)].begin(), expected[size_t(y)].end(), std::byte());
             EXPECT_EQ(rows, expected) << i;
         }
         if (ran) {
@@ -453,14 +402,10 @@ TEST_F(TextureOutputTest, HandsExifToTheTexture) {
         Ref<MediaStreamExifDataInterface> exif;
     };
     for (const S answer : {S::ALL, S::NONE}) {
-        texture = MakeTexture();
-        const auto input = NewObj<WithExif>(std::vector<StreamSpec>{{}}, PixelFormat(format)).TakeValue();
-        output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
-        session = Make<MediaSessionInterface>(mediaclasses::kSession);
-        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef()));
+        Connect<WithExif>({{}});
+        const auto* input = dynamic_cast<WithExif*>(import.GetPointer());
         ASSERT_TRUE(output->SetSelectionHandler(
             [answer](const MediaStreamRef&, const MediaStreamFormat&) -> Result<S> { return answer; }));
-        ASSERT_TRUE(session->ConnectMediaConverter(input, output));
         ASSERT_TRUE(Run());
         const ExifRef data = NewObj<FakeExif>().TakeValue();
         EXPECT_EQ(input->exif->IsSubscribed(), answer == S::ALL);

@@ -1,7 +1,6 @@
 #include "image_fakes.h"
 
 #include "orvik/iomemory.h"
-#include "orvik/memory.h"
 
 namespace orvik {
 namespace {
@@ -63,110 +62,96 @@ protected:
                                         MEDIASESSIONFLAGS flags = MEDIASESSIONFLAGS::NONE) {
         return texture->Load(url, TimeValue(), flags, ClassRef(), layers);
     }
-    static std::vector<std::vector<std::vector<std::byte>>> AllRows(const ImageTextureRef& texture) {
+    static std::vector<std::vector<std::vector<std::byte>>> AllRows(const ImageTextureRef& texture, bool reads = true) {
         std::vector<std::vector<std::vector<std::byte>>> all;
         EXPECT_TRUE(WalkImages(texture, [&](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
             if (branch != IMAGEHIERARCHY::TEXTURE)
-                all.push_back(ReadRows(node));
+                all.push_back(reads ? ReadRows(node) : decltype(ReadRows(node))());
             return true;
         }));
         return all;
+    }
+
+    static std::function<void(MediaStreamFormat&)> Named(const char* name) {
+        return [name](MediaStreamFormat& format) { EXPECT_TRUE(format.Set(mediaformat::kStreamName, name)); };
+    }
+    /// Loads with a layer set: which streams come, and how many nodes stand then.
+    void ExpectDelivered(const LayerSet& layers, const std::vector<int>& streams, size_t nodes) const {
+        std::string text(layers->GetSelectedImage().GetText());
+        for (const String& path : layers->GetSelectedLayers())
+            text += ", " + std::string(path.GetText());
+        SCOPED_TRACE(text);
+        std::vector<std::string> expected = {"analyze"};
+        for (const int stream : streams)
+            expected.push_back("deliver " + std::to_string(stream));
+        const ImageTextureRef texture = MakeTexture();
+        g_log.clear();
+        const auto session = Load(texture, fake, layers);
+        ASSERT_TRUE(session) << MessageOf(session);
+        EXPECT_EQ(g_log, expected);
+        EXPECT_EQ(AllRows(texture, false).size(), nodes);
     }
 
     Url fake, other;
 };
 
 TEST_F(TextureTest, LoadsWhatAHandlerClaims) {
-    const ImageTextureRef texture = MakeTexture();
-    const auto session = Load(texture, fake);
-    ASSERT_TRUE(session) << MessageOf(session);
-    EXPECT_TRUE(session.GetValue());
-    EXPECT_EQ(AllRows(texture), (std::vector{RowsOf(g_file[0], g_pixelFormat), RowsOf(g_file[1], g_pixelFormat)}));
-
-    const auto made =
-        ImageTextureInterface::LoadTexture(fake, TimeValue(), MEDIASESSIONFLAGS::NONE, ClassRef(), LayerSet());
-    ASSERT_TRUE(made) << MessageOf(made);
-    EXPECT_EQ(made.GetValue()->GetWidth(), 3);
+    const auto loadTexture = [](const Url& url) {
+        return ImageTextureInterface::LoadTexture(url, TimeValue(), MEDIASESSIONFLAGS::NONE, ClassRef(), LayerSet());
+    };
+    const std::vector wanted = {RowsOf(g_file[0], g_pixelFormat), RowsOf(g_file[1], g_pixelFormat)};
+    const ImageTextureRef texture = MakeTexture(), analysed = MakeTexture();
+    EXPECT_TRUE(Load(texture, fake).GetValueOr(nullptr));
+    EXPECT_EQ(AllRows(texture), wanted);
+    EXPECT_EQ(AllRows(loadTexture(fake).TakeValue()), wanted);
+    g_log.clear();
+    const auto session = Load(analysed, fake, {}, MEDIASESSIONFLAGS::RUNONLYANALYZE);
+    EXPECT_EQ(g_log, std::vector<std::string>{"analyze"});
+    EXPECT_EQ(analysed->GetWidth(), 3);
+    ASSERT_TRUE(session && (*session)->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
+    EXPECT_EQ(AllRows(analysed), wanted);
 
     const auto refused = Load(texture, other);
     EXPECT_EQ(MessageOf(refused), "Image memory:image_test_other is not of a supported type.");
     EXPECT_EQ(ErrorIdOf(Load(texture, Url("memory:image_test_missing"))), errorid::kIo);
-    EXPECT_EQ(ErrorIdOf(ImageTextureInterface::LoadTexture(other, TimeValue(), MEDIASESSIONFLAGS::NONE, ClassRef(),
-                                                           LayerSet())),
-              ErrorIdOf(refused));
-}
-
-TEST_F(TextureTest, AnalyseOnlyReadsNoPixels) {
-    const ImageTextureRef texture = MakeTexture();
-    const auto session = Load(texture, fake, {}, MEDIASESSIONFLAGS::RUNONLYANALYZE);
-    ASSERT_TRUE(session) << MessageOf(session);
-    EXPECT_EQ(g_log, std::vector<std::string>{"analyze"});
-    EXPECT_EQ(texture->GetWidth(), 3);
-    ASSERT_TRUE(session.GetValue()->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
-    EXPECT_EQ(AllRows(texture).size(), 2u);
+    EXPECT_EQ(ErrorIdOf(loadTexture(other)), ErrorIdOf(refused));
 }
 
 TEST_F(TextureTest, LayerSetSelectsImages) {
-    const auto image = [](Int index, const char* name, int seed) {
-        return StreamSpec{.type = T::IMAGE, .seed = seed, .describe = [index, name](MediaStreamFormat& format) {
-                              if (index >= 0) {
-                                  EXPECT_TRUE(format.Set(mediaformat::kSubImageIndex, index));
-                              }
-                              EXPECT_TRUE(format.Set(mediaformat::kStreamName, name));
-                          }};
+    const auto indexed = [](Int index, const char* name) {
+        return [=](MediaStreamFormat& format) {
+            EXPECT_TRUE(format.Set(mediaformat::kSubImageIndex, index) && format.Set(mediaformat::kStreamName, name));
+        };
     };
     // Three images, the second with an alpha that comes and goes with it.
-    g_file = {
-        image(-1, "front", 1), image(1, "back", 2), {.type = T::ALPHA, .parent = 1, .seed = 3}, image(2, "#1", 4)};
-    const struct {
-        const char* selected;
-        std::vector<std::string> delivered;
-    } cases[] = {
-        {"", {"deliver 0", "deliver 1", "deliver 2", "deliver 3"}},
-        {"#2", {"deliver 1", "deliver 2"}},
-        {"back", {"deliver 1", "deliver 2"}},
-        {"#1", {"deliver 0", "deliver 3"}},  // by number and by name
-        {"#3", {"deliver 3"}},
-        {"Back", {}},
-        {"#4", {}},
+    g_file = {{.type = T::IMAGE, .describe = Named("front")},
+              {.type = T::IMAGE, .describe = indexed(1, "back")},
+              {.type = T::ALPHA, .parent = 1},
+              {.type = T::IMAGE, .describe = indexed(2, "#1")}};
+    const std::pair<const char*, std::vector<int>> cases[] = {
+        {"", {0, 1, 2, 3}}, {"#2", {1, 2}}, {"back", {1, 2}}, {"#1", {0, 3}},  // by number and by name
+        {"#3", {3}},        {"Back", {}},   {"#4", {}},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.selected);
-        const ImageTextureRef texture = MakeTexture();
-        g_log.clear();
-        const auto session = Load(texture, fake, SelectImage(test.selected));
-        ASSERT_TRUE(session) << MessageOf(session);
-        std::erase(g_log, "analyze");
-        EXPECT_EQ(g_log, test.delivered);
-        EXPECT_EQ(AllRows(texture).size(), test.delivered.size());
-    }
+    for (const auto& [selected, delivered] : cases)
+        ExpectDelivered(SelectImage(selected), delivered, delivered.size());
 }
 
 /// A set of paths loads the pixels of what it names; all else below the image keeps its place without them.
 TEST_F(TextureTest, LayerSetSelectsLayers) {
-    const auto named = [](const char* name) {
-        return [name](MediaStreamFormat& format) { EXPECT_TRUE(format.Set(mediaformat::kStreamName, name)); };
-    };
-    g_file = {{.type = T::IMAGE, .describe = named("i")},                          // 0
+    g_file = {{.type = T::IMAGE, .describe = Named("i")},                          // 0
               {.type = T::ALPHA, .parent = 0},                                     // 1
-              {.type = T::LAYER, .parent = 0, .describe = named("top")},           // 2
-              {.type = T::LAYERMASK, .parent = 2, .describe = named("m")},         // 3
-              {.type = T::LAYERFOLDER, .parent = 0, .describe = named("folder")},  // 4
-              {.type = T::LAYER, .parent = 4, .describe = named("a")},             // 5
-              {.type = T::LAYERFOLDER, .parent = 4, .describe = named("")},        // 6
-              {.type = T::LAYER, .parent = 6, .describe = named("a")},             // 7
-              {.type = T::LAYERADJUSTMENT, .parent = 0, .describe = named("adjust")},
-              {.type = T::IMAGE, .describe = named("other")},  // 9
-              {.type = T::LAYER, .parent = 9, .describe = named("top")}};
+              {.type = T::LAYER, .parent = 0, .describe = Named("top")},           // 2
+              {.type = T::LAYERMASK, .parent = 2, .describe = Named("m")},         // 3
+              {.type = T::LAYERFOLDER, .parent = 0, .describe = Named("folder")},  // 4
+              {.type = T::LAYER, .parent = 4, .describe = Named("a")},             // 5
+              {.type = T::LAYERFOLDER, .parent = 4, .describe = Named("")},        // 6
+              {.type = T::LAYER, .parent = 6, .describe = Named("a")},             // 7
+              {.type = T::LAYERADJUSTMENT, .parent = 0, .describe = Named("adjust")},
+              {.type = T::IMAGE, .describe = Named("other")},  // 9
+              {.type = T::LAYER, .parent = 9, .describe = Named("top")}};
     using M = LAYERSETMODE;
-    const std::vector<int> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    const struct {
-        const char* image;
-        M mode;
-        std::initializer_list<const char*> paths;
-        std::vector<int> delivered;
-        size_t nodes;
-    } cases[] = {
+    const std::vector<int> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, ofImage = {0, 1, 2, 3, 4, 5, 6, 7, 8};
+    const std::tuple<const char*, M, std::vector<const char*>, std::vector<int>, size_t> cases[] = {
         {"", M::LAYERS, {}, all, 11},
         {"", M::LAYERS, {"top"}, {0, 1, 2, 3, 9, 10}, 11},
         {"i", M::LAYERS, {"top"}, {0, 1, 2, 3}, 9},
@@ -176,32 +161,13 @@ TEST_F(TextureTest, LayerSetSelectsLayers) {
         {"i", M::LAYERS, {"folder\\"}, {0, 1, 6, 7}, 9},
         {"i", M::LAYERS, {"folder\\\\a"}, {0, 1, 7}, 9},
         {"i", M::LAYERS, {"i", "i\\top", "Top", "m", "top\\m"}, {0, 1}, 9},
-        {"i", M::ALPHAS, {"Alpha"}, {0, 1, 2, 3, 4, 5, 6, 7, 8}, 9},
-        {"i", M::LAYERMASKS, {"top"}, {0, 1, 2, 3, 4, 5, 6, 7, 8}, 9},
+        {"i", M::ALPHAS, {"Alpha"}, ofImage, 9},
+        {"i", M::LAYERMASKS, {"top"}, ofImage, 9},
         {"other", M::LAYERS, {"folder"}, {9}, 2},
         {"none", M::LAYERS, {"top"}, {}, 0},
     };
-    for (const auto& test : cases) {
-        std::string text = test.image;
-        for (const char* path : test.paths)
-            text += std::string(", ") + path;
-        SCOPED_TRACE(text);
-        const ImageTextureRef texture = MakeTexture();
-        g_log.clear();
-        const auto session = Load(texture, fake, MakeLayerSet(test.paths, test.mode, test.image));
-        ASSERT_TRUE(session) << MessageOf(session);
-        std::erase(g_log, "analyze");
-        std::vector<std::string> expected;
-        for (const int stream : test.delivered)
-            expected.push_back("deliver " + std::to_string(stream));
-        EXPECT_EQ(g_log, expected);
-        size_t nodes = 0;
-        ASSERT_TRUE(WalkImages(texture, [&](const ImageBaseRef&, IMAGEHIERARCHY branch) -> Result<Bool> {
-            nodes += branch == IMAGEHIERARCHY::TEXTURE ? 0 : 1;
-            return true;
-        }));
-        EXPECT_EQ(nodes, test.nodes);
-    }
+    for (const auto& [image, mode, paths, delivered, nodes] : cases)
+        ExpectDelivered(MakeLayerSet(paths, mode, image), delivered, nodes);
 }
 
 /// A stream names its blend mode, a node holds it. A name that nobody has published comes back as it was.
@@ -280,7 +246,7 @@ TEST_F(TextureTest, SavesWhatItLoaded) {
         EXPECT_EQ(format.Get(mediaformat::kLayerOpacity, 0), spec.type == T::LAYER ? 0.25 : 0);
         EXPECT_FALSE(format->Has(mediaformat::kLayerEnabled.GetId()));
         const auto parent = Cast<MediaStreamInterface>(stream->GetParent());
-        EXPECT_EQ(parent, spec.parent < 0 ? MediaStreamRef() : output->streams[static_cast<size_t>(spec.parent)]);
+        EXPECT_EQ(parent, spec.parent < 0 ? MediaStreamRef() : output->streams[size_t(spec.parent)]);
     }
     EXPECT_EQ(output->streams[1]->GetFormat(Data(Int(0))).Get(mediaformat::kAlphaName, String()), String("alpha of a"));
     EXPECT_EQ(output->streams[3]->GetFormat(Data(Int(0))).Get(mediaformat::kStreamName, String()), String("l"));
@@ -298,32 +264,27 @@ TEST_F(TextureTest, SavesWhatItLoaded) {
 
 /// A node in a layer branch is what its own key says; one that says nothing is no stream, its children stay.
 TEST_F(TextureTest, ExportJudgesLayersByTheirType) {
-    const struct {
-        ITYPE type;
-        T expected;
-    } cases[] = {
+    const std::pair<ITYPE, T> cases[] = {
         {ITYPE::LAYER, T::LAYER},        {ITYPE::LAYERMASK, T::LAYERMASK},
         {ITYPE::FOLDER, T::LAYERFOLDER}, {ITYPE::ADJUSTMENT, T::LAYERADJUSTMENT},
         {ITYPE::IMAGE, T::UNDEFINED},    {ITYPE::ALPHA, T::UNDEFINED},
     };
     for (const IMAGEHIERARCHY branch : {IMAGEHIERARCHY::LAYER, IMAGEHIERARCHY::MASK}) {
         for (const auto& [type, expected] : cases) {
-            SCOPED_TRACE(testing::Message() << static_cast<int>(branch) << " type " << static_cast<int>(type));
+            SCOPED_TRACE(testing::Message() << int(branch) << " type " << int(type));
             const ImageTextureRef texture = MakeTexture();
-            const ImageRef image = MakeImage();
-            ASSERT_TRUE(image->Init(2, 1, ClassRef(), g_pixelFormat, {}));
-            ASSERT_TRUE(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
-            const auto layer = Make<ImageInterface>(imageclasses::kRasterLayer);
-            const auto node = Make<ImageInterface>(imageclasses::kRasterLayer);
-            const auto below = Make<ImageInterface>(imageclasses::kRasterLayer);
-            for (const ImageRef& each : {layer, node, below}) {
-                ASSERT_TRUE(each->Init(2, 1, ClassRef(), g_pixelFormat, {}));
-                ASSERT_TRUE(each->Set(image::kType, ITYPE::LAYER));
-            }
-            ASSERT_TRUE(node->Set(image::kType, type));
-            ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::LAYER, layer, nullptr));
-            ASSERT_TRUE(layer->AddChildren(branch, node, nullptr));
-            ASSERT_TRUE(node->AddChildren(IMAGEHIERARCHY::LAYER, below, nullptr));
+            ImageBaseRef parent = texture;
+            const auto add = [&](const Id& nodeClass, IMAGEHIERARCHY where, ITYPE nodeType) {
+                const auto node = Make<ImageInterface>(nodeClass);
+                EXPECT_TRUE(node->Init(2, 1, ClassRef(), g_pixelFormat, {}));
+                EXPECT_TRUE(node->Set(image::kType, nodeType));
+                EXPECT_TRUE(parent->AddChildren(where, node, nullptr));
+                parent = node;
+            };
+            add(imageclasses::kImage, IMAGEHIERARCHY::IMAGE, ITYPE::IMAGE);
+            add(imageclasses::kRasterLayer, IMAGEHIERARCHY::LAYER, ITYPE::LAYER);
+            add(imageclasses::kRasterLayer, branch, type);
+            add(imageclasses::kRasterLayer, IMAGEHIERARCHY::LAYER, ITYPE::LAYER);
             const auto output = NewObj<FakeExport>().TakeValue();
             MediaSessionRef session;
             ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, &session));
@@ -349,8 +310,7 @@ TEST_F(TextureTest, SaveReportsProgressAndStopsWhereTheObserverFails) {
             TRY(GetSessionProgress()->ObservableProgressNotification()->AddObserver(
                 [this](const MediaSessionProgressRef&, Float fraction, TimeValue, TimeValue) -> Result<void> {
                     fractions.push_back(fraction);
-                    return static_cast<int>(fractions.size()) == stopAt ? Result<void>(ThreadCancelledError())
-                                                                        : Result<void>();
+                    return int(fractions.size()) == stopAt ? Result<void>(ThreadCancelledError()) : Result<void>();
                 }));
             return {};
         }
@@ -363,7 +323,7 @@ TEST_F(TextureTest, SaveReportsProgressAndStopsWhereTheObserverFails) {
         ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, nullptr));
         ASSERT_EQ(output->fractions.size(), 16u);  // one a row
         for (size_t i = 0; i < 16; ++i)
-            EXPECT_DOUBLE_EQ(output->fractions[i], static_cast<Float>(i + 1) / 16);
+            EXPECT_DOUBLE_EQ(output->fractions[i], Float(i + 1) / 16);
     }
 
     const auto stopped = NewObj<Watching>().TakeValue();
@@ -404,35 +364,24 @@ TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
     ASSERT_TRUE(Load(source, fake, layers));
     for (const bool saves : {false, true}) {
         for (const bool sticky : {false, true}) {
-            int errors = 0;
-            bool finished = false;
-            for (Int n = 1; n < 5000 && !finished; ++n) {
+            AllocationFaults faults(sticky);
+            while (faults.Next()) {
                 const ImageTextureRef texture = MakeTexture();
                 const auto output = NewObj<FakeExport>().TakeValue();
                 g_log.clear();
-                SetAllocationFault(n, sticky);
-                Result<void> ran;
-                if (saves) {
-                    ran = source->Save(output, MEDIASESSIONFLAGS::NONE, nullptr);
-                } else if (auto loaded = Load(texture, fake, layers); !loaded) {
-                    ran = std::move(loaded).TakeError();
-                }
-                finished = GetAllocationCount() < n;
-                SetAllocationFault(0);
-                if (!ran) {
-                    ++errors;
-                    EXPECT_FALSE(finished);
-                    // Detection may take a shortage for a file that nobody claims; from the importer on it has its
-                    // name.
-                    if (saves || !g_log.empty()) {
-                        EXPECT_EQ(ErrorIdOf(ran), errorid::kOutOfMemory)
-                            << "allocation " << n << ": " << MessageOf(ran);
-                    }
-                }
+                const auto work = [&]() -> Result<void> {
+                    if (saves)
+                        return source->Save(output, MEDIASESSIONFLAGS::NONE, nullptr);
+                    TRY(Load(texture, fake, layers));
+                    return {};
+                };
+                // Detection may take a shortage for a file that nobody claims; from the importer on it has its name.
+                const Result<void> ran = faults.Run(work, false);
+                EXPECT_TRUE(ran || (!saves && g_log.empty()) || ErrorIdOf(ran) == errorid::kOutOfMemory)
+                    << MessageOf(ran);
                 output->streams.clear();
             }
-            EXPECT_TRUE(finished);
-            EXPECT_GT(errors, 20);
+            EXPECT_GT(faults.GetErrorCount(), 20);
         }
     }
     ASSERT_TRUE(Load(MakeTexture(), fake));

@@ -28,12 +28,12 @@ SetPixelHandlerStruct Writer(ImagePixelStorageVoxel& storage, const PixelFormat&
 }
 uint8_t ReadByte(ImagePixelStorageVoxel& storage, const PixelFormat& format, Int x, Int y) {
     uint8_t value = 99;
-    const Result<void> read = Reader(storage, format).read({x, y, 1}, {&value, BITS(8)}, GETPIXELFLAGS::NONE);
+    const Result<void> read = Reader(storage, format).read({x, y, 1}, {&value, BITS(8)}, {});
     EXPECT_TRUE(read) << MessageOf(read);
     return value;
 }
 Result<void> WriteByte(ImagePixelStorageVoxel& storage, const PixelFormat& format, Int x, Int y, uint8_t value) {
-    return Writer(storage, format).write({x, y, 1}, {&value, BITS(8)}, SETPIXELFLAGS::NONE);
+    return Writer(storage, format).write({x, y, 1}, {&value, BITS(8)}, {});
 }
 
 /// Random lines in both directions over a map of single pixels.
@@ -41,7 +41,7 @@ TEST(Voxel, AgreesWithAMapOfPixels) {
     for (const Int bits : {1, 2, 4, 8, 12, 24, 64}) {
         SCOPED_TRACE(bits);
         const Ref<FakeFormat> format = MakeFormat({bits});
-        const auto bytes = static_cast<size_t>((bits + 7) / 8);
+        const auto bytes = size_t((bits + 7) / 8);
         const std::vector<std::byte> color(bytes, std::byte(0xA5));
         const auto storage = MakeVoxel(format, color);
         const SetPixelHandlerStruct writer = Writer(*storage, format);
@@ -50,17 +50,20 @@ TEST(Voxel, AgreesWithAMapOfPixels) {
         std::map<std::pair<Int, Int>, Pixel> model;
         Pixel defaultPixel(bytes);
         CopyBits(defaultPixel.data(), 0, color.data(), 0, bits);
+        const auto pixelAt = [&](Int x, Int y) -> const Pixel& {
+            const auto found = model.find({x, y});
+            return found == model.end() ? defaultPixel : found->second;
+        };
 
         std::mt19937 random(static_cast<unsigned>(bits));
         std::vector<std::byte> line(300 * 8 + 8);
         for (int i = 0; i < 300; ++i) {
             const Int count = Int(random() % 200);
             const PixelSpan span{Int(random() % 500) - 250, Int(random() % 300) - 150, count};
-            const int phase =
-                bits < 8 ? static_cast<int>(random() % 8) / static_cast<int>(bits) * static_cast<int>(bits) : 0;
+            const int phase = bits < 8 ? int(random() % 8) / int(bits) * int(bits) : 0;
             if (i % 2 == 0) {
                 std::generate(line.begin(), line.end(), [&] { return std::byte(random()); });
-                ASSERT_TRUE(writer.write(span, {line.data(), BITS(bits), phase}, SETPIXELFLAGS::NONE));
+                ASSERT_TRUE(writer.write(span, {line.data(), BITS(bits), phase}, {}));
                 for (Int k = 0; k < count; ++k) {
                     Pixel pixel(bytes);
                     CopyBits(pixel.data(), 0, line.data(), phase + k * bits, bits);
@@ -69,24 +72,20 @@ TEST(Voxel, AgreesWithAMapOfPixels) {
                 continue;
             }
             std::fill(line.begin(), line.end(), std::byte(0));
-            ASSERT_TRUE(reader.read(span, {line.data(), BITS(bits), phase}, GETPIXELFLAGS::NONE));
+            ASSERT_TRUE(reader.read(span, {line.data(), BITS(bits), phase}, {}));
             std::vector<std::byte> expected(line.size());
             for (Int k = 0; k < count; ++k) {
-                const auto found = model.find({span.x + k, span.y});
-                const Pixel& pixel = found == model.end() ? defaultPixel : found->second;
-                CopyBits(expected.data(), phase + k * bits, pixel.data(), 0, bits);
+                CopyBits(expected.data(), phase + k * bits, pixelAt(span.x + k, span.y).data(), 0, bits);
             }
             ASSERT_EQ(line, expected) << "line " << i;
         }
         // A line from right to left.
-        if (bits % 8 == 0) {
-            ASSERT_TRUE(reader.read({-70, 3, 140}, {line.data() + 139 * bytes, BITS(-bits)}, GETPIXELFLAGS::NONE));
-            for (Int k = 0; k < 140; ++k) {
-                const auto found = model.find({k - 70, 3});
-                const Pixel& pixel = found == model.end() ? defaultPixel : found->second;
-                const auto* at = line.data() + static_cast<size_t>(139 - k) * bytes;
-                EXPECT_EQ(Pixel(at, at + bytes), pixel) << k;
+        for (Int k = 0; k < 140 && bits % 8 == 0; ++k) {
+            if (k == 0) {
+                ASSERT_TRUE(reader.read({-70, 3, 140}, {line.data() + 139 * bytes, BITS(-bits)}, {}));
             }
+            const auto* at = line.data() + size_t(139 - k) * bytes;
+            EXPECT_EQ(Pixel(at, at + bytes), pixelAt(k - 70, 3)) << k;
         }
     }
 }
@@ -101,8 +100,7 @@ TEST(Voxel, MakesTilesOnlyWhereItIsWritten) {
     uint8_t pixels[300] = {};
     const auto allocations = [&](bool writes, const PixelSpan& span) {
         SetAllocationFault(0);
-        EXPECT_TRUE(writes ? writer.write(span, {pixels, BITS(8)}, SETPIXELFLAGS::NONE)
-                           : reader.read(span, {pixels, BITS(8)}, GETPIXELFLAGS::NONE));
+        EXPECT_TRUE(writes ? writer.write(span, {pixels, BITS(8)}, {}) : reader.read(span, {pixels, BITS(8)}, {}));
         return GetAllocationCount();
     };
     for (const PixelSpan& span : {PixelSpan{0, 0, 300}, {-1000, -1000, 300}, {kLastPixel, 0, 1}}) {
@@ -124,32 +122,33 @@ TEST(Voxel, MakesTilesOnlyWhereItIsWritten) {
 
 TEST(Voxel, ChecksCoordinates) {
     const Ref<FakeFormat> format = MakeFormat({8});
+    const Id kNo = errorid::kIllegalArgument;
     const struct {
         PixelSpan span;
         Id read, write;
     } cases[] = {
         {{kLastPixel, kLastPixel, 1}, {}, errorid::kOutOfMemory},  // the grid would reach there from tile 0
         {{-kLastPixel - 1, 0, 1}, {}, errorid::kOutOfMemory},
-        {{kLastPixel + 1, 0, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{kLastPixel, 0, 2}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{0, kLastPixel + 1, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{-kLastPixel - 2, 0, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{0, -kLastPixel - 2, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{kMax, 0, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{kMax, 0, 2}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{0, kMin, 1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{5, 0, kMax}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{0, 0, -1}, errorid::kIllegalArgument, errorid::kIllegalArgument},
-        {{0, 0, kMin}, errorid::kIllegalArgument, errorid::kIllegalArgument},
         {{-5, -5, 0}, {}, {}},
+        {{kLastPixel + 1, 0, 1}, kNo, kNo},
+        {{kLastPixel, 0, 2}, kNo, kNo},
+        {{0, kLastPixel + 1, 1}, kNo, kNo},
+        {{-kLastPixel - 2, 0, 1}, kNo, kNo},
+        {{0, -kLastPixel - 2, 1}, kNo, kNo},
+        {{kMax, 0, 1}, kNo, kNo},
+        {{kMax, 0, 2}, kNo, kNo},
+        {{0, kMin, 1}, kNo, kNo},
+        {{5, 0, kMax}, kNo, kNo},
+        {{0, 0, -1}, kNo, kNo},
+        {{0, 0, kMin}, kNo, kNo},
     };
     const auto storage = MakeVoxel(format);
     ASSERT_TRUE(WriteByte(*storage, format, 3, 3, 1));
     std::byte pixels[2] = {};
     for (const auto& [span, read, write] : cases) {
         SCOPED_TRACE(testing::Message() << span.x << ", " << span.y << ", " << span.count);
-        EXPECT_EQ(ErrorIdOf(Reader(*storage, format).read(span, {pixels, BITS(8)}, GETPIXELFLAGS::NONE)), read);
-        const Result<void> wrote = Writer(*storage, format).write(span, {pixels, BITS(8)}, SETPIXELFLAGS::NONE);
+        EXPECT_EQ(ErrorIdOf(Reader(*storage, format).read(span, {pixels, BITS(8)}, {})), read);
+        const Result<void> wrote = Writer(*storage, format).write(span, {pixels, BITS(8)}, {});
         EXPECT_EQ(ErrorIdOf(wrote), write);
         EXPECT_EQ(MessageOf(wrote), "");
     }
@@ -165,19 +164,16 @@ TEST(Voxel, InitChecksTheDefaultColorAndStartsAfresh) {
     const std::string text =
         "Illegal argument: Condition defaultColor->GetCount() == _bitsPerPixel.GetBytes() not fulfilled. ";
     const std::byte color[4] = {std::byte(5), std::byte(6), std::byte(7), std::byte(8)};
-    const struct {
-        std::vector<Int> channels;
-        size_t colorBytes;
-        bool fits;
-    } cases[] = {{{8}, 0, true},        {{8}, 1, true}, {{8}, 2, false}, {{8, 8, 8}, 3, true}, {{8, 8, 8}, 1, false},
-                 {{8, 8, 8}, 4, false}, {{1}, 1, true}, {{12}, 2, true}, {{12}, 1, false}};
-    for (const auto& test : cases) {
-        const Ref<FakeFormat> format = MakeFormat(test.channels);
+    const std::tuple<std::vector<Int>, size_t, bool> cases[] = {
+        {{8}, 0, true},        {{8}, 1, true}, {{8}, 2, false}, {{8, 8, 8}, 3, true}, {{8, 8, 8}, 1, false},
+        {{8, 8, 8}, 4, false}, {{1}, 1, true}, {{12}, 2, true}, {{12}, 1, false}};
+    for (const auto& [channels, colorBytes, fits] : cases) {
+        const Ref<FakeFormat> format = MakeFormat(channels);
         const auto storage = NewObj<ImagePixelStorageVoxel>().TakeValue();
-        const Result<void> done = storage->Init(4, 3, format, Block<const std::byte>(color).first(test.colorBytes));
-        EXPECT_EQ(ErrorIdOf(done), test.fits ? Id() : errorid::kIllegalArgument);
-        EXPECT_EQ(MessageOf(done), test.fits ? "" : text);
-        EXPECT_EQ(bool(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE)), test.fits);
+        const Result<void> done = storage->Init(4, 3, format, Block<const std::byte>(color).first(colorBytes));
+        EXPECT_EQ(ErrorIdOf(done), fits ? Id() : errorid::kIllegalArgument);
+        EXPECT_EQ(MessageOf(done), fits ? "" : text);
+        EXPECT_EQ(bool(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE)), fits);
     }
 
     const Ref<FakeFormat> format = MakeFormat({8});
@@ -190,56 +186,46 @@ TEST(Voxel, InitChecksTheDefaultColorAndStartsAfresh) {
     EXPECT_EQ(storage->GetWidth(), kMax);
     EXPECT_EQ(ReadByte(*storage, format, 1, 1), 5);
     // A handler of before has the tiles of before.
-    ASSERT_TRUE(old.write({2, 2, 1}, {color, BITS(8)}, SETPIXELFLAGS::NONE));
+    ASSERT_TRUE(old.write({2, 2, 1}, {color, BITS(8)}, {}));
     EXPECT_EQ(ReadByte(*storage, format, 2, 2), 5);
     EXPECT_EQ(ErrorIdOf(storage->Init(1, 1, nullptr, {})), errorid::kIllegalArgument);
     EXPECT_EQ(ErrorIdOf(storage->Init(-1, 1, format, {})), errorid::kIllegalArgument);
     EXPECT_FALSE(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE));
     std::byte value{};
-    EXPECT_EQ(ErrorIdOf(storage->GetComponent(0, {0, 0, 1}, &value, 1, GETPIXELFLAGS::NONE)),
-              errorid::kFunctionNotImplemented);
-    EXPECT_EQ(ErrorIdOf(storage->SetComponent(0, {0, 0, 1}, &value, 1, SETPIXELFLAGS::NONE)),
-              errorid::kFunctionNotImplemented);
+    EXPECT_EQ(ErrorIdOf(storage->GetComponent(0, {0, 0, 1}, &value, 1, {})), errorid::kFunctionNotImplemented);
+    EXPECT_EQ(ErrorIdOf(storage->SetComponent(0, {0, 0, 1}, &value, 1, {})), errorid::kFunctionNotImplemented);
 }
 
 TEST(Voxel, SurvivesEveryFailedAllocation) {
     const Ref<FakeFormat> format = MakeFormat({8});
     const std::vector<uint8_t> line(200, 8);
-    Int failures = 0;
-    for (Int n = 1;; ++n) {
+    AllocationFaults writes, copies;
+    while (writes.Next()) {
         const auto storage = MakeVoxel(format);
         ASSERT_TRUE(WriteByte(*storage, format, -100, -100, 3));
         const SetPixelHandlerStruct writer = Writer(*storage, format);
-        SetAllocationFault(n);
-        const Result<void> done = writer.write({0, 0, 200}, {line.data(), BITS(8)}, SETPIXELFLAGS::NONE);
-        SetAllocationFault(0);
-        EXPECT_EQ(ReadByte(*storage, format, -100, -100), 3);
-        if (done)
-            break;
-        ++failures;
-        EXPECT_EQ(ErrorIdOf(done), errorid::kOutOfMemory);
-        EXPECT_EQ(ReadByte(*storage, format, 199, 0), 0);
-        ASSERT_TRUE(writer.write({0, 0, 200}, {line.data(), BITS(8)}, SETPIXELFLAGS::NONE));
-        EXPECT_EQ(ReadByte(*storage, format, 199, 0), 8);
-    }
-    EXPECT_EQ(failures, 5);
-    for (Int n = 1;; ++n) {
-        const auto storage = MakeVoxel(format);
-        ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
-        SetAllocationFault(n);
-        const auto copy = storage->Clone();
-        SetAllocationFault(0);
-        if (copy) {
-            auto* clone = dynamic_cast<ImagePixelStorageVoxel*>(copy->GetPointer());
-            ASSERT_NE(clone, nullptr);
-            EXPECT_EQ(ReadByte(*clone, format, 1, 1), 3);
-            ASSERT_TRUE(WriteByte(*clone, format, 1, 1, 4));
-            EXPECT_EQ(ReadByte(*storage, format, 1, 1), 3);
-            EXPECT_GT(n, 4);
-            break;
+        const auto write = [&] { return writer.write({0, 0, 200}, {line.data(), BITS(8)}, {}); };
+        if (!writes.Run(write)) {
+            EXPECT_EQ(ReadByte(*storage, format, 199, 0), 0);
+            ASSERT_TRUE(write());
         }
-        EXPECT_EQ(ErrorIdOf(copy), errorid::kOutOfMemory);
+        EXPECT_EQ(ReadByte(*storage, format, 199, 0), 8);
+        EXPECT_EQ(ReadByte(*storage, format, -100, -100), 3);
     }
+    EXPECT_EQ(writes.GetErrorCount(), 5);
+    const auto storage = MakeVoxel(format);
+    ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
+    while (copies.Next()) {
+        const auto copy = copies.Run([&] { return storage->Clone(); });
+        if (!copy)
+            continue;
+        auto* clone = dynamic_cast<ImagePixelStorageVoxel*>(copy->GetPointer());
+        ASSERT_NE(clone, nullptr);
+        EXPECT_EQ(ReadByte(*clone, format, 1, 1), 3);
+        ASSERT_TRUE(WriteByte(*clone, format, 1, 1, 4));
+        EXPECT_EQ(ReadByte(*storage, format, 1, 1), 3);
+    }
+    EXPECT_GT(copies.GetErrorCount(), 3);
 }
 
 using VoxelThreadsTest = ModuleFixture;
@@ -251,7 +237,7 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
     const std::byte color[4] = {std::byte(1), std::byte(2), std::byte(3), std::byte(4)};
     constexpr Int kWriters = 4, kReach = 260;
     const auto storage = MakeVoxel(format, color);
-    const auto valueAt = [](Int x, Int y) { return static_cast<uint32_t>(x * 7919 + y * 104729 + 77); };
+    const auto valueAt = [](Int x, Int y) { return uint32_t(x * 7919 + y * 104729 + 77); };
     std::vector<std::thread> threads;
     std::atomic<int> failures{0};
     std::atomic<bool> stop{false};
@@ -265,7 +251,7 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
                         if ((x & 3) != w)
                             continue;
                         const uint32_t pixel = valueAt(x, y);
-                        failures += !writer.write({x, y, 1}, {&pixel, BITS(32)}, SETPIXELFLAGS::NONE);
+                        failures += !writer.write({x, y, 1}, {&pixel, BITS(32)}, {});
                     }
                 }
             }
@@ -276,7 +262,7 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
         uint32_t row[64];
         while (!stop.load()) {  // over rows that nobody writes, in tiles that come to be meanwhile
             for (Int y = -kReach + 2; y < kReach; y += 4) {
-                failures += !handler.read({-32, y, 64}, {row, BITS(32)}, GETPIXELFLAGS::NONE);
+                failures += !handler.read({-32, y, 64}, {row, BITS(32)}, {});
                 failures += row[5] != 0x04030201;
             }
         }
@@ -290,7 +276,7 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
     const GetPixelHandlerStruct handler = Reader(*storage, format);
     for (Int y = -kReach; y < kReach; ++y) {
         uint32_t row[2 * kReach];
-        ASSERT_TRUE(handler.read({-kReach, y, 2 * kReach}, {row, BITS(32)}, GETPIXELFLAGS::NONE));
+        ASSERT_TRUE(handler.read({-kReach, y, 2 * kReach}, {row, BITS(32)}, {}));
         const Int step = y >= 0 ? (y % 4 == 0 ? y / 4 : -1) : ((-y - 1) % 4 == 0 ? (-y - 1) / 4 : -1);
         for (Int x = -kReach; x < kReach; ++x) {
             const bool written = step >= 0 && step < kReach / 4 && -step * 4 <= x && x <= step * 4;
@@ -309,10 +295,10 @@ TEST_F(VoxelThreadsTest, TwoWritersShareOneTile) {
     std::atomic<int> failures{0};
     const auto write = [&](Int x) {
         const SetPixelHandlerStruct writer = Writer(*storage, format);
-        const auto value = static_cast<uint8_t>(x + 1);
+        const auto value = uint8_t(x + 1);
         for (Int i = 0; i < kRounds; ++i) {
             round.arrive_and_wait();
-            failures += !writer.write({i * 64 + x, -i, 1}, {&value, BITS(8)}, SETPIXELFLAGS::NONE);
+            failures += !writer.write({i * 64 + x, -i, 1}, {&value, BITS(8)}, {});
         }
     };
     std::thread other(write, 1);
