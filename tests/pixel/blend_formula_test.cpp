@@ -16,93 +16,56 @@ namespace {
 class BlendFormulaTest : public ModuleFixture {};
 
 TEST_F(BlendFormulaTest, OpaqueValuesByHand) {
-    const struct {
-        const char* mode;
+    struct Value {
         double b, f, expected;
-    } kCases[] = {
-        {"over", 0.25, 0.75, 0.75},
-        {"passfolder", 0.25, 0.75, 0.75},
-        {"dissolve", 0.25, 0.75, 0.75},
-        {"darken", 0.25, 0.75, 0.25},
-        {"lighten", 0.25, 0.75, 0.75},
-        {"multiply", 0.5, 0.25, 0.125},
-        {"screen", 0.5, 0.5, 0.75},
-        {"lineardodge", 0.75, 0.75, 1},
-        {"add", 0.75, 0.75, 1.5},
-        {"subtract", 0.25, 0.75, -0.5},
-        {"difference", 0.25, 0.75, 0.5},
-        {"exclusion", 0.5, 0.25, 0.5},
-        {"average", 0.25, 0.75, 0.5},
-        {"overlay", 0.25, 0.5, 0.25},
-        {"overlay", 0.5, 0.25, 0.25},
-        {"overlay", 0.75, 0.25, 0.625},
-        {"hardlight", 0.5, 0.25, 0.25},
-        {"hardlight", 0.25, 0.75, 0.625},
-        {"softlight", 0.5, 0.5, 0.5},
-        {"softlight", 0.25, 0.5, 0.375},
-        {"colorburn", 0.75, 0.5, 0.5},
-        {"colorburn", 0.25, 0.5, 0},
-        {"colorburn", 1, 0, 0},
-        {"colordodge", 0.25, 0.5, 0.5},
-        {"colordodge", 0.75, 0.5, 1},
-        {"colordodge", 0, 1, 1},
-        {"linearburn", 0.75, 0.5, 0.25},
-        {"linearburn", 0.25, 0.5, 0},
-        {"stamp", 0.25, 0.5, 0.25},
-        {"stamp", 1, 1, 1},
-        {"stamp", 0, 0.25, 0},
-        {"pinlight", 0.75, 0.25, 0.5},
-        {"pinlight", 0.25, 0.75, 0.5},
-        {"pinlight", 0.75, 0.75, 0.75},
-        {"hardmix", 0.5, 0.75, 1},
-        {"hardmix", 0.25, 0.875, 1},
-        {"hardmix", 0.5, 1, 1},
-        {"hardmix", 1, 0, 1},
-        {"hardmix", 0, 0.5, 0},
-        {"hardmix", 0.5, 0.5, 0},
-        {"vividlight", 0.75, 0.25, 0.5},
-        {"vividlight", 1, 0, 0},
-        {"vividlight", 0.25, 0.75, 0.5},
-        {"vividlight", 0, 1, 1},
-        {"divide", 0.25, 0.5, 0.5},
-        {"divide", 0.75, 0.5, 1.5},
-        {"divide", 0.75, 0, 0.75},
-        {"divide", 0.75, 0.00005, 0.75},
-        {"freeze", 0.5, 0.5, 0.5},
-        {"freeze", 1, 0, 0},
-        {"heat", 0.5, 0.5, 0.5},
-        {"heat", 0, 1, 0},
-        {"glow", 0.5, 0.5, 0.5},
-        {"glow", 1, 0, 1},
-        {"glow", 0.99995, 0, 1},
-        {"reflect", 0.5, 0.5, 0.5},
-        {"reflect", 0, 1, 1},
-        {"hypot", 0.75, 1, 1.25},
-        {"xor", 1, 0.5, 128.0 / 255},
-        {"xor", 0.5, 0.5, 0},
-        {"xor", 2, 1, (510 ^ 255) / 255.0},
     };
-    std::set<std::string> tested;
-    for (const auto& entry : kCases) {
-        tested.insert(entry.mode);
-        const double b = entry.b, f = entry.f;
-        EXPECT_DOUBLE_EQ(Blend<double>(entry.mode, {b, b, b, 1}, {f, f, f, 1}, 1)[1], entry.expected)
-            << entry.mode << " b " << b << " f " << f;
-        EXPECT_FLOAT_EQ(
-            Blend<float>(entry.mode, {float(b), float(b), float(b), 1}, {float(f), float(f), float(f), 1}, 1)[2],
-            float(entry.expected))
-            << entry.mode << " b " << b << " f " << f;
+    const std::map<std::string, std::vector<Value>> kCases = {
+        {"over", {{0.25, 0.75, 0.75}}},
+        {"passfolder", {{0.25, 0.75, 0.75}}},
+        {"dissolve", {{0.25, 0.75, 0.75}}},
+        {"darken", {{0.25, 0.75, 0.25}}},
+        {"lighten", {{0.25, 0.75, 0.75}}},
+        {"multiply", {{0.5, 0.25, 0.125}}},
+        {"screen", {{0.5, 0.5, 0.75}}},
+        {"lineardodge", {{0.75, 0.75, 1}}},
+        {"add", {{0.75, 0.75, 1.5}}},
+        {"subtract", {{0.25, 0.75, -0.5}}},
+        {"difference", {{0.25, 0.75, 0.5}}},
+        {"exclusion", {{0.5, 0.25, 0.5}}},
+        {"average", {{0.25, 0.75, 0.5}}},
+        {"overlay", {{0.25, 0.5, 0.25}, {0.5, 0.25, 0.25}, {0.75, 0.25, 0.625}}},
+        {"hardlight", {{0.5, 0.25, 0.25}, {0.25, 0.75, 0.625}}},
+        {"softlight", {{0.5, 0.5, 0.5}, {0.25, 0.5, 0.375}}},
+        {"colorburn", {{0.75, 0.5, 0.5}, {0.25, 0.5, 0}, {1, 0, 0}}},
+        {"colordodge", {{0.25, 0.5, 0.5}, {0.75, 0.5, 1}, {0, 1, 1}}},
+        {"linearburn", {{0.75, 0.5, 0.25}, {0.25, 0.5, 0}}},
+        {"stamp", {{0.25, 0.5, 0.25}, {1, 1, 1}, {0, 0.25, 0}}},
+        {"pinlight", {{0.75, 0.25, 0.5}, {0.25, 0.75, 0.5}, {0.75, 0.75, 0.75}}},
+        {"hardmix", {{0.5, 0.75, 1}, {0.25, 0.875, 1}, {0.5, 1, 1}, {1, 0, 1}, {0, 0.5, 0}, {0.5, 0.5, 0}}},
+        {"vividlight", {{0.75, 0.25, 0.5}, {1, 0, 0}, {0.25, 0.75, 0.5}, {0, 1, 1}}},
+        {"divide", {{0.25, 0.5, 0.5}, {0.75, 0.5, 1.5}, {0.75, 0, 0.75}, {0.75, 0.00005, 0.75}}},
+        {"freeze", {{0.5, 0.5, 0.5}, {1, 0, 0}}},
+        {"heat", {{0.5, 0.5, 0.5}, {0, 1, 0}}},
+        {"glow", {{0.5, 0.5, 0.5}, {1, 0, 1}, {0.99995, 0, 1}}},
+        {"reflect", {{0.5, 0.5, 0.5}, {0, 1, 1}}},
+        {"hypot", {{0.75, 1, 1.25}}},
+        {"xor", {{1, 0.5, 128.0 / 255}, {0.5, 0.5, 0}, {2, 1, (510 ^ 255) / 255.0}}},
+    };
+    for (const auto& [mode, values] : kCases) {
+        for (const auto& [b, f, expected] : values) {
+            SCOPED_TRACE(testing::Message() << mode << " b " << b << " f " << f);
+            const auto bf = float(b), ff = float(f);
+            EXPECT_DOUBLE_EQ(Blend<double>(mode, {b, b, b, 1}, {f, f, f, 1}, 1)[1], expected);
+            EXPECT_FLOAT_EQ(Blend<float>(mode, {bf, bf, bf, 1}, {ff, ff, ff, 1}, 1)[2], float(expected));
+        }
     }
-    EXPECT_EQ(tested.size(), ChannelRules().size());
+    EXPECT_EQ(kCases.size(), ChannelRules().size());
 }
 
 TEST_F(BlendFormulaTest, WholePixelsByHand) {
     using P = std::vector<double>;
     const P red{1, 0, 0, 1}, olive{0.5, 0.5, 0.25, 1}, grey{0.5, 0.5, 0.5, 1}, black{0, 0, 0, 1};
-    const struct {
-        const char* mode;
-        P b, f, expected;
-    } kCases[] = {
+    const std::tuple<const char*, P, P, P> kCases[] = {
         // olive: hue 60 degrees, saturation 1/3, lightness 3/8
         {"hue", olive, red, {0.5, 0.25, 0.25, 1}},
         {"saturation", olive, red, {0.75, 0.75, 0, 1}},
@@ -118,10 +81,10 @@ TEST_F(BlendFormulaTest, WholePixelsByHand) {
         {"levr", grey, red, {1, 1, 1, 1}},
         {"levr", red, {0.25, 1, 1, 1}, black},
     };
-    for (const auto& entry : kCases) {
-        const P out = Blend<double>(entry.mode, entry.b, entry.f, 1);
+    for (const auto& [mode, b, f, expected] : kCases) {
+        const P out = Blend<double>(mode, b, f, 1);
         for (int i = 0; i < 4; ++i)
-            EXPECT_NEAR(out[i], entry.expected[i], 1e-15) << entry.mode << " channel " << i;
+            EXPECT_NEAR(out[i], expected[i], 1e-15) << mode << " channel " << i;
     }
 }
 

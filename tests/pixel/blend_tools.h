@@ -40,8 +40,8 @@ std::vector<T> Blend(const std::string& mode, const std::vector<T>& bg, const st
     const Result<BlendPixelHandlerRef> blend = FindBlend(mode, RgbaFormat<T>(), RgbaFormat<T>(), opacity);
     std::vector<T> out(bg.size());
     constexpr BITS kStride{sizeof(T) * 32};
-    if (!blend || !(*blend)({out.data(), kStride}, {bg.data(), kStride}, {fg.data(), kStride},
-                            static_cast<Int>(bg.size() / 4), BLENDPIXELFLAGS::NONE))
+    if (!blend || !(*blend)({out.data(), kStride}, {bg.data(), kStride}, {fg.data(), kStride}, Int(bg.size() / 4),
+                            BLENDPIXELFLAGS::NONE))
         out.clear();
     return out;
 }
@@ -112,7 +112,7 @@ inline const std::map<std::string, ChannelRule>& ChannelRules() {
         {"glow", [](Real b, Real f) { return reflect(f, b); }},
         {"reflect", reflect},
         {"hypot", [](Real b, Real f) { return std::hypot(f, b); }},
-        {"xor", [](Real b, Real f) { return Real(static_cast<int>(b * 255) ^ static_cast<int>(f * 255)) / 255; }},
+        {"xor", [](Real b, Real f) { return Real(int(b * 255) ^ int(f * 255)) / 255; }},
     };
     return kRules;
 }
@@ -143,7 +143,7 @@ inline RealColor FromRealHsl(const RealHsl& c) {
     const Real x = chroma * (1 - std::fabs(std::fmod(c.h / 60, Real(2)) - 1));
     const Real table[6][3] = {{chroma, x, 0}, {x, chroma, 0}, {0, chroma, x},
                               {0, x, chroma}, {x, 0, chroma}, {chroma, 0, x}};
-    const Real* row = table[std::min(5, static_cast<int>(c.h / 60))];
+    const Real* row = table[std::min(5, int(c.h / 60))];
     return {{row[0] + base, row[1] + base, row[2] + base}};
 }
 

@@ -54,7 +54,7 @@ std::vector<std::string> Split(const std::string& text) {
 }
 std::string Lower(std::string text) {
     for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        c = char(std::tolower(static_cast<unsigned char>(c)));
     return text;
 }
 Id IdOf(const std::string& text) { return Id::Create(text).GetValueOr(Id()); }
@@ -68,15 +68,14 @@ std::vector<Int> BitsOf(ChannelOffsets offsets) {
 
 ComponentType ComponentOfVariant(const std::string& variant) {
     for (int i = 0; i < kComponentTypeCount; ++i) {
-        if (variant == GetComponentName(static_cast<ComponentType>(i)))
-            return static_cast<ComponentType>(i);
+        if (variant == GetComponentName(ComponentType(i)))
+            return ComponentType(i);
     }
     return ComponentType::None;
 }
 
 TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
     std::vector<std::string> expectedGroups, groups;
-    std::set<std::string> expectedIds;
     for (const ExpectedFamily& family : kFamilies) {
         const std::string lower = Lower(family.name);
         expectedGroups.push_back("net.orvik.image.pixelformat." + lower + "group");
@@ -91,8 +90,7 @@ TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
             EXPECT_EQ(format->GetPixelFormatGroup(), group);
         }
         EXPECT_EQ(found, expected);
-        EXPECT_EQ(Registry::GetEntries(IdOf("net.orvik.image.registry." + lower)).GetCount(),
-                  static_cast<Int>(expected.size()));
+        EXPECT_EQ(Registry::GetEntries(IdOf("net.orvik.image.registry." + lower)).GetCount(), Int(expected.size()));
     }
     expectedGroups.push_back("net.orvik.image.pixelformat.dynamicgroup");
     for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry))
@@ -122,7 +120,7 @@ TEST_F(CatalogueTest, EveryFormatIsDescribed) {
             EXPECT_EQ((*other)->GetId(), format->GetId());
 
             const std::vector<std::string> types = Split(family.channels);
-            ASSERT_EQ(format->GetChannelCount(), static_cast<Int>(types.size())) << id;
+            ASSERT_EQ(format->GetChannelCount(), Int(types.size())) << id;
             const ComponentType component = ComponentOfVariant(variant);
             for (size_t i = 0; i < types.size(); ++i) {
                 const ImageChannel& channel = format->GetChannels()[i];
@@ -135,7 +133,7 @@ TEST_F(CatalogueTest, EveryFormatIsDescribed) {
             if (component != ComponentType::None) {
                 std::vector<Int> offsets;
                 for (size_t i = 0; i <= types.size(); ++i)
-                    offsets.push_back(static_cast<Int>(i) * GetComponentBits(component));
+                    offsets.push_back(Int(i) * GetComponentBits(component));
                 EXPECT_EQ(BitsOf(format->GetChannelOffsets()), offsets) << id;
             }
             EXPECT_EQ(format->GetBitsPerPixel(), format->GetChannelOffsets().back());
@@ -151,10 +149,7 @@ TEST_F(CatalogueTest, EveryFormatIsDescribed) {
 }
 
 TEST_F(CatalogueTest, PackedAndSpecialOffsets) {
-    const struct {
-        const char* name;
-        std::vector<Int> offsets;
-    } kCases[] = {
+    const std::pair<const char*, std::vector<Int>> kCases[] = {
         {"rgb.u565", {11, 5, 0, 16}},      {"bgr.u565", {11, 5, 0, 16}},       {"rgb.u555", {10, 5, 0, 16}},
         {"bgr.u555", {10, 5, 0, 16}},      {"argb.u1555", {15, 10, 5, 0, 16}}, {"abgr.u1555", {15, 10, 5, 0, 16}},
         {"rgb.u444", {8, 4, 0, 16}},       {"bgr.u444", {8, 4, 0, 16}},        {"argb.u4444", {12, 8, 4, 0, 16}},
@@ -162,21 +157,12 @@ TEST_F(CatalogueTest, PackedAndSpecialOffsets) {
         {"yuv.i422b", {8, 0, 16, 16}},     {"indexed.u1bit", {0, 1}},          {"indexed.u7bit", {0, 7}},
         {"indexed.u16bit", {0, 16}},
     };
-    for (const auto& entry : kCases)
-        EXPECT_EQ(BitsOf(FormatOf(entry.name)->GetChannelOffsets()), entry.offsets) << entry.name;
-}
-
-TEST_F(CatalogueTest, GapsStayGaps) {
-    for (const char* name : {"argb.f16", "argb.u32", "bgr.f16", "bgr.f64", "bgra.f64", "bgra.u32", "rgbx.u16",
-                             "abgr.u16", "alpha.u32", "grey.s32", "cmyk.f64", "rgb.s8", "rgba"})
-        EXPECT_FALSE(FormatOf(name)) << name;
+    for (const auto& [name, offsets] : kCases)
+        EXPECT_EQ(BitsOf(FormatOf(name)->GetChannelOffsets()), offsets) << name;
 }
 
 TEST_F(CatalogueTest, DefaultProfilesFollowSpaceAndComponent) {
-    const struct {
-        const char* format;
-        const char* profile;
-    } kCases[] = {
+    const std::pair<const char*, const char*> kCases[] = {
         {"rgb.u8", "sRGB IEC61966-2.1"},          {"rgba.s32", "sRGB IEC61966-2.1"},
         {"rgb.f32", "Linear Color Space"},        {"bgra.f16", "Linear Color Space"},
         {"rgb.u565", "sRGB IEC61966-2.1"},        {"rgb.rgbe", "Linear Color Space"},
@@ -188,25 +174,21 @@ TEST_F(CatalogueTest, DefaultProfilesFollowSpaceAndComponent) {
         {"dynamic.reds8", "<<no profile>>"},      {"dynamic.reds16", "<<no profile>>"},
         {"dynamic.redf16", "Linear Color Space"},
     };
-    for (const auto& entry : kCases)
-        EXPECT_EQ(TextOf(FormatOf(entry.format)->GetDefaultColorProfile().ToString()), entry.profile) << entry.format;
+    for (const auto& [name, profile] : kCases)
+        EXPECT_EQ(TextOf(FormatOf(name)->GetDefaultColorProfile().ToString()), profile) << name;
     EXPECT_FALSE(ColorSpace()->GetDefaultLinearColorProfile().HasProfile());
 }
 
 TEST_F(CatalogueTest, AlphaFormats) {
-    const struct {
-        const char* format;
-        const char* alpha;
-        Int index;
-    } kCases[] = {
+    const std::tuple<const char*, const char*, Int> kCases[] = {
         {"rgba.f16", "alpha.f16", 3},  {"argb.u8", "alpha.u8", 0},    {"acmyk.u16", "alpha.u16", 4},
         {"agrey.f64", "alpha.f64", 0}, {"alpha.f32", "alpha.f32", 0},
     };
-    for (const auto& entry : kCases) {
-        const auto alpha = FormatOf(entry.format)->GetAlphaPixelFormat();
-        ASSERT_TRUE(alpha) << entry.format;
-        EXPECT_EQ(alpha->first, FormatOf(entry.alpha)) << entry.format;
-        EXPECT_EQ(alpha->second, entry.index) << entry.format;
+    for (const auto& [format, alphaName, index] : kCases) {
+        const auto alpha = FormatOf(format)->GetAlphaPixelFormat();
+        ASSERT_TRUE(alpha) << format;
+        EXPECT_EQ(alpha->first, FormatOf(alphaName)) << format;
+        EXPECT_EQ(alpha->second, index) << format;
     }
     const auto wide = FormatOf("rgba.u32")->GetAlphaPixelFormat();  // no fixed format has its shape
     ASSERT_TRUE(wide);
@@ -219,44 +201,31 @@ TEST_F(CatalogueTest, AlphaFormats) {
 }
 
 TEST_F(CatalogueTest, LinesAndPixelMemory) {
-    const struct {
-        const char* format;
-        Int width, alignment, bytes;
-    } kCases[] = {
+    const std::tuple<const char*, Int, Int, Int> kCases[] = {
         {"indexed.u1bit", 1, 1, 1}, {"indexed.u1bit", 9, 1, 2}, {"indexed.u3bit", 3, 1, 2}, {"rgb.u8", 1, 1, 3},
         {"rgb.u8", 1, 4, 4},        {"rgb.u8", 3, 4, 12},       {"yuv.i422a", 2, 1, 4},     {"rgba.f64", 2, 64, 64},
         {"rgb.u8", 0, 4, 0},        {"rgb.u8", -5, 4, 0},
     };
-    for (const auto& entry : kCases)
-        EXPECT_EQ(FormatOf(entry.format)->GetBytesPerLine(entry.width, entry.alignment), entry.bytes) << entry.format;
+    for (const auto& [format, width, alignment, bytes] : kCases)
+        EXPECT_EQ(FormatOf(format)->GetBytesPerLine(width, alignment), bytes) << format;
 
     const PixelFormat rgb = FormatOf("rgb.u8");
     const Result<BaseArray<std::byte>> pixels = rgb->CreatePix(5, 3, 4);
     ASSERT_TRUE(pixels);
     EXPECT_EQ(pixels->GetCount(), 48);
     EXPECT_TRUE(std::ranges::all_of(*pixels, [](std::byte b) { return b == std::byte(0); }));
-    const struct {
-        Int width, height, alignment;
-        Id error;
-    } kRefused[] = {
+    const std::tuple<Int, Int, Int, Id> kRefused[] = {
         {Int(1) << 62, 1, 1, errorid::kOutOfMemory}, {Int(1) << 40, Int(1) << 40, 1, errorid::kOutOfMemory},
         {Int(1) << 61, 1, 1, errorid::kOutOfMemory}, {-1, 1, 1, errorid::kIllegalArgument},
         {1, -1, 1, errorid::kIllegalArgument},       {1, 1, 3, errorid::kIllegalArgument},
         {1, 1, 0, errorid::kIllegalArgument},
     };
-    for (const auto& entry : kRefused) {
-        const auto refused = rgb->CreatePix(entry.width, entry.height, entry.alignment);
-        ASSERT_FALSE(refused) << entry.width << " " << entry.height;
-        EXPECT_EQ(refused.GetError()->GetErrorId(), entry.error) << entry.width << " " << entry.height;
-    }
+    for (const auto& [width, height, alignment, error] : kRefused)
+        EXPECT_EQ(ErrorIdOf(rgb->CreatePix(width, height, alignment)), error) << width << " " << height;
 }
 
 TEST_F(CatalogueTest, TextsOfPixels) {
-    const struct {
-        const char* format;
-        std::vector<uint8_t> pixel;
-        const char* text;
-    } kCases[] = {
+    const std::tuple<const char*, std::vector<uint8_t>, const char*> kCases[] = {
         {"rgba.u8", {1, 2, 3, 4}, "A 4 R 1 G 2 B 3"},
         {"bgra.u8", {1, 2, 3, 4}, "A 4 R 3 G 2 B 1"},
         {"abgr.u8", {1, 2, 3, 4}, "A 1 R 4 G 3 B 2"},
@@ -277,8 +246,8 @@ TEST_F(CatalogueTest, TextsOfPixels) {
         {"abgr.u4444", {0x34, 0x12}, "A4 1 R4 4 G4 3 B4 2"},
         {"dynamic.redgreens8", {255, 2}, "R -1 G 2"},
     };
-    for (const auto& entry : kCases)
-        EXPECT_EQ(TextOf(FormatOf(entry.format)->PixToString(entry.pixel.data())), entry.text) << entry.format;
+    for (const auto& [format, pixel, text] : kCases)
+        EXPECT_EQ(TextOf(FormatOf(format)->PixToString(pixel.data())), text) << format;
 }
 
 TEST_F(CatalogueTest, PixelsAreComparedWithTolerance) {

@@ -21,7 +21,7 @@ Bytes RandomBytes(size_t count, unsigned seed) {
     std::mt19937 random(seed);
     Bytes bytes(count);
     for (std::byte& byte : bytes)
-        byte = static_cast<std::byte>(random());
+        byte = std::byte(random());
     return bytes;
 }
 
@@ -66,7 +66,7 @@ void CheckCell(const pixel::KernelSet& kernels, ComponentType src, ComponentType
     const Int srcBytes = GetComponentBits(src) / 8, dstBytes = GetComponentBits(dst) / 8;
     static const Bytes values = FiniteBytes(kLongest * 8 + kAlignments, 1);
     const Bytes source(values.begin(), values.begin() + from + count * srcBytes);
-    Bytes expected(static_cast<size_t>(to + count * dstBytes) + kAlignments, kCanary), found = expected;
+    Bytes expected(size_t(to + count * dstBytes) + kAlignments, kCanary), found = expected;
     pixel::GetConvertStrided(src, dst)(source.data() + from, srcBytes, expected.data() + to, dstBytes, count);
     kernels.GetRun(src, dst)(source.data() + from, found.data() + to, count);
     const auto what = [&] {
@@ -86,8 +86,8 @@ void CheckCell(const pixel::KernelSet& kernels, ComponentType src, ComponentType
 TEST(Kernels, EveryLengthAndPlaceOfEveryCell) {
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
         for (int cell = 0; cell < kComponentTypeCount * kComponentTypeCount; ++cell) {
-            const auto src = static_cast<ComponentType>(cell / kComponentTypeCount);
-            const auto dst = static_cast<ComponentType>(cell % kComponentTypeCount);
+            const auto src = ComponentType(cell / kComponentTypeCount);
+            const auto dst = ComponentType(cell % kComponentTypeCount);
             for (Int count = 0; count <= kLongest; ++count)
                 ASSERT_NO_FATAL_FAILURE(
                     CheckCell(*kernels, src, dst, count, count * 7 % kAlignments, count * 13 % kAlignments));
@@ -118,9 +118,9 @@ TEST(Kernels, EveryLengthAndPlaceOfRearrangements) {
             for (const int size : {1, 2, 4, 8}) {
                 pixel::PermuteSource sources[8];
                 for (int d = 0; d < map.dstCount; ++d) {
-                    sources[d].channel = static_cast<int8_t>(map.channels[static_cast<size_t>(d)]);
+                    sources[d].channel = int8_t(map.channels[size_t(d)]);
                     for (int i = 0; i < 8; ++i)
-                        sources[d].fill[i] = static_cast<std::byte>(0xF0 + i);
+                        sources[d].fill[i] = std::byte(0xF0 + i);
                 }
                 pixel::PixelShuffle shuffle;
                 shuffle.Init(*kernels, map.srcCount, map.dstCount, sources, size);
@@ -128,8 +128,8 @@ TEST(Kernels, EveryLengthAndPlaceOfRearrangements) {
                 for (Int count = 0; count <= kLongest; ++count) {
                     const Int from = count * 7 % kAlignments, to = count * 13 % kAlignments;
                     // The source is exactly as long as the run, so that a sanitizer sees reads beyond it.
-                    const Bytes source = RandomBytes(static_cast<size_t>(from + count * srcPixel), 5);
-                    Bytes expected(static_cast<size_t>(count * dstPixel) + 2 * kAlignments, kCanary), found = expected;
+                    const Bytes source = RandomBytes(size_t(from + count * srcPixel), 5);
+                    Bytes expected(size_t(count * dstPixel) + 2 * kAlignments, kCanary), found = expected;
                     for (Int i = 0; i < count * map.dstCount; ++i) {
                         const auto& origin = sources[i % map.dstCount];
                         const std::byte* element =
@@ -154,29 +154,26 @@ TEST(Kernels, EveryLengthAndPlaceOfRearrangements) {
 }
 
 TEST(Kernels, MeansOfExtremesAndSamples) {
-    for (const ComponentType type :
-         {ComponentType::U8, ComponentType::S8, ComponentType::U16, ComponentType::S16, ComponentType::U32,
-          ComponentType::S32, ComponentType::F16, ComponentType::F32, ComponentType::F64}) {
+    for (int index = 0; index < kComponentTypeCount; ++index) {
+        const auto type = ComponentType(index);
         const Int size = GetComponentBits(type) / 8, count = 20000;
-        Bytes planes[3] = {FiniteBytes(static_cast<size_t>(count * size), 1),
-                           FiniteBytes(static_cast<size_t>(count * size), 2),
-                           FiniteBytes(static_cast<size_t>(count * size), 3)};
+        Bytes planes[3] = {FiniteBytes(size_t(count * size), 1), FiniteBytes(size_t(count * size), 2),
+                           FiniteBytes(size_t(count * size), 3)};
         for (int i = 0; i < 3 && type < ComponentType::F16; ++i) {
-            planes[i] = RandomBytes(planes[i].size(), static_cast<unsigned>(i) + 11);
+            planes[i] = RandomBytes(planes[i].size(), unsigned(i) + 11);
             for (Int at = 0; at < 64; ++at) {  // 0, the largest, the smallest, -1 and their neighbours, in all triples
-                const int which = static_cast<int>(at >> (2 * i)) & 3;
+                const int which = int(at >> (2 * i)) & 3;
                 for (Int byte = 0; byte < size; ++byte) {
                     const bool top = byte == size - 1;
                     const int values[] = {0, 0xFF, top ? 0x80 : 0, top ? 0x7F : 0xFF};
-                    planes[i][static_cast<size_t>(at * size + byte)] = static_cast<std::byte>(values[which]);
+                    planes[i][size_t(at * size + byte)] = std::byte(values[which]);
                 }
             }
         }
         Bytes expected(planes[0].size()), found(planes[0].size());
         pixel::GetMean(type)(planes[0].data(), planes[1].data(), planes[2].data(), size, expected.data(), size, count);
         for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
-            kernels->mean[static_cast<int>(type)](planes[0].data(), planes[1].data(), planes[2].data(), found.data(),
-                                                  count);
+            kernels->mean[int(type)](planes[0].data(), planes[1].data(), planes[2].data(), found.data(), count);
             EXPECT_TRUE(found == expected) << kernels->name << ": " << GetComponentName(type);
         }
     }
@@ -184,43 +181,42 @@ TEST(Kernels, MeansOfExtremesAndSamples) {
 
 TEST(Kernels, MeansOfPixelsOfEveryLengthAndPlace) {
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
+        int tested = 0;
         for (int type = 0; type < kComponentTypeCount; ++type) {
-            const Int size = GetComponentBits(static_cast<ComponentType>(type)) / 8;
+            const Int size = GetComponentBits(ComponentType(type)) / 8;
             for (const int channels : {3, 4}) {
                 const pixel::MeanOfPixelsFunction mean = kernels->meanOfPixels[type][channels - 3];
                 if (!mean)
                     continue;
+                ++tested;
                 const int colors[] = {channels - 1, 0, 1};
                 pixel::MeanTable table;
                 for (int i = 0; i < 3; ++i) {
                     for (Int at = 0; at < kernels->vectorBytes; ++at)
-                        table.picks[i][at] =
-                            static_cast<uint8_t>((at / size * channels + colors[i]) * size + at % size);
+                        table.picks[i][at] = uint8_t((at / size * channels + colors[i]) * size + at % size);
                 }
                 for (Int count = 0; count <= kLongest; ++count) {
                     const Int from = count * 7 % kAlignments, to = count * 13 % kAlignments, pixel = channels * size;
-                    const Bytes source = FiniteBytes(static_cast<size_t>(from + count * pixel), 31);
-                    Bytes expected(static_cast<size_t>(to + count * size) + kAlignments, kCanary), found = expected;
+                    const Bytes source = FiniteBytes(size_t(from + count * pixel), 31);
+                    Bytes expected(size_t(to + count * size) + kAlignments, kCanary), found = expected;
                     const std::byte* const first = source.data() + from;
-                    pixel::GetMean(static_cast<ComponentType>(type))(first + colors[0] * size, first + colors[1] * size,
-                                                                     first + colors[2] * size, pixel,
-                                                                     expected.data() + to, size, count);
+                    pixel::GetMean(ComponentType(type))(first + colors[0] * size, first + colors[1] * size,
+                                                        first + colors[2] * size, pixel, expected.data() + to, size,
+                                                        count);
                     mean(table, first, found.data() + to, count);
                     ASSERT_EQ(found, expected)
                         << kernels->name << ": " << type << ", " << channels << " channels, " << count << " pixels";
                 }
             }
         }
+        EXPECT_EQ(tested, kernels->name == std::string("avx3_dl") ? 14 : 0);
     }
 }
 
 TEST(Kernels, InfiniteAndNotANumberBetweenNumbers) {
     // Such a value takes its neighbours along a road of their own.
     constexpr Int kCount = 130;
-    const struct {
-        ComponentType src, dst;
-        uint32_t special;
-    } kCases[] = {
+    const std::tuple<ComponentType, ComponentType, uint32_t> kCases[] = {
         {ComponentType::F16, ComponentType::F32, 0x7C01},     {ComponentType::F16, ComponentType::F32, 0xFE55},
         {ComponentType::F32, ComponentType::F16, 0x7F800001}, {ComponentType::F32, ComponentType::F16, 0xFFC12345},
         {ComponentType::F32, ComponentType::U8, 0x7FC00000},  {ComponentType::F32, ComponentType::S16, 0xFFC00000},
@@ -229,17 +225,16 @@ TEST(Kernels, InfiniteAndNotANumberBetweenNumbers) {
         {ComponentType::F16, ComponentType::U16, 0x7E00},     {ComponentType::F16, ComponentType::U32, 0xFC01},
     };
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
-        for (const auto& entry : kCases) {
-            const Int srcBytes = GetComponentBits(entry.src) / 8, dstBytes = GetComponentBits(entry.dst) / 8;
+        for (const auto& [src, dst, special] : kCases) {
+            const Int srcBytes = GetComponentBits(src) / 8, dstBytes = GetComponentBits(dst) / 8;
             for (Int at = 0; at < kCount; ++at) {
-                Bytes source = FiniteBytes(static_cast<size_t>(kCount * srcBytes), 21);
-                std::memcpy(source.data() + at * srcBytes, &entry.special, static_cast<size_t>(srcBytes));
-                Bytes expected(static_cast<size_t>(kCount * dstBytes)), found = expected;
-                pixel::GetConvertStrided(entry.src, entry.dst)(source.data(), srcBytes, expected.data(), dstBytes,
-                                                               kCount);
-                kernels->GetRun(entry.src, entry.dst)(source.data(), found.data(), kCount);
-                ASSERT_EQ(found, expected) << kernels->name << ": " << GetComponentName(entry.src) << " to "
-                                           << GetComponentName(entry.dst) << ", value " << at;
+                Bytes source = FiniteBytes(size_t(kCount * srcBytes), 21);
+                std::memcpy(source.data() + at * srcBytes, &special, size_t(srcBytes));
+                Bytes expected(size_t(kCount * dstBytes)), found = expected;
+                pixel::GetConvertStrided(src, dst)(source.data(), srcBytes, expected.data(), dstBytes, kCount);
+                kernels->GetRun(src, dst)(source.data(), found.data(), kCount);
+                ASSERT_EQ(found, expected) << kernels->name << ": " << GetComponentName(src) << " to "
+                                           << GetComponentName(dst) << ", value " << at;
             }
         }
     }
@@ -257,18 +252,17 @@ TEST(Kernels, AllLevelsConvertFormatsToTheSameBytes) {
             for (const char* dst : kNames) {
                 const PixelFormat from = FormatOf(src), to = FormatOf(dst);
                 const Result<ConvertPixelFunc> convert = FindConversion(to, from);
-                EXPECT_TRUE(convert) << src << " to " << dst;
+                EXPECT_TRUE(convert);
+                const BITS srcBits = from->GetBitsPerPixel(), dstBits = to->GetBitsPerPixel();
                 for (const Int count : {1, 5, 63, 64, 65, 300, 3000}) {
-                    Bytes out(static_cast<size_t>(to->GetBytesPerLine(count)) + 64, kCanary);
-                    EXPECT_TRUE((*convert)({out.data(), to->GetBitsPerPixel(), 0}, count,
-                                           {source.data(), from->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE));
-                    results.push_back(out);
-                    if (to->GetBitsPerPixel().GetBits() != from->GetBitsPerPixel().GetBits())
-                        continue;
-                    std::copy_n(source.begin(), out.size() - 64, out.begin());
-                    EXPECT_TRUE((*convert)({out.data(), to->GetBitsPerPixel(), 0}, count,
-                                           {out.data(), from->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE));
-                    EXPECT_TRUE(out == results.back()) << src << " to " << dst << " in place, " << count << " pixels";
+                    Bytes& out = results.emplace_back(size_t(to->GetBytesPerLine(count)) + 64, kCanary);
+                    EXPECT_TRUE((*convert)({out.data(), dstBits}, count, {source.data(), srcBits}, {}));
+                    Bytes inPlace(source.begin(), source.begin() + Int(out.size()));
+                    std::fill_n(inPlace.rbegin(), 64, kCanary);
+                    EXPECT_TRUE(
+                        srcBits != dstBits ||
+                        ((*convert)({inPlace.data(), dstBits}, count, {inPlace.data(), srcBits}, {}) && inPlace == out))
+                        << src << " to " << dst << " in place, " << count << " pixels";
                 }
             }
         }
@@ -280,10 +274,8 @@ TEST(Kernels, AllLevelsConvertFormatsToTheSameBytes) {
         Publisher publisher;  // formats remember their conversions, so each level starts anew
         ASSERT_TRUE(StartImageModule(publisher));
         std::vector<Bytes> results = convertAll();
-        if (expected.empty())
-            expected = std::move(results);
-        else
-            EXPECT_TRUE(results == expected) << kernels->name;
+        EXPECT_TRUE(expected.empty() || results == expected) << kernels->name;
+        expected = std::move(results);
     }
 }
 

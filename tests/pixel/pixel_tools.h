@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/module_fixture.h"
+#include "support/results.h"
 
 #include "orvik/gfx_image_pixelformat.h"
 
@@ -26,11 +27,6 @@ inline std::string ChainOf(const Error& error) {
     const std::string causes = ChainOf(error->GetCause());
     return TextOf(error->GetMessage()) + (causes.empty() ? "" : " <- " + causes);
 }
-template <class T>
-std::string MessageOf(const Result<T>& result) {
-    return result ? "no error" : TextOf(result.GetError()->GetMessage());
-}
-
 /// The conversion between two formats with given offsets, no profiles.
 inline Result<ConvertPixelFunc> FindConversion(const PixelFormat& dst, const PixelFormat& src,
                                                ChannelOffsets dstOffsets, ChannelOffsets srcOffsets) {
@@ -45,10 +41,9 @@ inline Result<ConvertPixelFunc> FindConversion(const PixelFormat& dst, const Pix
 /// Converts contiguous pixels; the bytes of the result, or none after an error.
 inline std::vector<uint8_t> ConvertBytes(const PixelFormat& dst, const PixelFormat& src, const void* pixels,
                                          Int count) {
-    std::vector<uint8_t> out(static_cast<size_t>(dst->GetBytesPerLine(count)));
-    const Result<void> done =
-        dst->ConvertPixelFromSlow({out.data(), dst->GetBitsPerPixel(), 0}, count, {pixels, src->GetBitsPerPixel(), 0},
-                                  src, nullptr, nullptr, CONVERTPIXELFLAGS::NONE);
+    std::vector<uint8_t> out(size_t(dst->GetBytesPerLine(count)));
+    const Result<void> done = dst->ConvertPixelFromSlow({out.data(), dst->GetBitsPerPixel()}, count,
+                                                        {pixels, src->GetBitsPerPixel()}, src, nullptr, nullptr, {});
     if (!done)
         out.clear();
     return out;

@@ -96,7 +96,7 @@ TEST_F(BakedProfileTest, BothDirectionsFollowTheProcessor) {
     std::vector<uint8_t> colors;
     for (int i = 0; i < 512; ++i) {  // away from the dark corner, where a table of 32 points is coarse
         for (const int digit : {i % 8, i / 8 % 8, i / 64})
-            colors.push_back(static_cast<uint8_t>(60 + 195 * digit / 7));
+            colors.push_back(uint8_t(60 + 195 * digit / 7));
     }
     const auto convert = [&](const ColorProfile& from, const ColorProfile& to) {
         std::vector<uint8_t> out(colors.size());
@@ -105,7 +105,7 @@ TEST_F(BakedProfileTest, BothDirectionsFollowTheProcessor) {
             transform
                 ->Init(rgb, from, rgb, to, COLORCONVERSIONINTENT::RELATIVE_COLORIMETRIC, COLORCONVERSIONFLAGS::NONE)
                 .GetValueOr(false));
-        EXPECT_TRUE(transform->Convert({out.data(), BITS(24), 0}, {colors.data(), BITS(24), 0}, 512));
+        EXPECT_TRUE(transform->Convert({out.data(), BITS(24)}, {colors.data(), BITS(24)}, 512));
         return out;
     };
     const auto largest = [](const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {

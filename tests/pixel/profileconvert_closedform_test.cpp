@@ -61,7 +61,7 @@ TEST(TransferCurve, EveryResultIsTheFormulasNearlyRounded) {
     // Every exponent and sign, and densely where pictures are.
     std::vector<float> values;
     for (uint64_t bits = 0; bits < 0x100000000; bits += 2039)
-        values.push_back(FromBits(static_cast<uint32_t>(bits)));
+        values.push_back(FromBits(uint32_t(bits)));
     for (uint32_t bits = ToBits(0.002f); bits < ToBits(1.5f); bits += 67)
         values.push_back(FromBits(bits));
     std::erase_if(values, [](float v) { return !std::isfinite(v); });
@@ -159,7 +159,7 @@ TEST(TransferCurve, PlaceInTheRunDoesNotMatter) {
                         ASSERT_EQ(to[i], std::byte(0xCD)) << count;
                     }
                 }
-                std::vector<float> line(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count));
+                std::vector<float> line(values.begin(), values.begin() + std::ptrdiff_t(count));
                 ConvertTransferCurve(curve, line.data(), line.data(), count);
                 if (count > 0) {
                     ASSERT_EQ(std::memcmp(line.data(), wanted.data(), 4 * count), 0) << count << " in place";

@@ -29,8 +29,8 @@ T Reinterpret(U value) {
 /// From the definition of binary16.
 inline double DecodeHalf(uint64_t half) {
     const double sign = half & 0x8000 ? -1.0 : 1.0;
-    const int exponent = static_cast<int>(half >> 10) & 31;
-    const double mantissa = static_cast<double>(half & 1023);
+    const int exponent = int(half >> 10) & 31;
+    const double mantissa = double(half & 1023);
     if (exponent == 31)
         return sign * (mantissa != 0 ? std::nan("") : HUGE_VAL);
     return sign * (exponent == 0 ? std::ldexp(mantissa, -24) : std::ldexp(1024 + mantissa, exponent - 25));
@@ -41,32 +41,31 @@ inline uint64_t EncodeHalf(float value) {
     const uint64_t sign = std::signbit(value) ? 0x8000 : 0;
     if (std::isnan(value))
         return sign | 0x7C00 | ((Reinterpret<uint32_t>(value) & 0x7FFFFF) >> 13);
-    const double magnitude = std::fabs(static_cast<double>(value));
+    const double magnitude = std::fabs(double(value));
     if (magnitude >= 65536)
         return sign | 0x7C00;
     if (magnitude < std::ldexp(1, -14))
-        return sign | static_cast<uint64_t>(std::floor(std::ldexp(magnitude, 24)));
+        return sign | uint64_t(std::floor(std::ldexp(magnitude, 24)));
     int exponent = 0;
     const double fraction = std::frexp(magnitude, &exponent);  // 0.5 ... 1
-    return sign | (static_cast<uint64_t>(exponent + 14) << 10) |
-           (static_cast<uint64_t>(std::floor(std::ldexp(fraction, 11))) - 1024);
+    return sign | (uint64_t(exponent + 14) << 10) | (uint64_t(std::floor(std::ldexp(fraction, 11))) - 1024);
 }
 
 inline Exact DecodeFloat(ComponentType type, uint64_t raw) {
     if (type == F16)
         return DecodeHalf(raw);
-    return type == F32 ? Exact(Reinterpret<float>(static_cast<uint32_t>(raw))) : Exact(Reinterpret<double>(raw));
+    return type == F32 ? Exact(Reinterpret<float>(uint32_t(raw))) : Exact(Reinterpret<double>(raw));
 }
 inline uint64_t EncodeFloat(ComponentType type, Exact value) {
     const bool isNan = value != value;
     if (type == F64)
-        return Reinterpret<uint64_t>(static_cast<double>(value));
+        return Reinterpret<uint64_t>(double(value));
     // Limits before the step to half; NaN has none.
     const Exact limited = isNan || type == F32 ? value
                           : value > 65500      ? Exact(65500)
                           : value < -65500     ? Exact(-65500)
                                                : value;
-    const auto narrow = static_cast<float>(limited);
+    const auto narrow = float(limited);
     return type == F32 ? Reinterpret<uint32_t>(narrow) : EncodeHalf(narrow);
 }
 
@@ -82,7 +81,7 @@ inline Wide DecodeInteger(ComponentType type, uint64_t raw) {
 /// The table's cell for two integer types, before the reduction modulo the destination's width.
 inline Wide IntegerCell(ComponentType src, ComponentType dst, Wide v) {
     constexpr Wide k31 = Wide(1) << 31, k32 = Wide(1) << 32;
-    const auto d = static_cast<int>(dst);
+    const auto d = int(dst);
     switch (src) {
         case U8:
             return (Wide[]){v, v - 128, v * 256 + v, v * 257 - 32768, v * 16843009, v * 16843009 + k31}[d];
@@ -109,7 +108,7 @@ inline Wide IntegerCell(ComponentType src, ComponentType dst, Wide v) {
 
 /// Product and sum are each rounded to the precision in which the rule is told: single, or double for F64.
 inline Exact ScaledAndRounded(bool isDouble, double scale, Exact f) {
-    const auto round = [&](Exact x) { return isDouble ? Exact(static_cast<double>(x)) : Exact(static_cast<float>(x)); };
+    const auto round = [&](Exact x) { return isDouble ? Exact(double(x)) : Exact(float(x)); };
     return round(round(Exact(scale) * f) + Exact(0.5));
 }
 
@@ -122,11 +121,11 @@ inline Wide FloatToIntegerCell(ComponentType src, ComponentType dst, Exact f) {
         const Exact limit = Exact(9223372036854775808.0);
         unsignedValue = 0xFFFFFFFF;
         if (t > -1 && t < limit && t < Exact(4294967296.0))
-            unsignedValue = t < 0 ? Wide(0) : static_cast<Wide>(t);  // between -1 and 0 truncates to 0
+            unsignedValue = t < 0 ? Wide(0) : Wide(t);  // between -1 and 0 truncates to 0
     } else {
         const double scale = width == 8 ? 255 : 65535;
         const Exact t = ScaledAndRounded(isDouble, scale, f);
-        unsignedValue = t >= scale ? static_cast<Wide>(scale) : t > 0 ? static_cast<Wide>(t) : Wide(0);
+        unsignedValue = t >= scale ? Wide(scale) : t > 0 ? Wide(t) : Wide(0);
     }
     // Signed types move by half of their range, whether that is said as - 128, + 32768 or + 0x80000000.
     return IsSigned(dst) ? unsignedValue - (Wide(1) << (width - 1)) : unsignedValue;
@@ -140,9 +139,9 @@ inline Exact IntegerToFloatCell(ComponentType src, bool isDouble, Wide v) {
         factor = isDouble ? 1.5259021896696422e-5 : double(1.5259022e-5f);
     else if (src != U32)
         v = Mod(v + (Wide(1) << 31), Wide(1) << 32);
-    const Exact value = isDouble ? Exact(static_cast<double>(v)) : Exact(static_cast<float>(v));
+    const Exact value = isDouble ? Exact(double(v)) : Exact(float(v));
     const Exact product = value * Exact(factor);
-    return isDouble ? Exact(static_cast<double>(product)) : Exact(static_cast<float>(product));
+    return isDouble ? Exact(double(product)) : Exact(float(product));
 }
 
 /// @return the raw bits of the destination. NaN as a result stands for any NaN, except in halves made from F32.
@@ -152,15 +151,15 @@ inline uint64_t Convert(ComponentType src, ComponentType dst, uint64_t raw) {
     if (!IsFloat(src)) {
         const Wide value = DecodeInteger(src, raw);
         if (!IsFloat(dst))
-            return static_cast<uint64_t>(IntegerCell(src, dst, value)) & MaskOf(dst);
+            return uint64_t(IntegerCell(src, dst, value)) & MaskOf(dst);
         return EncodeFloat(dst, IntegerToFloatCell(src, dst == F64, value));
     }
-    if (src == F32 && dst == F16 && std::isnan(Reinterpret<float>(static_cast<uint32_t>(raw))))
-        return EncodeHalf(Reinterpret<float>(static_cast<uint32_t>(raw)));
+    if (src == F32 && dst == F16 && std::isnan(Reinterpret<float>(uint32_t(raw))))
+        return EncodeHalf(Reinterpret<float>(uint32_t(raw)));
     const Exact value = DecodeFloat(src, raw);
     if (IsFloat(dst))
         return EncodeFloat(dst, value);
-    return static_cast<uint64_t>(FloatToIntegerCell(src, dst, value)) & MaskOf(dst);
+    return uint64_t(FloatToIntegerCell(src, dst, value)) & MaskOf(dst);
 }
 
 inline bool IsNan(ComponentType type, uint64_t raw) {

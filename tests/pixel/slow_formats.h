@@ -34,7 +34,7 @@ inline SlowFormat Describe(const PixelFormat& format) {
         slow.component = channel->GetComponentType();
         slow.components.push_back(slow.component);
     }
-    slow.size = static_cast<size_t>(GetComponentBits(slow.component) / 8);
+    slow.size = size_t(GetComponentBits(slow.component) / 8);
     return slow;
 }
 
@@ -52,7 +52,7 @@ uint64_t MeanAs(uint64_t r, uint64_t g, uint64_t b) {
 inline uint64_t SlowMean(ComponentType type, uint64_t r, uint64_t g, uint64_t b) {
     switch (type) {
         case ComponentType::F16: {
-            const auto f = [](uint64_t half) { return static_cast<float>(slow::DecodeHalf(half)); };
+            const auto f = [](uint64_t half) { return float(slow::DecodeHalf(half)); };
             const float mean = (f(r) + f(g) + f(b)) / 3.0f;
             return slow::EncodeHalf(std::min(std::max(mean, -65500.0f), 65500.0f));
         }
@@ -63,7 +63,7 @@ inline uint64_t SlowMean(ComponentType type, uint64_t r, uint64_t g, uint64_t b)
         default: {
             const slow::Wide sum =
                 slow::DecodeInteger(type, r) + slow::DecodeInteger(type, g) + slow::DecodeInteger(type, b);
-            return static_cast<uint64_t>(sum / 3) & slow::MaskOf(type);
+            return uint64_t(sum / 3) & slow::MaskOf(type);
         }
     }
 }
@@ -107,20 +107,69 @@ inline bool IsGeneral(const PixelFormat& format) {
     return format->GetChannels()[0]->GetComponentType() != ComponentType::None;
 }
 
-/// One pixel's components as raw bits.
+// --- Where pixels lie ------------------------------------------------------------------------------------------------
+
+struct Placement {
+    Int first = 0;   ///< byte of the first pixel
+    Int stride = 0;  ///< bytes
+    std::vector<BITS> offsets;
+};
+inline Placement PlaceDense(const PixelFormat& format) {
+    const ChannelOffsets offsets = format->GetChannelOffsets();
+    return {0, format->GetBitsPerPixel().GetBytes(), {offsets.begin(), offsets.end()}};
+}
+/// Channels in reverse order with a gap of a byte after each, and space between the pixels.
+inline Placement PlaceOddly(const SlowFormat& format, Int count, bool backwards) {
+    Placement place;
+    const Int channel = Int(format.size) + 1, channels = Int(format.types.size());
+    place.stride = channel * channels + 3;
+    for (Int i = 0; i < channels; ++i)
+        place.offsets.push_back(BITS(8 * (2 + channel * (channels - 1 - i))));
+    place.offsets.push_back(BITS(8 * place.stride));
+    if (backwards) {
+        place.first = (count - 1) * place.stride;
+        place.stride = -place.stride;
+    }
+    return place;
+}
+inline Placement PlaceInPlanes(const SlowFormat& format, Int count) {
+    Placement place{0, Int(format.size), {}};
+    for (size_t i = 0; i < format.types.size(); ++i)
+        place.offsets.push_back(BITS(8 * Int(i) * count * place.stride));
+    place.offsets.push_back(BITS(8 * place.stride));
+    return place;
+}
+/// Contiguous pixels put where a placement says, among bytes of 0xCD.
+/// @param period  after how many pixels they begin anew
+inline std::vector<uint8_t> Scatter(const SlowFormat& format, const Placement& to, const std::vector<uint8_t>& pixels,
+                                    Int count, Int period) {
+    const Int bytes = std::max(std::abs(to.stride), Int(format.GetPixelBytes()));  // in planes too
+    std::vector<uint8_t> out(size_t(bytes * count + 64), 0xCD);
+    for (Int i = 0; i < count; ++i) {
+        const uint8_t* pixel = &pixels[size_t(i % period) * format.GetPixelBytes()];
+        for (size_t c = 0; c < format.types.size(); ++c)
+            std::memcpy(&out[size_t(to.first + i * to.stride + to.offsets[c].GetBytes())], pixel + c * format.size,
+                        format.size);
+    }
+    return out;
+}
+
+// --- Pixels as raw bits ----------------------------------------------------------------------------------------------
+
+/// One pixel's components.
 using SlowPixel = std::vector<uint64_t>;
 
 inline SlowPixel LoadPixel(const SlowFormat& format, const uint8_t* pixel) {
     SlowPixel raw(format.types.size());
     for (size_t c = 0; c < raw.size(); ++c)
         std::memcpy(&raw[c], pixel + format.format->GetChannelOffsets()[c].GetBytes(),
-                    static_cast<size_t>(GetComponentBits(format.components[c]) / 8));
+                    size_t(GetComponentBits(format.components[c]) / 8));
     return raw;
 }
 inline void StorePixel(const SlowFormat& format, const SlowPixel& raw, uint8_t* pixel) {
     for (size_t c = 0; c < raw.size(); ++c)
         std::memcpy(pixel + format.format->GetChannelOffsets()[c].GetBytes(), &raw[c],
-                    static_cast<size_t>(GetComponentBits(format.components[c]) / 8));
+                    size_t(GetComponentBits(format.components[c]) / 8));
 }
 
 }  // namespace orvik

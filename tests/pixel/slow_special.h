@@ -39,10 +39,10 @@ inline SlowPixel TakeChannels(const SlowFormat& format, const Channels& named) {
 }
 
 inline float AsFloat(const Channels& channels, const std::string& name) {
-    return Reinterpret<float>(static_cast<uint32_t>(channels.at(name).As(F32)));
+    return Reinterpret<float>(uint32_t(channels.at(name).As(F32)));
 }
 inline Component FloatComponent(float value) { return {F32, Reinterpret<uint32_t>(value)}; }
-inline float Round(long double value) { return static_cast<float>(value); }
+inline float Round(long double value) { return float(value); }
 
 // --- Packed ----------------------------------------------------------------------------------------------------------
 
@@ -66,10 +66,10 @@ inline uint16_t JoinWord(std::map<char, std::string> values, const std::string& 
     uint16_t word = 0;
     for (size_t i = 0; i < 16; ++i) {
         std::string& value = values[bits[i]];
-        word = static_cast<uint16_t>(word * 2);
+        word = uint16_t(word * 2);
         if (value.empty() || bits[i] == 'x')
             continue;
-        word = static_cast<uint16_t>(word + (value[0] == '1'));
+        word = uint16_t(word + (value[0] == '1'));
         value.erase(0, 1);
     }
     return word;
@@ -125,17 +125,17 @@ inline std::array<uint8_t, 4> EncodeRgbe(const Channels& colors) {
     const long double mantissa = std::frexp(v, &exponent);
     const long double scale = Round(Round(mantissa * 255.9999f) / v);
     for (size_t c = 0; c < 3; ++c) {
-        const auto byte = static_cast<Wide>(Round(values[c] * scale));
-        bytes[c] = static_cast<uint8_t>(Mod(byte, 256));
+        const auto byte = Wide(Round(values[c] * scale));
+        bytes[c] = uint8_t(Mod(byte, 256));
     }
-    bytes[3] = static_cast<uint8_t>(exponent + 128);
+    bytes[3] = uint8_t(exponent + 128);
     return bytes;
 }
 
 // --- Shared chroma ---------------------------------------------------------------------------------------------------
 
 inline uint64_t FloorAndLimit(int numerator) {
-    return static_cast<uint64_t>(std::min(std::max(std::floor(numerator / 256.0), 0.0), 255.0));
+    return uint64_t(std::min(std::max(std::floor(numerator / 256.0), 0.0), 255.0));
 }
 inline Channels DecodeYuv(int y, int u, int v) {
     const int c = 298 * (y - 16) + 128, d = u - 128, e = v - 128;
@@ -145,12 +145,12 @@ inline Channels DecodeYuv(int y, int u, int v) {
 }
 /// Y, U and V.
 inline std::array<uint8_t, 3> EncodeYuv(int r, int g, int b) {
-    const auto scaled = [](int sum, int base) { return static_cast<uint8_t>(std::floor((sum + 128) / 256.0) + base); };
+    const auto scaled = [](int sum, int base) { return uint8_t(std::floor((sum + 128) / 256.0) + base); };
     return {scaled(66 * r + 129 * g + 25 * b, 16), scaled(-38 * r - 74 * g + 112 * b, 128),
             scaled(112 * r - 94 * g - 18 * b, 128)};
 }
 inline std::array<uint8_t, 3> EncodeYuv(const Channels& colors) {
-    const auto byte = [&](const char* name) { return static_cast<int>(colors.at(name).As(U8)); };
+    const auto byte = [&](const char* name) { return int(colors.at(name).As(U8)); };
     return EncodeYuv(byte("red"), byte("green"), byte("blue"));
 }
 
@@ -206,7 +206,7 @@ inline Channels InvertInks(const Channels& channels, ComponentType component) {
         const Component& ink = channels.at(inverted ? kInvertedInkNames[i] : kInkNames[i]);
         Component& other = result[inverted ? kInkNames[i] : kInvertedInkNames[i]];
         if (IsFloat(ink.type) || IsFloat(component))
-            other = FloatComponent(Round(1.0L - Reinterpret<float>(static_cast<uint32_t>(ink.As(F32)))));
+            other = FloatComponent(Round(1.0L - Reinterpret<float>(uint32_t(ink.As(F32)))));
         else
             other = {component, MaskOf(component) - ink.As(component)};
     }

@@ -1,7 +1,5 @@
 // Every format into every other, against a composition of the same rules from slow evaluations.
 
-#include <array>
-#include <gmock/gmock.h>
 #include <optional>
 #include <set>
 
@@ -44,9 +42,7 @@ public:
     }
 
 private:
-    static size_t StrideOf(const PixelFormat& format) {
-        return static_cast<size_t>(format->GetBitsPerPixel().GetBytes());
-    }
+    static size_t StrideOf(const PixelFormat& format) { return size_t(format->GetBitsPerPixel().GetBytes()); }
     /// @param evaluate  from the bytes of one source pixel to those of one destination pixel
     template <class Evaluate>
     static Answer ForEach(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count,
@@ -85,12 +81,12 @@ private:
             });
         if (words.count(from) && Lists(kPackedPartners, to))
             return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
-                store(slow::ExpandWord(static_cast<uint16_t>(pixel[0] + 256 * pixel[1]), words.at(from)), out);
+                store(slow::ExpandWord(uint16_t(pixel[0] + 256 * pixel[1]), words.at(from)), out);
             });
         if (words.count(from) && words.count(to) && AreSiblings(from, to))
             return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
                 const uint16_t word =
-                    slow::RearrangeWord(static_cast<uint16_t>(pixel[0] + 256 * pixel[1]), words.at(from), words.at(to));
+                    slow::RearrangeWord(uint16_t(pixel[0] + 256 * pixel[1]), words.at(from), words.at(to));
                 std::memcpy(out, &word, 2);
             });
         if (to == "rgb.rgbe" && Lists(kRgbePartners, from))
@@ -124,7 +120,7 @@ private:
     /// The entries that indices stand for; those without one are zeros.
     static Bytes LookUp(const PixelFormatIndexedColor& format, const Bytes& in, size_t count) {
         const PixelFormat entry = format->GetColorTablePixelFormat();
-        const auto width = static_cast<size_t>(format->GetBitsPerPixel().GetBits());
+        const auto width = size_t(format->GetBitsPerPixel().GetBits());
         Bytes run(count * StrideOf(entry));
         for (size_t i = 0; i < count; ++i) {
             Int index = 0;
@@ -210,7 +206,7 @@ private:
             else if (!Lists(kTolerated, type) && SpaceOf(type) != space)
                 return {};
             colors += found && SpaceOf(type) == space;
-            partners.push_back(found ? static_cast<Int>(partner) : -1);
+            partners.push_back(found ? Int(partner) : -1);
         }
         if (colors == 0)
             return {};
@@ -219,7 +215,7 @@ private:
             SlowPixel result;
             for (size_t c = 0; c < dst.types.size(); ++c) {
                 const bool isFull = dst.types[c] == "alpha" || StartsWith(dst.types[c], "cmyk_i");
-                const auto p = static_cast<size_t>(partners[c]);
+                const auto p = size_t(partners[c]);
                 result.push_back(partners[c] < 0 ? slow::Convert(ComponentType::U8, dst.components[c], isFull ? 255 : 0)
                                                  : slow::Convert(src.components[p], dst.components[c], raw[p]));
             }
@@ -283,16 +279,27 @@ protected:
         }
         return formats;
     }
+    static uint64_t Scaled(ComponentType type, double value) {
+        return slow::IsFloat(type) ? slow::EncodeFloat(type, value) : uint64_t(value * double(slow::MaskOf(type)));
+    }
+    /// 0, 1, close neighbours of both, and for floats values outside.
+    static uint64_t Special(ComponentType type, std::mt19937_64& random) {
+        constexpr double kValues[] = {0.0, 1.0, 1 / 255.0, 254 / 255.0, 0.2501, 0.5, -0.25, 1.5};
+        return Scaled(type, kValues[random() % (slow::IsFloat(type) ? 8 : 6)]);
+    }
+    /// The darkest pixel, the brightest, and others of which each third has special values.
     static Bytes MakePixels(const PixelFormat& format, size_t count, std::mt19937_64& random) {
         const SlowFormat slow = Describe(format);
-        Bytes pixels(static_cast<size_t>(format->GetBytesPerLine(static_cast<Int>(count))));
+        Bytes pixels(size_t(format->GetBytesPerLine(Int(count))));
         for (uint8_t& byte : pixels)
-            byte = static_cast<uint8_t>(random());
+            byte = uint8_t(random());
         for (size_t i = 0; i < count && slow.component != ComponentType::None; ++i) {
             SlowPixel pixel;
             for (const ComponentType type : slow.components)
-                pixel.push_back(RandomComponent(type, random));
-            StorePixel(slow, pixel, &pixels[i * static_cast<size_t>(format->GetBitsPerPixel().GetBytes())]);
+                pixel.push_back(i < 2   ? Scaled(type, double(i))
+                                : i % 3 ? RandomComponent(type, random)
+                                        : Special(type, random));
+            StorePixel(slow, pixel, &pixels[i * size_t(format->GetBitsPerPixel().GetBytes())]);
         }
         return pixels;
     }
@@ -323,15 +330,15 @@ TEST_F(SpecialWalkTest, EveryPair) {
                 continue;
             }
             ASSERT_TRUE(found) << what << ": " << ChainOf(found.GetError());
-            Bytes out(static_cast<size_t>(dst->GetBytesPerLine(kCount)));
-            const Result<void> done = (*found)({out.data(), dst->GetBitsPerPixel(), 0}, kCount,
-                                               {in.data(), src->GetBitsPerPixel(), 0}, CONVERTPIXELFLAGS::NONE);
+            Bytes out(size_t(dst->GetBytesPerLine(kCount)));
+            const Result<void> done =
+                (*found)({out.data(), dst->GetBitsPerPixel()}, kCount, {in.data(), src->GetBitsPerPixel()}, {});
             ASSERT_TRUE(done) << what << ": " << MessageOf(done);
             if (dst->GetBitsPerPixel().GetBits() % 8 != 0) {
                 // Indices are only copied to themselves; what fills the last byte is nobody's.
-                const size_t bits = kCount * static_cast<size_t>(dst->GetBitsPerPixel().GetBits());
+                const size_t bits = kCount * size_t(dst->GetBitsPerPixel().GetBits());
                 EXPECT_EQ(src, dst);
-                EXPECT_TRUE(std::equal(out.begin(), out.begin() + static_cast<Int>(bits / 8), in.begin())) << what;
+                EXPECT_TRUE(std::equal(out.begin(), out.begin() + Int(bits / 8), in.begin())) << what;
             } else {
                 EXPECT_EQ(out, *wanted) << what;
             }
@@ -342,6 +349,131 @@ TEST_F(SpecialWalkTest, EveryPair) {
     EXPECT_GT(converted, 95 * 95 + 7 * 95);
     // To indices, from indices without colours, and from alpha.f16 and lists without colours.
     EXPECT_GT(refused, 16 * 118 + 9 * 100);
+}
+
+/// What the slow evaluation is measured by.
+TEST_F(SpecialWalkTest, KnownPixels) {
+    const struct {
+        const char* src;
+        Bytes in;
+        const char* dst;
+        Bytes out;
+        Int count = 1;
+    } kCases[] = {
+        {"alpha.u8", {17}, "rgba.u8", {17, 17, 17, 17}},
+        {"alpha.u8", {17}, "agrey.u8", {17, 0}},
+        {"rgb.u8", {10, 10, 11}, "grey.u8", {10}},
+        {"rgbx.u8", {1, 2, 3, 99}, "rgbx.u8", {1, 2, 3, 0}},
+        {"rgbx.u8", {1, 2, 3, 99}, "alpha.u8", {255}},
+        {"grey.u8", {7}, "alpha.u16", {255, 255}},
+        {"grey.u8", {7}, "bgra.u8", {7, 7, 7, 255}},
+        {"rgba.u8", {1, 2, 3, 4}, "abgr.u8", {4, 3, 2, 1}},
+        {"rgb.u16", {0xFF, 0x00, 0xFF, 0xFF, 0x00, 0x01}, "rgb.u8", {0, 255, 1}},
+        {"rgb.u8", {1, 2, 3}, "rgba.f16", {0x04, 0x1C, 0x04, 0x20, 0x06, 0x22, 0x00, 0x3C}},
+        {"grey.u8", {0}, "rgb.s32", {0, 0, 0, 0x80, 0, 0, 0, 0x80, 0, 0, 0, 0x80}},
+        {"rgb.u565", {0xFF, 0xFF}, "rgb.u8", {248, 252, 248}},
+        {"bgr.u565", {0x1F, 0x00}, "rgb.u8", {248, 0, 0}},
+        {"rgb.u565", {0x00, 0xF8}, "bgr.u565", {0x1F, 0x00}},
+        {"rgb.u565", {0xFF, 0xFF}, "grey.u8", {249}},
+        {"argb.u4444", {0x12, 0x3F}, "argb.u8", {0x33, 255, 0x11, 0x22}},
+        {"rgb.u444", {0x00, 0x0F}, "rgb.u8", {240, 0, 0}},
+        {"argb.u1555", {0x00, 0x80}, "argb.u8", {255, 0, 0, 0}},
+        {"argb.u8", {127, 255, 255, 255}, "argb.u1555", {0xFF, 0x7F}},
+        {"rgb.u555", {0xFF, 0xFF}, "argb.u1555", {0xFF, 0xFF}},
+        {"rgb.rgbe", {255, 128, 0, 140}, "bgr.u8", {255, 255, 255}},
+        {"rgb.rgbe", {128, 0, 0, 129}, "rgb.f32", {0, 0x80, 0x80, 0x3F, 0, 0, 0x80, 0x3B, 0, 0, 0x80, 0x3B}},
+        {"yuv.i422a", {16, 128, 235, 128}, "rgb.u8", {0, 0, 0, 255, 255, 255}, 2},
+        {"yuv.i422b", {128, 16, 128, 235}, "bgra.u8", {0, 0, 0, 255, 255, 255, 255, 255}, 2},
+        {"rgb.u8", {255, 0, 0, 0, 0, 255}, "yuv.i422a", {82, 90, 41, 240}, 2},
+        {"rgb.u8", {255, 0, 0, 0, 0, 255}, "yuv.i422b", {90, 82, 240, 41}, 2},
+        {"yuv.i422a", {16, 128, 235, 128}, "yuv.i422b", {128, 16, 128, 235}, 2},
+        {"rgb.u8", {0, 0, 0}, "cmyk.u8", {0, 0, 0, 255}},
+        {"rgb.u8", {255, 0, 0}, "cmyk.u8", {0, 255, 255, 0}},
+        {"rgba.u8", {255, 255, 255, 7}, "acmyk_inv.u8", {255, 255, 255, 255, 7}},
+        {"acmyk.u8", {255, 0, 0, 0, 9}, "rgba.u8", {0, 255, 255, 9}},
+        {"acmyk.u8", {1, 2, 3, 4, 5}, "acmyk_inv.u8", {254, 253, 252, 251, 5}},
+        {"cmyk.u8", {0, 1, 128, 255}, "acmyk.u16", {0, 0, 1, 1, 128, 128, 255, 255, 255, 255}},
+        {"cmyk_inv.u8", {255, 0, 0, 255}, "acmyk.u8", {0, 255, 255, 0, 255}},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(ConvertBytes(FormatOf(entry.dst), FormatOf(entry.src), entry.in.data(), entry.count), entry.out)
+            << entry.src << " to " << entry.dst;
+}
+
+TEST_F(SpecialWalkTest, OddFloatsAsInksGiveSomePixel) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity(), kNan = std::numeric_limits<float>::quiet_NaN();
+    const PixelFormat inks = FormatOf("cmyk.u8"), colors = FormatOf("rgb.f32");
+    const float ink[4] = {kNan, kInfinity, -kInfinity, 0}, dark[3] = {-1, -2, 0}, odd[3] = {kInfinity, kNan, 0};
+    EXPECT_EQ(ConvertBytes(FormatOf("rgb.u8"), FormatOf("cmyk.f32"), ink, 1), (Bytes{0, 0, 255}));
+    EXPECT_EQ(ConvertBytes(inks, colors, dark, 1), (Bytes{0, 0, 0, 255})) << "no light, so no colour";
+    EXPECT_EQ(ConvertBytes(inks, colors, odd, 1).size(), 4u);
+}
+
+/// Conversions of the special formats, whose lines take ways of their own: channels apart, in planes or with gaps, from
+/// the last pixel to the first, on addresses of all kinds, and in runs around the length of a block.
+TEST_F(SpecialWalkTest, LinesMayLieAnyhow) {
+    std::mt19937_64 random(23);
+    std::vector<std::pair<PixelFormat, PixelFormat>> pairs;
+    for (const auto& [a, b] : {std::pair("acmyk.u8", "rgba.u8"),
+                               {"cmyk_inv.f32", "rgb.f32"},
+                               {"argb.u4444", "argb.u16"},
+                               {"rgb.u565", "rgb.u8"},
+                               {"rgb.rgbe", "rgb.f32"},
+                               {"yuv.i422b", "rgb.u8"}}) {
+        pairs.emplace_back(FormatOf(a), FormatOf(b));
+        pairs.emplace_back(FormatOf(b), FormatOf(a));
+        pairs.emplace_back(FormatOf(a), FormatOf(a));
+    }
+    const PixelFormat indexed = MakeIndexed(random)[0];
+    for (const PixelFormat& format : PixelFormats::GetAll().TakeValue()) {
+        if (IsGeneral(format))
+            pairs.emplace_back(indexed, format);
+    }
+    ASSERT_EQ(pairs.size(), 18u + 49);
+    // Pixels of a special format, and the pairs that share their chroma, only lie apart from each other.
+    const auto placesOf = [](const PixelFormat& format, Int count) {
+        const SlowFormat slow = Describe(format);
+        const Int bytes = format->GetBitsPerPixel().GetBytes(), gap = bytes + 1;
+        const Placement dense = PlaceDense(format);
+        std::vector<Placement> places = {dense, {1, gap, dense.offsets}};
+        if (format->GetPackedPixelCount() == 1)
+            places.push_back({(count - 1) * gap, -gap, dense.offsets});
+        if (slow.component != ComponentType::None) {
+            for (const bool backwards : {false, true})
+                places.push_back(PlaceOddly(slow, count, backwards));
+            places.push_back(PlaceInPlanes(slow, count));
+        }
+        return places;
+    };
+    const auto scatter = [](const PixelFormat& format, const Placement& to, const Bytes& pixels, Int count) {
+        SlowFormat slow = Describe(format);
+        if (slow.component != ComponentType::None)
+            return Scatter(slow, to, pixels, count, count);
+        const Int together = format->GetPackedPixelCount();  // as one channel
+        slow.types.resize(1);
+        slow.size = size_t(together * format->GetBitsPerPixel().GetBytes());
+        return Scatter(slow, {to.first, to.stride * together, {BITS(0)}}, pixels, count / together, count / together);
+    };
+    for (const auto& [src, dst] : pairs) {
+        for (const Int count : {2, 256, 258, 600}) {
+            const Bytes in = MakePixels(src, size_t(count), random), out = ConvertBytes(dst, src, in.data(), count);
+            ASSERT_FALSE(out.empty());
+            for (const Placement& from : placesOf(src, count)) {
+                for (const Placement& to : placesOf(dst, count)) {
+                    const Bytes source = scatter(src, from, in, count), wanted = scatter(dst, to, out, count);
+                    Bytes result(wanted.size(), 0xCD);
+                    const auto convert = FindConversion(dst, src, to.offsets, from.offsets);
+                    ASSERT_TRUE(convert && (*convert)({&result[size_t(to.first)], BITS(8 * to.stride)}, count,
+                                                      {&source[size_t(from.first)], BITS(8 * from.stride)}, {}));
+                    ASSERT_EQ(result, wanted)
+                        << NameOf(src) << " to " << NameOf(dst) << ", " << count << " pixels, from " << from.first
+                        << " + " << from.stride << " to " << to.first << " + " << to.stride;
+                }
+            }
+        }
+    }
+    const PixelFormat packed = FormatOf("rgb.u565");
+    EXPECT_FALSE(FindConversion(FormatOf("rgb.u8"), packed, {}, packed->GetChannelOffsets())) << "offsets are missing";
 }
 
 }  // namespace
