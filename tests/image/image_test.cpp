@@ -1,4 +1,5 @@
 #include "image_fakes.h"
+#include "support/described.h"
 
 namespace orvik {
 namespace {
@@ -151,21 +152,12 @@ TEST_F(ImageTest, SerialisesItsStorage) {
     };
     constexpr Id kDescribed{"net.orvik.test.describedstorage"};
     ASSERT_TRUE(_publisher.PublishClass<Described>(kDescribed));
-    const auto write = [](const ImageRef& image, const MemoryFileRef& file) {
-        DataSerialize io(OpenMemoryOutput(file).TakeValue());
-        return image->DescribeIO(io);
-    };
-    const auto read = [](const ImageRef& image, const MemoryFileRef& file) {
-        DataSerialize io(OpenMemoryInput(file).TakeValue());
-        return image->DescribeIO(io);
-    };
-    const MemoryFileRef file = CreateMemoryFile().TakeValue();
     const ImageRef image = MakeImage(), back = Make<ImageInterface>(imageclasses::kRasterLayer);
     ASSERT_TRUE(image->Init(7, 8, ClassRef(kDescribed), _format, {}));
-    ASSERT_TRUE(write(image, file));
+    const MemoryFileRef file = Written(*image);
     ASSERT_TRUE(back->Init(1, 1, ClassRef(kNormal), _format, {}));
     ASSERT_TRUE(back->Set(image::kType, ITYPE::LAYER));
-    ASSERT_TRUE(read(back, file));
+    ASSERT_TRUE(ReadFrom(*back, BytesOf(file)));
     EXPECT_EQ(back->GetWidth(), 7);
     EXPECT_EQ(back->GetHeight(), 8);
     EXPECT_EQ(back->Get(image::kType, ITYPE::UNDEFINED), ITYPE::LAYER);
@@ -174,20 +166,19 @@ TEST_F(ImageTest, SerialisesItsStorage) {
     EXPECT_EQ(g_log.size(), 1u);  // the storage of the other kind has answered
 
     // Every prefix is an error, after which the node is as it was.
-    const Block<const std::byte> bytes = file->GetBytes();
+    const Block<const std::byte> bytes = BytesOf(file);
     for (size_t length = 0; length < bytes.size(); ++length) {
         const ImageRef kept = MakeImage();
         ASSERT_TRUE(kept->Init(3, 2, ClassRef(kNormal), _format, {}));
-        EXPECT_FALSE(read(kept, CreateMemoryFile(bytes.first(length)).TakeValue())) << length;
+        EXPECT_FALSE(ReadFrom(*kept, bytes.first(length))) << length;
         EXPECT_EQ(ReadRows(kept).size(), 2u);
     }
     // No storage is described as such; one that cannot be described is refused.
-    const MemoryFileRef none = CreateMemoryFile().TakeValue();
-    ASSERT_TRUE(write(MakeImage(), none));
-    ASSERT_TRUE(read(back, none));
+    ASSERT_TRUE(ReadFrom(*back, BytesOf(Written(*MakeImage()))));
     EXPECT_EQ(ErrorIdOf(back->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {})), errorid::kNullptr);
     ASSERT_TRUE(image->Init(4, 3, ClassRef(FakeStorage::kClass), _format, {}));
-    EXPECT_EQ(ErrorIdOf(write(image, CreateMemoryFile().TakeValue())), errorid::kFunctionNotImplemented);
+    DataSerialize io(OpenMemoryOutput(CreateMemoryFile().TakeValue()).TakeValue());
+    EXPECT_EQ(ErrorIdOf(image->DescribeIO(io)), errorid::kFunctionNotImplemented);
 }
 
 TEST_F(ImageTest, BaseHasNoPixels) {

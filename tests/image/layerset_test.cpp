@@ -1,8 +1,7 @@
 #include "layerset_impl.h"
+#include "support/described.h"
 #include "support/faults.h"
 #include "support/module_fixture.h"
-
-#include "orvik/iomemory.h"
 
 namespace orvik {
 namespace {
@@ -97,26 +96,20 @@ std::vector<std::string> FieldNames(Block<const std::byte> bytes) {
 TEST_F(LayerSetTest, SerialisesItsFieldsByName) {
     LayerSet set = MakeSet({"Folder\\Layer", "", "\xC3\x84"}, "#3", LAYERSETMODE::LAYERMASKS, true);
     LayerSet sameOtherOrder = MakeSet({"\xC3\x84", "Folder\\Layer", ""}, "#3", LAYERSETMODE::LAYERMASKS, true);
-    const MemoryFileRef file = CreateMemoryFile().TakeValue(), fileOfSame = CreateMemoryFile().TakeValue();
-    DataSerialize writer(OpenMemoryOutput(file).TakeValue()), writerOfSame(OpenMemoryOutput(fileOfSame).TakeValue());
-    ASSERT_TRUE(set.DescribeIO(writer));
-    ASSERT_TRUE(sameOtherOrder.DescribeIO(writerOfSame));
-    const Block<const std::byte> bytes = std::as_const(*file).GetBytes().ToBlock();
-    EXPECT_TRUE(std::ranges::equal(bytes, std::as_const(*fileOfSame).GetBytes().ToBlock()));
+    const MemoryFileRef file = Written(set), fileOfSame = Written(sameOtherOrder);
+    const Block<const std::byte> bytes = BytesOf(file);
+    EXPECT_TRUE(std::ranges::equal(bytes, BytesOf(fileOfSame)));
     EXPECT_EQ(FieldNames(bytes),
               (std::vector<std::string>{"_layers", "_selectedImage", "_layersetMode", "_calculateAlpha"}));
 
     LayerSet back;
-    DataSerialize reader(OpenMemoryInput(file).TakeValue());
-    ASSERT_TRUE(back.DescribeIO(reader));
+    ASSERT_TRUE(ReadFrom(back, bytes));
     EXPECT_TRUE(back == set);
 
     // Cut anywhere, it is an error and changes nothing.
     LayerSet kept = MakeSet({"kept"});
-    for (size_t length = 0; length < bytes.size(); ++length) {
-        DataSerialize cut(OpenMemoryInput(bytes.first(length)).TakeValue());
-        EXPECT_FALSE(kept.DescribeIO(cut)) << length;
-    }
+    for (size_t length = 0; length < bytes.size(); ++length)
+        EXPECT_FALSE(ReadFrom(kept, bytes.first(length))) << length;
     EXPECT_TRUE(kept == MakeSet({"kept"}));
 }
 

@@ -1,8 +1,7 @@
 #include "gfx_image_storage_normal.h"
 #include "image_fakes.h"
+#include "support/described.h"
 #include "support/module_fixture.h"
-
-#include "orvik/iomemory.h"
 
 namespace orvik {
 namespace {
@@ -25,13 +24,8 @@ TEST_F(StorageSerializeTest, ReadsBackWhatItWrote) {
                            "net.orvik.image.pixelformat.rgb.u565"}) {
         SCOPED_TRACE(id);
         const auto storage = MakeSample(PixelFormats::Get(Id::Create(id).TakeValue()));
-        const MemoryFileRef file = CreateMemoryFile().TakeValue();
-        DataSerialize writer(OpenMemoryOutput(file).TakeValue());
-        ASSERT_TRUE(storage->DescribeIO(writer));
-
         const auto back = NewObj<ImagePixelStorageNormal>().TakeValue();
-        DataSerialize reader(OpenMemoryInput(file).TakeValue());
-        const Result<void> read = back->DescribeIO(reader);
+        const Result<void> read = ReadFrom(*back, BytesOf(Written(*storage)));
         ASSERT_TRUE(read) << MessageOf(read);
         EXPECT_TRUE(*back == *storage);
         EXPECT_EQ(back->GetWidth(), 5);
@@ -39,12 +33,8 @@ TEST_F(StorageSerializeTest, ReadsBackWhatItWrote) {
     }
     // One that was never given a size.
     const auto empty = NewObj<ImagePixelStorageNormal>().TakeValue();
-    const MemoryFileRef file = CreateMemoryFile().TakeValue();
-    DataSerialize writer(OpenMemoryOutput(file).TakeValue());
-    ASSERT_TRUE(empty->DescribeIO(writer));
     const auto back = MakeSample(PixelFormats::Get(pixelformats::kRgbU8));
-    DataSerialize reader(OpenMemoryInput(file).TakeValue());
-    ASSERT_TRUE(back->DescribeIO(reader));
+    ASSERT_TRUE(ReadFrom(*back, BytesOf(Written(*empty))));
     EXPECT_TRUE(*back == *empty);
 }
 
@@ -55,24 +45,20 @@ struct Fields {
     const char* format = "net.orvik.image.pixelformat.rgb.u8";
     Int bytes = 45;
 
-    MemoryFileRef Write() const {
-        MemoryFileRef file = CreateMemoryFile().TakeValue();
-        DataSerialize io(OpenMemoryOutput(file).TakeValue());
-        Fields copy = *this;
+    Result<void> DescribeIO(DataSerialize& io) {
         BaseArray<Int> offsetArray;
-        EXPECT_TRUE(offsetArray.CopyFrom(offsets));
+        TRY(offsetArray.CopyFrom(offsets));
         String formatText(format);
         BaseArray<std::byte> data;
-        EXPECT_TRUE(data.Resize(bytes));
-        EXPECT_TRUE(io.Field("_width", copy.width));
-        EXPECT_TRUE(io.Field("_height", copy.height));
-        EXPECT_TRUE(io.Field("_bytesPerLine", copy.bytesPerLine));
-        EXPECT_TRUE(io.Field("_bitsPerPixel", copy.bitsPerPixel));
-        EXPECT_TRUE(io.Field("_channels", copy.channels));
-        EXPECT_TRUE(io.Field("_channelOffsets", offsetArray));
-        EXPECT_TRUE(io.Field("_pixelFormatId", formatText));
-        EXPECT_TRUE(io.Field("_data", data));
-        return file;
+        TRY(data.Resize(bytes));
+        TRY(io.Field("_width", width));
+        TRY(io.Field("_height", height));
+        TRY(io.Field("_bytesPerLine", bytesPerLine));
+        TRY(io.Field("_bitsPerPixel", bitsPerPixel));
+        TRY(io.Field("_channels", channels));
+        TRY(io.Field("_channelOffsets", offsetArray));
+        TRY(io.Field("_pixelFormatId", formatText));
+        return io.Field("_data", data);
     }
 };
 
@@ -108,8 +94,7 @@ TEST_F(StorageSerializeTest, RefusesNumbersThatContradictTheFormat) {
     for (const auto& [what, fields, error, message] : cases) {
         SCOPED_TRACE(what);
         const auto storage = MakeSample(PixelFormats::Get(pixelformats::kGreyU8));
-        DataSerialize io(OpenMemoryInput(fields.Write()).TakeValue());
-        const Result<void> read = storage->DescribeIO(io);
+        const Result<void> read = ReadFrom(*storage, BytesOf(Written(Fields(fields))));
         EXPECT_EQ(ErrorIdOf(read), error);
         if (message) {
             EXPECT_EQ(MessageOf(read), message);
@@ -123,11 +108,10 @@ TEST_F(StorageSerializeTest, RefusesNumbersThatContradictTheFormat) {
 TEST_F(StorageSerializeTest, EveryCutAndEveryFailedAllocationIsAnError) {
     const auto kept = MakeSample(PixelFormats::Get(pixelformats::kGreyU8));
     const auto same = MakeSample(PixelFormats::Get(pixelformats::kGreyU8));
-    const MemoryFileRef file = Fields().Write();
-    const Block<const std::byte> bytes = std::as_const(*file).GetBytes().ToBlock();
+    const MemoryFileRef file = Written(Fields());
+    const Block<const std::byte> bytes = BytesOf(file);
     for (size_t length = 0; length < bytes.size(); ++length) {
-        DataSerialize io(OpenMemoryInput(bytes.first(length)).TakeValue());
-        EXPECT_EQ(ErrorIdOf(kept->DescribeIO(io)), errorid::kIo) << length;
+        EXPECT_EQ(ErrorIdOf(ReadFrom(*kept, bytes.first(length))), errorid::kIo) << length;
         EXPECT_TRUE(*kept == *same);
     }
     AllocationFaults faults;
