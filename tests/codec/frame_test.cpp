@@ -166,6 +166,28 @@ TEST_F(FrameTest, CancellationEndsALoadAndASave) {
     }
 }
 
+/// Also where the file holds no alpha: nobody waits for its rows.
+TEST_F(FrameTest, ProgressOfASaveEndsAtOne) {
+    for (const FileFormatEntry& entry : GetFileFormatTable()) {
+        SCOPED_TRACE(std::string(entry.name));
+        const auto input =
+            *ClassRef(mediaclasses::kExportFromTexture).Create<MediaStreamExportFromImageTextureInterface>();
+        ASSERT_TRUE(input->SetInputTexture(MakeTexture({2, 3, pixelformats::kRgbU8, Bytes(18), Bytes(6)})));
+        const auto exporter = *ClassRef(entry.exporter).Create<MediaOutputUrlInterface>();
+        ASSERT_TRUE(exporter->SetOutputUrl(Mount({})));
+        _session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
+        ASSERT_TRUE(_session->ConnectMediaConverter(input, exporter));
+        Float last = 0;
+        ASSERT_TRUE(_session->GetProgress()->ObservableProgressNotification()->AddObserver(
+            [&last](const MediaSessionProgressRef&, Float fraction, TimeValue, TimeValue) -> Result<void> {
+                last = fraction;
+                return {};
+            }));
+        ASSERT_TRUE(_session->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
+        EXPECT_EQ(last, 1.0);
+    }
+}
+
 TEST_F(FrameTest, EmptyAndOversizedPicturesAreNotWritten) {
     for (const FileFormatEntry& entry : GetFileFormatTable()) {
         SCOPED_TRACE(std::string(entry.name));

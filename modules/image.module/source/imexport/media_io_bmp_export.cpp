@@ -14,7 +14,8 @@ struct Generation {
     Id option;
     uint32_t headerSize;
 };
-constexpr Generation kGenerations[] = {{"V3", kV3Size}, {"V4", kV4Size}, {"V5", kV5Size}};
+constexpr Id kV3{"V3"};
+constexpr Generation kGenerations[] = {{kV3, kV3Size}, {"V4", kV4Size}, {"V5", kV5Size}};
 
 Result<uint32_t> GetHeaderSize(const Id& option) {
     for (const Generation& generation : kGenerations) {
@@ -31,6 +32,7 @@ public:
     BmpExporter() : ImageExporter(kFormat) {}
 
 protected:
+    bool KeepsAlpha() const override { return GetPicture().settings.Get(mediaexport::kBmpInfoHeader, kV3) != kV3; }
     Result<void> OpenRows() override;
     Result<void> WriteFile(const OutputStreamRef& output) override;
 
@@ -54,7 +56,7 @@ private:
 
 Result<void> BmpExporter::OpenRows() {
     const Picture& picture = GetPicture();
-    _headerSize = TRY(GetHeaderSize(picture.settings.Get(mediaexport::kBmpInfoHeader, Id("V3"))));
+    _headerSize = TRY(GetHeaderSize(picture.settings.Get(mediaexport::kBmpInfoHeader, kV3)));
     _hasAlpha = picture.HasAlpha() && _headerSize != kV3Size;
     const PixelFormat rowFormat = PixelFormats::Get(_hasAlpha ? pixelformats::kBgraU8 : pixelformats::kBgrU8);
     _rowBytes = rowFormat->GetBytesPerLine(picture.width, kRowAlignment);

@@ -77,6 +77,11 @@ Result<void> ImageExporter::Analyze(Inputs inputs, TimeValue targetTime, MEDIASE
 Result<void> ImageExporter::FindPicture(const MediaConverterRef& input) {
     TRY(FindStreams(input));
     TRY(DescribePicture());
+    if (!KeepsAlpha())
+        _alphaStream = nullptr;
+    if (_alphaStream)
+        TRY(_alphaStream->SubscribeStream(_alphaStream->GetSelectedFormat()));
+    _picture.hasAlphaStream = bool(_alphaStream);
     const Int limit = TRY(Get(mediacapability::kOutputMaximalImageResolution));
     if (_picture.width <= 0 || _picture.height <= 0)
         return IllegalArgumentError("resolution must not be 0.");
@@ -102,9 +107,7 @@ Result<void> ImageExporter::FindStreams(const MediaConverterRef& input) {
             _picture.hasOwnAlpha = HasAlpha(_picture.pixelFormat);
         } else if (type == MEDIAFORMATTYPE::ALPHA && _imageStream && !_alphaStream && !_picture.hasOwnAlpha &&
                    exported->GetParent() == HierarchyObjectRef(_imageStream)) {
-            TRY(exported->SubscribeStream(exported->GetSelectedFormat()));
             _alphaStream = exported;
-            _picture.hasAlphaStream = true;
         }
     }
     if (!_imageStream)

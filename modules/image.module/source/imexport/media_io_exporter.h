@@ -49,6 +49,9 @@ protected:
 
     /// Refuses any number of inputs but one.
     virtual Result<void> CheckInputCount(size_t count) const;
+    /// Whether the file will hold the alpha beside the picture. One that it will not hold is not subscribed: nobody
+    /// must wait for its rows.
+    virtual bool KeepsAlpha() const { return _entry->output.maximalAlphaChannels > 0; }
     /// Decides what the file will hold and opens `_image` and `_alpha`.
     virtual Result<void> OpenRows() = 0;
     virtual Result<void> WriteFile(const OutputStreamRef& output) = 0;
