@@ -262,7 +262,10 @@ Result<void> TgaImporter::CheckSize(const InputStreamRef& stream) const {
 }
 
 Result<TgaStreamRef> TgaImporter::MakeStream(const PixelFormat& pixelFormat) const {
-    TgaStreamRef stream = TRY(NewObj<MediaStreamImageLayerTga>());
+    const ObjectRef made = TRY(ClassRef(kStreamClass).Create());
+    const TgaStreamRef stream(dynamic_cast<MediaStreamImageLayerTga*>(made.GetPointer()));
+    if (!stream)
+        return UnexpectedError();
     stream->Describe(pixelFormat, _header.width, _header.height);
     return stream;
 }
