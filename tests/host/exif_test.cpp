@@ -59,23 +59,19 @@ Bytes Words(std::initializer_list<uint32_t> values, int size) {
     return bytes;
 }
 
-/// The picture's directory, then those of exposure and place.
-Bytes MakeBlock(const std::vector<Entry>& picture, const std::vector<Entry>& exposure,
-                const std::vector<Entry>& place) {
-    const auto sizeOf = [](const std::vector<Entry>& entries) {
-        size_t size = 2 + 12 * entries.size() + 4;
-        for (const Entry& entry : entries)
-            size += entry.value.size() > 4 ? entry.value.size() : 0;
-        return size;
-    };
-    std::vector<Entry> first = picture;
-    const size_t exposureAt = 8 + sizeOf(picture) + 24, placeAt = exposureAt + sizeOf(exposure);
-    first.push_back({0x8769, 4, 1, Words({uint32_t(exposureAt)}, 4)});
-    first.push_back({0x8825, 4, 1, Words({uint32_t(placeAt)}, 4)});
+/// The picture's directory, then those of exposure and place, to which its last two entries lead.
+Bytes MakeBlock(std::vector<Entry> picture, const std::vector<Entry>& exposure, const std::vector<Entry>& place) {
     Bytes block = {'I', 'I', 42, 0, 8, 0, 0, 0};
-    PutDirectory(block, first);
-    PutDirectory(block, exposure);
-    PutDirectory(block, place);
+    size_t link = block.size() + 2 + 12 * picture.size() + 8;
+    picture.push_back({0x8769, 4, 1, Words({0}, 4)});
+    picture.push_back({0x8825, 4, 1, Words({0}, 4)});
+    PutDirectory(block, picture);
+    for (const std::vector<Entry>& directory : {exposure, place}) {
+        const Bytes position = Words({uint32_t(block.size())}, 4);
+        std::copy(position.begin(), position.end(), block.begin() + long(link));
+        PutDirectory(block, directory);
+        link += 12;
+    }
     return block;
 }
 
@@ -167,6 +163,44 @@ TEST_F(ExifTest, DamagedBlocksGiveWhatIsThere) {
             ASSERT_TRUE(exif);
             EXPECT_LE(ToMap(*exif).size(), 8u);
         }
+    }
+}
+
+TEST_F(ExifTest, FindsTheBlockInAFile) {
+    const auto segment = [](uint8_t marker, const Bytes& payload) {
+        Bytes bytes = {0xFF, marker, uint8_t((payload.size() + 2) >> 8), uint8_t(payload.size() + 2)};
+        bytes.insert(bytes.end(), payload.begin(), payload.end());
+        return bytes;
+    };
+    Bytes payload = Text(std::string_view("Exif\0\0", 6));
+    const Bytes block = MakeBlock({{0x0112, 3, 1, Words({6}, 2)}}, {}, {});
+    payload.insert(payload.end(), block.begin(), block.end());
+    const Bytes exif = segment(0xE1, payload), other = segment(0xE1, Text("http://")), start = {0xFF, 0xD8};
+    const Bytes cut(exif.begin(), exif.end() - 1);
+    const std::string found = "6", none = "Exif chunk not found";
+    const struct {
+        const char* what;
+        std::vector<Bytes> parts;
+        std::string expected;  ///< the orientation, or a part of the error
+    } cases[] = {
+        {"first", {start, exif}, found},
+        {"behind others", {start, segment(0xE0, {1, 2, 3}), other, exif}, found},
+        {"behind filling bytes", {start, {0xFF, 0xFF, 0xFF}, exif}, found},
+        {"no JPEG", {{0xFF, 0xD9}, exif}, "is no JPEG file"},
+        {"behind the picture", {start, segment(0xDA, {0}), exif}, none},
+        {"end of the picture", {start, {0xFF, 0xD9}, exif}, none},
+        {"no segment", {start, {0, 0xE1}, exif}, none},
+        {"length below 2", {start, {0xFF, 0xE0, 0, 1}, exif}, none},
+        {"cut", {start, cut}, "unexpected end of file"},
+    };
+    for (const auto& c : cases) {
+        Bytes file;
+        for (const Bytes& part : c.parts)
+            file.insert(file.end(), part.begin(), part.end());
+        const MemoryFileRef memory = *CreateMemoryFile(std::as_bytes(Block<const uint8_t>(file)));
+        const Result<ExifRef> exif = service->OpenJpgFromUrl(*MountMemoryFile("exif", memory));
+        const std::string text = exif ? ToMap(*exif)["Orientation"] : exif.GetError()->ToString().GetCString();
+        EXPECT_THAT(text, testing::HasSubstr(c.expected)) << c.what;
     }
 }
 

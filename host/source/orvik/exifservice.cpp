@@ -95,7 +95,7 @@ std::string_view ReadComment(std::string_view bytes) {
 
 /// @return empty for an entry that has no value to show
 Result<Data> ReadValue(const ExifEntry& entry, ExifByteOrder order) {
-    constexpr size_t kMostNumbers = 64, kMostBytes = 16;
+    constexpr size_t kMostNumbers = 64, kMostBytes = 16;  // beyond that, tables that say nothing to a reader
     const std::string_view bytes(reinterpret_cast<const char*>(entry.data), entry.size);
     const size_t unit = exif_format_get_size(entry.format);
     if (!entry.data || unit == 0)
@@ -195,6 +195,8 @@ Result<ExifRef> OpenFromJpeg(const Url& url) {
     for (;;) {
         uint8_t head[2];
         TRY(stream->Read(head, sizeof(head)));
+        while (head[0] == kMark && head[1] == kMark)  // any number of these may fill the room in front of a marker
+            TRY(stream->Read(head + 1, 1));
         if (head[0] != kMark || head[1] == kStartOfScan || head[1] == kEndOfImage)
             return FileFormatError("Exif chunk not found");
         uint8_t size[2];
