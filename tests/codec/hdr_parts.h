@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Radiance HDR files put together by hand, and a slow decoder to judge by.
+/// Radiance HDR files put together by hand.
 
 #include "codec_support.h"
 
@@ -19,11 +19,9 @@ Bytes PackHdrRow(const Bytes& rgbe, Noise& noise);
 
 struct HdrPicture {
     Int width = 0, height = 0;
-    Bytes rgbe;  ///< empty for what is no HDR
+    Bytes rgbe;
     /// What a program gives that takes a mantissa as it is: m * 2^(e - 136).
     std::vector<float> ToFloats() const;
 };
-/// Reads, by the letter of the format, files that begin with `HdrHeaderText` or what is written here.
-HdrPicture DecodeHdrSlowly(const Bytes& file);
 
 }  // namespace codectest
