@@ -114,8 +114,7 @@ Bytes RgbaOf(const ImageTextureRef& texture) {
     return rgba;
 }
 
-Bytes ProfileBytes(const Id& id) {
-    const ColorProfile profile = colorprofiles::Get(id);
+Bytes ProfileBytes(const ColorProfile& profile) {
     const Block<const std::byte> bytes = Expect(profile.WriteProfileToMemory(), Block<const std::byte>());
     const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
     return Bytes(first, first + bytes.size());

@@ -46,8 +46,9 @@ Bytes PixelsOf(const ImageBaseRef& node, const Id& format);
 /// RGBA of 8 bits of the first image, with the alpha of its alpha child where there is one.
 Bytes RgbaOf(const ImageTextureRef& texture);
 
-/// What a built-in profile is in a file.
-Bytes ProfileBytes(const Id& id);
+/// What a profile is in a file.
+Bytes ProfileBytes(const ColorProfile& profile);
+inline Bytes ProfileBytes(const Id& builtIn) { return ProfileBytes(colorprofiles::Get(builtIn)); }
 
 /// A picture made by hand: rows from the top, tightly packed.
 struct Picture {

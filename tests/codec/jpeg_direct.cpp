@@ -33,7 +33,8 @@ bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& pictur
     info.input_components = picture.Channels();
     info.in_color_space = picture.colorSpace;
     jpeg_set_defaults(&info);
-    jpeg_set_quality(&info, picture.quality, TRUE);
+    jpeg_set_quality(&info, picture.quality, picture.forcesBaseline);
+    info.dct_method = picture.method;
     info.comp_info[0].h_samp_factor = picture.horizontal;
     info.comp_info[0].v_samp_factor = picture.vertical;
     info.arith_code = picture.arithmetic;
@@ -56,41 +57,21 @@ bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& pictur
     return true;
 }
 
-void ReadHeader(jpeg_decompress_struct& info, JpegPicture& picture) {
-    picture.width = info.output_width;
-    picture.height = info.output_height;
-    picture.colorSpace = info.out_color_space;
-    picture.componentCount = info.num_components;
-    picture.densityUnit = info.density_unit;
-    picture.xDensity = info.X_density;
-    picture.yDensity = info.Y_density;
-    picture.progressive = info.progressive_mode;
-    picture.isBaseline = true;
-    for (int table = 0; table < 2; ++table) {
-        for (int i = 0; info.quant_tbl_ptrs[table] && i < 64; ++i) {
-            picture.quantization[table][i] = info.quant_tbl_ptrs[table]->quantval[i];
-            picture.isBaseline &= picture.quantization[table][i] < 256;
-        }
-    }
-}
-
-bool Read(jpeg_decompress_struct& info, Errors& errors, const std::vector<uint8_t>& file, J_DCT_METHOD method,
-          JpegPicture& picture, unsigned char** profile) {
+bool Read(jpeg_decompress_struct& info, Errors& errors, const std::vector<uint8_t>& file, JpegPicture& picture,
+          unsigned char** profile) {
     if (setjmp(errors.target))
         return false;
     jpeg_create_decompress(&info);
     jpeg_mem_src(&info, file.data(), file.size());
-    jpeg_save_markers(&info, JPEG_APP0 + 1, 65535);
     jpeg_save_markers(&info, JPEG_APP0 + 2, 65535);
     jpeg_read_header(&info, TRUE);
-    info.dct_method = method;
-    for (jpeg_saved_marker_ptr marker = info.marker_list; marker; marker = marker->next)
-        picture.segments.push_back({marker->marker, {marker->data, marker->data + marker->data_length}});
     unsigned profileBytes = 0;
     if (jpeg_read_icc_profile(&info, profile, &profileBytes))
         picture.profile.assign(*profile, *profile + profileBytes);
     jpeg_start_decompress(&info);
-    ReadHeader(info, picture);
+    picture.width = info.output_width;
+    picture.height = info.output_height;
+    picture.colorSpace = info.out_color_space;
     picture.rows.resize(picture.RowBytes() * picture.height);
     while (info.output_scanline < info.output_height) {
         JSAMPROW row = picture.rows.data() + info.output_scanline * picture.RowBytes();
@@ -117,13 +98,13 @@ std::vector<uint8_t> WriteJpeg(const JpegPicture& picture) {
     return file;
 }
 
-JpegPicture ReadJpeg(const std::vector<uint8_t>& file, J_DCT_METHOD method) {
+JpegPicture ReadJpeg(const std::vector<uint8_t>& file) {
     jpeg_decompress_struct info{};
     Errors errors;
     info.err = Init(errors);
     JpegPicture picture;
     unsigned char* profile = nullptr;
-    if (!Read(info, errors, file, method, picture, &profile))
+    if (!Read(info, errors, file, picture, &profile))
         picture = {};
     jpeg_destroy_decompress(&info);
     std::free(profile);

@@ -11,7 +11,7 @@
 
 namespace codectest {
 
-/// A segment as the test writes it into the file, or finds it there.
+/// A segment as the test writes it into the file.
 struct JpegSegment {
     int marker;
     std::vector<uint8_t> payload;
@@ -22,6 +22,8 @@ struct JpegPicture {
     J_COLOR_SPACE colorSpace = JCS_RGB;  ///< of the rows
     std::vector<uint8_t> rows = {};      ///< tightly packed
     int quality = 75;
+    bool forcesBaseline = true;
+    J_DCT_METHOD method = JDCT_ISLOW;
     bool progressive = false;
     bool arithmetic = false;
     int restartRows = 0;
@@ -29,20 +31,15 @@ struct JpegPicture {
     int horizontal = 2, vertical = 2;
     int densityUnit = 0, xDensity = 1, yDensity = 1;
     std::vector<uint8_t> profile = {};
-    std::vector<JpegSegment> segments = {};  ///< those of APP1 and APP2
-
-    // Only when read.
-    int componentCount = 0;
-    uint16_t quantization[2][64] = {};  ///< of brightness and colour
-    bool isBaseline = false;
+    std::vector<JpegSegment> segments = {};  ///< only written
 
     int Channels() const { return colorSpace == JCS_GRAYSCALE ? 1 : colorSpace == JCS_CMYK ? 4 : 3; }
     size_t RowBytes() const { return size_t(width) * size_t(Channels()); }
 };
 
 std::vector<uint8_t> WriteJpeg(const JpegPicture& picture);
-/// Everything the file says; an empty picture when libjpeg refuses it.
-JpegPicture ReadJpeg(const std::vector<uint8_t>& file, J_DCT_METHOD method = JDCT_ISLOW);
+/// Sides, rows and profile; an empty picture when libjpeg refuses the file.
+JpegPicture ReadJpeg(const std::vector<uint8_t>& file);
 
 /// Position of the first segment with one of these markers, as the segments lead to it; the size when there is none.
 size_t FindSegment(const std::vector<uint8_t>& file, std::initializer_list<uint8_t> markers);

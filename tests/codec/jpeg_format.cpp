@@ -7,18 +7,34 @@
 namespace codectest {
 namespace {
 
+/// An index of one picture, the first.
+JpegSegment MakeIndex() {
+    return {JPEG_APP0 + 2, {'M', 'P',  'F', 0, 'I', 'I', 42, 0, 8,  0, 0, 0,  // directory at 8
+                            2,   0,                                           // of two entries
+                            1,   0xB0, 4,   0, 1,   0,   0,  0, 1,  0, 0, 0,  // one picture
+                            2,   0xB0, 7,   0, 16,  0,   0,  0, 38, 0, 0, 0,  // listed at 38
+                            0,   0,    0,   0, 0,   0,   3,  0, 9,  9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
+}
+
+/// All ways of coding, and all segments that are read.
 std::vector<Sample> MakeJpegSamples() {
     Noise noise(12);
     std::vector<Sample> samples;
     const auto add = [&](const char* name, JpegPicture picture) {
+        if (picture.colorSpace != JCS_RGB)
+            picture.horizontal = picture.vertical = 1;
         picture.rows = noise.Make(picture.RowBytes() * picture.height);
         picture.quality = 20;
         samples.push_back({name, "jpg", WriteJpeg(picture)});
     };
-    add("jpeg rgb", {.width = 9, .height = 7});
-    add("jpeg grey, progressive",
-        {.width = 9, .height = 7, .colorSpace = JCS_GRAYSCALE, .progressive = true, .horizontal = 1, .vertical = 1});
-    add("jpeg inks", {.width = 5, .height = 3, .colorSpace = JCS_CMYK, .horizontal = 1, .vertical = 1});
+    const JpegSegment exif{JPEG_APP0 + 1, {'E', 'x', 'i', 'f', 0, 0, 'I', 'I', 42, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
+    add("jpeg rgb, with profile", {.width = 20, .height = 12, .profile = ProfileBytes(colorprofiles::kLinearRgb)});
+    add("jpeg rgb, progressive", {.width = 20, .height = 12, .progressive = true});
+    add("jpeg grey, progressive", {.width = 9, .height = 7, .colorSpace = JCS_GRAYSCALE, .progressive = true});
+    add("jpeg grey, arithmetic, with restarts",
+        {.width = 20, .height = 12, .colorSpace = JCS_GRAYSCALE, .arithmetic = true, .restartRows = 1});
+    add("jpeg inks", {.width = 5, .height = 3, .colorSpace = JCS_CMYK});
+    add("jpeg with index and Exif", {.width = 9, .height = 7, .segments = {exif, MakeIndex()}});
     return samples;
 }
 

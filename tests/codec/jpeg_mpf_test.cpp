@@ -110,9 +110,7 @@ TEST_F(JpegMpfTest, FindsEveryPicture) {
             std::vector<JpegSegment> before;
             if (late)  // the index lies beyond the first buffer of the decoder
                 before.assign(4, {JPEG_COM, Bytes(60000, 1)});
-            const Result<ImageTextureRef> texture = Load(Join({.big = big}, {second, third}, before));
-            ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-            const std::vector<ImageBaseRef> images = ImagesOf(*texture);
+            const std::vector<ImageBaseRef> images = ImagesOf(Loaded(Join({.big = big}, {second, third}, before)));
             ASSERT_EQ(images.size(), 3u);
             for (size_t i = 0; i < images.size(); ++i)
                 EXPECT_EQ(images[i]->Get(image::kSubImageIndex, -1), Int(i));
@@ -191,9 +189,7 @@ TEST_F(JpegMpfTest, OtherSegmentsAreNoIndex) {
                                          {'M', 'P', 'F', 0, 'M', 'M', 42, 0, 0, 0, 0, 8},
                                          {'F', 'P', 'X', 'R', 0, 1, 2, 3, 4, 5}};
     for (const Bytes& payload : payloads) {
-        const Result<ImageTextureRef> texture = Load(MakeJpeg(16, 16, 50, {{JPEG_APP0 + 2, payload}}));
-        ASSERT_TRUE(texture);
-        EXPECT_EQ(ImagesOf(*texture).size(), 1u);
+        EXPECT_EQ(ImagesOf(Loaded(MakeJpeg(16, 16, 50, {{JPEG_APP0 + 2, payload}}))).size(), 1u);
     }
 }
 
@@ -201,29 +197,19 @@ TEST_F(JpegMpfTest, PicturesThatAreNotThere) {
     const Bytes second = MakeJpeg(8, 8, 120);
     Bytes file = Join({}, {second});
     file.resize(file.size() - second.size());
-    const Result<ImageTextureRef> missing = Load(file);
-    EXPECT_EQ(KindOf(missing), "fileformat");
-    EXPECT_EQ(MessageOf(missing), "Error loading jpg: Empty input file");
+    EXPECT_EQ(KindOf(Load(file)), "fileformat");
+    EXPECT_EQ(MessageOf(Load(file)), "Error loading jpg: Empty input file");
 
-    const Bytes noise = Bytes(100, 1);
-    const Result<ImageTextureRef> garbage = Load(Join({}, {noise}));
-    EXPECT_EQ(MessageOf(garbage), "Error loading jpg: Not a JPEG file: starts with 0x01 0x01");
+    EXPECT_EQ(MessageOf(Load(Join({}, {Bytes(100, 1)}))), "Error loading jpg: Not a JPEG file: starts with 0x01 0x01");
 }
 
 TEST_F(JpegMpfTest, ManyPicturesAtTheSamePlaceAreBounded) {
     // An index of 4000 pictures, all of them the first: honest as long as it is small.
-    const auto makeFile = [](uint32_t width, uint32_t height) {
-        Index index;
-        index.offsets.assign(4000, 0);
-        Bytes file = MakeJpeg(width, height, 50, {index.Make()});
-        return file;
-    };
-    EXPECT_EQ(KindOf(Load(makeFile(640, 480))), "mediasessionwrongtype");
     Index index;
+    index.offsets.assign(4000, 0);
+    EXPECT_EQ(KindOf(Load(MakeJpeg(640, 480, 50, {index.Make()}))), "mediasessionwrongtype");
     index.offsets.assign(3, 0);
-    const Result<ImageTextureRef> texture = Load(MakeJpeg(16, 16, 50, {index.Make()}));
-    ASSERT_TRUE(texture);
-    EXPECT_EQ(ImagesOf(*texture).size(), 3u);
+    EXPECT_EQ(ImagesOf(Loaded(MakeJpeg(16, 16, 50, {index.Make()}))).size(), 3u);
 }
 
 // --- Exif ------------------------------------------------------------------------------------------------------------
@@ -260,17 +246,14 @@ TEST_F(JpegMpfTest, ExifGoesToTheHostsService) {
         return Cast<FakeExif>(texture->Get(image::kExifData, ObjectRef()));
     };
     // Without a host there is no stream.
-    Result<ImageTextureRef> texture = Load(file);
-    ASSERT_TRUE(texture);
-    EXPECT_FALSE((*texture)->Has(image::kExifData.GetId()));
+    EXPECT_FALSE(Loaded(file)->Has(image::kExifData.GetId()));
 
     const Ref<FakeExifService> service = *NewObj<FakeExifService>();
     Publisher host;
     ASSERT_TRUE(host.PublishObject(ExifStaticInterface::kInterfaceId, ObjectRef(service)));
-    texture = Load(file);
-    ASSERT_TRUE(texture);
-    ASSERT_TRUE(exifOf(*texture));
-    EXPECT_EQ(exifOf(*texture)->block, kExifBlock);
+    const Ref<FakeExif> exif = exifOf(Loaded(file));
+    ASSERT_TRUE(exif);
+    EXPECT_EQ(exif->block, kExifBlock);
 
     // Streams: Exif first, of a class of its own, and no stream without Exif data.
     const auto importer = Cast<MediaInputInterface>(*FindHandlerBySuffix("jpg")->CreateHandler(Mount(file)));
@@ -280,12 +263,10 @@ TEST_F(JpegMpfTest, ExifGoesToTheHostsService) {
     EXPECT_EQ(streams[0]->GetClassId().GetText(), "net.orvik.image.class.mediastreamexifdatajpg");
     EXPECT_TRUE(Cast<MediaStreamExifDataInterface>(streams[0]));
     EXPECT_EQ(streams[1]->GetClassId().GetText(), "net.orvik.image.class.mediastreamimagelayerjpgimport");
-    texture = Load(MakeJpeg(8, 8, 90));
-    ASSERT_TRUE(texture);
-    EXPECT_FALSE((*texture)->Has(image::kExifData.GetId()));
+    EXPECT_FALSE(Loaded(MakeJpeg(8, 8, 90))->Has(image::kExifData.GetId()));
 
     // Structure alone: no pixels, and still the Exif data.
-    const auto bare = *ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>();
+    const ImageTextureRef bare = MakeTexture();
     const auto output = *ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>();
     ASSERT_TRUE(output->SetOutputTexture(bare, ClassRef(storageclasses::kNormal)));
     const SelectionDelegate structureOnly = [](const MediaStreamRef&, const MediaStreamFormat&) {

@@ -7,36 +7,6 @@
 namespace codectest {
 namespace {
 
-class JpegToolsTest : public CodecTest {
-protected:
-    std::string Quoted(const std::string& name) const { return "'" + _scratch.Path(name) + "'"; }
-    Bytes RunToBytes(const std::string& command) {
-        Bytes output;
-        EXPECT_TRUE(RunShell(command + " 2> /dev/null", &output)) << command;
-        return output;
-    }
-
-    ScratchDirectory _scratch;
-};
-
-#define REQUIRE_TOOL(NAME) \
-    if (!HasTool(NAME))    \
-    GTEST_SKIP() << NAME << " is not installed"
-
-constexpr const char* kPillow = "/usr/bin/python3 -c 'import sys; from PIL import Image; ";
-
-bool HasPillow() { return RunShell("/usr/bin/python3 -c 'import PIL' 2> /dev/null"); }
-
-/// The largest difference between two pictures; 256 when they are not of one size.
-int Distance(const Bytes& a, const Bytes& b) {
-    if (a.size() != b.size() || a.empty())
-        return 256;
-    int most = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        most = std::max(most, std::abs(int(a[i]) - int(b[i])));
-    return most;
-}
-
 struct Size {
     Int width, height;
 };
@@ -53,18 +23,55 @@ Bytes MakeRows(Int width, Int height, int channels) {
     return rows;
 }
 
+class JpegToolsTest : public CodecTest {
+protected:
+    void SetUp() override {
+        CodecTest::SetUp();
+        for (const char* tool : {"cjpeg", "djpeg", "convert-im6.q16", "gm", "exiftool"}) {
+            if (!HasTool(tool))
+                GTEST_SKIP() << tool << " is not installed";
+        }
+        if (!RunShell("/usr/bin/python3 -c 'import PIL' 2> /dev/null"))
+            GTEST_SKIP() << "Pillow is not installed";
+    }
+    std::string Quoted(const std::string& name) const { return "'" + _scratch.Path(name) + "'"; }
+    Bytes RunToBytes(const std::string& command) {
+        Bytes output;
+        EXPECT_TRUE(RunShell(command + " 2> /dev/null", &output)) << command;
+        return output;
+    }
+
+    void WritePpm(const std::string& name, const Size& size) {
+        const std::string head = "P6 " + std::to_string(size.width) + " " + std::to_string(size.height) + " 255\n";
+        const Bytes rows = MakeRows(size.width, size.height, 3);
+        Bytes file(head.begin(), head.end());
+        file.insert(file.end(), rows.begin(), rows.end());
+        WriteFile(_scratch.Path(name), file);
+    }
+
+    ScratchDirectory _scratch;
+};
+
+constexpr const char* kPillow = "/usr/bin/python3 -c 'import sys; from PIL import Image; ";
+
+/// The largest difference between two pictures; 256 when they are not of one size.
+int Distance(const Bytes& a, const Bytes& b) {
+    if (a.size() != b.size() || a.empty())
+        return 256;
+    int most = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        most = std::max(most, std::abs(int(a[i]) - int(b[i])));
+    return most;
+}
+
 TEST_F(JpegToolsTest, OthersReadOurFiles) {
-    REQUIRE_TOOL("djpeg");
-    REQUIRE_TOOL("convert-im6.q16");
-    REQUIRE_TOOL("gm");
-    if (!HasPillow())
-        GTEST_SKIP() << "Pillow is not installed";
     const std::string file = Quoted("ours.jpg");
     const std::string readers[] = {
-        "djpeg -ppm " + file + " | tail -c %",
-        "convert-im6.q16 " + file + " -strip -depth 8 rgb:-",
-        "gm convert " + file + " +profile '*' -depth 8 rgb:-",
-        std::string(kPillow) + "sys.stdout.buffer.write(Image.open(sys.argv[1]).convert(\"RGB\").tobytes())' " + file,
+        "djpeg -rgb -ppm " + file + " | tail -c ",
+        "convert-im6.q16 " + file + " -strip -depth 8 rgb:- | tail -c ",
+        "gm convert " + file + " +profile '*' -depth 8 rgb:- | tail -c ",
+        std::string(kPillow) + "sys.stdout.buffer.write(Image.open(sys.argv[1]).convert(\"RGB\").tobytes())' " + file +
+            " | tail -c ",
     };
     for (const bool grey : {false, true}) {
         for (const Size& size : kSizes) {
@@ -77,18 +84,10 @@ TEST_F(JpegToolsTest, OthersReadOurFiles) {
                 ASSERT_TRUE(texture->Set(image::kExportSettings, settings));
                 ASSERT_TRUE(SaveTo(texture, "jpg", Url(_scratch.Path("ours.jpg"))));
                 const Bytes own = PixelsOf(FirstImage(*Load(Url(_scratch.Path("ours.jpg")))), pixelformats::kRgbU8);
-                for (std::string reader : readers) {
+                for (const std::string& reader : readers) {
                     SCOPED_TRACE(testing::Message()
                                  << reader << " " << grey << " " << size.width << "x" << size.height << " " << quality);
-                    if (const size_t at = reader.find('%'); at != std::string::npos) {
-                        reader.replace(at, 1, std::to_string(own.size() / (grey ? 3 : 1)));
-                        Bytes rows = RunToBytes(reader), rgb;
-                        for (const uint8_t value : rows)
-                            rgb.insert(rgb.end(), grey ? 3 : 1, value);
-                        EXPECT_LE(Distance(rgb, own), 1);
-                    } else {
-                        EXPECT_LE(Distance(RunToBytes(reader), own), 1);
-                    }
+                    EXPECT_LE(Distance(RunToBytes(reader + std::to_string(own.size())), own), 1);
                 }
             }
         }
@@ -96,12 +95,6 @@ TEST_F(JpegToolsTest, OthersReadOurFiles) {
 }
 
 TEST_F(JpegToolsTest, WeReadTheirFiles) {
-    REQUIRE_TOOL("cjpeg");
-    REQUIRE_TOOL("djpeg");
-    REQUIRE_TOOL("convert-im6.q16");
-    REQUIRE_TOOL("gm");
-    if (!HasPillow())
-        GTEST_SKIP() << "Pillow is not installed";
     const std::string ppm = Quoted("in.ppm"), file = Quoted("theirs.jpg");
     const std::string writers[] = {
         "cjpeg -quality 90 ",
@@ -122,11 +115,7 @@ TEST_F(JpegToolsTest, WeReadTheirFiles) {
         std::string(kPillow) + "Image.open(sys.argv[1]).convert(\"L\").save(sys.stdout.buffer, \"JPEG\")' ",
     };
     for (const Size& size : kSizes) {
-        const Bytes rows = MakeRows(size.width, size.height, 3);
-        const std::string head = "P6 " + std::to_string(size.width) + " " + std::to_string(size.height) + " 255\n";
-        Bytes in(head.begin(), head.end());
-        in.insert(in.end(), rows.begin(), rows.end());
-        WriteFile(_scratch.Path("in.ppm"), in);
+        WritePpm("in.ppm", size);
         for (const std::string& writer : writers) {
             SCOPED_TRACE(testing::Message() << writer << size.width << "x" << size.height);
             ASSERT_TRUE(RunShell(writer + ppm + " > " + file));
@@ -140,27 +129,84 @@ TEST_F(JpegToolsTest, WeReadTheirFiles) {
 }
 
 TEST_F(JpegToolsTest, WeReadTheirInks) {
-    REQUIRE_TOOL("convert-im6.q16");
-    if (!HasPillow())
-        GTEST_SKIP() << "Pillow is not installed";
     const Bytes rows = MakeRows(23, 11, 4);
     WriteFile(_scratch.Path("in.cmyk"), rows);
-    const std::string in = Quoted("in.cmyk"), file = Quoted("theirs.jpg");
-    const std::string writers[] = {
-        std::string(kPillow) + "Image.frombytes(\"CMYK\", (23, 11), open(sys.argv[1], \"rb\").read())" +
-            ".save(sys.stdout.buffer, \"JPEG\", quality=95)' " + in,
-        "convert-im6.q16 -size 23x11 -depth 8 cmyk:" + in + " -quality 95 jpg:-",
-    };
-    for (const std::string& writer : writers) {
+    const std::string in = Quoted("in.cmyk"), file = Quoted("theirs.jpg"), pillow = kPillow;
+    for (const std::string& writer : {
+             pillow + "Image.frombytes(\"CMYK\", (23, 11), open(sys.argv[1], \"rb\").read())" +
+                 ".save(sys.stdout.buffer, \"JPEG\", quality=95)' " + in,
+             "convert-im6.q16 -size 23x11 -depth 8 cmyk:" + in + " -quality 95 jpg:-",
+         }) {
         SCOPED_TRACE(writer);
         ASSERT_TRUE(RunShell(writer + " > " + file));
-        const Result<ImageTextureRef> texture = Load(Url(_scratch.Path("theirs.jpg")));
-        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-        const Bytes own = PixelsOf(FirstImage(*texture), "net.orvik.image.pixelformat.cmyk.u8");
-        EXPECT_LE(Distance(own, RunToBytes(std::string(kPillow) +
-                                           "sys.stdout.buffer.write(Image.open(sys.argv[1]).tobytes())' " + file)),
-                  1);
+        const Bytes own =
+            PixelsOf(FirstImage(*Load(Url(_scratch.Path("theirs.jpg")))), "net.orvik.image.pixelformat.cmyk.u8");
+        EXPECT_LE(
+            Distance(own, RunToBytes(pillow + "sys.stdout.buffer.write(Image.open(sys.argv[1]).tobytes())' " + file)),
+            1);
         EXPECT_LE(Distance(own, rows), 12);
+    }
+}
+
+TEST_F(JpegToolsTest, InksAreConvertedByTheirProfile) {
+    const std::string path =
+        SharedDirectory() + "/corpus/jpeg/twelvemonkeys/warning-embedded-color-profile-invalid-ignored-cmyk.jpg";
+    if (!RunShell("test -f '" + path + "'"))
+        GTEST_SKIP() << "no corpus at " << path;
+    ASSERT_TRUE(SaveTo(*Load(Url(path)), "tga", Url(_scratch.Path("srgb.tga"))));
+    const std::string judge = std::string(kPillow) +
+                              "import io; from PIL import ImageCms; i = Image.open(sys.argv[1]); "
+                              "p = io.BytesIO(i.info[\"icc_profile\"]); s = ImageCms.createProfile(\"sRGB\"); "
+                              "i = ImageCms.profileToProfile(i, p, s, outputMode=\"RGB\"); "
+                              "sys.stdout.buffer.write(i.tobytes())' '" +
+                              path + "'";
+    EXPECT_LE(
+        Distance(PixelsOf(FirstImage(*Load(Url(_scratch.Path("srgb.tga")))), pixelformats::kRgbU8), RunToBytes(judge)),
+        1);
+}
+
+TEST_F(JpegToolsTest, ResolutionAndProfile) {
+    const ImageTextureRef texture = MakeTexture({8, 8, pixelformats::kRgbU8, MakeRows(8, 8, 3)});
+    ASSERT_TRUE(FirstImage(texture)->Set(image::kDpi, 299.6));
+    ASSERT_TRUE(SaveTo(texture, "jpg", Url(_scratch.Path("ours.jpg"))));
+    const Bytes said = RunToBytes("exiftool -s3 -n -XResolution -YResolution -ResolutionUnit " + Quoted("ours.jpg"));
+    EXPECT_EQ(std::string(said.begin(), said.end()), "300\n300\n1\n");
+    EXPECT_EQ(RunToBytes("exiftool -icc_profile -b " + Quoted("ours.jpg")), ProfileBytes(colorprofiles::kSrgb));
+
+    WritePpm("in.ppm", {8, 8});
+    ASSERT_TRUE(RunShell("convert-im6.q16 " + Quoted("in.ppm") + " -units PixelsPerCentimeter -density 118x59 " +
+                         Quoted("theirs.jpg")));
+    const ImageBaseRef image = FirstImage(*Load(Url(_scratch.Path("theirs.jpg"))));
+    EXPECT_DOUBLE_EQ(image->Get(image::kDpi, 0), 118 * 2.54);
+    EXPECT_EQ(image->Get(image::kAspectRatio, 0), 0.5);
+}
+
+TEST_F(JpegToolsTest, WeReadTheirSetsOfPictures) {
+    WritePpm("0", {64, 48});
+    WritePpm("1", {17, 33});
+    ASSERT_TRUE(RunShell(std::string(kPillow) + "p = [Image.open(f) for f in sys.argv[2:]]; " +
+                         "p[0].save(sys.argv[1], format=\"MPO\", save_all=True, append_images=p[1:])' " +
+                         Quoted("theirs.mpo") + " " + Quoted("0") + " " + Quoted("1")));
+    std::vector<std::string> files = {_scratch.Path("theirs.mpo")};
+    const std::string ofCorpus = SharedDirectory() + "/corpus/jpeg/pillow/ignore_frame_size.mpo";
+    if (RunShell("test -f '" + ofCorpus + "'"))
+        files.push_back(ofCorpus);
+    for (const std::string& path : files) {
+        SCOPED_TRACE(path);
+        const Result<ImageTextureRef> texture = Load(Url(path));
+        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+        int index = 0;
+        for (auto child = (*texture)->GetFirstChild(Int(IMAGEHIERARCHY::IMAGE)); child; child = child->GetNext()) {
+            const auto image = Cast<ImageBaseInterface>(child);
+            const Bytes own = PixelsOf(image, pixelformats::kRgbU8);
+            const std::string picture = index == 0 ? "cat" : "exiftool -b -MPImage2";
+            EXPECT_LE(Distance(own, RunToBytes(picture + " '" + path + "' | djpeg -rgb -ppm | tail -c " +
+                                               std::to_string(own.size()))),
+                      1)
+                << index;
+            EXPECT_EQ(image->Get(image::kSubImageIndex, -1), index++);
+        }
+        EXPECT_EQ(index, 2);
     }
 }
 

@@ -1,5 +1,3 @@
-#include <cmath>
-
 #include "media_io_jpeg.h"
 #include "media_io_jpeg_encoder.h"
 
@@ -39,7 +37,7 @@ Result<void> JpegExporter::CheckInputCount(size_t count) const {
 int JpegExporter::ToLibraryQuality(Float quality) {
     if (!(quality > 0))
         return 0;
-    return static_cast<int>(std::lround(std::min(quality, 1.0) * 100));
+    return static_cast<int>(std::min(quality, 1.0) * 100 + 0.5);
 }
 
 Result<void> JpegExporter::OpenRows() {
