@@ -98,12 +98,10 @@ Result<PixelFormat> ReadColorMap(EndianReader& in, const TgaHeader& header) {
     if (header.MapBytes() < 1)
         return MediaSessionWrongTypeError();
     const PixelFormat entryFormat = TRY(ChooseEntryFormat(header.BytesPerEntry()));
-    const ClassRef indexedClass(header.BytesPerPixel() == 1 ? Id("net.orvik.image.class.pixelformat.Indexed.u8bit")
-                                                            : Id("net.orvik.image.class.pixelformat.Indexed.u16bit"));
-    PixelFormatIndexedColor palette = TRY(indexedClass.Create<PixelFormatIndexedColorInterface>());
     constexpr Int kMaxEntries = 256;
     const Int count = std::min(Int(header.mapFirst) + header.mapLength, kMaxEntries);
-    TRY(palette->InitColorTable(entryFormat, count));
+    const PixelFormatIndexedColor palette =
+        TRY(PixelFormats::CreateIndexed(header.BytesPerPixel() * 8, entryFormat, count));
     for (Int i = 0; i < header.mapLength; ++i) {
         std::byte entry[4];
         TRY(in.ReadBlock(Block<std::byte>(entry, size_t(header.BytesPerEntry()))));
