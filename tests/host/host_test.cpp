@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "orvik/gfx_image.h"
+#include "orvik/mediasession_limits.h"
 #include "orvik/mediasession_session.h"
 
 namespace orvik {
@@ -163,6 +164,21 @@ TEST(Host, OneAtATimeAndAnyNumberInTurn) {
     }
     EXPECT_FALSE(FindPublishedObject(service));
     EXPECT_FALSE(ClassRef(imageclasses::kTexture).Create());
+}
+
+TEST(Host, BoundsTheBuffersOfItsModules) {
+    const Result<Host> host = Host::Start();
+    ASSERT_TRUE(host);
+    const auto image = *ClassRef(imageclasses::kImage).Create<ImageInterface>();
+    const auto init = [&image] {
+        return image->Init(100, 100, ClassRef(storageclasses::kNormal), PixelFormats::Get(pixelformats::kRgbU8), {});
+    };
+    SetDecodeBufferLimit(29999);
+    const Result<void> refused = init();
+    SetDecodeBufferLimit(0);
+    ASSERT_FALSE(refused);
+    EXPECT_TRUE(refused.GetError()->IsKindOf(errorid::kOutOfMemory));
+    EXPECT_TRUE(init());
 }
 
 }  // namespace
