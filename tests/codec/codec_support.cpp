@@ -131,6 +131,12 @@ const FileFormatEntry& Format(std::string_view name) {
     return GetFileFormatTable()[0];
 }
 
+std::vector<FileFormatEntry> WrittenFormats() {
+    std::vector<FileFormatEntry> written;
+    std::ranges::copy_if(GetFileFormatTable(), std::back_inserter(written), &FileFormatEntry::makeExporter);
+    return written;
+}
+
 Result<void> SaveTo(const ImageTextureRef& texture, std::string_view formatName, const Url& url) {
     const MediaOutputUrlRef exporter = TRY(ClassRef(Format(formatName).exporter).Create<MediaOutputUrlInterface>());
     TRY(exporter->SetOutputUrl(url));

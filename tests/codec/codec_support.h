@@ -63,6 +63,8 @@ ImageTextureRef MakeTexture(const Picture& picture);
 Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName);
 Result<void> SaveTo(const ImageTextureRef& texture, std::string_view formatName, const Url& url);
 const FileFormatEntry& Format(std::string_view name);
+/// The rows of the formats that can be written.
+std::vector<FileFormatEntry> WrittenFormats();
 
 /// "ok", or the last word of the error's class id, for instance "mediasessionwrongtype".
 template <class T>

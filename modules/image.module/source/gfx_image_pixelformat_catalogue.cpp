@@ -204,7 +204,8 @@ Id GetChannelTypeOfDigit(int digit, bool inverted) {
 
 Result<BaseArray<PixelFormat>> PixelFormatGroupImpl::GetEntries() const {
     BaseArray<PixelFormat> formats;
-    for (const Registry::Entry& entry : Registry::GetEntries(_registry))
+    const BaseArray<Registry::Entry> entries = TRY(Registry::CopyEntries(_registry));
+    for (const Registry::Entry& entry : entries)
         TRY(formats.Append(Cast<PixelFormatInterface>(entry.object)));
     return formats;
 }

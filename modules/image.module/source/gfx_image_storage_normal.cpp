@@ -93,7 +93,8 @@ namespace {
 
 /// The first registered format with an id, group by group.
 Result<PixelFormat> FindRegisteredFormat(const String& id) {
-    for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry)) {
+    const BaseArray<Registry::Entry> groups = TRY(Registry::CopyEntries(kPixelFormatRegistry));
+    for (const Registry::Entry& entry : groups) {
         const BaseArray<PixelFormat> formats = TRY(Cast<PixelFormatGroupInterface>(entry.object)->GetEntries());
         for (const PixelFormat& format : formats) {
             if (format->GetId().GetText() == id.GetText())

@@ -144,7 +144,8 @@ thread_local int NestingGuard::t_depth = 0;
 Result<FileFormat> FindFormat(const Url& url) {
     const String suffix = url.GetSuffix().ToLower();
     BaseArray<Candidate> candidates;
-    for (const Registry::Entry& entry : Registry::GetEntries(kFileFormatRegistry)) {
+    const BaseArray<Registry::Entry> entries = TRY(Registry::CopyEntries(kFileFormatRegistry));
+    for (const Registry::Entry& entry : entries) {
         if (FileFormat format = Cast<FileFormatInterface>(entry.object))
             TRY(InsertCandidate(candidates, MakeCandidate(format, suffix)));
     }
@@ -186,7 +187,8 @@ Result<BaseArray<FileFormatHandler>> FileFormatDetection::DetectAll(const Url& u
     TRY(guard.Check());
     const String suffix = url.GetSuffix().ToLower();
     BaseArray<Candidate> candidates;
-    for (const Registry::Entry& entry : Registry::GetEntries(kFileFormatHandlerRegistry)) {
+    const BaseArray<Registry::Entry> entries = TRY(Registry::CopyEntries(kFileFormatHandlerRegistry));
+    for (const Registry::Entry& entry : entries) {
         const FileFormatHandler handler = Cast<FileFormatHandlerInterface>(entry.object);
         const DataType* type = handler->GetHandlerType();
         const bool wanted =

@@ -247,8 +247,11 @@ Result<Url> MountMemoryFile(std::string_view name, const MemoryFileRef& file) {
 MemoryFileRef FindMemoryFile(std::string_view name) {
     Mounts& mounts = GetMounts();
     const std::lock_guard guard(mounts.mutex);
-    const MemoryFileRef* file = mounts.files.Find(String(name));
-    return file ? *file : nullptr;
+    for (const auto& mount : mounts.files) {  // few; and a key made for a look-up could fail
+        if (mount.key.GetText() == name)
+            return mount.value;
+    }
+    return nullptr;
 }
 
 void UnmountMemoryFile(std::string_view name) {

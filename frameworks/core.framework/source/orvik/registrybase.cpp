@@ -76,15 +76,18 @@ ObjectRef FindPublishedObject(const Id& id) {
     return found ? *found : ObjectRef::Unresolved();
 }
 
-BaseArray<Registry::Entry> Registry::GetEntries(const Id& registry) {
+Result<BaseArray<Registry::Entry>> Registry::CopyEntries(const Id& registry) {
     BaseArray<Entry> copy;
     Store& store = GetStore();
     const std::shared_lock lock(store.mutex);
-    if (const RegistryTable* table = store.registries.Find(registry)) {
-        if (Result<void> copied = copy.CopyFrom(table->entries); !copied)
-            copy.Reset();
-    }
+    if (const RegistryTable* table = store.registries.Find(registry))
+        TRY(copy.CopyFrom(table->entries));
     return copy;
+}
+
+BaseArray<Registry::Entry> Registry::GetEntries(const Id& registry) {
+    Result<BaseArray<Entry>> entries = CopyEntries(registry);
+    return entries ? std::move(entries).TakeValue() : BaseArray<Entry>();
 }
 
 ObjectRef Registry::Find(const Id& registry, const Id& entry) {

@@ -70,6 +70,8 @@ public:
         ObjectRef object;
     };
     /// All entries as they stand now; an unknown registry is empty.
+    static Result<BaseArray<Entry>> CopyEntries(const Id& registry);
+    /// The same for those who cannot fail: empty also when memory is short.
     static BaseArray<Entry> GetEntries(const Id& registry);
     /// @return the entry's object, or the unresolved reference
     static ObjectRef Find(const Id& registry, const Id& entry);

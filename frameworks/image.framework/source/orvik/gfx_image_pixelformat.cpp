@@ -11,8 +11,10 @@ Result<PixelFormat> FindOrCreatePixelFormat(Block<const ImageChannel> channels) 
 Result<PixelFormatIndexedColor> CreateIndexed(Int width, const PixelFormat& entryFormat, Int count) {
     if ((width < 1 || width > 8) && width != 16)
         return IllegalArgumentError("There are no indices of @ bits.", width);
-    const Id classId =
-        TRY(Id::Create(FormatString("net.orvik.image.class.pixelformat.Indexed.u@bit", width).GetText()));
+    const String className = FormatString("net.orvik.image.class.pixelformat.Indexed.u@bit", width);
+    if (className.IsEmpty())
+        return OutOfMemoryError();
+    const Id classId = TRY(Id::Create(className.GetText()));
     PixelFormatIndexedColor format = TRY(ClassRef(classId).Create<PixelFormatIndexedColorInterface>());
     TRY(format->InitColorTable(entryFormat, count));
     return format;
@@ -20,7 +22,8 @@ Result<PixelFormatIndexedColor> CreateIndexed(Int width, const PixelFormat& entr
 
 Result<BaseArray<PixelFormat>> GetAll() {
     BaseArray<PixelFormat> all;
-    for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry)) {
+    const BaseArray<Registry::Entry> groups = TRY(Registry::CopyEntries(kPixelFormatRegistry));
+    for (const Registry::Entry& entry : groups) {
         const BaseArray<PixelFormat> formats = TRY(Cast<PixelFormatGroupInterface>(entry.object)->GetEntries());
         TRY(all.AppendBlock(formats.ToBlock()));
     }
