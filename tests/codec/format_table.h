@@ -67,7 +67,9 @@ struct TestedFormat {
     bool announcesLate = false;  ///< adds its job to the progress when it begins with the pixels, not before
     /// @}
 
-    /// @{ Capabilities of the exporter.
+    bool hasVideo = false;  ///< what the importer says of itself
+
+    /// @{ Capabilities of the exporter; for a format that is written.
     bool embedsProfiles = false;
     Int alphaChannels = 0;
     Int largestSide = 0;

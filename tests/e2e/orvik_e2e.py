@@ -68,22 +68,22 @@ def pillow_rgba(path):
         return np.asarray(image.convert("RGBA"))
 
 
-def magick_rgba(path):
-    """8-bit RGBA of a file as ImageMagick reads it."""
-    command = [find_tool("convert-im6.q16", "convert"), str(path), "-depth", "8", "rgba:-"]
-    return subprocess.run(command, stdout=subprocess.PIPE, check=True).stdout
-
-
-def graphics_magick_rgba(path):
-    command = [find_tool("gm"), "convert", str(path), "-depth", "8", "rgba:-"]
-    return subprocess.run(command, stdout=subprocess.PIPE, check=True).stdout
-
-
 def noise(height, width, channels, dtype=np.uint8, seed=1):
     """Random pixels: every channel and every row differs, which a swap or a shift cannot survive."""
     limit = np.iinfo(dtype).max
     shape = (height, width, channels) if channels > 1 else (height, width)
     return np.random.default_rng(seed).integers(0, limit, shape, dtype, endpoint=True)
+
+
+def write_sixteen_bit_png(path, pixels, *options):
+    """By netpbm: Pillow writes no colours of 16 bits."""
+    height, width = pixels.shape[:2]
+    kind = "P5" if pixels.ndim == 2 else "P6"
+    pnm = f"{kind} {width} {height} 65535\n".encode() + pixels.astype(">u2").tobytes()
+    with open(path, "wb") as file:
+        command = [find_tool("pnmtopng"), *options]
+        subprocess.run(command, input=pnm, stdout=file, check=True, stderr=subprocess.DEVNULL)
+    return path
 
 
 class OrvikTest(unittest.TestCase):

@@ -3,13 +3,12 @@
 import io
 import pathlib
 import struct
-import subprocess
 import unittest
 
 import numpy as np
 from PIL import Image, ImageCms
 
-from orvik_e2e import OrvikTest, find_tool, main, noise, pillow_rgba
+from orvik_e2e import OrvikTest, main, noise, pillow_rgba, write_sixteen_bit_png
 
 PROFILES = pathlib.Path("/usr/share/color/icc/ghostscript")
 STEP = 1  # of 8 bits: what two ways of rounding may differ by
@@ -79,10 +78,7 @@ class Profiles(OrvikTest):
 
     def test_sixteen_bits_by_the_formula(self):
         pixels = noise(20, 256, 3, np.uint16)
-        source = self.folder / "source.png"
-        with open(source, "wb") as file:
-            pnm = b"P6 256 20 65535\n" + pixels.astype(">u2").tobytes()
-            subprocess.run([find_tool("pnmtopng")], input=pnm, stdout=file, check=True, stderr=subprocess.DEVNULL)
+        source = write_sixteen_bit_png(self.folder / "source.png", pixels)
         out = self.convert(source, "linear")
         raw = self.ok("pixels", "--format", "net.orvik.image.pixelformat.rgb.u16", out, "-o", "-")
         self.assert_near(np.frombuffer(raw, np.uint16).reshape(pixels.shape), linear(pixels / 65535) * 65535, 32)

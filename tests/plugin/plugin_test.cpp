@@ -1,11 +1,9 @@
 // The module as a host meets it: a shared object that is opened at run time. This program does not link its objects.
-#include <cstring>
 #include <dlfcn.h>
-#include <elf.h>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
+
+#include "support/result_matchers.h"
 
 #include "orvik/iomemory.h"
 #include "orvik/lockservices.h"
@@ -15,21 +13,8 @@
 namespace orvik {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
-using testing::UnorderedElementsAre;
-
-MATCHER_P(FailsAs, errorId, "fails as " + std::string(errorId.GetText())) {
-    if (arg) {
-        *result_listener << "which succeeded";
-        return false;
-    }
-    *result_listener << "which is " << arg.GetError()->GetErrorId().GetText() << " \""
-                     << arg.GetError()->GetMessage().GetText() << '"';
-    return arg.GetError()->IsKindOf(errorId);
-}
 
 Module LoadModule(const std::string& path) {
     Result<Module> module = Module::Load(Url(path));
@@ -65,52 +50,6 @@ protected:
     }
     void TearDown() override { Publisher::SetUndoObserver(nullptr); }
 };
-
-// --- Symbols ---------------------------------------------------------------------------------------------------------
-
-template <class T>
-T ReadAt(const std::vector<char>& file, size_t offset) {
-    T value{};
-    if (offset > file.size() || file.size() - offset < sizeof(T)) {
-        ADD_FAILURE() << "the file ends at " << file.size();
-        return value;
-    }
-    std::memcpy(&value, file.data() + offset, sizeof(T));
-    return value;
-}
-
-/// Names of the symbols that a shared object defines for others, from its dynamic symbol table.
-std::vector<std::string> ReadExportedSymbols(const char* path) {
-    std::ifstream stream(path, std::ios::binary);
-    const std::vector<char> file{std::istreambuf_iterator<char>(stream), {}};
-    const auto header = ReadAt<Elf64_Ehdr>(file, 0);
-    EXPECT_EQ(std::memcmp(header.e_ident, ELFMAG, SELFMAG), 0);
-    EXPECT_EQ(header.e_ident[EI_CLASS], ELFCLASS64);
-    const auto section = [&](size_t index) {
-        return ReadAt<Elf64_Shdr>(file, header.e_shoff + index * header.e_shentsize);
-    };
-    std::vector<std::string> names;
-    for (size_t i = 0; i < header.e_shnum; ++i) {
-        const Elf64_Shdr symbols = section(i);
-        if (symbols.sh_type != SHT_DYNSYM)
-            continue;
-        const Elf64_Shdr texts = section(symbols.sh_link);
-        for (size_t offset = 0; offset + sizeof(Elf64_Sym) <= symbols.sh_size; offset += symbols.sh_entsize) {
-            const auto symbol = ReadAt<Elf64_Sym>(file, symbols.sh_offset + offset);
-            if (symbol.st_shndx != SHN_UNDEF && ELF64_ST_BIND(symbol.st_info) != STB_LOCAL)
-                names.emplace_back(file.data() + texts.sh_offset + symbol.st_name);
-        }
-    }
-    return names;
-}
-
-TEST_F(Plugin, ExportsTwoObjectsAndNothingElse) {
-    EXPECT_THAT(ReadExportedSymbols(IMAGE_MODULE), UnorderedElementsAre("g_orvik", "g_CpuYieldDelegate"));
-    // The reader does see symbols: the framework's library has many.
-    EXPECT_GT(ReadExportedSymbols(IMAGE_FRAMEWORK).size(), 5u);
-}
-
-// --- Loading ---------------------------------------------------------------------------------------------------------
 
 void ExpectUnresolved(const char* when) {
     for (const Id& id : {mediaclasses::kSession, mediaclasses::kStreamImport, mediaclasses::kOutputTexture}) {

@@ -219,19 +219,6 @@ TEST_F(MediaImport, HandsSelectionAndProgressOn) {
     EXPECT_FALSE(_output->GetSelectionHandler()) << "each import sets its own";
 }
 
-TEST_F(MediaImport, ObserversCanEndAnImport) {
-    const Error stop = MediaConverterError("enough");
-    _first->behaviour.duringAnalyze = [&] {
-        const MediaSessionProgressRef reporter = _first->lastInput.Get()->GetSession()->GetProgress();
-        const Result<void> reported = reporter->SetProgressAndCheckBreak(Take(reporter->AddProgressJob(1, "rows")), 1);
-        EXPECT_EQ(reported.GetError().Get(), stop.Get());
-    };
-    const ProgressDelegate refuse = [&](const MediaSessionProgressRef&, Float, TimeValue, TimeValue) -> Result<void> {
-        return stop;
-    };
-    EXPECT_THAT(MediaSessionImport(Mount("A"), {}, MEDIASESSIONFLAGS::NONE, _output, {}, refuse), Succeeds());
-}
-
 TEST_F(MediaImport, CancellationEndsItAtTheNextRow) {
     CancelToken token;
     const CancelScope scope(token);

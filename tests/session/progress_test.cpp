@@ -65,11 +65,6 @@ protected:
     Result<void> _observerAnswer;
 };
 
-TEST_F(Progress, NumbersItsJobs) {
-    for (Int i = 0; i < 40; ++i)
-        EXPECT_EQ(Job(1), i);
-}
-
 TEST_F(Progress, WeighsAndClamps) {
     Unthrottle();
     const Int light = Job(1), heavy = Job(3);
@@ -174,24 +169,6 @@ TEST_F(Progress, CancelComesBeforeEverything) {
     }
     EXPECT_THAT(Report(job, 1), Succeeds());  // nothing had been stored
     EXPECT_THAT(Fractions(), ElementsAre(1));
-}
-
-TEST_F(Progress, CancelFromAnotherThread) {
-    const Int job = Job(1);
-    CancelToken token;
-    std::thread canceller;
-    Result<void> result;
-    const CancelScope scope(token);
-    Int rows = 0;
-    for (; result; ++rows) {
-        if (rows == 3)
-            canceller = std::thread([&token] { token.Cancel(); });
-        result = Report(job, rows % 2 ? 0.3 : 0.6);
-    }
-    canceller.join();
-    EXPECT_GT(rows, 3);
-    EXPECT_THAT(result, FailsAs(errorid::kThreadCancelled));
-    std::thread([&] { EXPECT_FALSE(IsCurrentThreadCancelled()) << "the token belongs to one thread"; }).join();
 }
 
 TEST_F(Progress, AnObserversErrorComesBack) {

@@ -1,46 +1,17 @@
 #pragma once
 /// @file
-/// Converters that record their calls, and matchers of errors.
+/// Converters that record their calls.
 
 #include <gmock/gmock.h>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "mediasession_outputconverter_baseimpl.h"
+#include "support/result_matchers.h"
 
 #include "orvik/errortypes.h"
 
 namespace orvik {
-
-/// A result that failed with an error of this class.
-MATCHER_P(FailsAs, errorId, "fails as " + std::string(errorId.GetText())) {
-    if (arg) {
-        *result_listener << "which succeeded";
-        return false;
-    }
-    *result_listener << "which is " << arg.GetError()->GetErrorId().GetText() << " \""
-                     << arg.GetError()->GetMessage().GetText() << '"';
-    return arg.GetError()->IsKindOf(errorId);
-}
-
-/// A result that failed with an error of this class and exactly this text.
-MATCHER_P2(FailsWith, errorId, text, "fails as " + std::string(errorId.GetText()) + " \"" + std::string(text) + '"') {
-    if (arg) {
-        *result_listener << "which succeeded";
-        return false;
-    }
-    *result_listener << "which is " << arg.GetError()->GetErrorId().GetText() << " \""
-                     << arg.GetError()->GetMessage().GetText() << '"';
-    return arg.GetError()->IsKindOf(errorId) && arg.GetError()->GetMessage().GetText() == std::string_view(text);
-}
-
-MATCHER(Succeeds, "succeeds") {
-    if (!arg)
-        *result_listener << "which is " << arg.GetError()->GetErrorId().GetText() << " \""
-                         << arg.GetError()->GetMessage().GetText() << '"';
-    return static_cast<bool>(arg);
-}
 
 /// The value of a result that must have one.
 template <class T>

@@ -165,36 +165,6 @@ TEST_F(Session, EmptySessionsConvertAndClose) {
     EXPECT_TRUE(_session->GetProgress());
 }
 
-// Outputs go in the order in which their bucket was first used, the newest of a bucket first. Worked out here with
-// plain containers; 20 outputs stay in the first table of 32 buckets.
-TEST_F(Session, VisitsOutputsInTheOrderOfTheMap) {
-    std::vector<Ref<FakeOutput>> outputs;
-    std::vector<uint64_t> bucketOrder;
-    std::map<uint64_t, std::vector<std::string>> buckets;
-    for (int i = 0; i < 20; ++i) {
-        const std::string name = "out" + std::to_string(i);
-        outputs.push_back(Output(name.c_str(), false));
-        ASSERT_THAT(_session->ConnectMediaConverter(Input(), outputs.back()), Succeeds());
-        const uint64_t k =
-            reinterpret_cast<uintptr_t>(static_cast<MediaConverterInterface*>(outputs.back().GetPointer()));
-        const uint64_t x = k ^ (k >> 32);
-        const uint64_t y = x ^ (x >> 12) ^ (x >> 20);
-        const uint64_t bucket = (y ^ (y >> 4) ^ (y >> 7)) % 32;
-        if (buckets[bucket].empty())
-            bucketOrder.push_back(bucket);
-        buckets[bucket].insert(buckets[bucket].begin(), name);
-    }
-    CallLog expected;
-    for (const char* phase : {"Analyze", "PrepareExecute", "Execute"}) {
-        for (const uint64_t bucket : bucketOrder) {
-            for (const std::string& name : buckets[bucket])
-                expected.push_back(name + '.' + phase + "(1)");
-        }
-    }
-    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
-    EXPECT_THAT(_log, ElementsAreArray(expected));
-}
-
 TEST_F(Session, VisitsEachOfManyOutputsOnceAPhase) {
     for (int i = 0; i < 100; ++i)
         ASSERT_THAT(_session->ConnectMediaConverter(Input(), Output(std::to_string(i).c_str(), false)), Succeeds());

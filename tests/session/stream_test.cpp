@@ -115,7 +115,9 @@ TEST_F(Stream, WithoutDelegates) {
     EXPECT_THAT(audio->FinishStream(properties), Succeeds());
 }
 
-TEST_F(Stream, DelegatesGetTheArgumentsAndTheirErrorsComeBack) {
+/// The two delegates that all streams of pixels and samples have: they get the arguments, and their errors come back.
+template <class Interface, class Middle>
+void ExpectInitAndFinishDelegates(const Ref<Interface>& stream, const Middle& middle) {
     const MediaStreamProperties properties = Take(MediaStreamProperties::FromFormat(FormatOfWidth(9)));
     const Error refused = MediaConverterError("no");
     CallLog log;
@@ -125,55 +127,51 @@ TEST_F(Stream, DelegatesGetTheArgumentsAndTheirErrorsComeBack) {
             return {};
         };
     };
-    const auto refuse = [&](const MediaStreamProperties&) -> Result<void> { return refused; };
-
-    const auto import = Create<MediaStreamImageDataImportInterface>(mediaclasses::kStreamImport);
-    const MediaStreamImageDataImportInterface::PixelDelegate pixel =
-        [&](const MediaStreamProperties&, ChannelOffsets offsets,
-            SETPIXELHANDLERFLAGS) -> Result<SetPixelHandlerStruct> {
-        log.push_back("offsets" + std::to_string(offsets.size()));
-        SetPixelHandlerStruct handler;
-        handler.write = [](const PixelSpan&, const PixelLineConst&, SETPIXELFLAGS) -> Result<void> { return {}; };
-        return handler;
-    };
-    ASSERT_THAT(import->SetCallbackHandler(note("init"), pixel, note("finish")), Succeeds());
-    const BITS offsets[] = {BITS(0), BITS(8), BITS(16)};
-    EXPECT_THAT(import->InitStream(properties), Succeeds());
-    EXPECT_TRUE(Take(import->SetPixelStream(properties, offsets, {})));
-    EXPECT_THAT(import->FinishStream(properties), Succeeds());
-    EXPECT_THAT(log, ElementsAre("init9", "offsets3", "finish9"));
-    ASSERT_THAT(import->SetCallbackHandler(refuse, {}, refuse), Succeeds());
-    EXPECT_EQ(import->InitStream(properties).GetError().Get(), refused.Get());
-    EXPECT_FALSE(Take(import->SetPixelStream(properties, offsets, {})));
-    EXPECT_EQ(import->FinishStream(properties).GetError().Get(), refused.Get());
-
-    log.clear();
-    const auto out = Create<MediaStreamImageDataExportInterface>(mediaclasses::kStreamExport);
-    const MediaStreamImageDataExportInterface::PixelDelegate read =
-        [&](const MediaStreamProperties&, const PixelFormat&, const ColorProfile&,
-            GETPIXELHANDLERFLAGS) -> Result<GetPixelHandlerStruct> { return refused; };
-    ASSERT_THAT(out->SetCallbackHandler(note("init"), read, note("finish")), Succeeds());
-    EXPECT_THAT(out->InitStream(properties), Succeeds());
-    EXPECT_EQ(out->GetPixelStream(properties, {}, {}, {}).GetError().Get(), refused.Get());
-    EXPECT_THAT(out->FinishStream(properties), Succeeds());
+    ASSERT_THAT(stream->SetCallbackHandler(note("init"), middle, note("finish")), Succeeds());
+    EXPECT_THAT(stream->InitStream(properties), Succeeds());
+    EXPECT_THAT(stream->FinishStream(properties), Succeeds());
     EXPECT_THAT(log, ElementsAre("init9", "finish9"));
+    const auto refuse = [&](const MediaStreamProperties&) -> Result<void> { return refused; };
+    ASSERT_THAT(stream->SetCallbackHandler(refuse, middle, refuse), Succeeds());
+    EXPECT_EQ(stream->InitStream(properties).GetError().Get(), refused.Get());
+    EXPECT_EQ(stream->FinishStream(properties).GetError().Get(), refused.Get());
+}
+
+TEST_F(Stream, DelegatesGetTheArgumentsAndTheirErrorsComeBack) {
+    const Error refused = MediaConverterError("no");
+    size_t seen = 0;
+    const auto import = Create<MediaStreamImageDataImportInterface>(mediaclasses::kStreamImport);
+    ExpectInitAndFinishDelegates(import,
+                                 [&](const MediaStreamProperties&, ChannelOffsets offsets,
+                                     SETPIXELHANDLERFLAGS) -> Result<SetPixelHandlerStruct> {
+                                     seen = offsets.size();
+                                     SetPixelHandlerStruct handler;
+                                     handler.write = [](const PixelSpan&, const PixelLineConst&,
+                                                        SETPIXELFLAGS) -> Result<void> { return {}; };
+                                     return handler;
+                                 });
+    const BITS offsets[] = {BITS(0), BITS(8), BITS(16)};
+    EXPECT_TRUE(Take(import->SetPixelStream({}, offsets, {})));
+    EXPECT_EQ(seen, 3u);
+
+    const auto out = Create<MediaStreamImageDataExportInterface>(mediaclasses::kStreamExport);
+    ExpectInitAndFinishDelegates(out,
+                                 [&](const MediaStreamProperties&, const PixelFormat&, const ColorProfile&,
+                                     GETPIXELHANDLERFLAGS) -> Result<GetPixelHandlerStruct> { return refused; });
+    EXPECT_EQ(out->GetPixelStream({}, {}, {}, {}).GetError().Get(), refused.Get());
+
+    const auto audio = Create<MediaStreamAudioDataImportInterface>(mediaclasses::kStreamAudioImport);
+    ExpectInitAndFinishDelegates(audio, [&](Block<const std::byte> block) -> Result<void> {
+        seen = block.size();
+        return {};
+    });
+    const std::byte bytes[12] = {};
+    EXPECT_THAT(audio->SetAudioDataCallback(bytes), Succeeds());
+    EXPECT_EQ(seen, 12u);
 
     const auto exif = Create<MediaStreamExifDataInterface>(mediaclasses::kStreamExif);
     ASSERT_THAT(exif->SetCallbackHandler([&](const ExifRef&) -> Result<void> { return refused; }), Succeeds());
     EXPECT_EQ(exif->HandleExifData({}).GetError().Get(), refused.Get());
-
-    size_t samples = 0;
-    const auto audio = Create<MediaStreamAudioDataImportInterface>(mediaclasses::kStreamAudioImport);
-    const MediaStreamAudioDataImportInterface::AudioDelegate take = [&](Block<const std::byte> block) -> Result<void> {
-        samples += block.size();
-        return {};
-    };
-    ASSERT_THAT(audio->SetCallbackHandler(refuse, take, refuse), Succeeds());
-    const std::byte bytes[12] = {};
-    EXPECT_THAT(audio->SetAudioDataCallback(bytes), Succeeds());
-    EXPECT_EQ(samples, 12u);
-    EXPECT_EQ(audio->InitStream(properties).GetError().Get(), refused.Get());
-    EXPECT_EQ(audio->FinishStream(properties).GetError().Get(), refused.Get());
 }
 
 TEST_F(Stream, PropertiesCopyTheSelectedFormat) {
