@@ -23,10 +23,12 @@ Bytes Rgba(std::initializer_list<uint32_t> pixels) {
 }
 
 /// Past detection, which does not claim all headers.
-void ExpectPixels(const Bytes& file, const Bytes& rgba) {
+/// @return format of the image
+PixelFormat ExpectPixels(const Bytes& file, const Bytes& rgba) {
     const Result<ImageTextureRef> texture = LoadAs("bmp", file);
-    ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    EXPECT_EQ(RgbaOf(*texture), rgba);
+    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+    EXPECT_EQ(texture ? RgbaOf(*texture) : Bytes(), rgba);
+    return texture ? FirstImage(*texture)->GetPixelFormat() : PixelFormat();
 }
 
 // --- Headers ---------------------------------------------------------------------------------------------------------
@@ -70,7 +72,13 @@ TEST_F(BmpTest, ReadsEveryGeneration) {
         const Result<ImageTextureRef> texture = LoadAs("bmp", file.parts.Make());
         ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
         EXPECT_EQ(RgbaOf(*texture), file.rgba);
-        const PixelFormat format = FirstImage(*texture)->GetPixelFormat();
+        const ImageBaseRef image = FirstImage(*texture);
+        EXPECT_EQ(image->Get(image::kColorProfile, ColorProfile()), colorprofiles::Get(colorprofiles::kSrgb));
+        const ImageBaseRef alpha = AlphaOf(image);
+        EXPECT_EQ(static_cast<bool>(alpha), file.rgba[3] != 255);
+        EXPECT_TRUE(!alpha || alpha->Get(image::kAlphaName, String()) == String("Alpha"));
+        EXPECT_TRUE(!alpha || alpha->GetPixelFormat()->GetId() == pixelformats::kAlphaU8);
+        const PixelFormat format = image->GetPixelFormat();
         EXPECT_EQ(format->GetBitsPerPixel().GetBits(), file.formatBits);
         EXPECT_EQ(format->GetId() == pixelformats::kBgrU8, file.formatBits == 24);
         EXPECT_EQ(
@@ -79,43 +87,23 @@ TEST_F(BmpTest, ReadsEveryGeneration) {
     }
 }
 
-TEST_F(BmpTest, DescribesThePicture) {
-    const ImageBaseRef image = FirstImage(Loaded(BmpParts{.headerSize = 108, .bitCount = 32, .rows = kRows32}.Make()));
-    EXPECT_EQ(image->GetWidth(), 2);
-    EXPECT_EQ(image->GetHeight(), 2);
-    EXPECT_EQ(image->Get(image::kColorProfile, ColorProfile()), colorprofiles::Get(colorprofiles::kSrgb));
-    const ImageBaseRef alpha = AlphaOf(image);
-    ASSERT_TRUE(alpha);
-    EXPECT_EQ(alpha->Get(image::kAlphaName, String()), String("Alpha"));
-    EXPECT_EQ(alpha->GetPixelFormat()->GetId(), pixelformats::kAlphaU8);
-}
-
 TEST_F(BmpTest, KeepsOnlyPlausibleResolutions) {
     const struct {
         int32_t x, y;
         Float dpi, aspectRatio;  ///< 0: absent
-    } cases[] = {{0, 0, 0, 0},
-                 {0, 100, 0, 0},
-                 {39, 39, 0, 0},
-                 {40, 40, 1.0162602, 0},
-                 {40, 0, 1.0162602, 0},
-                 {100, 1000, 2.5406504, 0},
-                 {100, 999, 2.5406504, 9.99},
-                 {100, 10, 2.5406504, 0},
-                 {100, 11, 2.5406504, 0.11},
-                 {2834, -5668, 72.0020325, 2},
-                 {-100, 50, 2.5406504, 0.5},
-                 {393599, 393599, 9999.9745935, 0},
-                 {393600, 1, 0, 0},
-                 {INT32_MIN, 1, 0, 0}};
+    } cases[] = {
+        {0, 0, 0, 0},           {0, 100, 0, 0},           {39, 39, 0, 0},          {40, 40, 1.016, 0},
+        {40, 0, 1.016, 0},      {100, 1000, 2.541, 0},    {100, 999, 2.541, 9.99}, {100, 10, 2.541, 0},
+        {100, 11, 2.541, 0.11}, {2834, -5668, 72.002, 2}, {-100, 50, 2.541, 0.5},  {393599, 393599, 9999.975, 0},
+        {393600, 1, 0, 0},      {INT32_MIN, 1, 0, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.x << " " << c.y);
         const ImageBaseRef image =
             FirstImage(Loaded(BmpParts{.xPerMetre = c.x, .yPerMetre = c.y, .rows = kRows24}.Make()));
         EXPECT_EQ(image->Has(image::kDpi.GetId()), c.dpi != 0);
-        EXPECT_NEAR(image->Get(image::kDpi, 0), c.dpi, 1e-6);
+        EXPECT_NEAR(image->Get(image::kDpi, 0), c.dpi, 1e-3);
         EXPECT_EQ(image->Has(image::kAspectRatio.GetId()), c.aspectRatio != 0);
-        EXPECT_NEAR(image->Get(image::kAspectRatio, 0), c.aspectRatio, 1e-6);
+        EXPECT_NEAR(image->Get(image::kAspectRatio, 0), c.aspectRatio, 1e-3);
     }
 }
 
@@ -228,21 +216,14 @@ TEST_F(BmpTest, Palettes) {
         Bytes file = c.parts.Make();
         ExpectPixels(file, c.rgba);
         Put32(file, 10, 0, false);  // the rows follow the palette
-        ExpectPixels(file, c.rgba);
+        const auto format = Cast<PixelFormatIndexedColorInterface>(ExpectPixels(file, c.rgba));  // with its colours
+        ASSERT_TRUE(format);
+        EXPECT_EQ(format->GetBitsPerPixel().GetBits(), c.parts.bitCount);
+        EXPECT_EQ(format->GetColorTableSize(), Int(c.parts.palette.size()) / (c.parts.headerSize == 12 ? 3 : 4));
+        EXPECT_EQ(format->GetColorTablePixelFormat()->GetId(),
+                  c.rgba.back() == 0 ? pixelformats::kBgraU8 : pixelformats::kBgrU8);
     }
     EXPECT_EQ(KindOf(Load(Indexed(1, 1, 1, {}, Bytes(4)).Make())), "io");  // the palette must be there
-}
-
-TEST_F(BmpTest, PaletteStaysWithTheImage) {
-    const ImageTextureRef texture = Loaded(Indexed(4, 1, 1, {1, 2, 3, 0, 4, 5, 6, 9}, Bytes(4)).Make());
-    const auto format = Cast<PixelFormatIndexedColorInterface>(FirstImage(texture)->GetPixelFormat());
-    ASSERT_TRUE(format);
-    EXPECT_EQ(format->GetId(), Id("net.orvik.image.pixelformat.indexed.u4bit"));
-    EXPECT_EQ(format->GetColorTableSize(), 2);
-    EXPECT_EQ(format->GetColorTablePixelFormat()->GetId(), pixelformats::kBgraU8);
-    uint8_t color[4]{};
-    ASSERT_TRUE(format->GetIndex(1, PixelFormats::Get(pixelformats::kBgraU8), color));
-    EXPECT_THAT(color, testing::ElementsAre(4, 5, 6, 246));
 }
 
 // --- 16 bits ---------------------------------------------------------------------------------------------------------
@@ -490,19 +471,11 @@ TEST_F(BmpTest, OthersReadRareVariants) {
         {"jumps of 8 bits", kMagick, kToRgb, TellingRuns(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1})},
         {"jumps of 4 bits", kMagick, kToRgb, TellingRuns(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1})},
     };
-    const ScratchDirectory scratch;
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
         if (!HasTool(c.tool))
             GTEST_SKIP() << c.tool << " is not installed";
-        SCOPED_TRACE(c.what);
-        const Bytes file = c.parts.Make();
-        WriteFile(scratch.Path("file"), file);
-        Bytes other;
-        ASSERT_TRUE(RunShell(c.command + " < '" + scratch.Path("file") + "' 2> /dev/null", &other));
-        const Bytes own = PixelsOf(FirstImage(Loaded(file)), pixelformats::kRgbU8);
-        ASSERT_GE(other.size(), own.size());
-        for (size_t i = 0; i < own.size(); ++i)
-            ASSERT_LE(std::abs(own[i] - other[other.size() - own.size() + i]), c.tolerance) << i;
+        ExpectReadAlike(c.command, c.parts.Make(), pixelformats::kRgbU8, c.tolerance);
     }
 }
 

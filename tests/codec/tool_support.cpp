@@ -56,6 +56,18 @@ Bytes ReadFile(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
+void ExpectReadAlike(const std::string& command, const Bytes& file, const Id& pixelFormat, int tolerance) {
+    const ScratchDirectory scratch;
+    WriteFile(scratch.Path("file"), file);
+    Bytes other;
+    ASSERT_TRUE(RunShell(command + " < '" + scratch.Path("file") + "' 2> /dev/null", &other));
+    const Bytes own = PixelsOf(FirstImage(Loaded(file)), pixelFormat);
+    ASSERT_GE(other.size(), own.size());
+    other.erase(other.begin(), other.end() - long(own.size()));
+    for (size_t i = 0; i < own.size(); ++i)
+        ASSERT_LE(std::abs(own[i] - other[i]), tolerance) << "byte " << i;
+}
+
 std::string Sha256(const Bytes& bytes) {
     static const ScratchDirectory scratch;
     const std::string path = scratch.Path("hash");
