@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
     const std::string self = argv[0];
     const size_t slash = self.rfind('/');
     const std::vector<bench::Row> program =
-        bench::MeasureProgram(slash == std::string::npos ? "." : self.substr(0, slash));
+        bench::MeasureProgram(slash == std::string::npos ? "." : self.substr(0, slash), filter);
 
     orvik::Result<orvik::Host> host = orvik::Host::Start();
     if (!host) {

@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <sys/mman.h>
 
 #include "codec_peers.h"
+#include "fresh_memory.h"
 
 #include "orvik/iomemory.h"
 #include "orvik/mediasession_output.h"
@@ -164,28 +164,28 @@ void Encode(benchmark::State& state, Material& material) {
     UnmountMemoryFile("bench.encode");
 }
 
-/// The pixels into memory that the system has just given, in large pages: what any load or save must pay at least.
+/// The pixels into fresh memory: what any load or save must pay at least.
 void CopyIntoFreshMemory(benchmark::State& state, size_t bytes) {
     const std::vector<uint8_t> pixels(bytes, 1);
     for ([[maybe_unused]] auto iteration : state) {
-        void* block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (block == MAP_FAILED)
+        const FreshMemory memory(bytes);
+        if (!memory.GetFirst())
             return state.SkipWithError("no memory");
-        madvise(block, bytes, MADV_HUGEPAGE);
-        std::memcpy(block, pixels.data(), bytes);
-        benchmark::DoNotOptimize(block);
+        std::memcpy(memory.GetFirst(), pixels.data(), bytes);
+        benchmark::DoNotOptimize(memory.GetFirst());
         benchmark::ClobberMemory();
-        munmap(block, bytes);
     }
 }
 
 void RunDecoder(benchmark::State& state, Material& material,
-                const std::function<bool(const std::vector<uint8_t>&)>& decode) {
+                const std::function<bool(const std::vector<uint8_t>&, uint8_t*)>& decode) {
     const Result<const std::vector<uint8_t>*> file = material.GetFile();
     if (Failed(state, file))
         return;
+    const size_t bytes = material.GetCase().floats ? kPixelBytes * sizeof(float) : kPixelBytes;
     for ([[maybe_unused]] auto iteration : state) {
-        if (!decode(**file))
+        const FreshMemory memory(bytes);
+        if (!memory.GetFirst() || !decode(**file, memory.GetFirst()))
             return state.SkipWithError("the other side cannot decode");
     }
 }

@@ -15,9 +15,10 @@ std::vector<Pairing> RegisterCodecBenchmarks();
 /// Drops what the benchmarks keep between them, which must go before the module does.
 void ReleaseCodecMaterial();
 
-/// Start-up time of the command line and the peak memory of a load and save, beyond the pixels. To be called before
-/// this process has grown.
+/// The command line as a whole process: its start, the peak memory of a load and save beyond the pixels, and
+/// conversions against the bare libraries. To be called before this process has grown.
 /// @param directory  where `orvik` lies; empty result when it cannot be run
-std::vector<Row> MeasureProgram(const std::string& directory);
+/// @param filter  a regular expression for the names of the rows
+std::vector<Row> MeasureProgram(const std::string& directory, const std::string& filter);
 
 }  // namespace bench

@@ -29,9 +29,9 @@ struct CodecCase {
 
     /// Name of the other side in the same process: a library, or "memcpy".
     std::string against = "memcpy";
-    /// @{ The other side, with the same settings and memory that is as fresh; false on failure. Null: a copy of the
-    /// pixels into memory that the system has just given, in large pages, which is what any load or save must pay.
-    std::function<bool(const std::vector<uint8_t>& file)> otherDecode = nullptr;
+    /// @{ The other side, with the same settings; false on failure. It decodes into fresh memory. Null: a copy of the
+    /// pixels into fresh memory, which is what any load or save must pay.
+    std::function<bool(const std::vector<uint8_t>& file, uint8_t* pixels)> otherDecode = nullptr;
     std::function<bool()> otherEncode = nullptr;
     /// @}
 

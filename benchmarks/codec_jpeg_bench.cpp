@@ -15,7 +15,7 @@ std::vector<CodecCase> MakeJpegCases() {
     };
     jpeg.against = "libjpeg";
     jpeg.otherDecode = DecodeWithLibjpeg;
-    jpeg.otherEncode = [] { return !EncodeWithLibjpeg(TestPicture(), kQuality).empty(); };
+    jpeg.otherEncode = [] { return !EncodeWithLibjpeg(TestPicture().data(), kQuality).empty(); };
     jpeg.peerSuffix = "jpg";
     jpeg.peerOptions = {{"Compression", "jpeg:80"}};
     return {jpeg};

@@ -23,10 +23,11 @@ std::vector<CodecPeer> GetCodecPeers(const CodecCase& codec) {
     if (codec.peerSuffix.empty() || !library.decode)
         return {};
     const std::string name = "bench." + codec.peerSuffix;
-    CodecPeer peer{
-        "openimageio",
-        [name, floats = codec.floats](const std::vector<uint8_t>& file) { return library.decode(name, floats, file); },
-        nullptr};
+    CodecPeer peer{"openimageio",
+                   [name, floats = codec.floats](const std::vector<uint8_t>& file, uint8_t* pixels) {
+                       return library.decode(name, floats, file, pixels);
+                   },
+                   nullptr};
     if (codec.exporter != orvik::Id()) {
         peer.encode = [name, floats = codec.floats, options = codec.peerOptions] {
             const void* pixels = floats ? static_cast<const void*>(TestFloats().data()) : TestPicture().data();

@@ -11,7 +11,7 @@ namespace bench {
 /// One direction of a peer; false on failure.
 struct CodecPeer {
     const char* name;
-    std::function<bool(const std::vector<uint8_t>& file)> decode;
+    std::function<bool(const std::vector<uint8_t>& file, uint8_t* pixels)> decode;
     std::function<bool()> encode;
 };
 

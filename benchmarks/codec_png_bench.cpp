@@ -9,7 +9,7 @@ std::vector<CodecCase> MakePngCases() {
     CodecCase png{"png", orvik::Id("net.orvik.mediasession.png.export")};
     png.against = "libpng";
     png.otherDecode = DecodeWithLibpng;
-    png.otherEncode = [] { return !EncodeWithLibpng(TestPicture()).empty(); };
+    png.otherEncode = [] { return !EncodeWithLibpng(TestPicture().data()).empty(); };
     png.peerSuffix = "png";
     // The library's own defaults, which the peer replaces by a faster choice without filters.
     png.peerOptions = {{"compression", "filtered"}, {"png:compressionLevel", "6"}, {"png:filter", "248"}};

@@ -65,28 +65,26 @@ bool WriteRows(jpeg_compress_struct& info, Errors& errors, const uint8_t* pixels
 
 }  // namespace
 
-std::vector<uint8_t> EncodeWithLibjpeg(const std::vector<uint8_t>& pixels, int quality) {
+std::vector<uint8_t> EncodeWithLibjpeg(const uint8_t* pixels, int quality) {
     jpeg_compress_struct info{};
     Errors errors;
     info.err = Init(errors);
     unsigned char* bytes = nullptr;
     unsigned long count = 0;
     std::vector<uint8_t> file;
-    if (WriteRows(info, errors, pixels.data(), quality, &bytes, &count))
+    if (WriteRows(info, errors, pixels, quality, &bytes, &count))
         file.assign(bytes, bytes + count);
     jpeg_destroy_compress(&info);
     std::free(bytes);
     return file;
 }
 
-bool DecodeWithLibjpeg(const std::vector<uint8_t>& file) {
-    auto* pixels = static_cast<uint8_t*>(std::calloc(kPixelBytes, 1));
+bool DecodeWithLibjpeg(const std::vector<uint8_t>& file, uint8_t* pixels) {
     jpeg_decompress_struct info{};
     Errors errors;
     info.err = Init(errors);
-    const bool fine = pixels && ReadRows(info, errors, file, pixels);
+    const bool fine = ReadRows(info, errors, file, pixels);
     jpeg_destroy_decompress(&info);
-    std::free(pixels);
     return fine;
 }
 

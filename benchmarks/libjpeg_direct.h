@@ -9,9 +9,8 @@ namespace bench {
 
 /// Writes a picture of the size of the test picture: quality 0 to 100, the transform in floats, else the library's
 /// defaults. Empty on failure.
-std::vector<uint8_t> EncodeWithLibjpeg(const std::vector<uint8_t>& pixels, int quality);
-/// Decodes row by row with the library's defaults into memory that is allocated and cleared each time, as the storage
-/// of a picture is. @return false on failure
-bool DecodeWithLibjpeg(const std::vector<uint8_t>& file);
+std::vector<uint8_t> EncodeWithLibjpeg(const uint8_t* pixels, int quality);
+/// Decodes such a picture row by row with the library's defaults. @return false on failure
+bool DecodeWithLibjpeg(const std::vector<uint8_t>& file, uint8_t* pixels);
 
 }  // namespace bench

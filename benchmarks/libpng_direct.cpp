@@ -1,7 +1,6 @@
 #include "libpng_direct.h"
 
 #include <csetjmp>
-#include <cstdlib>
 #include <cstring>
 #include <png.h>
 
@@ -34,6 +33,9 @@ bool ReadRows(png_structp png, png_infop info, uint8_t* pixels) {
     if (setjmp(png_jmpbuf(png)))
         return false;
     png_read_info(png, info);
+    if (png_get_image_width(png, info) != kWidth || png_get_image_height(png, info) != kHeight ||
+        png_get_rowbytes(png, info) != kRowBytes)
+        return false;
     for (int y = 0; y < kHeight; ++y)
         png_read_row(png, pixels + kRowBytes * static_cast<size_t>(y), nullptr);
     return true;
@@ -53,26 +55,24 @@ bool WriteRows(png_structp png, png_infop info, const uint8_t* pixels) {
 
 }  // namespace
 
-std::vector<uint8_t> EncodeWithLibpng(const std::vector<uint8_t>& pixels) {
+std::vector<uint8_t> EncodeWithLibpng(const uint8_t* pixels) {
     std::vector<uint8_t> file;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
     png_set_write_fn(png, &file, WriteBytes, nullptr);
-    if (!WriteRows(png, info, pixels.data()))
+    if (!WriteRows(png, info, pixels))
         file.clear();
     png_destroy_write_struct(&png, &info);
     return file;
 }
 
-bool DecodeWithLibpng(const std::vector<uint8_t>& file) {
-    auto* pixels = static_cast<uint8_t*>(std::malloc(kPixelBytes));
+bool DecodeWithLibpng(const std::vector<uint8_t>& file, uint8_t* pixels) {
     Source source{file.data(), file.size()};
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
     png_set_read_fn(png, &source, ReadBytes);
     const bool fine = ReadRows(png, info, pixels);
     png_destroy_read_struct(&png, &info, nullptr);
-    std::free(pixels);
     return fine;
 }
 

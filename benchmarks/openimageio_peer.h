@@ -11,8 +11,9 @@
 namespace bench {
 
 struct OpenImageIOPeer {
-    /// From a file in memory into fresh memory, as a load does. @param name  tells the format by its suffix
-    bool (*decode)(const std::string& name, bool floats, const std::vector<uint8_t>& file) = nullptr;
+    /// A picture of the size of the test picture, from a file in memory, as RGB. @param name  tells the format by its
+    /// suffix
+    bool (*decode)(const std::string& name, bool floats, const std::vector<uint8_t>& file, uint8_t* pixels) = nullptr;
     /// RGB pixels into memory that grows.
     bool (*encode)(const std::string& name, bool floats, int width, int height, const void* pixels,
                    const std::vector<std::pair<std::string, std::string>>& options) = nullptr;

@@ -1,7 +1,10 @@
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <regex>
 #include <spawn.h>
 #include <string>
 #include <sys/resource.h>
@@ -10,6 +13,8 @@
 #include <vector>
 
 #include "codec_bench.h"
+#include "fresh_memory.h"
+#include "libjpeg_direct.h"
 #include "libpng_direct.h"
 #include "test_picture.h"
 
@@ -20,9 +25,21 @@ namespace {
 
 struct ProgramRun {
     bool fine = false;
-    double seconds = 0;
+    double seconds =
+        0;  ///< of processor time, all threads: the wall clock also counts what other programs do meanwhile
     double peakMiB = 0;
 };
+
+ProgramRun WaitFor(pid_t child) {
+    int status = 0;
+    rusage usage{};
+    if (child <= 0 || wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return {};
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return {true, seconds(usage.ru_utime) + seconds(usage.ru_stime), static_cast<double>(usage.ru_maxrss) / 1024};
+}
 
 /// Runs a program with its output thrown away, and measures it.
 ProgramRun RunProgram(std::vector<std::string> words) {
@@ -33,65 +50,131 @@ ProgramRun RunProgram(std::vector<std::string> words) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    const auto start = std::chrono::steady_clock::now();
     pid_t child = 0;
     const int failure = posix_spawn(&child, words[0].c_str(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    ProgramRun run;
-    if (failure != 0)
-        return run;
-    int status = 0;
-    rusage usage{};
-    if (wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        return run;
-    run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    run.peakMiB = static_cast<double>(usage.ru_maxrss) / 1024;
-    run.fine = true;
-    return run;
+    return failure == 0 ? WaitFor(child) : ProgramRun();
 }
 
-/// Writes the test picture as PNG. In a process of its own: the peak memory that the system reports for a program
-/// counts that of the process which started it.
-bool WritePicture(const std::string& path) {
+/// Does something in a process of its own, and measures it. What such a process takes of memory does not count in the
+/// peak that the system reports for programs which this one starts later.
+ProgramRun RunAside(const std::function<bool()>& run) {
     const pid_t child = fork();
-    if (child == 0) {
-        const std::vector<uint8_t> bytes = EncodeWithLibpng(MakeTestPicture());
-        std::FILE* file = std::fopen(path.c_str(), "wb");
-        const bool written = file && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-        _exit(file && std::fclose(file) == 0 && written ? 0 : 1);
+    if (child == 0)
+        _exit(run() ? 0 : 1);
+    return WaitFor(child);
+}
+
+/// A format and the bare library that knows it.
+struct BareFormat {
+    const char* suffix;
+    bool (*decode)(const std::vector<uint8_t>& file, uint8_t* pixels);
+    std::vector<uint8_t> (*encode)(const uint8_t* pixels);
+};
+
+constexpr int kQuality = 80;  // what `orvik` takes when it is told nothing
+
+const BareFormat kPng = {"png", DecodeWithLibpng, EncodeWithLibpng};
+const BareFormat kJpeg = {"jpg", DecodeWithLibjpeg,
+                          [](const uint8_t* pixels) { return EncodeWithLibjpeg(pixels, kQuality); }};
+
+bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return !bytes.empty() && file.flush();
+}
+
+bool ReadFile(const std::string& path, std::vector<uint8_t>& bytes) {
+    std::error_code error;
+    bytes.resize(std::filesystem::file_size(path, error));
+    std::ifstream file(path, std::ios::binary);
+    return !error && file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+bool ConvertBare(const BareFormat& from, const std::string& source, const BareFormat& to, const std::string& target) {
+    std::vector<uint8_t> file;
+    const FreshMemory pixels(kPixelBytes);
+    return pixels.GetFirst() && ReadFile(source, file) && from.decode(file, pixels.GetFirst()) &&
+           WriteFile(target, to.encode(pixels.GetFirst()));
+}
+
+double Median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// What a load takes beyond the pixels: the whole program's peak, and the same less what it takes without a picture.
+void MeasureMemory(const std::string& program, const std::string& source, const std::string& target,
+                   std::vector<Row>& rows) {
+    const ProgramRun load = RunProgram({program, "convert", source, target});
+    const ProgramRun idle = RunProgram({program, "formats"});
+    if (!load.fine || !idle.fine)
+        return;
+    const double pixels = static_cast<double>(kPixelBytes) / (1024 * 1024);
+    rows.push_back({"program.load.extra", load.peakMiB - pixels, "MiB", 0, ""});
+    rows.push_back({"program.load.extra_over_idle", load.peakMiB - idle.peakMiB - pixels, "MiB", 0, ""});
+}
+
+/// `orvik convert` from start to end against a process that does nothing but decode and encode with the bare libraries,
+/// file to file. Both take turns.
+void MeasureConvert(const std::string& program, const std::string& directory, const BareFormat& from,
+                    const BareFormat& to, int rounds, std::vector<Row>& rows) {
+    const std::string source = directory + "/bench_picture." + from.suffix;
+    const std::string target = directory + "/bench_result." + to.suffix;
+    std::vector<double> own, bare;
+    for (int i = 0; i < rounds; ++i) {
+        const ProgramRun ownRun = RunProgram({program, "convert", source, target});
+        const ProgramRun bareRun = RunAside([&] { return ConvertBare(from, source, to, target); });
+        if (!ownRun.fine || !bareRun.fine) {
+            std::fprintf(stderr, "%s: cannot be converted\n", source.c_str());
+            return;
+        }
+        own.push_back(ownRun.seconds);
+        bare.push_back(bareRun.seconds);
     }
-    int status = 0;
-    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    rows.push_back({std::string("program.convert.") + from.suffix + "-" + to.suffix, Median(own) * 1000, "ms",
+                    Median(bare) / Median(own), "libraries"});
 }
 
 }  // namespace
 
-std::vector<Row> MeasureProgram(const std::string& directory) {
+std::vector<Row> MeasureProgram(const std::string& directory, const std::string& filter) {
+    const std::regex wanted(filter);
+    const auto isWanted = [&wanted](const char* name) { return std::regex_search(name, wanted); };
     const std::string program = directory + "/" + ORVIK_PROGRAM;
     std::vector<Row> rows;
 
-    std::vector<double> starts;
-    for (int i = 0; i < 21; ++i) {
-        const ProgramRun run = RunProgram({program, "--version"});
-        if (!run.fine)
-            return rows;
-        starts.push_back(run.seconds * 1000);
+    if (isWanted("program.version")) {
+        std::vector<double> starts;
+        for (int i = 0; i < 21; ++i) {
+            const ProgramRun run = RunProgram({program, "--version"});
+            if (!run.fine)
+                return rows;
+            starts.push_back(run.seconds * 1000);
+        }
+        rows.push_back({"program.version", Median(starts), "ms", 0, ""});
     }
-    std::nth_element(starts.begin(), starts.begin() + 10, starts.end());
-    rows.push_back({"program.version", starts[10], "ms", 0, ""});
 
-    // What a load takes beyond the pixels: the whole program's peak, and the same less what it takes without a picture.
-    const std::string picture = directory + "/bench_picture.png";
-    if (!WritePicture(picture))
+    const bool wantsMemory = isWanted("program.load"), wantsConvert = isWanted("program.convert");
+    if (!wantsMemory && !wantsConvert)
         return rows;
-    const ProgramRun load = RunProgram({program, "convert", picture, directory + "/bench_picture.bmp"});
-    const ProgramRun idle = RunProgram({program, "formats"});
-    std::remove(picture.c_str());
-    std::remove((directory + "/bench_picture.bmp").c_str());
-    if (load.fine && idle.fine) {
-        const double pixels = static_cast<double>(kPixelBytes) / (1024 * 1024);
-        rows.push_back({"program.load.extra", load.peakMiB - pixels, "MiB", 0, ""});
-        rows.push_back({"program.load.extra_over_idle", load.peakMiB - idle.peakMiB - pixels, "MiB", 0, ""});
+    const std::string picture = directory + "/bench_picture.";
+    const ProgramRun made = RunAside([&picture] {
+        const std::vector<uint8_t> pixels = MakeTestPicture();
+        return WriteFile(picture + kPng.suffix, kPng.encode(pixels.data())) &&
+               WriteFile(picture + kJpeg.suffix, kJpeg.encode(pixels.data()));
+    });
+    if (made.fine && wantsMemory)
+        MeasureMemory(program, picture + kPng.suffix, directory + "/bench_result.bmp", rows);
+    if (made.fine && wantsConvert) {
+        MeasureConvert(program, directory, kJpeg, kJpeg, 21, rows);
+        MeasureConvert(program, directory, kPng, kJpeg, 11, rows);
+        MeasureConvert(program, directory, kJpeg, kPng, 3, rows);
+    }
+    for (const char* suffix : {kPng.suffix, kJpeg.suffix, "bmp"}) {
+        std::remove((picture + suffix).c_str());
+        std::remove((directory + "/bench_result." + suffix).c_str());
     }
     return rows;
 }
