@@ -36,6 +36,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     add_compile_options(-Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-array-bounds -Wno-stringop-overflow
                         -Wno-restrict)
 endif()
+# Libraries of which only headers are used need not be loaded.
+add_link_options(-Wl,--as-needed)
 if(ORVIK_SANITIZE)
     add_compile_options(-fsanitize=${ORVIK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ORVIK_SANITIZE})
