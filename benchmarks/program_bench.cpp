@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <regex>
 #include <spawn.h>
 #include <string>
@@ -116,10 +117,21 @@ void MeasureMemory(const std::string& program, const std::string& source, const 
     rows.push_back({"program.load.extra_over_idle", load.peakMiB - idle.peakMiB - pixels, "MiB", 0, ""});
 }
 
+/// A conversion that is measured, in so many rounds.
+struct Conversion {
+    const BareFormat& from;
+    const BareFormat& to;
+    int rounds;
+
+    std::string GetName() const { return std::string("program.convert.") + from.suffix + "-" + to.suffix; }
+};
+const Conversion kConversions[] = {{kJpeg, kJpeg, 21}, {kPng, kJpeg, 11}, {kJpeg, kPng, 3}};
+
 /// `orvik convert` from start to end against a process that does nothing but decode and encode with the bare libraries,
 /// file to file. Both take turns.
-void MeasureConvert(const std::string& program, const std::string& directory, const BareFormat& from,
-                    const BareFormat& to, int rounds, std::vector<Row>& rows) {
+void MeasureConversion(const std::string& program, const std::string& directory, const Conversion& conversion,
+                       std::vector<Row>& rows) {
+    const auto& [from, to, rounds] = conversion;
     const std::string source = directory + "/bench_picture." + from.suffix;
     const std::string target = directory + "/bench_result." + to.suffix;
     std::vector<double> own, bare;
@@ -133,15 +145,14 @@ void MeasureConvert(const std::string& program, const std::string& directory, co
         own.push_back(ownRun.seconds);
         bare.push_back(bareRun.seconds);
     }
-    rows.push_back({std::string("program.convert.") + from.suffix + "-" + to.suffix, Median(own) * 1000, "ms",
-                    Median(bare) / Median(own), "libraries"});
+    rows.push_back({conversion.GetName(), Median(own) * 1000, "ms", Median(bare) / Median(own), "libraries"});
 }
 
 }  // namespace
 
 std::vector<Row> MeasureProgram(const std::string& directory, const std::string& filter) {
     const std::regex wanted(filter);
-    const auto isWanted = [&wanted](const char* name) { return std::regex_search(name, wanted); };
+    const auto isWanted = [&wanted](const std::string& name) { return std::regex_search(name, wanted); };
     const std::string program = directory + "/" + ORVIK_PROGRAM;
     std::vector<Row> rows;
 
@@ -156,8 +167,11 @@ std::vector<Row> MeasureProgram(const std::string& directory, const std::string&
         rows.push_back({"program.version", Median(starts), "ms", 0, ""});
     }
 
-    const bool wantsMemory = isWanted("program.load"), wantsConvert = isWanted("program.convert");
-    if (!wantsMemory && !wantsConvert)
+    std::vector<Conversion> conversions;
+    std::copy_if(std::begin(kConversions), std::end(kConversions), std::back_inserter(conversions),
+                 [&isWanted](const Conversion& conversion) { return isWanted(conversion.GetName()); });
+    const bool wantsMemory = isWanted("program.load");
+    if (!wantsMemory && conversions.empty())
         return rows;
     const std::string picture = directory + "/bench_picture.";
     const ProgramRun made = RunAside([&picture] {
@@ -167,10 +181,9 @@ std::vector<Row> MeasureProgram(const std::string& directory, const std::string&
     });
     if (made.fine && wantsMemory)
         MeasureMemory(program, picture + kPng.suffix, directory + "/bench_result.bmp", rows);
-    if (made.fine && wantsConvert) {
-        MeasureConvert(program, directory, kJpeg, kJpeg, 21, rows);
-        MeasureConvert(program, directory, kPng, kJpeg, 11, rows);
-        MeasureConvert(program, directory, kJpeg, kPng, 3, rows);
+    for (const Conversion& conversion : conversions) {
+        if (made.fine)
+            MeasureConversion(program, directory, conversion, rows);
     }
     for (const char* suffix : {kPng.suffix, kJpeg.suffix, "bmp"}) {
         std::remove((picture + suffix).c_str());

@@ -81,10 +81,11 @@ namespace {
 
 /// Finds the conversion into `to`. An absent source profile travels as a null pointer; the destination's is a copy,
 /// because the search may replace it.
+/// @param convertsProfiles  told whether colours change
 Result<ConvertPixelFunc> FindConversion(const PixelFormat& to, ChannelOffsets toOffsets, ColorProfile toProfile,
                                         const PixelFormat& from, ChannelOffsets fromOffsets,
-                                        const ColorProfile& fromProfile, CONVERTPIXELFLAGS flags) {
-    bool convertsProfiles = false;
+                                        const ColorProfile& fromProfile, CONVERTPIXELFLAGS flags,
+                                        bool& convertsProfiles) {
     ConvertPixelFunc convert =
         TRY(to->GetConvertPixelFunc(from, fromOffsets, toOffsets, fromProfile.HasProfile() ? &fromProfile : nullptr,
                                     &toProfile, flags, convertsProfiles));
@@ -115,13 +116,12 @@ struct LineWriter {
     }
 };
 
-/// True when writing is copying whole bytes, pixel behind pixel.
-bool IsStoredAsGiven(const PixelRaster& raster, const PixelFormat& format, ChannelOffsets offsets,
-                     const ColorProfile& profile) {
+/// True when reading or writing is copying whole bytes, pixel behind pixel, unless profiles are converted.
+bool IsStoredAsGiven(const PixelRaster& raster, const PixelFormat& format, ChannelOffsets offsets) {
     constexpr Int kByte = 8;
     const ChannelOffsets given = offsets.empty() ? format->GetChannelOffsets() : offsets;
-    return format == raster.GetFormat() && !profile.HasProfile() &&
-           std::ranges::equal(given, raster.GetChannelOffsets()) && raster.GetPixelDistance().GetBits() % kByte == 0;
+    return format == raster.GetFormat() && std::ranges::equal(given, raster.GetChannelOffsets()) &&
+           raster.GetPixelDistance().GetBits() % kByte == 0;
 }
 
 struct LineLocator {
@@ -129,6 +129,15 @@ struct LineLocator {
 
     std::byte* operator()(const PixelSpan& span) const {
         return raster->CheckSpan(span) ? static_cast<std::byte*>(raster->GetLine(span.x, span.y).data) : nullptr;
+    }
+};
+
+struct LineFinder {
+    Ref<PixelRaster> raster;
+
+    Result<const std::byte*> operator()(const PixelSpan& span) const {
+        TRY(raster->CheckSpan(span));
+        return static_cast<const std::byte*>(raster->GetLine(span.x, span.y).data);
     }
 };
 
@@ -164,8 +173,12 @@ Result<GetPixelHandlerStruct> ImagePixelStorageRasterBase::GetPixelHandler(const
                                                                            const ColorProfile& profile,
                                                                            GETPIXELHANDLERFLAGS flags) {
     const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
-    ConvertPixelFunc convert = TRY(MakeReadConversion(format, offsets, storedProfile, profile, convertFlags));
+    bool convertsProfiles = false;
+    ConvertPixelFunc convert =
+        TRY(MakeReadConversion(format, offsets, storedProfile, profile, convertFlags, &convertsProfiles));
     GetPixelHandlerStruct handler;
+    if (!convertsProfiles && IsStoredAsGiven(*_raster, format, offsets))
+        handler.find = TRY(FindLineFunc::Create(LineFinder{_raster}));
     handler.read = TRY(ReadLineFunc::Create(LineReader{_raster, std::move(convert), convertFlags}));
     return handler;
 }
@@ -176,22 +189,22 @@ Result<SetPixelHandlerStruct> ImagePixelStorageRasterBase::SetPixelHandler(
     const CONVERTPIXELFLAGS convertFlags = ToConvertFlags(flags);
     ConvertPixelFunc convert = TRY(MakeWriteConversion(format, offsets, storedProfile, profile, convertFlags));
     SetPixelHandlerStruct handler;
-    if (flags == SETPIXELHANDLERFLAGS::NONE && IsStoredAsGiven(*_raster, format, offsets, profile))
+    if (flags == SETPIXELHANDLERFLAGS::NONE && !profile.HasProfile() && IsStoredAsGiven(*_raster, format, offsets))
         handler.locate = LineLocator{_raster};
     handler.write = TRY(WriteLineFunc::Create(LineWriter{_raster, std::move(convert), convertFlags}));
     handler.region = region;
     return handler;
 }
 
-Result<ConvertPixelFunc> ImagePixelStorageRasterBase::MakeReadConversion(const PixelFormat& format,
-                                                                         ChannelOffsets offsets,
-                                                                         const ColorProfile& storedProfile,
-                                                                         const ColorProfile& profile,
-                                                                         CONVERTPIXELFLAGS flags) const {
+Result<ConvertPixelFunc> ImagePixelStorageRasterBase::MakeReadConversion(
+    const PixelFormat& format, ChannelOffsets offsets, const ColorProfile& storedProfile, const ColorProfile& profile,
+    CONVERTPIXELFLAGS flags, bool* convertsProfiles) const {
     if (!_raster)
         return IllegalStateError();
+    bool notWanted = false;
     return FindConversion(format, offsets.empty() ? format->GetChannelOffsets() : offsets, profile,
-                          _raster->GetFormat(), _raster->GetChannelOffsets(), storedProfile, flags);
+                          _raster->GetFormat(), _raster->GetChannelOffsets(), storedProfile, flags,
+                          convertsProfiles ? *convertsProfiles : notWanted);
 }
 
 Result<ConvertPixelFunc> ImagePixelStorageRasterBase::MakeWriteConversion(const PixelFormat& format,
@@ -201,8 +214,9 @@ Result<ConvertPixelFunc> ImagePixelStorageRasterBase::MakeWriteConversion(const 
                                                                           CONVERTPIXELFLAGS flags) const {
     if (!_raster)
         return IllegalStateError();
+    bool convertsProfiles = false;
     return FindConversion(_raster->GetFormat(), _raster->GetChannelOffsets(), storedProfile, format,
-                          offsets.empty() ? format->GetChannelOffsets() : offsets, profile, flags);
+                          offsets.empty() ? format->GetChannelOffsets() : offsets, profile, flags, convertsProfiles);
 }
 
 }  // namespace orvik

@@ -90,9 +90,10 @@ protected:
     Result<void> InitRaster(Int width, Int height, const PixelFormat& format,
                             Result<Ref<PixelRaster>> (*describe)(Int, Int, const PixelFormat&), bool allocate);
     /// The conversion of what lies here into a caller's format.
+    /// @param convertsProfiles  optional; told whether colours change
     Result<ConvertPixelFunc> MakeReadConversion(const PixelFormat& format, ChannelOffsets offsets,
                                                 const ColorProfile& storedProfile, const ColorProfile& profile,
-                                                CONVERTPIXELFLAGS flags) const;
+                                                CONVERTPIXELFLAGS flags, bool* convertsProfiles = nullptr) const;
     /// The conversion of a caller's pixels into what lies here.
     Result<ConvertPixelFunc> MakeWriteConversion(const PixelFormat& format, ChannelOffsets offsets,
                                                  const ColorProfile& storedProfile, const ColorProfile& profile,

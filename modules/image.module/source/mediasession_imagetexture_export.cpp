@@ -66,8 +66,11 @@ public:
         GetPixelHandlerStruct handler =
             TRY(_node->GetPixelHandler(format, format->GetChannelOffsets(), profile, flags, LayerSet()));
         _rowsRead = 0;
-        if (_job >= 0)
-            handler.read = TRY(ReadLineFunc::Create(Reader{std::move(handler.read), Ref<Source>(this)}));
+        if (_job < 0)
+            return handler;
+        handler.read = TRY(ReadLineFunc::Create(Reader{std::move(handler.read), Ref<Source>(this)}));
+        if (handler.find)
+            handler.find = TRY(FindLineFunc::Create(Finder{std::move(handler.find), Ref<Source>(this)}));
         return handler;
     }
 
@@ -79,6 +82,17 @@ private:
         Result<void> operator()(const PixelSpan& span, const PixelLine& dst, GETPIXELFLAGS flags) const {
             TRY(read(span, dst, flags));
             return source->ReportRow();
+        }
+    };
+
+    struct Finder {
+        FindLineFunc find;
+        Ref<Source> source;
+
+        Result<const std::byte*> operator()(const PixelSpan& span) const {
+            const std::byte* line = TRY(find(span));
+            TRY(source->ReportRow());
+            return line;
         }
     };
 

@@ -16,12 +16,16 @@ using WriteLineFunc = Delegate<Result<void>(const PixelSpan& span, const PixelLi
 /// Where a span stands in memory, one pixel directly behind the other as the handler takes them; null outside of the
 /// picture.
 using LocateLineFunc = Delegate<std::byte*(const PixelSpan& span)>;
+/// Where a span stands in memory as a read would deliver it, pixel behind pixel. Errors are those of the read.
+using FindLineFunc = Delegate<Result<const std::byte*>(const PixelSpan& span)>;
 /// Told once, when a set handler is freed, which rectangle was written.
 using RegionDelegate = Delegate<Result<void>(const UpdateRegion& region)>;
 
 /// Line read closure of an image. Belongs to the thread that asked for it; goes back through `FreePixelHandler`.
 struct GetPixelHandlerStruct {
     ReadLineFunc read;
+    /// Set by storages whose pixels are wanted as they are. Pixels found there need no `read`.
+    FindLineFunc find;
     Delegate<void()> release;
     explicit operator bool() const { return static_cast<bool>(read); }
     /// Gives the handler back; it is empty afterwards. `FreePixelHandler` of every image and storage ends here, and who
@@ -29,6 +33,7 @@ struct GetPixelHandlerStruct {
     void Free() {
         const Delegate<void()> end = std::move(release);
         read = {};
+        find = {};
         if (end)
             end();
     }

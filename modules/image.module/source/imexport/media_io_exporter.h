@@ -19,6 +19,14 @@ public:
     Result<void> ReadRow(Int y, Int width, const PixelLine& line) const {
         return _handler.read({0, y, width}, line, GETPIXELFLAGS::NONE);
     }
+    /// All of line y, to be looked at only: where it stands in the picture, or read into the buffer when it has to be
+    /// converted.
+    Result<const std::byte*> GetRow(Int y, Int width, const PixelLine& buffer) const {
+        if (_handler.find)
+            return _handler.find({0, y, width});
+        TRY(ReadRow(y, width, buffer));
+        return static_cast<const std::byte*>(buffer.data);
+    }
 
 private:
     friend class ImageExporter;

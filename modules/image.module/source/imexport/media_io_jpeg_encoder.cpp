@@ -40,8 +40,9 @@ Result<void> JpegEncoder::Start(const OutputStreamRef& output, const JpegSetting
     });
 }
 
-Result<void> JpegEncoder::WriteRow() {
-    return Call([this] { jpeg_write_scanlines(&_info, &_row, 1); });
+Result<void> JpegEncoder::WriteRow(const std::byte* row) {
+    auto* samples = const_cast<JSAMPROW>(reinterpret_cast<const JSAMPLE*>(row));  // which the library only reads
+    return Call([this, &samples] { jpeg_write_scanlines(&_info, &samples, 1); });
 }
 
 Result<void> JpegEncoder::Finish() {

@@ -27,9 +27,9 @@ public:
     /// Writes the header. The stream must live as long as this.
     Result<void> Start(const OutputStreamRef& output, const JpegSettings& settings);
     /// Memory for one row, the library's own; valid until `Finish`.
-    std::byte* GetRow() const { return reinterpret_cast<std::byte*>(_row); }
-    /// Writes what lies in the row.
-    Result<void> WriteRow();
+    std::byte* GetRowBuffer() const { return reinterpret_cast<std::byte*>(_row); }
+    /// Writes one row, from wherever it stands.
+    Result<void> WriteRow(const std::byte* row);
     Result<void> Finish();
 
 private:

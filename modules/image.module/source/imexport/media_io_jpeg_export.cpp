@@ -60,10 +60,10 @@ Result<void> JpegExporter::WriteFile(const OutputStreamRef& output) {
         _settings.profile = TRY(_profile.WriteProfileToMemory());
     JpegEncoder encoder;
     TRY(encoder.Start(output, _settings));
-    const PixelLine row{encoder.GetRow(), _rowFormat->GetBitsPerPixel()};
+    const PixelLine buffer{encoder.GetRowBuffer(), _rowFormat->GetBitsPerPixel()};
     for (Int y = 0; y < _settings.height; ++y) {
-        TRY(_image.ReadRow(y, _settings.width, row));
-        TRY(encoder.WriteRow());
+        const std::byte* row = TRY(_image.GetRow(y, _settings.width, buffer));
+        TRY(encoder.WriteRow(row));
     }
     return encoder.Finish();
 }

@@ -137,16 +137,20 @@ Result<void> PngExporter::WriteRows(PngLibrary& library) const {
     TRY(row.Resize(_rowFormat->GetBytesPerLine(picture.width), RESIZEFLAGS::FIT_TO_SIZE));
     const BITS stride = _rowFormat->GetBitsPerPixel();
     std::byte* const alphas = row.GetFirst() + (stride.GetBits() - _bitDepth) / 8;  // the last channel
-    const png_bytep from = reinterpret_cast<png_bytep>(row.GetFirst());
     int passes = 1;
     if (_interlaced)
         TRY(library.Call([&passes](png_structp png, png_infop) { passes = png_set_interlace_handling(png); }));
     for (int pass = 0; pass < passes; ++pass) {
         for (Int y = 0; y < picture.height; ++y) {
-            TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), stride}));
-            if (_alpha)
+            const std::byte* from = row.GetFirst();
+            if (_alpha) {
+                TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), stride}));
                 TRY(_alpha.ReadRow(y, picture.width, {alphas, stride}));
-            TRY(library.Call([from](png_structp png, png_infop) { png_write_row(png, from); }));
+            } else {
+                from = TRY(_image.GetRow(y, picture.width, {row.GetFirst(), stride}));
+            }
+            TRY(library.Call(
+                [from](png_structp png, png_infop) { png_write_row(png, reinterpret_cast<png_const_bytep>(from)); }));
         }
     }
     return {};
