@@ -103,8 +103,7 @@ public:
     Result<void> Resize(Int count, RESIZEFLAGS flags = RESIZEFLAGS::DEFAULT) {
         if (count < 0)
             return MakeOutOfMemoryError();
-        while (_count > count)
-            _data[--_count].~T();
+        Truncate(count);
         bool zeroed = false;
         if (count > _capacity) {
             const bool fresh = _capacity == 0 && kZeroIsDefault && !Has(flags, RESIZEFLAGS::UNINITIALIZED);
@@ -135,16 +134,12 @@ public:
             return;
         count = std::min(count, _count - index);
         std::move(_data + index + count, _data + _count, _data + index);
-        for (; count > 0; --count)
-            _data[--_count].~T();
+        Truncate(_count - count);
     }
     /// Removes the last element.
     void Pop() noexcept { Erase(_count - 1); }
     /// Removes all elements and keeps the memory.
-    void Clear() noexcept {
-        while (_count > 0)
-            _data[--_count].~T();
-    }
+    void Clear() noexcept { Truncate(0); }
     /// Removes all elements and frees the memory.
     void Reset() noexcept {
         Clear();
@@ -166,6 +161,14 @@ private:
         std::swap(_data, other._data);
         std::swap(_count, other._count);
         std::swap(_capacity, other._capacity);
+    }
+    /// Destroys the elements from `count` on, the last one first.
+    void Truncate(Int count) noexcept {
+        if constexpr (!std::is_trivially_destructible_v<T>) {
+            while (_count > count)
+                _data[--_count].~T();
+        }
+        _count = std::min(_count, count);
     }
     Result<void> SetCapacity(Int capacity, bool zeroed) {
         size_t bytes = 0;
