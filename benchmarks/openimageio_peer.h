@@ -11,8 +11,8 @@
 namespace bench {
 
 struct OpenImageIOPeer {
-    /// A picture of the size of the test picture, from a file in memory, as RGB. @param name  tells the format by its
-    /// suffix
+    /// A picture of the size of the test picture, from a file in memory, as RGB or grey. @param name  tells the format
+    /// by its suffix
     bool (*decode)(const std::string& name, bool floats, const std::vector<uint8_t>& file, uint8_t* pixels) = nullptr;
     /// RGB pixels into memory that grows.
     bool (*encode)(const std::string& name, bool floats, int width, int height, const void* pixels,
