@@ -180,6 +180,8 @@ TEST(Storage, PassesProfilesOffsetsAndFlagOn) {
     };
     ASSERT_TRUE(storage->GetPixelHandler(caller, shifted, profile, {}, GETPIXELHANDLERFLAGS::DONTAPPLYMASK));
     expect(caller->request, {0, 8, 16}, {8, 0, 16}, CONVERTPIXELFLAGS::NONE);
+    ASSERT_TRUE(Reader(*storage, caller));
+    EXPECT_FALSE(caller->request.hasSrcProfile);  // a null pointer, not an empty profile
     auto writer =
         storage->SetPixelHandler(caller, {}, {}, profile, SETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION, {});
     ASSERT_TRUE(writer);  // the format's own offsets where none are given

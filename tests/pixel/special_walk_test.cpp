@@ -419,7 +419,8 @@ TEST_F(SpecialWalkTest, LinesMayLieAnyhow) {
                                {"argb.u4444", "argb.u16"},
                                {"rgb.u565", "rgb.u8"},
                                {"rgb.rgbe", "rgb.f32"},
-                               {"yuv.i422b", "rgb.u8"}}) {
+                               {"yuv.i422b", "rgb.u8"},
+                               {"rgb.u555", "argb.u1555"}}) {
         pairs.emplace_back(FormatOf(a), FormatOf(b));
         pairs.emplace_back(FormatOf(b), FormatOf(a));
         pairs.emplace_back(FormatOf(a), FormatOf(a));
@@ -429,7 +430,7 @@ TEST_F(SpecialWalkTest, LinesMayLieAnyhow) {
         if (IsGeneral(format))
             pairs.emplace_back(indexed, format);
     }
-    ASSERT_EQ(pairs.size(), 18u + 49);
+    ASSERT_EQ(pairs.size(), 21u + 49);
     // Pixels of a special format, and the pairs that share their chroma, only lie apart from each other.
     const auto placesOf = [](const PixelFormat& format, Int count) {
         const SlowFormat slow = Describe(format);
