@@ -245,7 +245,7 @@ TEST(Kernels, AllLevelsConvertFormatsToTheSameBytes) {
                                   "greya.u8", "agrey.u8", "alpha.u8", "rgb.u16",   "rgba.u16", "agrey.u16", "rgb.u32",
                                   "rgba.s32", "rgb.f16",  "rgba.f16", "greya.f16", "rgb.f32",  "rgba.f32",  "bgra.f32",
                                   "grey.f32", "rgb.f64",  "rgba.f64", "agrey.f64"};
-    const Bytes source = FiniteBytes(3000 * 32, 9);
+    const Bytes source = FiniteBytes(3000 * 32 + 64, 9);
     const auto convertAll = [&] {
         std::vector<Bytes> results;
         for (const char* src : kNames) {
