@@ -1,5 +1,7 @@
 // JPEG: files that libjpeg makes for the test, and files written here that libjpeg reads for the test.
 
+#include <numeric>
+
 #include "codec_support.h"
 #include "jpeg_direct.h"
 
@@ -167,6 +169,29 @@ TEST_F(JpegTest, RowsAreDecodedIntoThePicture) {
     // Where pixels change on the way, there is no such place.
     EXPECT_FALSE(handlerFor(pixelformats::kBgrU8, ColorProfile()).locate);
     EXPECT_FALSE(handlerFor(pixelformats::kRgbU8, colorprofiles::Get(colorprofiles::kLinearRgb)).locate);
+}
+
+TEST_F(JpegTest, RowsAreEncodedFromThePicture) {
+    Bytes pixels(36);
+    std::iota(pixels.begin(), pixels.end(), uint8_t(1));
+    const ImageTextureRef texture = MakeTexture({4, 3, pixelformats::kRgbU8, pixels});
+    const auto image = Cast<ImageInterface>(FirstImage(texture));
+    const auto handlerFor = [&](const Id& format, const Id& profile) {
+        return *image->GetPixelHandler(PixelFormats::Get(format), {}, colorprofiles::Get(profile),
+                                       GETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION, LayerSet());
+    };
+    // Pixels without a profile are sRGB, so nothing changes on the way.
+    GetPixelHandlerStruct same = handlerFor(pixelformats::kRgbU8, colorprofiles::kSrgb);
+    ASSERT_TRUE(same.find);
+    const Result<const std::byte*> found = same.find({1, 2, 3});
+    ASSERT_TRUE(found);
+    EXPECT_EQ(0, std::memcmp(*found, pixels.data() + 27, 9));
+    for (const PixelSpan& outside : {PixelSpan{0, 3, 1}, PixelSpan{0, -1, 1}, PixelSpan{-1, 0, 1}, PixelSpan{2, 0, 3}})
+        EXPECT_FALSE(same.find(outside));
+    same.Free();
+    EXPECT_FALSE(same.find);
+    EXPECT_FALSE(handlerFor(pixelformats::kBgrU8, colorprofiles::kSrgb).find);
+    EXPECT_FALSE(handlerFor(pixelformats::kRgbU8, colorprofiles::kLinearRgb).find);
 }
 
 // --- Writing ---------------------------------------------------------------------------------------------------------
