@@ -2,6 +2,7 @@
 
 #include "orvik/exif.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -168,8 +169,11 @@ TEST_F(ExifTest, DamagedBlocksGiveWhatIsThere) {
 
 TEST_F(ExifTest, FindsTheBlockInAFile) {
     const auto segment = [](uint8_t marker, const Bytes& payload) {
-        Bytes bytes = {0xFF, marker, uint8_t((payload.size() + 2) >> 8), uint8_t(payload.size() + 2)};
-        bytes.insert(bytes.end(), payload.begin(), payload.end());
+        const size_t length = payload.size() + 2;
+        Bytes bytes;
+        for (const size_t value : {size_t(0xFF), size_t(marker), length >> 8, length})
+            bytes.push_back(uint8_t(value));
+        std::ranges::copy(payload, std::back_inserter(bytes));
         return bytes;
     };
     Bytes payload = Text(std::string_view("Exif\0\0", 6));

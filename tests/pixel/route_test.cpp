@@ -73,8 +73,8 @@ TEST_F(RouteTest, ImpossibleListsFailEachTime) {
 // --- Channel by channel ----------------------------------------------------------------------------------------------
 
 TEST_F(RouteTest, ChannelsArePairedByType) {
-    const std::tuple<const char*, std::vector<const char*>, std::vector<const char*>,
-                     std::vector<uint8_t>, std::vector<uint8_t>>
+    const std::tuple<const char*, std::vector<const char*>, std::vector<const char*>, std::vector<uint8_t>,
+                     std::vector<uint8_t>>
         kCases[] = {
             {"order", {"depth", "blue", "red", "green"}, {"red", "green", "blue"}, {9, 3, 1, 2}, {1, 2, 3}},
             {"missing colours", {"red"}, {"green", "red", "blue"}, {7}, {0, 7, 0}},
