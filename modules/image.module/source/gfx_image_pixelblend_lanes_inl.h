@@ -22,7 +22,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 /// Values beyond are cut before they become 32-bit integers: the limit is exact in both float types.
 inline constexpr double kIntegerLimit = 1 << 30;
 
-/// A vector with the operators of a number.
+/// A vector with the operators of a number. GCC compiles friends of a template for the instruction set that is in force
+/// where they are instantiated, so they name theirs.
 template <class D>
 struct Lanes {
     using Tag = D;
@@ -35,21 +36,21 @@ struct Lanes {
     HWY_INLINE explicit Lanes(hn::Vec<D> value) : vector(value) {}
     HWY_INLINE explicit Lanes(double value) : vector(hn::Set(D(), static_cast<Component>(value))) {}
 
-    friend HWY_INLINE Lanes operator+(Lanes a, Lanes b) { return Lanes(hn::Add(a.vector, b.vector)); }
-    friend HWY_INLINE Lanes operator-(Lanes a, Lanes b) { return Lanes(hn::Sub(a.vector, b.vector)); }
-    friend HWY_INLINE Lanes operator*(Lanes a, Lanes b) { return Lanes(hn::Mul(a.vector, b.vector)); }
-    friend HWY_INLINE Lanes operator/(Lanes a, Lanes b) { return Lanes(hn::Div(a.vector, b.vector)); }
-    friend HWY_INLINE Mask operator<(Lanes a, Lanes b) { return hn::Lt(a.vector, b.vector); }
-    friend HWY_INLINE Mask operator>(Lanes a, Lanes b) { return hn::Gt(a.vector, b.vector); }
-    friend HWY_INLINE Mask operator<=(Lanes a, Lanes b) { return hn::Le(a.vector, b.vector); }
-    friend HWY_INLINE Mask operator==(Lanes a, Lanes b) { return hn::Eq(a.vector, b.vector); }
-    friend HWY_INLINE Lanes Select(Mask condition, Lanes yes, Lanes no) {
+    friend HWY_ATTR HWY_INLINE Lanes operator+(Lanes a, Lanes b) { return Lanes(hn::Add(a.vector, b.vector)); }
+    friend HWY_ATTR HWY_INLINE Lanes operator-(Lanes a, Lanes b) { return Lanes(hn::Sub(a.vector, b.vector)); }
+    friend HWY_ATTR HWY_INLINE Lanes operator*(Lanes a, Lanes b) { return Lanes(hn::Mul(a.vector, b.vector)); }
+    friend HWY_ATTR HWY_INLINE Lanes operator/(Lanes a, Lanes b) { return Lanes(hn::Div(a.vector, b.vector)); }
+    friend HWY_ATTR HWY_INLINE Mask operator<(Lanes a, Lanes b) { return hn::Lt(a.vector, b.vector); }
+    friend HWY_ATTR HWY_INLINE Mask operator>(Lanes a, Lanes b) { return hn::Gt(a.vector, b.vector); }
+    friend HWY_ATTR HWY_INLINE Mask operator<=(Lanes a, Lanes b) { return hn::Le(a.vector, b.vector); }
+    friend HWY_ATTR HWY_INLINE Mask operator==(Lanes a, Lanes b) { return hn::Eq(a.vector, b.vector); }
+    friend HWY_ATTR HWY_INLINE Lanes Select(Mask condition, Lanes yes, Lanes no) {
         return Lanes(hn::IfThenElse(condition, yes.vector, no.vector));
     }
-    friend HWY_INLINE Lanes Absolute(Lanes a) { return Lanes(hn::Abs(a.vector)); }
-    friend HWY_INLINE Lanes SquareRoot(Lanes a) { return Lanes(hn::Sqrt(a.vector)); }
+    friend HWY_ATTR HWY_INLINE Lanes Absolute(Lanes a) { return Lanes(hn::Abs(a.vector)); }
+    friend HWY_ATTR HWY_INLINE Lanes SquareRoot(Lanes a) { return Lanes(hn::Sqrt(a.vector)); }
     /// Exclusive or of two values that lie within the limit above, truncated to integers.
-    friend HWY_INLINE Lanes XorOfIntegers(Lanes a, Lanes b) {
+    friend HWY_ATTR HWY_INLINE Lanes XorOfIntegers(Lanes a, Lanes b) {
         const hn::Rebind<int32_t, D> integer;
         if constexpr (sizeof(Component) == sizeof(int32_t))
             return Lanes(
