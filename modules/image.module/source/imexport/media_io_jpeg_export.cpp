@@ -37,7 +37,7 @@ Result<void> JpegExporter::CheckInputCount(size_t count) const {
 int JpegExporter::ToLibraryQuality(Float quality) {
     if (!(quality > 0))
         return 0;
-    return static_cast<int>(std::min(quality, 1.0) * 100 + 0.5);
+    return static_cast<int>(std::floor(std::min(quality, 1.0) * 100 + 0.5));
 }
 
 Result<void> JpegExporter::OpenRows() {
