@@ -13,7 +13,7 @@ namespace {
 constexpr const char* kExamples =
     "Examples:\n"
     "  orvik info picture.png\n"
-    "  orvik info --json *.bmp | jq '.[].width'\n"
+    "  orvik info --json picture.png | jq .width\n"
     "  orvik info --html report.html *.png\n"
     "  orvik convert picture.png picture.bmp\n"
     "  orvik convert --set interlaced=true scan.bmp scan.png\n"
