@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "media_io_jpeg.h"
 #include "media_io_jpeg_encoder.h"
 
