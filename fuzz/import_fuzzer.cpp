@@ -5,7 +5,7 @@
 
 #include <zlib.h>
 
-#include "module_start.h"
+#include "module/module_start.h"
 
 #include "orvik/gfx_image.h"
 #include "orvik/iomemory.h"

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <vector>
 
-#include "imexport/media_io_formats.h"
+#include "imexport/frame/media_io_formats.h"
 #include "import_fuzzer.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "imexport/media_io_formats.h"
+#include "imexport/frame/media_io_formats.h"
 #include "support/module_fixture.h"
 
 #include "orvik/gfx_image.h"

@@ -1,7 +1,7 @@
 // Typed reads and writes, and the stack of chunks.
 
 #include "codec_support.h"
-#include "imexport/media_io_chunkedfileio.h"
+#include "imexport/frame/media_io_chunkedfileio.h"
 
 namespace codectest {
 namespace {

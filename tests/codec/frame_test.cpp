@@ -1,7 +1,7 @@
 // What all importers and exporters share: phases, capabilities, cancellation, streams that are always finished.
 
 #include "format_table.h"
-#include "mediasession_imagetexture_export.h"
+#include "session/mediasession_imagetexture_export.h"
 
 #include "orvik/threadservices.h"
 

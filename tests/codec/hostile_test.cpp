@@ -5,11 +5,11 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "decode_limits.h"
 #include "format_table.h"
-#include "imexport/media_io_importer.h"
+#include "imexport/frame/media_io_importer.h"
 #include "memory_watch.h"
 #include "png_direct.h"
+#include "storage/decode_limits.h"
 #include "tool_support.h"
 
 namespace codectest {

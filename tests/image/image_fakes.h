@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "mediasession_urloutput.h"
-#include "registration.h"
+#include "base/registration.h"
+#include "session/mediasession_urloutput.h"
 #include "support/faults.h"
 #include "support/layer_set.h"
 

@@ -1,4 +1,4 @@
-#include "layerset_impl.h"
+#include "image/layers/layerset_impl.h"
 #include "support/described.h"
 #include "support/faults.h"
 #include "support/module_fixture.h"

@@ -1,8 +1,8 @@
 #include <random>
 
-#include "gfx_image_storage_normal.h"
-#include "gfx_image_storage_planes.h"
 #include "image_fakes.h"
+#include "storage/gfx_image_storage_normal.h"
+#include "storage/gfx_image_storage_planes.h"
 #include "support/module_fixture.h"
 
 namespace orvik {

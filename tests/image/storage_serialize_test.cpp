@@ -1,5 +1,5 @@
-#include "gfx_image_storage_normal.h"
 #include "image_fakes.h"
+#include "storage/gfx_image_storage_normal.h"
 #include "support/described.h"
 #include "support/module_fixture.h"
 

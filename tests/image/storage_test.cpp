@@ -1,7 +1,7 @@
-#include "decode_limits.h"
-#include "gfx_image_storage_nodata.h"
-#include "gfx_image_storage_normal.h"
 #include "image_fakes.h"
+#include "storage/decode_limits.h"
+#include "storage/gfx_image_storage_nodata.h"
+#include "storage/gfx_image_storage_normal.h"
 
 namespace orvik {
 namespace {

@@ -3,8 +3,8 @@
 #include <random>
 #include <thread>
 
-#include "gfx_image_storage_voxel.h"
 #include "image_fakes.h"
+#include "storage/gfx_image_storage_voxel.h"
 #include "support/module_fixture.h"
 
 namespace orvik {

@@ -5,8 +5,8 @@
 #include <random>
 #include <vector>
 
-#include "gfx_image_pixelformat_arithmetic.h"
-#include "gfx_image_pixelformat_kernels.h"
+#include "pixel/kernels/gfx_image_pixelformat_arithmetic.h"
+#include "pixel/kernels/gfx_image_pixelformat_kernels.h"
 #include "slow_arithmetic.h"
 
 namespace orvik {

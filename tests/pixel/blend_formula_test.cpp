@@ -7,8 +7,8 @@
 #include <set>
 
 #include "blend_tools.h"
-#include "gfx_image_pixelblend_kernels.h"
 #include "level_scope.h"
+#include "pixel/blend/gfx_image_pixelblend_kernels.h"
 
 namespace orvik {
 namespace {

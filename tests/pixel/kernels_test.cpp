@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <random>
 
-#include "gfx_image_pixelformat_arithmetic.h"
-#include "gfx_image_pixelformat_shuffle.h"
 #include "level_scope.h"
+#include "pixel/kernels/gfx_image_pixelformat_arithmetic.h"
+#include "pixel/kernels/gfx_image_pixelformat_shuffle.h"
 #include "pixel_tools.h"
 
 namespace orvik {

@@ -2,7 +2,7 @@
 /// @file
 /// Kernels of one instruction set for a part of a test.
 
-#include "gfx_image_pixelformat_kernels.h"
+#include "pixel/kernels/gfx_image_pixelformat_kernels.h"
 
 namespace orvik {
 

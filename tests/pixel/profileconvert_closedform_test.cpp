@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-#include "gfx_image_colorprofile_closedform.h"
+#include "color/gfx_image_colorprofile_closedform.h"
 #include "level_scope.h"
 
 namespace orvik {

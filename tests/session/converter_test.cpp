@@ -1,8 +1,8 @@
 // What converters inherit: capabilities, root streams, the selection handler, and what the published bases answer.
 #include <gmock/gmock.h>
 
-#include "mediasession_streamimpl.h"
-#include "mediasession_urloutput.h"
+#include "session/mediasession_streamimpl.h"
+#include "session/mediasession_urloutput.h"
 #include "session_fakes.h"
 #include "support/module_fixture.h"
 

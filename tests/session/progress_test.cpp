@@ -3,7 +3,7 @@
 #include <limits>
 #include <thread>
 
-#include "mediasession_progress_impl.h"
+#include "session/mediasession_progress_impl.h"
 #include "session_fakes.h"
 #include "support/module_fixture.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "mediasession_outputconverter_baseimpl.h"
+#include "session/mediasession_outputconverter_baseimpl.h"
 #include "support/result_matchers.h"
 
 #include "orvik/errortypes.h"

@@ -5,8 +5,8 @@
 #include <set>
 #include <thread>
 
-#include "media_session_impl.h"
-#include "mediasession_urloutput.h"
+#include "session/media_session_impl.h"
+#include "session/mediasession_urloutput.h"
 #include "session_fakes.h"
 #include "support/module_fixture.h"
 

@@ -1,7 +1,7 @@
 // Streams: formats and subscription, the delegates and their absence, the walk, and properties made from a stream.
 #include <gmock/gmock.h>
 
-#include "mediasession_streamimpl.h"
+#include "session/mediasession_streamimpl.h"
 #include "session_fakes.h"
 #include "support/module_fixture.h"
 

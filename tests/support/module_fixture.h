@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "module_start.h"
+#include "module/module_start.h"
 
 namespace orvik {
 

@@ -1,12 +1,12 @@
-#include "media_io_formats.h"
+#include "imexport/frame/media_io_formats.h"
 
-#include "media_io_bmp.h"
-#include "media_io_fileformat_imagebase.h"
-#include "media_io_hdr.h"
-#include "media_io_jpeg.h"
-#include "media_io_png.h"
-#include "media_io_tga.h"
-#include "registration.h"
+#include "base/registration.h"
+#include "imexport/bmp/media_io_bmp.h"
+#include "imexport/frame/media_io_fileformat_imagebase.h"
+#include "imexport/hdr/media_io_hdr.h"
+#include "imexport/jpeg/media_io_jpeg.h"
+#include "imexport/png/media_io_png.h"
+#include "imexport/tga/media_io_tga.h"
 
 namespace orvik {
 namespace {

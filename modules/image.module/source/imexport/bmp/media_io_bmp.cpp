@@ -1,0 +1,501 @@
+#include "imexport/bmp/media_io_bmp.h"
+
+#include "imexport/bmp/media_io_bmp_runs.h"
+#include "imexport/frame/media_io_palette.h"
+#include "storage/decode_limits.h"
+
+namespace orvik {
+
+using namespace bmp;
+
+namespace {
+
+/// 14 bytes at the start of the file.
+struct FileHeader {
+    uint32_t fileSize = 0;
+    uint32_t pixelOffset = 0;  ///< 0: the pixels follow the headers
+};
+
+/// The info header; fields that a generation lacks stay 0.
+struct BmpInfo {
+    uint32_t size = 0;
+    int32_t width = 0;
+    int32_t height = 0;  ///< negative: the first row is the top one
+    uint16_t bitCount = 0;
+    uint32_t compression = 0;
+    uint32_t imageSize = 0;
+    int32_t xPixelsPerMetre = 0, yPixelsPerMetre = 0;
+    uint32_t colorsUsed = 0;
+    uint32_t redMask = 0, greenMask = 0, blueMask = 0, alphaMask = 0;
+    uint32_t colorSpaceType = 0;
+    uint32_t intent = 0;
+    uint32_t profileOffset = 0;  ///< from the start of the info header
+    uint32_t profileSize = 0;
+
+    /// -2^31 has no positive counterpart in 32 bits.
+    Int AbsoluteHeight() const { return height < 0 ? -Int(height) : Int(height); }
+    bool IsCompression(Compression wanted) const { return compression == uint32_t(wanted); }
+    bool IsRunLength() const { return IsCompression(Compression::Rle8) || IsCompression(Compression::Rle4); }
+};
+
+Result<FileHeader> ReadFileHeader(EndianReader& in) {
+    FileHeader header;
+    if (TRY(in.ReadU16()) != kMagic)
+        return MediaSessionWrongTypeError();
+    header.fileSize = TRY(in.ReadU32());
+    TRY(in.Skip(4));  // reserved, never set by anybody
+    header.pixelOffset = TRY(in.ReadU32());
+    return header;
+}
+
+Result<void> ReadCoreHeader(EndianReader& in, BmpInfo& info) {
+    info.width = TRY(in.ReadU16());
+    info.height = TRY(in.ReadU16());
+    if (TRY(in.ReadU16()) != 1)  // planes
+        return MediaSessionWrongTypeError();
+    info.bitCount = TRY(in.ReadU16());
+    return {};
+}
+
+Result<void> ReadMasks(EndianReader& in, BmpInfo& info) {
+    info.redMask = TRY(in.ReadU32());
+    info.greenMask = TRY(in.ReadU32());
+    info.blueMask = TRY(in.ReadU32());
+    return {};
+}
+
+Result<BmpInfo> ReadInfoHeader(EndianReader& in) {
+    BmpInfo info;
+    info.size = TRY(in.ReadU32());
+    if (info.size == kCoreHeaderSize) {
+        TRY(ReadCoreHeader(in, info));
+        return info;
+    }
+    if (info.size < kV3Size)
+        return info;  // no such generation: a bit count of 0 refuses it
+    info.width = TRY(in.ReadS32());
+    info.height = TRY(in.ReadS32());
+    TRY(in.Skip(2));  // planes
+    info.bitCount = TRY(in.ReadU16());
+    info.compression = TRY(in.ReadU32());
+    info.imageSize = TRY(in.ReadU32());
+    info.xPixelsPerMetre = TRY(in.ReadS32());
+    info.yPixelsPerMetre = TRY(in.ReadS32());
+    info.colorsUsed = TRY(in.ReadU32());
+    TRY(in.Skip(4));  // important colours
+
+    if (info.size == kV3Size && info.IsCompression(Compression::BitFields) &&
+        (info.bitCount == 16 || info.bitCount == 32))
+        TRY(ReadMasks(in, info));
+    if (info.size < kV3MaskSize) {
+        TRY(in.Skip(Int(info.size) - kV3Size));  // masks do not count before 56 bytes
+        return info;
+    }
+    TRY(ReadMasks(in, info));
+    info.alphaMask = TRY(in.ReadU32());
+    if (info.size < kV4Size) {
+        TRY(in.Skip(Int(info.size) - kV3MaskSize));
+        return info;
+    }
+    info.colorSpaceType = TRY(in.ReadU32());
+    TRY(in.Skip(kEndpointsSize));
+    TRY(in.Skip(12));  // gamma of red, green, blue
+    if (info.size < kV5Size) {
+        TRY(in.Skip(Int(info.size) - kV4Size));
+        return info;
+    }
+    info.intent = TRY(in.ReadU32());
+    info.profileOffset = TRY(in.ReadU32());
+    info.profileSize = TRY(in.ReadU32());
+    TRY(in.Skip(4));  // reserved
+    TRY(in.Skip(Int(info.size) - kV5Size));
+    return info;
+}
+
+/// The profile that the header points to. The position stays where it was.
+Result<ColorProfile> ReadProfile(EndianReader& in, const BmpInfo& info) {
+    const Int back = in.GetPosition();
+    const Int start = Int(info.profileOffset) + kFileHeaderSize;
+    const Int length = TRY(in.GetStream()->GetStreamLength());
+    if (start > length || Int(info.profileSize) > length - start)
+        return MediaSessionWrongTypeError();
+    BaseArray<std::byte> bytes;
+    TRY(bytes.Resize(info.profileSize, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(in.Seek(start));
+    TRY(in.ReadBlock(bytes.ToBlock()));
+    ColorProfile profile = TRY(ColorProfile::OpenProfileFromMemory(bytes.ToBlock()));
+    TRY(in.Seek(back));
+    return profile;
+}
+
+/// How the bytes of one pixel are delivered: the pixel format from the first byte that matters, and how many bytes lie
+/// around it. Fillers are never removed; the distance between pixels is widened by them.
+struct PixelLayout {
+    PixelFormat format;
+    Int leadingFiller = 0, trailingFiller = 0;  ///< bytes
+    bool hasAlpha = false;
+    Int alphaOffset = 0;  ///< byte of the pixel that is its alpha
+
+    BITS GetStride() const { return format->GetBitsPerPixel() + BITS((leadingFiller + trailingFiller) * 8); }
+};
+
+PixelFormat GetFormat(const Id& id) { return PixelFormats::Get(id); }
+
+/// Masks of 16-bit pixels, and the format they stand for.
+struct MaskedFormat {
+    uint32_t alpha, red, green, blue;
+    Id format;
+};
+constexpr MaskedFormat kMasked16[] = {
+    {0, 0x7C00, 0x03E0, 0x001F, "net.orvik.image.pixelformat.rgb.u555"},
+    {0, 0xF800, 0x07E0, 0x001F, "net.orvik.image.pixelformat.rgb.u565"},
+    {0, 0x0F00, 0x00F0, 0x000F, "net.orvik.image.pixelformat.rgb.u444"},
+    {0x8000, 0x7C00, 0x03E0, 0x001F, "net.orvik.image.pixelformat.argb.u1555"},
+    {0xF000, 0x0F00, 0x00F0, 0x000F, "net.orvik.image.pixelformat.argb.u4444"},
+};
+
+Result<PixelLayout> ChooseLayout16(const BmpInfo& info) {
+    if (!info.IsCompression(Compression::BitFields))
+        return PixelLayout{GetFormat(kMasked16[0].format)};
+    for (const MaskedFormat& masked : kMasked16) {
+        if (masked.alpha == info.alphaMask && masked.red == info.redMask && masked.green == info.greenMask &&
+            masked.blue == info.blueMask)
+            return PixelLayout{GetFormat(masked.format)};
+    }
+    return MediaSessionWrongTypeError("unsupported pixeltype");
+}
+
+Error BitCountError(const BmpInfo& info) {
+    return MediaSessionWrongTypeError("Invalid image bit count: @.", info.bitCount);
+}
+
+/// The byte lane of a mask, 0 being the first byte in the file; -1 for a mask that is no whole byte.
+constexpr int LaneOf(uint32_t mask) {
+    for (int lane = 0; lane < 4; ++lane) {
+        if (mask == uint32_t(0xFF) << (lane * 8))
+            return lane;
+    }
+    return -1;
+}
+
+/// Each mask names one byte of the pixel. Bytes without a channel at either end are filler, in between unused channels.
+Result<PixelLayout> ChooseLayout32ByMasks(const BmpInfo& info) {
+    const struct {
+        uint32_t mask;
+        const Id& channel;
+    } masks[] = {
+        {info.redMask, channeltypes::kRed},
+        {info.greenMask, channeltypes::kGreen},
+        {info.blueMask, channeltypes::kBlue},
+        {info.alphaMask, channeltypes::kUnused},  // alpha goes into a stream of its own
+    };
+    ImageChannel lanes[4];
+    for (const auto& entry : masks) {
+        if (entry.mask == 0)
+            continue;
+        const int lane = LaneOf(entry.mask);
+        if (lane < 0)
+            return MediaSessionWrongTypeError("BITMAPV4HEADER unsupported mask value (@{x}) for channel '@'.",
+                                              entry.mask, entry.channel);
+        if (lanes[lane])
+            return MediaSessionWrongTypeError("BITMAPV4HEADER duplicate mask value (@{x}) for channel '@'.", entry.mask,
+                                              entry.channel);
+        lanes[lane] = channeltypes::GetChannel(entry.channel, ComponentType::U8);
+    }
+
+    PixelLayout layout;
+    layout.hasAlpha = info.alphaMask != 0;
+    layout.alphaOffset = layout.hasAlpha ? LaneOf(info.alphaMask) : 0;
+    Int first = 0, end = 4;
+    while (first < end && !lanes[first])
+        ++first;
+    while (end > first && !lanes[end - 1])
+        --end;
+    if (first == end)
+        return BitCountError(info);  // no colour at all: there is no such pixel
+    for (Int lane = first; lane < end; ++lane) {
+        if (!lanes[lane])
+            lanes[lane] = channeltypes::GetChannel(channeltypes::kUnused, ComponentType::U8);
+    }
+    layout.leadingFiller = first;
+    layout.trailingFiller = 4 - end;
+    layout.format = TRY(PixelFormats::FindOrCreatePixelFormat(Block<const ImageChannel>(lanes + first, end - first)));
+    return layout;
+}
+
+Result<PixelLayout> ChooseLayout(const BmpInfo& info) {
+    switch (info.bitCount) {
+        case 1:
+            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u1bit")};
+        case 2:
+            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u2bit")};
+        case 4:
+            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u4bit")};
+        case 8:
+            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u8bit")};
+        case 16:
+            return ChooseLayout16(info);
+        case 24:
+            return PixelLayout{GetFormat(pixelformats::kBgrU8)};
+        case 32:
+            if (info.IsCompression(Compression::BitFields))
+                return ChooseLayout32ByMasks(info);
+            return PixelLayout{
+                .format = GetFormat(pixelformats::kBgrU8), .trailingFiller = 1, .hasAlpha = true, .alphaOffset = 3};
+        default:
+            return BitCountError(info);
+    }
+}
+
+/// Entries of the palette: what the bit count can address, or fewer when the header says so.
+Result<Int> GetPaletteSize(const BmpInfo& info) {
+    if (info.bitCount >= 16)
+        return Int(0);
+    Int size = Int(1) << info.bitCount;
+    if (info.colorsUsed != 0 && Int(info.colorsUsed) < size)
+        size = info.colorsUsed;
+    if (size > 0x10000)
+        return MediaSessionWrongTypeError("Illegal Color table size: @.", size);
+    return size;
+}
+
+class BmpImporter : public ImageImporter {
+public:
+    BmpImporter() : ImageImporter(kFormat, "BMP image") {}
+
+protected:
+    void ResetHeader() override;
+    Result<void> ReadHeader(const InputStreamRef& stream) override;
+    Result<void> DecodePixels(const InputStreamRef& stream) override;
+
+private:
+    Result<void> CheckSize(const InputStreamRef& stream) const;
+    Result<void> AddStreams(const ColorProfile& profile);
+    Result<void> DescribeResolution(MediaStreamFormat& format) const;
+    Result<PixelFormat> ReadPalette(const InputStreamRef& stream) const;
+    Result<void> DecodeRows(const InputStreamRef& stream);
+    Result<void> DecodeRuns(const InputStreamRef& stream);
+    Result<void> DeliverRow(Int done, const std::byte* row);
+
+    Int GetPaletteEntryBytes() const { return _info.size == kCoreHeaderSize ? 3 : 4; }
+    /// Where the rows start: what the file header says, else behind headers and palette.
+    Int GetPixelPosition() const {
+        return _header.pixelOffset ? _header.pixelOffset : _headerEnd + _paletteSize * GetPaletteEntryBytes();
+    }
+
+    FileHeader _header;
+    BmpInfo _info;
+    Int _headerEnd = 0;
+    Int _paletteSize = 0;  ///< entries
+    PixelLayout _layout;
+    RowSink* _image = nullptr;
+    RowSink* _alpha = nullptr;
+    ImageImportStreamRef _imageStream;
+    ImageImportStreamRef _alphaStream;
+};
+
+void BmpImporter::ResetHeader() {
+    _header = {};
+    _info = {};
+    _headerEnd = 0;
+    _paletteSize = 0;
+    _layout = {};
+    _image = nullptr;
+    _alpha = nullptr;
+    _imageStream = nullptr;
+    _alphaStream = nullptr;
+}
+
+Result<void> BmpImporter::ReadHeader(const InputStreamRef& stream) {
+    EndianReader in;
+    in.Attach(stream, BYTEORDER::LITTLE);
+    _header = TRY(ReadFileHeader(in));
+    _info = TRY(ReadInfoHeader(in));
+    _headerEnd = in.GetPosition();
+    ColorProfile profile = colorprofiles::Get(colorprofiles::kSrgb);
+    if (_info.size >= kV5Size && _info.colorSpaceType == kSpaceEmbedded && _info.profileSize != 0)
+        profile = TRY(ReadProfile(in, _info));
+
+    if (_info.bitCount > 32)
+        return MediaSessionWrongTypeError();
+    if (_info.width < 0)
+        return MediaSessionWrongTypeError("Invalid Image width: @.", _info.width);
+    if (_info.compression > uint32_t(Compression::BitFields))
+        return MediaSessionWrongTypeError("unsupported bmp compression (@).", _info.compression);
+    _paletteSize = TRY(GetPaletteSize(_info));
+    _layout = TRY(ChooseLayout(_info));
+    TRY(CheckSize(stream));
+    return AddStreams(profile);
+}
+
+/// The rows must be there before memory is spent on them. Runs can be many times shorter than their rows, and jumps
+/// shorter still; those of a small picture cost little in any case.
+Result<void> BmpImporter::CheckSize(const InputStreamRef& stream) const {
+    Int bytes = RowBytes(_info.width, _info.bitCount);
+    if (bytes < 0 || __builtin_mul_overflow(bytes, _info.AbsoluteHeight(), &bytes))
+        return OutOfMemoryError();
+    constexpr Int kBestRunLength = 128, kSmall = Int(16) << 20;
+    if (_info.IsRunLength()) {
+        const Int pixels = Int(_info.width) * _info.AbsoluteHeight();  // eight of them can share a byte
+        bytes = std::max(bytes, pixels) <= kSmall ? 0 : bytes / kBestRunLength;
+    }
+    const Result<Int> length = stream->GetStreamLength();
+    if (length && bytes > *length - GetPixelPosition())
+        return MediaSessionWrongTypeError();
+    return {};
+}
+
+Result<void> BmpImporter::AddStreams(const ColorProfile& profile) {
+    StreamDescription description;
+    description.type = MEDIAFORMATTYPE::IMAGE;
+    description.pixelFormat = _layout.format;
+    description.colorProfile = profile;
+    description.width = _info.width;
+    description.height = _info.AbsoluteHeight();
+    MediaStreamFormat format = TRY(DescribeStream(description));
+    TRY(DescribeResolution(format));
+    if (_info.size >= kV3Size) {
+        DataDictionary settings;
+        const Id generation = _info.size >= kV5Size ? Id("V5") : _info.size >= kV4Size ? Id("V4") : Id("V3");
+        TRY(settings.Set(mediaexport::kBmpInfoHeader, generation));
+        TRY(format.Set(mediaformat::kExportSettings, settings));
+    }
+    _imageStream = TRY(AddStream(format));
+
+    if (_layout.hasAlpha) {
+        description.type = MEDIAFORMATTYPE::ALPHA;
+        description.pixelFormat = GetFormat(pixelformats::kAlphaU8);
+        description.colorProfile = ColorProfile();
+        MediaStreamFormat alpha = TRY(DescribeStream(description));
+        TRY(alpha.Set(mediaformat::kAlphaType, MEDIAALPHATYPE::STRAIGHT));
+        TRY(alpha.Set(mediaformat::kAlphaName, "Alpha"));
+        _alphaStream = TRY(AddStream(alpha, _imageStream));
+    }
+    return {};
+}
+
+/// Writers leave junk in these fields, so only plausible numbers count.
+Result<void> BmpImporter::DescribeResolution(MediaStreamFormat& format) const {
+    const Float x = std::abs(Float(_info.xPixelsPerMetre)), y = std::abs(Float(_info.yPixelsPerMetre));
+    if (x != 0 && y != 0 && _info.xPixelsPerMetre != _info.yPixelsPerMetre) {
+        const Float ratio = y / x;
+        if (ratio > 0.1 && ratio < 10.0)
+            TRY(format.Set(mediaformat::kAspectRatio, ratio));
+    }
+    const Float dpi = x * 300.0 / 11808.0;
+    if (x != 0 && dpi >= 1.0 && dpi < 10000.0)
+        TRY(format.Set(mediaformat::kDpi, dpi));
+    return {};
+}
+
+Result<void> BmpImporter::DecodePixels(const InputStreamRef& stream) {
+    PixelFormat format = _layout.format;
+    if (_paletteSize != 0)
+        format = TRY(ReadPalette(stream));
+    TRY(stream->Seek(GetPixelPosition()));
+    _image = TRY(OpenSink(_imageStream, format));
+    _alpha = TRY(OpenSink(_alphaStream, GetFormat(pixelformats::kAlphaU8)));
+    return _info.IsRunLength() ? DecodeRuns(stream) : DecodeRows(stream);
+}
+
+/// Entries of blue, green, red, and behind all headers but the oldest a fourth byte. That is 0 in most files; where an
+/// entry has another value, the bytes are taken as transparency.
+Result<PixelFormat> BmpImporter::ReadPalette(const InputStreamRef& stream) const {
+    const Int entryBytes = GetPaletteEntryBytes();
+    BaseArray<std::byte> colors;
+    TRY(colors.Resize(_paletteSize * entryBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(stream->Seek(_headerEnd));
+    TRY(stream->Read(colors.ToBlock()));
+    if (entryBytes == 3)
+        return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgrU8), colors.ToBlock());
+
+    bool hasTransparency = false;
+    for (Int i = 0; i < _paletteSize; ++i) {
+        std::byte& fourth = colors[i * 4 + 3];
+        hasTransparency |= fourth != std::byte(0);
+        fourth = ~fourth;
+    }
+    if (hasTransparency)
+        return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgraU8), colors.ToBlock());
+    for (Int i = 0; i < _paletteSize; ++i)
+        std::memmove(&colors[i * 3], &colors[i * 4], 3);
+    return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgrU8),
+                             colors.ToBlock().first(size_t(_paletteSize) * 3));
+}
+
+/// @param done  rows of the file before this one
+Result<void> BmpImporter::DeliverRow(Int done, const std::byte* row) {
+    const Int y = _info.height > 0 ? _info.height - 1 - done : done;
+    const BITS stride = _layout.GetStride();
+    TRY(_image->PushRow(y, {row + _layout.leadingFiller, stride}));
+    return _alpha->PushRow(y, {row + _layout.alphaOffset, stride});
+}
+
+/// Uncompressed rows, as many at a time as a small buffer takes.
+Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream) {
+    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
+    const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
+    if (rowBytes == 0 || height == 0)
+        return {};
+    const Int rowsAtOnce = std::clamp(kBufferBytes / rowBytes, Int(1), height);
+    TRY(CheckDecodeBuffer(rowsAtOnce * rowBytes));
+    BaseArray<std::byte> buffer;
+    TRY(buffer.Resize(rowsAtOnce * rowBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+
+    for (Int done = 0; done < height;) {
+        const Int rows = std::min(rowsAtOnce, height - done);
+        TRY(stream->Read(buffer.ToBlock().first(rows * rowBytes)));
+        for (Int i = 0; i < rows; ++i, ++done) {
+            TRY(ReportProgress(done, height));
+            TRY(DeliverRow(done, buffer.GetFirst() + i * rowBytes));
+        }
+    }
+    return {};
+}
+
+/// Compressed rows. All of the input is held, which the file bounds: by what two of its fields say, and by its length.
+Result<void> BmpImporter::DecodeRuns(const InputStreamRef& stream) {
+    const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
+    if (rowBytes == 0 || height == 0)
+        return {};
+    const Int told = std::max(Int(_header.fileSize) - Int(_header.pixelOffset), Int(0));
+    const Int inputBytes = std::min({Int(_info.imageSize), told, GetBytesLeft(stream)});
+    BaseArray<std::byte> input, row;
+    TRY(CheckDecodeBuffer(inputBytes));
+    TRY(input.Resize(inputBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(stream->Read(input.ToBlock()));
+    TRY(CheckDecodeBuffer(rowBytes));
+    TRY(row.Resize(rowBytes, RESIZEFLAGS::FIT_TO_SIZE));
+
+    RunDecoder decoder(input.ToBlock(), _info.IsCompression(Compression::Rle4));
+    Int done = 0;
+    while (done < height) {
+        TRY(ReportProgress(done, height));
+        std::memset(row.GetFirst(), 0, size_t(rowBytes));
+        const Int skipped = TRY(decoder.DecodeLine(row.ToBlock(), done == height - 1));
+        TRY(DeliverRow(done, row.GetFirst()));
+        done += 1 + skipped;
+    }
+    if (done != height)
+        return MediaSessionWrongTypeError("Corrupt RLE compression.");
+    return {};
+}
+
+}  // namespace
+
+/// "BM", and a header size that a known generation has. The size is tested with bit 4 masked out, which lets 40 and 56
+/// as well as 108 and 124 pass.
+Result<Bool> DetectBmp(const Url&, const InputStreamRef& stream) {
+    uint8_t head[20];
+    if (TRY(stream->ReadEOS(std::as_writable_bytes(Block<uint8_t>(head)))) != Int(sizeof(head)))
+        return false;
+    uint32_t size;
+    std::memcpy(&size, head + kFileHeaderSize, sizeof(size));
+    size = SwapToOrder(size, BYTEORDER::LITTLE);
+    const uint32_t paired = size & ~uint32_t(0x10);
+    return head[0] == 'B' && head[1] == 'M' && (size == kCoreHeaderSize || paired == kV3Size || paired == kV4Size);
+}
+
+Result<ObjectRef> MakeBmpImporter() { return ObjectRef(TRY(NewObj<BmpImporter>())); }
+
+}  // namespace orvik

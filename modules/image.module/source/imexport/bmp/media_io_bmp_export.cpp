@@ -1,0 +1,159 @@
+#include "imexport/bmp/media_io_bmp.h"
+
+namespace orvik {
+
+using namespace bmp;
+
+namespace {
+
+constexpr uint32_t kRedMask = 0xFF0000, kGreenMask = 0xFF00, kBlueMask = 0xFF, kAlphaMask = 0xFF000000;
+constexpr uint32_t kIntentImages = 4;  ///< perceptual
+constexpr Int kRowAlignment = 4;
+
+struct Generation {
+    Id option;
+    uint32_t headerSize;
+};
+constexpr Id kV3{"V3"};
+constexpr Generation kGenerations[] = {{kV3, kV3Size}, {"V4", kV4Size}, {"V5", kV5Size}};
+
+Result<uint32_t> GetHeaderSize(const Id& option) {
+    for (const Generation& generation : kGenerations) {
+        if (generation.option == option)
+            return generation.headerSize;
+    }
+    return IllegalArgumentError("Invalid header type: @.", option);
+}
+
+/// Writes 24 bits, or with "V4" and "V5" 32 bits where there is alpha. Only "V5" has room for a profile; with the
+/// others the pixels are converted to sRGB.
+class BmpExporter : public ImageExporter {
+public:
+    BmpExporter() : ImageExporter(kFormat) {}
+
+protected:
+    bool KeepsAlpha() const override { return GetPicture().settings.Get(mediaexport::kBmpInfoHeader, kV3) != kV3; }
+    Result<void> OpenRows() override;
+    Result<void> WriteFile(const OutputStreamRef& output) override;
+
+private:
+    static int32_t ToPixelsPerMetre(Float dpi) { return ToResolution(dpi * 11808.0 / 300.0 + 0.5); }
+    Result<void> WriteHeaders(EndianWriter& out) const;
+    Result<void> WriteInfoHeader(EndianWriter& out) const;
+    Result<void> WriteColorFields(EndianWriter& out) const;
+    Result<void> WriteRows(const OutputStreamRef& output) const;
+
+    Int GetBitCount() const { return _hasAlpha ? 32 : 24; }
+    Int GetPixelBytes() const { return _rowBytes * GetPicture().height; }
+    Int GetProfileBytes() const { return _headerSize == kV5Size ? Int(_profileBytes.size()) : 0; }
+
+    uint32_t _headerSize = 0;
+    bool _hasAlpha = false;
+    ColorProfile _profile;  ///< keeps the bytes alive
+    Block<const std::byte> _profileBytes;
+    Int _rowBytes = 0;
+};
+
+Result<void> BmpExporter::OpenRows() {
+    const Picture& picture = GetPicture();
+    _headerSize = TRY(GetHeaderSize(picture.settings.Get(mediaexport::kBmpInfoHeader, kV3)));
+    _hasAlpha = picture.HasAlpha() && _headerSize != kV3Size;
+    const PixelFormat rowFormat = PixelFormats::Get(_hasAlpha ? pixelformats::kBgraU8 : pixelformats::kBgrU8);
+    _rowBytes = rowFormat->GetBytesPerLine(picture.width, kRowAlignment);
+
+    _profile = ChooseProfile(rowFormat);
+    _profileBytes = {};
+    if (_headerSize == kV5Size)
+        _profileBytes = TRY(_profile.WriteProfileToMemory());
+    else if (!picture.settings.Get(mediaexport::kDisableSrgbConversion, false))
+        _profile = colorprofiles::Get(colorprofiles::kSrgb);
+
+    TRY(OpenImageRows(rowFormat, _profile));
+    if (_hasAlpha)
+        TRY(OpenAlphaRows(PixelFormats::Get(pixelformats::kAlphaU8)));
+    return {};
+}
+
+Result<void> BmpExporter::WriteFile(const OutputStreamRef& output) {
+    output->Expect(kFileHeaderSize + _headerSize + GetProfileBytes() + GetPixelBytes());
+    EndianWriter out;
+    out.Attach(output, BYTEORDER::LITTLE);
+    TRY(WriteHeaders(out));
+    return WriteRows(output);
+}
+
+Result<void> BmpExporter::WriteHeaders(EndianWriter& out) const {
+    const Int headers = kFileHeaderSize + _headerSize + GetProfileBytes();
+    TRY(out.WriteU16(kMagic));
+    TRY(out.WriteU32(uint32_t(headers + GetPixelBytes())));
+    TRY(out.WriteU32(0));  // reserved
+    TRY(out.WriteU32(uint32_t(headers)));
+    TRY(WriteInfoHeader(out));
+    if (_headerSize >= kV4Size)
+        TRY(WriteColorFields(out));
+    return {};
+}
+
+Result<void> BmpExporter::WriteInfoHeader(EndianWriter& out) const {
+    const Picture& picture = GetPicture();
+    const Float aspectRatio = picture.format.Get(mediaformat::kAspectRatio, 1.0);
+    TRY(out.WriteU32(_headerSize));
+    TRY(out.WriteS32(int32_t(picture.width)));
+    TRY(out.WriteS32(int32_t(picture.height)));
+    TRY(out.WriteU16(1));  // planes
+    TRY(out.WriteU16(uint16_t(GetBitCount())));
+    TRY(out.WriteU32(uint32_t(_hasAlpha ? Compression::BitFields : Compression::Rgb)));
+    TRY(out.WriteU32(uint32_t(GetPixelBytes())));
+    TRY(out.WriteS32(ToPixelsPerMetre(picture.dpi)));
+    TRY(out.WriteS32(ToPixelsPerMetre(picture.dpi * aspectRatio)));
+    TRY(out.WriteU32(0));  // colours used
+    TRY(out.WriteU32(0));  // colours important
+    return {};
+}
+
+/// What "V4" and "V5" have beyond the 40 bytes. A file of 32 bits is always one of these, so its masks lie here too.
+Result<void> BmpExporter::WriteColorFields(EndianWriter& out) const {
+    TRY(out.WriteU32(kRedMask));
+    TRY(out.WriteU32(kGreenMask));
+    TRY(out.WriteU32(kBlueMask));
+    TRY(out.WriteU32(_hasAlpha ? kAlphaMask : 0));
+    TRY(out.WriteU32(_headerSize == kV5Size ? kSpaceEmbedded : kSpaceSrgb));
+    TRY(out.WriteZeros(kEndpointsSize));
+    TRY(out.WriteZeros(12));  // gamma of red, green, blue
+    if (_headerSize < kV5Size)
+        return {};
+    TRY(out.WriteU32(kIntentImages));
+    TRY(out.WriteU32(_headerSize));  // the profile follows the header
+    TRY(out.WriteU32(uint32_t(GetProfileBytes())));
+    TRY(out.WriteU32(0));  // reserved
+    return out.WriteBlock(_profileBytes);
+}
+
+/// From the bottom up, as many rows at a time as a small buffer takes.
+Result<void> BmpExporter::WriteRows(const OutputStreamRef& output) const {
+    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between picture and file
+    constexpr Int kAlphaByte = 3;
+    const Picture& picture = GetPicture();
+    const Int rowsAtOnce = std::clamp(kBufferBytes / _rowBytes, Int(1), picture.height);
+    BaseArray<std::byte> buffer;
+    TRY(buffer.Resize(rowsAtOnce * _rowBytes));  // the fillers at the rows' ends stay 0
+    const BITS stride(GetBitCount());
+    for (Int y = picture.height; y > 0;) {
+        const Int rows = std::min(rowsAtOnce, y);
+        for (Int i = 0; i < rows; ++i) {
+            std::byte* row = buffer.GetFirst() + i * _rowBytes;
+            --y;
+            TRY(_image.ReadRow(y, picture.width, {row, stride}));
+            if (_alpha)
+                TRY(_alpha.ReadRow(y, picture.width, {row + kAlphaByte, stride}));
+        }
+        TRY(output->Write(buffer.ToBlock().first(rows * _rowBytes)));
+    }
+    return {};
+}
+
+}  // namespace
+
+Result<ObjectRef> MakeBmpExporter() { return ObjectRef(TRY(NewObj<BmpExporter>())); }
+
+}  // namespace orvik

@@ -1,0 +1,196 @@
+#include <bit>
+#include <charconv>
+
+#include "imexport/hdr/media_io_hdr.h"
+
+namespace orvik {
+
+using namespace hdr;
+
+namespace {
+
+/// What is darker is black.
+constexpr float kDarkest = 1e-10f;
+/// The greatest float whose exponent fits the byte.
+constexpr float kBrightest = 0x1.fffffep126f;
+
+/// Not-a-number is dark.
+constexpr float Limit(float value) { return value >= kDarkest ? std::min(value, kBrightest) : 0.0f; }
+
+/// Shares the exponent of the greatest component v = m * 2^x, 0.5 <= m < 1. The mantissas are scaled by m * 256 / v,
+/// which is the power of two 2^(8 - x), so that it can be put together from its bits.
+/// @param rgb     three floats a pixel
+/// @param planes  red, green, blue and exponent bytes, `width` of each
+void EncodePixels(const float* rgb, uint8_t* planes, Int width) {
+    uint8_t* const red = planes;
+    uint8_t* const green = planes + width;
+    uint8_t* const blue = planes + 2 * width;
+    uint8_t* const exponent = planes + 3 * width;
+    for (Int i = 0; i < width; ++i) {
+        const float r = Limit(rgb[3 * i]), g = Limit(rgb[3 * i + 1]), b = Limit(rgb[3 * i + 2]);
+        const float v = std::max(std::max(r, g), b);
+        constexpr uint32_t kBias = 127;
+        const uint32_t biased = std::bit_cast<uint32_t>(v) >> 23;  // x + 126
+        const float scale = std::bit_cast<float>((8 + 126 + kBias - biased) << 23);
+        red[i] = uint8_t(int32_t(r * scale));
+        green[i] = uint8_t(int32_t(g * scale));
+        blue[i] = uint8_t(int32_t(b * scale));
+        exponent[i] = uint8_t(biased == 0 ? 0 : biased + 2);  // x + 128; black is all zeros
+    }
+}
+
+constexpr size_t kMinRun = 4;
+
+/// Bytes from `from` on that equal the first, at most `kMaxRun`.
+size_t CountEqual(const uint8_t* from, const uint8_t* end) {
+    const uint8_t* const limit = from + std::min(end - from, kMaxRun);
+    const uint8_t* at = from + 1;
+    while (at < limit && *at == *from)
+        ++at;
+    return size_t(at - from);
+}
+
+/// The first of `kMinRun` equal bytes, or the end.
+const uint8_t* FindRun(const uint8_t* from, const uint8_t* end) {
+    // Eight neighbours at a time: the high bit of a byte says that it equals the next one.
+    constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7F;
+    constexpr Int kAhead = 9, kStarts = 6;
+    for (; end - from >= kAhead; from += kStarts) {
+        uint64_t bytes, next;
+        std::memcpy(&bytes, from, sizeof(bytes));
+        std::memcpy(&next, from + 1, sizeof(next));
+        const uint64_t differ = bytes ^ next;
+        const uint64_t equal = ~(((differ & kLow7) + kLow7) | differ | kLow7);
+        if (const uint64_t threefold = equal & equal >> 8 & equal >> 16)
+            return from + std::countr_zero(threefold) / 8;
+    }
+    for (; end - from >= Int(kMinRun); ++from) {
+        if (CountEqual(from, from + kMinRun) == kMinRun)
+            return from;
+    }
+    return end;
+}
+
+/// Encodes one plane: runs of four and more, runs of two and three where they stand alone before such a run, literals.
+/// @param to  has room for `GetEncodedBound` bytes
+/// @return the end of what was written
+uint8_t* EncodePlane(const uint8_t* plane, Int width, uint8_t* to) {
+    const auto putRun = [&to](size_t count, uint8_t value) {
+        *to++ = uint8_t(kMaxLiterals + count);
+        *to++ = value;
+    };
+    const uint8_t* const end = plane + width;
+    for (const uint8_t* from = plane; from != end;) {
+        const uint8_t* const run = FindRun(from, end);
+        const size_t before = size_t(run - from);
+        if (before > 1 && before < kMinRun && CountEqual(from, run) == before) {
+            putRun(before, *from);
+            from = run;
+        }
+        while (from != run) {
+            const size_t count = std::min(size_t(run - from), size_t(kMaxLiterals));
+            *to++ = uint8_t(count);
+            std::memcpy(to, from, count);
+            to += count;
+            from += count;
+        }
+        if (run != end) {
+            const size_t count = CountEqual(run, end);
+            putRun(count, *run);
+            from += count;
+        }
+    }
+    return to;
+}
+
+/// Bytes that an encoded plane can have: a literal more than all bytes, and a count for every 128 of them and for those
+/// before each run, which itself is shorter by two.
+constexpr Int GetEncodedBound(Int width) { return width + width / kMaxLiterals + 2; }
+
+Result<void> WriteText(const OutputStreamRef& output, std::string_view text) {
+    return output->Write(std::as_bytes(Block<const char>(text)));
+}
+Result<void> WriteNumber(const OutputStreamRef& output, Int number) {
+    char digits[20];
+    const char* const end = std::to_chars(digits, std::end(digits), number).ptr;
+    return WriteText(output, {digits, end});
+}
+
+class HdrExporter : public ImageExporter {
+public:
+    HdrExporter() : ImageExporter(kFormat) {}
+
+protected:
+    Result<void> OpenRows() override;
+    Result<void> WriteFile(const OutputStreamRef& output) override;
+
+private:
+    Result<void> WriteHeader(const OutputStreamRef& output) const;
+    Result<void> WriteRows(const OutputStreamRef& output) const;
+    uint8_t* EncodeRow(const uint8_t* planes, uint8_t* to) const;
+
+    bool IsInRuns() const { return GetPicture().width >= kMinRunsWidth && GetPicture().width <= kMaxRunsWidth; }
+};
+
+Result<void> HdrExporter::OpenRows() {
+    const PixelFormat rowFormat = PixelFormats::Get(pixelformats::kRgbF32);
+    const bool keepsColors = GetPicture().settings.Get(mediaexport::kDisableSrgbConversion, false);
+    return OpenImageRows(rowFormat,
+                         keepsColors ? ChooseProfile(rowFormat) : colorprofiles::Get(colorprofiles::kLinearRgb));
+}
+
+Result<void> HdrExporter::WriteFile(const OutputStreamRef& output) {
+    TRY(WriteHeader(output));
+    return WriteRows(output);
+}
+
+Result<void> HdrExporter::WriteHeader(const OutputStreamRef& output) const {
+    TRY(WriteText(output, "#?RADIANCE\nGAMMA=1\nEXPOSURE=1\nSOFTWARE=HALDEN_3X\n"));
+    TRY(WriteText(output, kFormatLine));
+    TRY(WriteText(output, "\n\n-Y "));
+    TRY(WriteNumber(output, GetPicture().height));
+    TRY(WriteText(output, " +X "));
+    TRY(WriteNumber(output, GetPicture().width));
+    return WriteText(output, "\n");
+}
+
+Result<void> HdrExporter::WriteRows(const OutputStreamRef& output) const {
+    const Picture& picture = GetPicture();
+    BaseArray<float> row;
+    BaseArray<uint8_t> planes, encoded;
+    constexpr RESIZEFLAGS kFlags = RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED;
+    TRY(row.Resize(picture.width * 3, kFlags));
+    TRY(planes.Resize(picture.width * kPlanes, kFlags));
+    TRY(encoded.Resize(kRowHeadBytes + kPlanes * GetEncodedBound(picture.width), kFlags));
+    for (Int y = 0; y < picture.height; ++y) {
+        TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), BITS(Int(3) * 32)}));
+        EncodePixels(row.GetFirst(), planes.GetFirst(), picture.width);
+        const uint8_t* const end = EncodeRow(planes.GetFirst(), encoded.GetFirst());
+        TRY(output->Write(encoded.GetFirst(), size_t(end - encoded.GetFirst())));
+    }
+    return {};
+}
+
+uint8_t* HdrExporter::EncodeRow(const uint8_t* planes, uint8_t* to) const {
+    const Int width = GetPicture().width;
+    if (!IsInRuns()) {
+        for (Int x = 0; x < width; ++x) {
+            for (Int plane = 0; plane < kPlanes; ++plane)
+                *to++ = planes[plane * width + x];
+        }
+        return to;
+    }
+    *to++ = kRunsMark;
+    *to++ = kRunsMark;
+    *to++ = uint8_t(width >> 8);
+    *to++ = uint8_t(width);
+    for (Int plane = 0; plane < kPlanes; ++plane)
+        to = EncodePlane(planes + plane * width, width, to);
+    return to;
+}
+
+}  // namespace
+
+Result<ObjectRef> MakeHdrExporter() { return ObjectRef(TRY(NewObj<HdrExporter>())); }
+
+}  // namespace orvik

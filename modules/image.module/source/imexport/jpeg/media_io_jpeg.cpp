@@ -1,0 +1,315 @@
+#include "imexport/jpeg/media_io_jpeg.h"
+
+#include "imexport/jpeg/media_io_jpeg_decoder.h"
+#include "imexport/jpeg/media_io_jpeg_mpf.h"
+#include "storage/decode_limits.h"
+
+namespace orvik {
+
+using namespace jpeg;
+
+namespace {
+
+/// The streams of a JPEG file; classes of their own so that clients can tell them.
+class MediaStreamImageLayerJpgImport : public MediaStreamImageDataImportImpl {};
+class MediaStreamExifDataJpg : public MediaStreamExifDataImpl {};
+
+/// Inks stand inverted in the file, and so they are presented.
+constexpr Id kCmykInverted{"net.orvik.image.pixelformat.cmyk_inv.u8"};
+
+Result<PixelFormat> ChoosePixelFormat(const jpeg_decompress_struct& info) {
+    const int count = info.out_color_components;
+    switch (info.out_color_space) {
+        case JCS_RGB:
+            if (count != 3)
+                return MediaSessionWrongTypeError("Unsupported component count for RGB: @", count);
+            return PixelFormats::Get(pixelformats::kRgbU8);
+        case JCS_GRAYSCALE:
+            if (count != 1)
+                return MediaSessionWrongTypeError("Unsupported component count for GREY: @", count);
+            return PixelFormats::Get(pixelformats::kGreyU8);
+        case JCS_CMYK:
+            if (count != 4)
+                return MediaSessionWrongTypeError("Unsupported component count for CMYK: @", count);
+            return PixelFormats::Get(kCmykInverted);
+        default:
+            return MediaSessionWrongTypeError("Unsupported color space: @", static_cast<int>(info.out_color_space));
+    }
+}
+
+Result<void> DescribeResolution(const jpeg_decompress_struct& info, MediaStreamFormat& format) {
+    enum DensityUnit : UINT8 { kDotsPerInch = 1, kDotsPerCentimetre = 2 };
+    const Float x = info.X_density, y = info.Y_density;
+    if (x == 0 || (info.density_unit != kDotsPerInch && info.density_unit != kDotsPerCentimetre))
+        return {};
+    TRY(format.Set(mediaformat::kDpi, info.density_unit == kDotsPerInch ? x : x * 2.54));
+    const Float aspectRatio = y / x;
+    if (x != y && aspectRatio > 0.1 && aspectRatio < 10.0)
+        TRY(format.Set(mediaformat::kAspectRatio, aspectRatio));
+    return {};
+}
+
+class JpegImporter : public ImageImporter {
+public:
+    JpegImporter() : ImageImporter(kFormat, "JPG image") {}
+
+protected:
+    bool CanAnalyzeAgain() const override { return false; }
+    bool HasJobPerPicture() const override { return true; }
+    void ResetHeader() override;
+    Result<void> ReadHeader(const InputStreamRef& stream) override;
+    Result<void> DeliverMetadata() override;
+    Result<void> DecodePixels(const InputStreamRef& stream) override;
+
+private:
+    struct Image {
+        Int position;  ///< in the stream
+        ImageImportStreamRef stream;
+        PixelFormat format;
+        Int width, height;
+        Int job;
+    };
+
+    Result<void> ReadMarkers();
+    Result<void> AddExifStream();
+    Result<void> OpenImage(const InputStreamRef& stream, Int index);
+    Result<void> AddImage(Int index);
+    Result<void> CheckSize();
+    Result<void> DecodeImage(const Image& image);
+
+    JpegDecoder _decoder;
+    Int _openImage = -1;  ///< the one whose header the decoder has read, and none of its rows
+    BaseArray<Image> _images;
+    Ref<MediaStreamExifDataInterface> _exifStream;
+    BaseArray<BaseArray<std::byte>> _exifBlocks;
+
+    /// @{ Of the whole file: what its pictures, which may lie on top of each other, ask for together.
+    Int _bytesInFile = 0;
+    Int _headerBytes = 0;
+    Int _pixelBytes = 0;
+    Int _codeBytes = 0;
+    /// @}
+};
+
+void JpegImporter::ResetHeader() {
+    _decoder.Close();
+    _openImage = -1;
+    _images.Reset();
+    _exifStream = nullptr;
+    _exifBlocks.Reset();
+    _headerBytes = _pixelBytes = _codeBytes = 0;
+}
+
+Result<void> JpegImporter::ReadHeader(const InputStreamRef& stream) {
+    const Int start = stream->GetPosition();
+    _bytesInFile = GetBytesLeft(stream);
+    TRY(_images.Append(Image{start, nullptr, nullptr, 0, 0, -1}));
+    TRY(OpenImage(stream, 0));
+    TRY(ReadMarkers());
+    TRY(AddExifStream());
+    for (Int i = 0; i < _images.GetCount(); ++i) {
+        TRY(OpenImage(stream, i));
+        TRY(AddImage(i));
+    }
+    return {};
+}
+
+/// Finds the pictures and the Exif data that the first picture's markers tell of.
+Result<void> JpegImporter::ReadMarkers() {
+    constexpr int kExif = 1, kMultiPicture = 2;
+    constexpr std::string_view kExifSignature = "Exif";
+    const Int start = _images[0].position;
+    BaseArray<Int> positions;
+    for (const JpegMarker* marker = _decoder.GetFirstMarker(); marker; marker = marker->GetNext()) {
+        const Block<const std::byte> payload = marker->GetPayload();
+        if (marker->IsApp(kMultiPicture)) {
+            TRY(ReadMpfIndex(payload, marker->position, positions));
+        } else if (marker->IsApp(kExif) && payload.size() > kExifSignature.size() &&
+                   std::memcmp(payload.data(), kExifSignature.data(), kExifSignature.size()) == 0) {
+            BaseArray<std::byte> block;
+            TRY(block.CopyFrom(payload));
+            TRY(_exifBlocks.Append(std::move(block)));
+        }
+    }
+    if (positions.IsEmpty())
+        return {};
+    _images.Clear();
+    for (const Int position : positions)
+        TRY(_images.Append(Image{position == 0 ? start : position, nullptr, nullptr, 0, 0, -1}));
+    if (_images[0].position != start)
+        _openImage = -1;
+    return {};
+}
+
+Ref<ExifStaticInterface> FindExifService() {
+    return FindPublished<ExifStaticInterface>(ExifStaticInterface::kInterfaceId);
+}
+
+/// Without a host that reads Exif data there is nobody to hand it to.
+Result<void> JpegImporter::AddExifStream() {
+    if (_exifBlocks.IsEmpty() || !FindExifService())
+        return {};
+    _exifStream = TRY(ClassRef(kExifStreamClass).Create<MediaStreamExifDataInterface>());
+    TRY(_exifStream->AddFormat(Data(Int(0)), MediaStreamFormat()));
+    return AddOutputStream(_exifStream);
+}
+
+/// Reads the header of a picture, unless that has just been done.
+Result<void> JpegImporter::OpenImage(const InputStreamRef& stream, Int index) {
+    if (_openImage == index)
+        return {};
+    _openImage = -1;
+    const Int position = _images[index].position;
+    const Int end = stream->GetStreamLength().GetValueOr(position);
+    TRY(stream->Seek(std::min(position, end)));  // past the end, the decoder says what is wrong
+    TRY(_decoder.Open(stream));
+    _openImage = index;
+    return {};
+}
+
+Result<void> JpegImporter::AddImage(Int index) {
+    const jpeg_decompress_struct& info = _decoder.GetInfo();
+    Image& image = _images[index];
+    TRY(CheckSize());
+    image.format = TRY(ChoosePixelFormat(info));
+    image.width = info.output_width;
+    image.height = info.output_height;
+
+    StreamDescription description;
+    description.pixelFormat = image.format;
+    description.width = image.width;
+    description.height = image.height;
+    description.subImageIndex = index;
+    description.colorProfile = TRY(_decoder.ReadProfile());
+    if (!description.colorProfile.HasProfile() && info.out_color_space != JCS_CMYK)
+        description.colorProfile = colorprofiles::Get(colorprofiles::kSrgb);
+    MediaStreamFormat format = TRY(DescribeStream(description));
+    TRY(DescribeResolution(info, format));
+    image.stream = TRY(ClassRef(kStreamClass).Create<MediaStreamImageDataImportInterface>());
+    return AddStream(image.stream, format, nullptr);
+}
+
+/// Since a file that ends early is a picture too, a header may promise anything. Beyond a size that does no harm, the
+/// promise must be such as a whole file of this length could keep.
+Result<void> JpegImporter::CheckSize() {
+    constexpr Int kHarmlessBytes = 16 << 20;
+    constexpr Int kMaxHeaderShare = 16;  // pictures that begin inside each other read the same headers
+    constexpr Int kBlocksPerByte = 8;    // one bit each: nothing changes
+    constexpr Int kBlocksPerByteArithmetic = 64 * kBlocksPerByte;
+    const jpeg_decompress_struct& info = _decoder.GetInfo();
+    Int blocks = 0;
+    for (int i = 0; i < info.num_components; ++i)
+        blocks += Int(info.comp_info[i].width_in_blocks) * Int(info.comp_info[i].height_in_blocks);
+    _codeBytes += blocks / (info.arith_code ? kBlocksPerByteArithmetic : kBlocksPerByte);
+    _pixelBytes += Int(info.output_width) * Int(info.output_height) * info.out_color_components;
+    _headerBytes += _decoder.GetPosition() - _images[_openImage].position;
+    if (_pixelBytes > kHarmlessBytes && _codeBytes > _bytesInFile)
+        return MediaSessionWrongTypeError("@ x @ pixels cannot be in @ bytes.", info.output_width, info.output_height,
+                                          _bytesInFile);
+    if (_openImage > 0 && _headerBytes / kMaxHeaderShare > _bytesInFile)
+        return MediaSessionWrongTypeError("Pictures of the file lie inside each other.");
+    return {};
+}
+
+Result<void> JpegImporter::DeliverMetadata() {
+    if (!_exifStream || !_exifStream->IsSubscribed())
+        return {};
+    const Ref<ExifStaticInterface> service = FindExifService();
+    bool isFound = false;
+    for (const BaseArray<std::byte>& block : _exifBlocks) {
+        const ExifRef exif = TRY(service->OpenFromMemory(block.ToBlock()));
+        if (!exif)
+            continue;
+        TRY(_exifStream->HandleExifData(exif));
+        isFound = true;
+    }
+    if (!isFound)
+        return FileFormatError("Exif chunk not found");
+    return _exifStream->FinishStream();
+}
+
+Result<void> JpegImporter::DecodePixels(const InputStreamRef& stream) {
+    for (Image& image : _images) {
+        if (image.stream->IsSubscribed())
+            image.job = TRY(AddJob(image.width, image.height));
+    }
+    for (Int i = 0; i < _images.GetCount(); ++i) {
+        if (!_images[i].stream->IsSubscribed())
+            continue;
+        SelectJob(_images[i].job);
+        TRY(OpenImage(stream, i));
+        _openImage = -1;
+        TRY(DecodeImage(_images[i]));
+        TRY(ReportProgress(1, 1));
+        TRY(FinishSinks());
+    }
+    return {};
+}
+
+Result<void> JpegImporter::DecodeImage(const Image& image) {
+    const jpeg_decompress_struct& info = _decoder.GetInfo();
+    if (Int(info.output_width) != image.width || Int(info.output_height) != image.height)
+        return IllegalStateError();  // the file has changed meanwhile
+    RowSink& sink = *TRY(OpenSink(image.stream, image.format));
+    TRY(_decoder.Start([this, &image] { return ReportProgress(0, image.height); }));
+    BaseArray<std::byte> row;
+    TRY(row.Resize(Int(info.output_width) * info.output_components,
+                   RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    for (Int y = 0; y < image.height; ++y) {
+        TRY(ReportProgress(y, image.height));
+        if (std::byte* inPicture = sink.LocateRow(y)) {
+            TRY(_decoder.ReadRow(inPicture));  // a copy behind each row would cost a fifth of the time
+            continue;
+        }
+        TRY(_decoder.ReadRow(row.GetFirst()));
+        TRY(sink.PushRow(y, {row.GetFirst(), image.format->GetBitsPerPixel()}));
+    }
+    Result<void> finished = _decoder.Finish();
+    if (!finished && finished.GetError()->IsKindOf(errorid::kFileFormat))
+        return {};  // all rows are there: what is wrong comes behind the picture
+    return finished;
+}
+
+}  // namespace
+
+/// The start of the image, and then segments. Three in a row are no accident.
+Result<Bool> DetectJpeg(const Url&, const InputStreamRef& stream) {
+    constexpr uint8_t kMark = 0xFF, kStart = 0xD8, kEnd = 0xD9;
+    constexpr int kSegments = 3;
+    constexpr Int kLengthBytes = 2;
+    const auto readHead = [&stream](Block<uint8_t> head) -> Result<Bool> {
+        const Int count = TRY(stream->ReadEOS(std::as_writable_bytes(head)));
+        return count == Int(head.size()) && head[0] == kMark;
+    };
+    uint8_t start[2] = {};
+    const bool isMarked = TRY(readHead(start));
+    if (!isMarked || start[1] != kStart)
+        return false;
+    for (int segment = 1;; ++segment) {
+        uint8_t head[4] = {};
+        const bool isMarker = TRY(readHead(head));
+        if (!isMarker)
+            return false;
+        if (head[1] == kEnd || segment == kSegments)
+            return true;
+        const Int length = Int(head[2]) << 8 | head[3];
+        const Int left = stream->BytesAvailable();
+        if (length < kLengthBytes || (left >= 0 && length - kLengthBytes > left))
+            return false;
+        TRY(stream->Skip(length - kLengthBytes));
+    }
+}
+
+Result<ObjectRef> MakeJpegImporter() { return ObjectRef(TRY(NewObj<JpegImporter>())); }
+
+Result<void> PublishJpegParts(Publisher& publisher) {
+    TRY(publisher.PublishClass<MediaStreamImageLayerJpgImport>(kStreamClass));
+    TRY(publisher.PublishClass<MediaStreamExifDataJpg>(kExifStreamClass));
+    const Ref<DataDictionaryObjectInterface> library = TRY(NewObj<DataDictionaryObjectInterface>());
+    TRY(library->Set(moduleinfo::kName, "jpeglib"));
+    TRY(library->Set(moduleinfo::kDescription, "Jpeg image i/o library"));
+    TRY(library->Set(moduleinfo::kVersion, FormatString("@.@", JPEG_LIB_VERSION / 10, JPEG_LIB_VERSION % 10)));
+    return publisher.PublishObject(kModuleInfo, ObjectRef(library));
+}
+
+}  // namespace orvik

@@ -1,0 +1,140 @@
+#include "imexport/jpeg/media_io_jpeg_mpf.h"
+
+#include "imexport/frame/media_io_chunkedfileio.h"
+
+#include "orvik/mediasession_base.h"
+
+namespace orvik {
+namespace {
+
+constexpr Int kSignatureBytes = 4;  ///< "MPF" and a zero; offsets count from behind it
+constexpr Int kByteOrderBytes = 4;
+constexpr Int kEntryBytes = 16;  ///< of one picture
+constexpr uint16_t kNoEntries = 65535;
+
+enum Tag : uint16_t { kMpfVersion = 0xB000, kNumberOfImages = 0xB001, kMpEntry = 0xB002 };
+enum Type : uint16_t { kLong = 4, kRational = 5, kUndefined = 7, kSignedRational = 10 };
+
+/// Numbers of a block in memory; none may lie outside of it.
+class BlockReader {
+public:
+    BlockReader(Block<const std::byte> block, BYTEORDER order) : _block(block), _order(order) {}
+
+    Int GetSize() const { return static_cast<Int>(_block.size()); }
+    Result<void> Seek(Int position) {
+        if (position < 0 || position > GetSize())
+            return Failure();
+        _position = position;
+        return {};
+    }
+    Int GetPosition() const { return _position; }
+    Result<void> Skip(Int count) { return Seek(_position + count); }
+    template <class T>
+    Result<T> Read() {
+        if (Int(sizeof(T)) > GetSize() - _position)
+            return Failure();
+        T value;
+        std::memcpy(&value, _block.data() + _position, sizeof(T));
+        _position += Int(sizeof(T));
+        return SwapToOrder(value, _order);
+    }
+    static Error Failure() { return MediaSessionWrongTypeError("ReadApp2Marker failed."); }
+
+private:
+    Block<const std::byte> _block;
+    BYTEORDER _order;
+    Int _position = 0;
+};
+
+/// @return whether the block begins with the mark of a byte order, and which
+bool FindByteOrder(Block<const std::byte> block, BYTEORDER& order) {
+    if (block.size() < size_t(kByteOrderBytes))
+        return false;
+    const std::string_view mark(reinterpret_cast<const char*>(block.data()), size_t(kByteOrderBytes));
+    order = mark[0] == 'I' ? BYTEORDER::LITTLE : BYTEORDER::BIG;
+    return mark == std::string_view("II*\0", 4) || mark == std::string_view("MM\0*", 4);
+}
+
+Result<void> ReadPictureEntries(BlockReader& in, uint32_t count, Int base, BaseArray<Int>& positions) {
+    if (Int(count) > kMaxMpfPictures - positions.GetCount())
+        return BlockReader::Failure();
+    for (uint32_t i = 0; i < count; ++i) {
+        TRY(in.Skip(8));  // attribute and size
+        const uint32_t offset = TRY(in.Read<uint32_t>());
+        TRY(in.Skip(4));  // two dependent entries
+        TRY(positions.Append(offset == 0 ? 0 : base + Int(offset)));
+    }
+    return {};
+}
+
+/// The value of a tag that means nothing here lies in the directory itself. @return false for a type of unknown size
+Result<Bool> SkipValue(BlockReader& in, uint16_t type, uint32_t count) {
+    switch (type) {
+        case kUndefined:
+            TRY(in.Skip(Int(count)));
+            return true;
+        case kLong:
+        case kSignedRational:
+            TRY(in.Skip(Int(count) * 4));
+            return true;
+        case kRational:
+            TRY(in.Skip(Int(count) * 8));
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// @param base  position in the stream that the offsets of pictures count from
+Result<void> ReadDirectory(BlockReader& in, Int base, BaseArray<Int>& positions) {
+    const uint16_t entryCount = TRY(in.Read<uint16_t>());
+    if (entryCount == kNoEntries)
+        return {};
+    uint32_t pictureCount = 0;
+    for (uint16_t i = 0; i < entryCount; ++i) {
+        const auto tag = TRY(in.Read<uint16_t>());
+        const auto type = TRY(in.Read<uint16_t>());
+        const auto count = TRY(in.Read<uint32_t>());
+        if (tag == kMpfVersion) {
+            if (type != kUndefined || count != 4)
+                return BlockReader::Failure();
+            TRY(in.Skip(4));
+        } else if (tag == kNumberOfImages) {
+            if (type != kLong || count != 1)
+                return BlockReader::Failure();
+            pictureCount = TRY(in.Read<uint32_t>());
+        } else if (tag == kMpEntry) {
+            if (type != kUndefined || Int(count) != kEntryBytes * Int(pictureCount))
+                return BlockReader::Failure();
+            const auto offset = TRY(in.Read<uint32_t>());
+            if (offset != 0 && Int(offset) < in.GetSize())
+                TRY(in.Seek(offset));
+            return ReadPictureEntries(in, pictureCount, base, positions);  // tags that follow say nothing of positions
+        } else {
+            const bool isKnown = TRY(SkipValue(in, type, count));
+            if (!isKnown)
+                return {};
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+Result<void> ReadMpfIndex(Block<const std::byte> payload, Int payloadPosition, BaseArray<Int>& positions) {
+    constexpr std::string_view kSignature("MPF\0", kSignatureBytes);
+    if (Int(payload.size()) < kSignatureBytes + kByteOrderBytes ||
+        std::memcmp(payload.data(), kSignature.data(), kSignature.size()) != 0)
+        return {};
+    const Block<const std::byte> block = payload.subspan(kSignatureBytes);
+    BYTEORDER order{};
+    if (!FindByteOrder(block, order))
+        return {};
+    BlockReader in(block, order);
+    TRY(in.Seek(kByteOrderBytes));
+    const auto directory = TRY(in.Read<uint32_t>());
+    TRY(in.Seek(directory));
+    return ReadDirectory(in, payloadPosition + kSignatureBytes, positions);
+}
+
+}  // namespace orvik

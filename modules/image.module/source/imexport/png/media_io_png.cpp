@@ -1,0 +1,347 @@
+#include "imexport/png/media_io_png.h"
+
+#include "imexport/frame/media_io_palette.h"
+#include "imexport/png/media_io_png_library.h"
+#include "storage/decode_limits.h"
+
+namespace orvik {
+
+using namespace png;
+
+namespace {
+
+/// The image stream of a PNG file; a class of its own so that clients can tell it.
+class MediaStreamImageDataImportPng : public MediaStreamImageDataImportImpl {};
+
+/// What libpng says of the file once it has read everything up to the pixels. The pointers belong to the library.
+struct PngHeader {
+    png_uint_32 width = 0, height = 0;
+    int bitDepth = 0, colorType = 0, interlace = 0;
+    bool isValid = false;
+    const png_color* palette = nullptr;
+    int paletteSize = 0;
+    bool hasTransparency = false, transparencyIsValid = false;
+    const png_byte* alphas = nullptr;  ///< of the first colours of a palette
+    int alphaCount = 0;
+    png_color_16 colorKey{};  ///< the one transparent colour of grey and RGB files
+    const std::byte* profile = nullptr;
+    png_uint_32 profileLength = 0;
+    png_uint_32 xPixelsPerInch = 0, yPixelsPerInch = 0;
+};
+
+void ReadPngHeader(png_structp png, png_infop info, PngHeader* header) {
+    png_read_info(png, info);
+    png_set_swap(png);  // 16-bit samples in the order of the machine
+    header->isValid = png_get_IHDR(png, info, &header->width, &header->height, &header->bitDepth, &header->colorType,
+                                   &header->interlace, nullptr, nullptr) != 0;
+    header->hasTransparency = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
+    if (header->hasTransparency) {
+        png_bytep alphas = nullptr;
+        png_color_16p color = nullptr;
+        header->transparencyIsValid = png_get_tRNS(png, info, &alphas, &header->alphaCount, &color) != 0;
+        header->alphas = alphas;
+        if (color)
+            header->colorKey = *color;
+    }
+    png_colorp palette = nullptr;
+    if (png_get_PLTE(png, info, &palette, &header->paletteSize) != 0)
+        header->palette = palette;
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr;
+    if (png_get_iCCP(png, info, &name, &compression, &profile, &header->profileLength) != 0)
+        header->profile = reinterpret_cast<const std::byte*>(profile);
+    header->xPixelsPerInch = png_get_x_pixels_per_inch(png, info);
+    header->yPixelsPerInch = png_get_y_pixels_per_inch(png, info);
+}
+
+/// How the pixels of a colour type and depth are stored in the file, and how they are presented: with a colour key they
+/// gain an alpha. Indices are presented with their colours, which may have alphas.
+struct PngPixels {
+    int colorType;
+    int bitDepth;
+    Id stored;
+    Id withColorKey;
+};
+constexpr Id kIndexed1{"net.orvik.image.pixelformat.indexed.u1bit"};
+constexpr Id kIndexed2{"net.orvik.image.pixelformat.indexed.u2bit"};
+constexpr Id kIndexed4{"net.orvik.image.pixelformat.indexed.u4bit"};
+constexpr Id kIndexed8{"net.orvik.image.pixelformat.indexed.u8bit"};
+constexpr PngPixels kPixels[] = {
+    {PNG_COLOR_TYPE_GRAY, 1, kIndexed1, kIndexed1},
+    {PNG_COLOR_TYPE_GRAY, 2, kIndexed2, kIndexed2},
+    {PNG_COLOR_TYPE_GRAY, 4, kIndexed4, kIndexed4},
+    {PNG_COLOR_TYPE_GRAY, 8, pixelformats::kGreyU8, pixelformats::kGreyaU8},
+    {PNG_COLOR_TYPE_GRAY, 16, pixelformats::kGreyU16, pixelformats::kGreyaU16},
+    {PNG_COLOR_TYPE_RGB, 8, pixelformats::kRgbU8, pixelformats::kRgbaU8},
+    {PNG_COLOR_TYPE_RGB, 16, pixelformats::kRgbU16, pixelformats::kRgbaU16},
+    {PNG_COLOR_TYPE_PALETTE, 1, kIndexed1, kIndexed1},
+    {PNG_COLOR_TYPE_PALETTE, 2, kIndexed2, kIndexed2},
+    {PNG_COLOR_TYPE_PALETTE, 4, kIndexed4, kIndexed4},
+    {PNG_COLOR_TYPE_PALETTE, 8, kIndexed8, kIndexed8},
+    {PNG_COLOR_TYPE_GRAY_ALPHA, 8, pixelformats::kGreyaU8, pixelformats::kGreyaU8},
+    {PNG_COLOR_TYPE_GRAY_ALPHA, 16, pixelformats::kGreyaU16, pixelformats::kGreyaU16},
+    {PNG_COLOR_TYPE_RGB_ALPHA, 8, pixelformats::kRgbaU8, pixelformats::kRgbaU8},
+    {PNG_COLOR_TYPE_RGB_ALPHA, 16, pixelformats::kRgbaU16, pixelformats::kRgbaU16},
+};
+
+/// Makes the pixels transparent whose colour is exactly the key. The key counts as it stands in the file, also in its
+/// high bits.
+template <class T, int ColorCount>
+void ApplyColorKey(std::byte* line, Int width, const std::array<uint16_t, ColorCount>& key) {
+    for (T* pixel = reinterpret_cast<T*>(line); width > 0; --width, pixel += ColorCount + 1) {
+        if (std::equal(key.begin(), key.end(), pixel))
+            pixel[ColorCount] = 0;
+    }
+}
+
+class PngImporter : public ImageImporter {
+public:
+    PngImporter() : ImageImporter(kFormat, "PNG image") {}
+
+protected:
+    bool CanAnalyzeAgain() const override { return false; }
+    bool HasJobPerPicture() const override { return true; }
+    void ResetHeader() override;
+    Result<void> ReadHeader(const InputStreamRef& stream) override;
+    Result<void> DecodePixels(const InputStreamRef& stream) override;
+
+private:
+    Result<void> ChoosePixelFormats();
+    Result<PixelFormat> MakeGreyPalette() const;
+    Result<PixelFormat> MakeColorPalette() const;
+    Result<void> CheckSize(const InputStreamRef& stream) const;
+    Result<void> AddImageStream();
+    Result<void> PrepareConversion();
+    Result<void> DecodeRows(RowSink& sink);
+    Result<void> DecodeInterlaced(RowSink& sink, int passes);
+    Result<void> DeliverRow(RowSink& sink, Int y, std::byte* row);
+    void ApplyColorKeyTo(std::byte* line) const;
+
+    Int GetRowBytes() const { return _stored->GetBytesPerLine(_header.width); }
+
+    PngLibrary _library;
+    PngHeader _header;
+    PixelFormat _stored;
+    PixelFormat _presented;
+    ConvertPixelFunc _present;           ///< from stored to presented; empty when they are the same
+    BaseArray<std::byte> _presentedRow;  ///< empty when they are the same
+    ImageImportStreamRef _stream;
+};
+
+void PngImporter::ResetHeader() {
+    _library.Close();
+    _header = {};
+    _stored = nullptr;
+    _presented = nullptr;
+    _present = nullptr;
+    _presentedRow.Reset();
+    _stream = nullptr;
+}
+
+Result<void> PngImporter::ReadHeader(const InputStreamRef& stream) {
+    TRY(_library.OpenForReading(stream));
+    PngHeader* header = &_header;
+    TRY(_library.Call([header](png_structp png, png_infop info) { ReadPngHeader(png, info, header); }));
+    if (_library.RanShortOfMemory())
+        return OutOfMemoryError();  // the library drops what is not essential and goes on
+    if (!_header.isValid)
+        return IllegalStateError();
+    if (_header.hasTransparency && !_header.transparencyIsValid)
+        return MediaSessionWrongTypeError("png_get_tRNS error.");
+    TRY(ChoosePixelFormats());
+    TRY(CheckSize(stream));
+    return AddImageStream();
+}
+
+Result<void> PngImporter::ChoosePixelFormats() {
+    const auto* pixels = std::find_if(std::begin(kPixels), std::end(kPixels), [this](const PngPixels& row) {
+        return row.colorType == _header.colorType && row.bitDepth == _header.bitDepth;
+    });
+    if (pixels == std::end(kPixels))
+        return MediaSessionWrongTypeError("Unsupported PNG color type: @ and bitdepth: @.", _header.colorType,
+                                          _header.bitDepth);
+    if (_header.colorType == PNG_COLOR_TYPE_PALETTE) {
+        _stored = _presented = TRY(MakeColorPalette());
+    } else if (_header.bitDepth < 8) {
+        _stored = _presented = TRY(MakeGreyPalette());
+    } else {
+        _stored = PixelFormats::Get(pixels->stored);
+        _presented = PixelFormats::Get(_header.hasTransparency ? pixels->withColorKey : pixels->stored);
+    }
+    return {};
+}
+
+/// The colours of a file of type 3. Those beyond the given alphas are opaque.
+Result<PixelFormat> PngImporter::MakeColorPalette() const {
+    const Int count = _header.paletteSize;
+    if (!_header.palette || count < 1)
+        return MediaSessionWrongTypeError("png_get_PLTE error.");
+    const Int bytes = _header.hasTransparency ? 4 : 3;
+    BaseArray<std::byte> colors;
+    TRY(colors.Resize(count * bytes));
+    for (Int i = 0; i < count; ++i) {
+        const png_color& color = _header.palette[i];
+        std::byte* entry = &colors[i * bytes];
+        entry[0] = std::byte(color.red);
+        entry[1] = std::byte(color.green);
+        entry[2] = std::byte(color.blue);
+        if (_header.hasTransparency)
+            entry[3] = i < _header.alphaCount ? std::byte(_header.alphas[i]) : std::byte(255);
+    }
+    return MakePaletteFormat(_header.bitDepth,
+                             PixelFormats::Get(_header.hasTransparency ? pixelformats::kRgbaU8 : pixelformats::kRgbU8),
+                             colors.ToBlock());
+}
+
+/// Grey of fewer than 8 bits: the levels as a palette, of which the colour key makes one transparent.
+Result<PixelFormat> PngImporter::MakeGreyPalette() const {
+    const Int count = Int(1) << _header.bitDepth;
+    const Int bytes = _header.hasTransparency ? 2 : 1;
+    BaseArray<std::byte> levels;
+    TRY(levels.Resize(count * bytes));
+    for (Int value = 0; value < count; ++value) {
+        levels[value * bytes] = std::byte(value * 255 / (count - 1));
+        if (_header.hasTransparency)
+            levels[value * bytes + 1] = std::byte(value == _header.colorKey.gray ? 0 : 255);
+    }
+    return MakePaletteFormat(
+        _header.bitDepth, PixelFormats::Get(_header.hasTransparency ? pixelformats::kGreyaU8 : pixelformats::kGreyU8),
+        levels.ToBlock());
+}
+
+/// The compressed data must be able to hold the picture before memory is spent on it.
+Result<void> PngImporter::CheckSize(const InputStreamRef& stream) const {
+    constexpr Int kBestDeflate = 1032;  // a match of 258 bytes in two bits
+    Int bits = 0;
+    if (__builtin_mul_overflow(Int(_header.width), _stored->GetBitsPerPixel().GetBits(), &bits) ||
+        __builtin_mul_overflow(bits, Int(_header.height), &bits))
+        return OutOfMemoryError();
+    if (bits / 8 / kBestDeflate > GetBytesLeft(stream))
+        return MediaSessionWrongTypeError();
+    return {};
+}
+
+Result<void> PngImporter::AddImageStream() {
+    StreamDescription description;
+    description.type = MEDIAFORMATTYPE::IMAGE;
+    description.pixelFormat = _presented;
+    description.colorProfile = colorprofiles::Get(colorprofiles::kSrgb);
+    if (_header.profile)
+        description.colorProfile =
+            TRY(ColorProfile::OpenProfileFromMemory(Block<const std::byte>(_header.profile, _header.profileLength)));
+    description.width = _header.width;
+    description.height = _header.height;
+    MediaStreamFormat format = TRY(DescribeStream(description));
+
+    Float aspectRatio = 1.0;
+    if (_header.xPixelsPerInch != 0) {
+        aspectRatio = Float(_header.yPixelsPerInch) / Float(_header.xPixelsPerInch);
+        TRY(format.Set(mediaformat::kDpi, Float(_header.xPixelsPerInch)));
+    }
+    if (aspectRatio != 0.0)
+        TRY(format.Set(mediaformat::kAspectRatio, aspectRatio));
+
+    _stream = TRY(ClassRef(kStreamClass).Create<MediaStreamImageDataImportInterface>());
+    return AddStream(_stream, format, nullptr);
+}
+
+Result<void> PngImporter::DecodePixels(const InputStreamRef&) {
+    TRY(AddJob(_header.width, _header.height));
+    RowSink& sink = *TRY(OpenSink(_stream, _presented));
+    TRY(PrepareConversion());
+    int passes = 1;
+    TRY(_library.Call([&passes](png_structp png, png_infop) { passes = png_set_interlace_handling(png); }));
+    return passes == 1 ? DecodeRows(sink) : DecodeInterlaced(sink, passes);
+}
+
+Result<void> PngImporter::PrepareConversion() {
+    if (_presented == _stored)
+        return {};
+    bool convertsProfile = false;
+    _present =
+        TRY(_presented->GetConvertPixelFunc(_stored, _stored->GetChannelOffsets(), _presented->GetChannelOffsets(),
+                                            nullptr, nullptr, CONVERTPIXELFLAGS::NONE, convertsProfile));
+    return _presentedRow.Resize(_presented->GetBytesPerLine(_header.width),
+                                RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED);
+}
+
+Result<void> PngImporter::DecodeRows(RowSink& sink) {
+    BaseArray<std::byte> row;
+    TRY(CheckDecodeBuffer(GetRowBytes()));
+    TRY(row.Resize(GetRowBytes(), RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    const png_bytep to = reinterpret_cast<png_bytep>(row.GetFirst());
+    for (Int y = 0; y < Int(_header.height); ++y) {
+        TRY(ReportProgress(y, _header.height));
+        TRY(_library.Call([to](png_structp png, png_infop) { png_read_row(png, to, nullptr); }));
+        TRY(DeliverRow(sink, y, row.GetFirst()));
+    }
+    return {};
+}
+
+/// Every pass fills in some pixels of its rows, so all rows are kept until the last one.
+Result<void> PngImporter::DecodeInterlaced(RowSink& sink, int passes) {
+    const Int rowBytes = GetRowBytes(), height = _header.height;
+    Int bytes = 0;
+    if (__builtin_mul_overflow(rowBytes, height, &bytes))
+        return OutOfMemoryError();
+    TRY(CheckDecodeBuffer(bytes));
+    BaseArray<std::byte> rows;
+    TRY(rows.Resize(bytes, RESIZEFLAGS::FIT_TO_SIZE));
+    for (int pass = 0; pass < passes; ++pass) {
+        for (Int y = 0; y < height; ++y) {
+            TRY(ReportProgress(0, height));  // only to be cancelled: nothing has been delivered so far
+            const png_bytep to = reinterpret_cast<png_bytep>(rows.GetFirst() + y * rowBytes);
+            TRY(_library.Call([to](png_structp png, png_infop) { png_read_row(png, to, nullptr); }));
+        }
+    }
+    for (Int y = 0; y < height; ++y) {
+        TRY(ReportProgress(y, height));
+        TRY(DeliverRow(sink, y, rows.GetFirst() + y * rowBytes));
+    }
+    return {};
+}
+
+Result<void> PngImporter::DeliverRow(RowSink& sink, Int y, std::byte* row) {
+    if (_present) {
+        std::byte* presented = _presentedRow.GetFirst();
+        TRY(_present({presented, _presented->GetBitsPerPixel()}, _header.width, {row, _stored->GetBitsPerPixel()},
+                     CONVERTPIXELFLAGS::NONE));
+        ApplyColorKeyTo(presented);
+        row = presented;
+    }
+    return sink.PushRow(y, {row, _presented->GetBitsPerPixel()});
+}
+
+void PngImporter::ApplyColorKeyTo(std::byte* line) const {
+    const png_color_16& key = _header.colorKey;
+    const bool isWide = _header.bitDepth == 16;
+    if (_header.colorType == PNG_COLOR_TYPE_GRAY) {
+        if (isWide)
+            ApplyColorKey<uint16_t, 1>(line, _header.width, {key.gray});
+        else
+            ApplyColorKey<uint8_t, 1>(line, _header.width, {key.gray});
+    } else {
+        if (isWide)
+            ApplyColorKey<uint16_t, 3>(line, _header.width, {key.red, key.green, key.blue});
+        else
+            ApplyColorKey<uint8_t, 3>(line, _header.width, {key.red, key.green, key.blue});
+    }
+}
+
+}  // namespace
+
+Result<Bool> DetectPng(const Url&, const InputStreamRef& stream) { return StartsWith(stream, kSignature); }
+
+Result<ObjectRef> MakePngImporter() { return ObjectRef(TRY(NewObj<PngImporter>())); }
+
+Result<void> PublishPngParts(Publisher& publisher) {
+    TRY(publisher.PublishClass<MediaStreamImageDataImportPng>(kStreamClass));
+    const Ref<DataDictionaryObjectInterface> library = TRY(NewObj<DataDictionaryObjectInterface>());
+    TRY(library->Set(moduleinfo::kName, "libpng"));
+    TRY(library->Set(moduleinfo::kDescription, "PNG image i/o library"));
+    TRY(library->Set(moduleinfo::kVersion, "1.6.36"));
+    return publisher.PublishObject(kModuleInfo, ObjectRef(library));
+}
+
+}  // namespace orvik

@@ -1,0 +1,363 @@
+#include "imexport/tga/media_io_tga.h"
+
+#include "base/registration.h"
+#include "storage/decode_limits.h"
+
+namespace orvik {
+
+using namespace tga;
+
+namespace {
+
+/// The 18 bytes at the start of the file.
+struct TgaHeader {
+    uint8_t idLength = 0;
+    uint8_t colorMapType = 0;  ///< not 0: there is a colour map
+    uint8_t imageType = 0;
+    uint16_t mapFirst = 0;  ///< palette index of the map's first entry
+    uint16_t mapLength = 0;
+    uint8_t mapEntryBits = 0;
+    int16_t width = 0, height = 0;
+    uint8_t pixelDepth = 0;
+    uint8_t descriptor = 0;
+
+    Int BytesPerPixel() const { return (pixelDepth + 7) >> 3; }
+    Int RowBytes() const { return width * BytesPerPixel(); }
+    Int BytesPerEntry() const { return (mapEntryBits + 7) >> 3; }
+    Int MapBytes() const { return mapLength * BytesPerEntry(); }
+    bool IsInRuns() const { return (imageType & kRuns) != 0; }
+    bool IsMapped() const { return ImageType(imageType & ~kRuns) == ImageType::Mapped; }
+    bool IsRightToLeft() const { return (descriptor & kRightToLeft) != 0; }
+    bool IsTopToBottom() const { return (descriptor & kTopToBottom) != 0; }
+};
+
+Result<TgaHeader> ReadTgaHeader(EndianReader& in) {
+    TgaHeader header;
+    header.idLength = TRY(in.ReadU8());
+    header.colorMapType = TRY(in.ReadU8());
+    header.imageType = TRY(in.ReadU8());
+    header.mapFirst = TRY(in.ReadU16());
+    header.mapLength = TRY(in.ReadU16());
+    header.mapEntryBits = TRY(in.ReadU8());
+    TRY(in.Skip(4));  // x and y origin on some screen
+    header.width = TRY(in.ReadS16());
+    header.height = TRY(in.ReadS16());
+    if (header.width < 1 || header.height < 1)
+        return MediaSessionWrongTypeError();
+    header.pixelDepth = TRY(in.ReadU8());
+    header.descriptor = TRY(in.ReadU8());
+    TRY(in.Skip(header.idLength));
+    return header;
+}
+
+/// The attribute bit of 16-bit pixels is not an alpha; from 24 bits on every further byte is one.
+Result<PixelFormat> ChoosePixelFormat(const TgaHeader& header) {
+    const Int bytes = header.BytesPerPixel();
+    switch (ImageType(header.imageType)) {
+        case ImageType::Mapped:
+        case ImageType::MappedRuns:
+            if (bytes == 1)
+                return PixelFormats::Get("net.orvik.image.pixelformat.indexed.u8bit");
+            if (bytes == 2)
+                return PixelFormats::Get("net.orvik.image.pixelformat.indexed.u16bit");
+            break;
+        case ImageType::TrueColor:
+        case ImageType::TrueColorRuns:
+            if (bytes == 2)
+                return PixelFormats::Get("net.orvik.image.pixelformat.rgb.u555");
+            if (bytes >= 3)
+                return PixelFormats::Get(pixelformats::kBgrU8);
+            break;
+        case ImageType::Grey:
+        case ImageType::GreyRuns:
+            if (bytes == 1)
+                return PixelFormats::Get(pixelformats::kGreyU8);
+            if (bytes == 2)
+                return PixelFormats::Get(pixelformats::kGreyU16);
+            break;
+    }
+    return MediaSessionWrongTypeError();
+}
+
+Result<PixelFormat> ChooseEntryFormat(Int bytes) {
+    switch (bytes) {
+        case 2:
+            return PixelFormats::Get("net.orvik.image.pixelformat.rgb.u555");
+        case 3:
+            return PixelFormats::Get(pixelformats::kBgrU8);
+        case 4:
+            return PixelFormats::Get("net.orvik.image.pixelformat.abgr.u8");
+        default:
+            return MediaSessionWrongTypeError();
+    }
+}
+
+/// Reads the colour map.
+/// @return a pixel format of its own that bears the map as its palette, up to 256 entries of it
+Result<PixelFormat> ReadColorMap(EndianReader& in, const TgaHeader& header) {
+    if (header.MapBytes() < 1)
+        return MediaSessionWrongTypeError();
+    const PixelFormat entryFormat = TRY(ChooseEntryFormat(header.BytesPerEntry()));
+    constexpr Int kMaxEntries = 256;
+    const Int count = std::min(Int(header.mapFirst) + header.mapLength, kMaxEntries);
+    const PixelFormatIndexedColor palette =
+        TRY(PixelFormats::CreateIndexed(header.BytesPerPixel() * 8, entryFormat, count));
+    for (Int i = 0; i < header.mapLength; ++i) {
+        std::byte entry[4];
+        TRY(in.ReadBlock(Block<std::byte>(entry, size_t(header.BytesPerEntry()))));
+        if (header.mapFirst + i < count)
+            TRY(palette->SetIndex(header.mapFirst + i, entryFormat, entry));
+    }
+    return PixelFormat(palette);
+}
+
+/// The pixels behind the headers, as one run in the order of the file.
+class PixelReader {
+public:
+    PixelReader(const InputStreamRef& stream, const TgaHeader& header)
+        : _stream(stream),
+          _inRuns(header.IsInRuns()),
+          _pixelBytes(header.BytesPerPixel()),
+          _pixelsLeft(Int(header.width) * header.height) {}
+
+    /// Reads the next `count` pixels. Illegal state for a packet that leads past the last pixel of the picture.
+    Result<void> Read(std::byte* to, Int count) { return _inRuns ? ReadPackets(to, count) : ReadPlain(to, count); }
+
+private:
+    Result<void> ReadPlain(std::byte* to, Int count) { return _stream->Read(to, size_t(count * _pixelBytes)); }
+    Result<void> ReadPackets(std::byte* to, Int count);
+    Result<void> BeginPacket();
+    void Repeat(std::byte* to, Int count) const;
+
+    const InputStreamRef& _stream;
+    const bool _inRuns;
+    const Int _pixelBytes;
+    Int _pixelsLeft;  ///< of the picture, behind the packet at hand
+
+    static constexpr Int kMaxPixelBytes = 32;
+    Int _packetLeft = 0;  ///< pixels; a packet may go on where a row or a call ends
+    bool _isRun = false;
+    std::byte _repeated[kMaxPixelBytes] = {};
+};
+
+Result<void> PixelReader::ReadPackets(std::byte* to, Int count) {
+    while (count > 0) {
+        if (_packetLeft == 0)
+            TRY(BeginPacket());
+        const Int pixels = std::min(_packetLeft, count);
+        if (_isRun)
+            Repeat(to, pixels);
+        else
+            TRY(ReadPlain(to, pixels));
+        _packetLeft -= pixels;
+        to += pixels * _pixelBytes;
+        count -= pixels;
+    }
+    return {};
+}
+
+/// The low 7 bits of the head hold the count - 1; the highest says that a single pixel follows, to be repeated.
+Result<void> PixelReader::BeginPacket() {
+    uint8_t head;
+    TRY(_stream->Read(&head, 1));
+    const Int count = (head & 0x7F) + 1;
+    if (count > _pixelsLeft)
+        return IllegalStateError("Decode scan line error.");
+    _isRun = (head & 0x80) != 0;
+    if (_isRun)
+        TRY(_stream->Read(_repeated, size_t(_pixelBytes)));
+    _pixelsLeft -= count;
+    _packetLeft = count;
+    return {};
+}
+
+/// Each step doubles what is there.
+void PixelReader::Repeat(std::byte* to, Int count) const {
+    const Int bytes = count * _pixelBytes;
+    std::memcpy(to, _repeated, size_t(_pixelBytes));
+    for (Int done = _pixelBytes; done < bytes;) {
+        const Int step = std::min(done, bytes - done);
+        std::memcpy(to + done, to, size_t(step));
+        done += step;
+    }
+}
+
+/// A stream of a TGA file: the picture or one of its alphas.
+class MediaStreamImageLayerTga : public MediaStreamImageDataImportImpl {
+public:
+    void Describe(const PixelFormat& pixelFormat, Int width, Int height) {
+        _pixelFormat = pixelFormat;
+        _width = width;
+        _height = height;
+    }
+    const PixelFormat& GetPixelFormat() const { return _pixelFormat; }
+    Int GetWidth() const { return _width; }
+    Int GetHeight() const { return _height; }
+
+private:
+    PixelFormat _pixelFormat;
+    Int _width = 0, _height = 0;
+};
+using TgaStreamRef = Ref<MediaStreamImageLayerTga>;
+
+class TgaImporter : public ImageImporter {
+public:
+    TgaImporter() : ImageImporter(kFormat, "Tga") {}
+
+protected:
+    void ResetHeader() override;
+    Result<void> ReadHeader(const InputStreamRef& stream) override;
+    Result<void> DecodePixels(const InputStreamRef& stream) override;
+
+private:
+    static constexpr Int kAlphaOffset = 3;  ///< byte of the pixel behind its colours
+
+    Result<void> CheckSize(const InputStreamRef& stream) const;
+    Result<TgaStreamRef> MakeStream(const PixelFormat& pixelFormat) const;
+    Result<void> AddImage(const PixelFormat& pixelFormat);
+    Result<void> AddAlphas();
+    Result<void> DeliverRow(Block<RowSink* const> sinks, Int row, const std::byte* pixels);
+
+    TgaHeader _header;
+    Int _pixelPosition = 0;
+    BaseArray<TgaStreamRef> _streams;  ///< the image first, then its alphas
+};
+
+void TgaImporter::ResetHeader() {
+    _header = {};
+    _pixelPosition = 0;
+    _streams.Reset();
+}
+
+Result<void> TgaImporter::ReadHeader(const InputStreamRef& stream) {
+    EndianReader in;
+    in.Attach(stream, BYTEORDER::LITTLE);
+    _header = TRY(ReadTgaHeader(in));
+    PixelFormat pixelFormat = TRY(ChoosePixelFormat(_header));
+    if (_header.colorMapType != 0) {
+        if (_header.IsMapped())
+            pixelFormat = TRY(ReadColorMap(in, _header));
+        else
+            TRY(in.Skip(_header.MapBytes()));  // a suggestion for screens with a palette
+    }
+    _pixelPosition = in.GetPosition();
+    TRY(CheckSize(stream));
+    TRY(AddImage(pixelFormat));
+    return AddAlphas();
+}
+
+/// The pixels must be there before memory is spent on them.
+Result<void> TgaImporter::CheckSize(const InputStreamRef& stream) const {
+    const Int pixels = Int(_header.width) * _header.height;
+    Int bytes = pixels * _header.BytesPerPixel();
+    if (_header.IsInRuns()) {
+        constexpr Int kLongestPacket = 128;
+        bytes = (pixels + kLongestPacket - 1) / kLongestPacket * (1 + _header.BytesPerPixel());
+    }
+    if (bytes > GetBytesLeft(stream))
+        return MediaSessionWrongTypeError();
+    return {};
+}
+
+Result<TgaStreamRef> TgaImporter::MakeStream(const PixelFormat& pixelFormat) const {
+    const ObjectRef made = TRY(ClassRef(kStreamClass).Create());
+    const TgaStreamRef stream(dynamic_cast<MediaStreamImageLayerTga*>(made.GetPointer()));
+    if (!stream)
+        return UnexpectedError();
+    stream->Describe(pixelFormat, _header.width, _header.height);
+    return stream;
+}
+
+Result<void> TgaImporter::AddImage(const PixelFormat& pixelFormat) {
+    const TgaStreamRef stream = TRY(MakeStream(pixelFormat));
+    StreamDescription description;
+    description.pixelFormat = stream->GetPixelFormat();
+    description.width = stream->GetWidth();
+    description.height = stream->GetHeight();
+    MediaStreamFormat format = TRY(DescribeStream(description));
+    TRY(format.Set(mediaformat::kStreamName, "Image"));
+    TRY(AddStream(stream, format, nullptr));
+    return _streams.Append(stream);
+}
+
+/// One alpha for each byte of a pixel behind its colours.
+Result<void> TgaImporter::AddAlphas() {
+    for (Int i = kAlphaOffset; i < _header.BytesPerPixel(); ++i) {
+        const TgaStreamRef stream = TRY(MakeStream(PixelFormats::Get(pixelformats::kAlphaU8)));
+        StreamDescription description;
+        description.type = MEDIAFORMATTYPE::ALPHA;
+        description.pixelFormat = stream->GetPixelFormat();
+        description.width = stream->GetWidth();
+        description.height = stream->GetHeight();
+        MediaStreamFormat format = TRY(DescribeStream(description));
+        TRY(format.Set(mediaformat::kAlphaType, MEDIAALPHATYPE::STRAIGHT));
+        const String name = i == kAlphaOffset ? String("Alpha") : FormatString("Alpha#@", i - 2);
+        TRY(format.Set(mediaformat::kAlphaName, name));
+        TRY(AddStream(stream, format, _streams[0]));
+        TRY(_streams.Append(stream));
+    }
+    return {};
+}
+
+Result<void> TgaImporter::DecodePixels(const InputStreamRef& stream) {
+    BaseArray<RowSink*> sinks;
+    for (const TgaStreamRef& tgaStream : _streams) {
+        RowSink* const sink = TRY(OpenSink(tgaStream, tgaStream->GetPixelFormat()));
+        TRY(sinks.Append(sink));
+    }
+
+    // As many rows at a time as a small buffer takes. One more lies in front of them, since a row from right to left is
+    // read backwards from its first byte: its other pixels are those of the row before, in front of the first row
+    // zeros.
+    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
+    const Int rowBytes = _header.RowBytes(), height = _header.height;
+    const Int rowsAtOnce = std::clamp(kBufferBytes / rowBytes, Int(1), height);
+    TRY(CheckDecodeBuffer((1 + rowsAtOnce) * rowBytes));
+    BaseArray<std::byte> buffer;
+    TRY(buffer.Resize((1 + rowsAtOnce) * rowBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    std::memset(buffer.GetFirst(), 0, size_t(rowBytes));
+
+    TRY(stream->Seek(_pixelPosition));
+    PixelReader pixels(stream, _header);
+    std::byte* const first = buffer.GetFirst() + rowBytes;
+    for (Int done = 0; done < height;) {
+        const Int rows = std::min(rowsAtOnce, height - done);
+        TRY(pixels.Read(first, rows * _header.width));
+        for (Int i = 0; i < rows; ++i, ++done) {
+            TRY(ReportProgress(done, height));
+            TRY(DeliverRow(sinks.ToBlock(), done, first + i * rowBytes));
+        }
+        if (_header.IsRightToLeft())
+            std::memcpy(buffer.GetFirst(), buffer.GetFirst() + rows * rowBytes, size_t(rowBytes));
+    }
+    return {};
+}
+
+/// All alphas get the same byte, that of the first.
+Result<void> TgaImporter::DeliverRow(Block<RowSink* const> sinks, Int row, const std::byte* pixels) {
+    const Int y = _header.IsTopToBottom() ? row : _header.height - 1 - row;
+    const BITS stride(_header.BytesPerPixel() * (_header.IsRightToLeft() ? -8 : 8));
+    TRY(sinks[0]->PushRow(y, {pixels, stride}));
+    for (RowSink* alpha : sinks.subspan(1))
+        TRY(alpha->PushRow(y, {pixels + kAlphaOffset, stride}));
+    return {};
+}
+
+}  // namespace
+
+/// There is no magic number, only fields with few lawful values: the colour map type, the image type and the depth.
+Result<Bool> DetectTga(const Url&, const InputStreamRef& stream) {
+    uint8_t head[17];
+    if (TRY(stream->ReadEOS(std::as_writable_bytes(Block<uint8_t>(head)))) != Int(sizeof(head)))
+        return false;
+    const uint8_t type = head[2] & ~kRuns;
+    return head[1] < 2 && type >= 1 && type <= 3 && head[16] >= 8 && head[16] <= 32;
+}
+
+Result<ObjectRef> MakeTgaImporter() { return ObjectRef(TRY(NewObj<TgaImporter>())); }
+
+Result<void> PublishTgaParts(Publisher& publisher) {
+    return publisher.PublishClass<MediaStreamImageLayerTga>(kStreamClass);
+}
+
+}  // namespace orvik

@@ -1,0 +1,43 @@
+#pragma once
+/// @file
+/// TGA: grey, packed, true-colour and colour-mapped pictures, plain or in run-length packets.
+///
+/// A file is a header of 18 bytes, a free text (the id), perhaps a colour map, the pixels in one run, and perhaps a
+/// footer, by which it tells itself from older files. All numbers are little endian.
+
+#include "imexport/frame/media_io_exporter.h"
+#include "imexport/frame/media_io_importer.h"
+
+namespace orvik {
+
+namespace tga {
+
+inline constexpr Id kFormat{"net.orvik.fileformat.imagetga"};
+inline constexpr Id kStreamClass{"net.orvik.image.class.mediastreamimagelayertgaimport"};
+
+enum class ImageType : uint8_t {
+    Mapped = 1,
+    TrueColor = 2,
+    Grey = 3,
+    MappedRuns = 9,
+    TrueColorRuns = 10,
+    GreyRuns = 11,
+};
+/// The bit that makes packets of a type.
+inline constexpr uint8_t kRuns = 8;
+
+/// Bits of the image descriptor.
+inline constexpr uint8_t kRightToLeft = 0x10, kTopToBottom = 0x20;
+
+/// What most writers put at the end, in mixed case here; the zero belongs to it.
+inline constexpr char kSignature[] = "TRUEVISION-XfileHelper.";
+
+}  // namespace tga
+
+Result<Bool> DetectTga(const Url& url, const InputStreamRef& stream);
+Result<ObjectRef> MakeTgaImporter();
+Result<ObjectRef> MakeTgaExporter();
+/// The class of the streams.
+Result<void> PublishTgaParts(Publisher& publisher);
+
+}  // namespace orvik

@@ -1,0 +1,39 @@
+// What the module shows to the outside: its link record and the slot for the host's yield function.
+#include <dlfcn.h>
+
+#include "module/module_start.h"
+
+#include "orvik/module.h"
+
+namespace {
+
+using namespace orvik;
+
+constexpr Id kModuleId{"net.orvik.image.module"};
+
+Result<void> Start(Publisher& publisher) {
+    TRY(StartImageModule(publisher));
+    // Resources of the module would lie below the path under which the host found it.
+    Dl_info info{};
+    if (dladdr(&g_orvik, &info) != 0 && info.dli_fname)
+        TRY(SetModuleResourceDirectory(kModuleId, Url::FromSystemPath(info.dli_fname)));
+    return {};
+}
+
+}  // namespace
+
+extern "C" {
+
+ORVIK_API orvik::ModuleLink g_orvik = {
+    .magic = orvik::ModuleLink::kMagic,
+    .frameworkId = "net.orvik.image",
+    .moduleId = kModuleId.GetCString(),
+    .dependsOn = "net.orvik.core.framework",
+    .fileName = "image.module",
+    .resolve = nullptr,
+    .start = Start,
+    .stop = nullptr,
+};
+
+ORVIK_API void (*g_CpuYieldDelegate)() = nullptr;
+}

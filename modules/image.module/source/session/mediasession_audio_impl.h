@@ -1,0 +1,25 @@
+#pragma once
+/// @file
+/// The stream that carries audio samples.
+
+#include "session/mediasession_streamimpl.h"
+
+namespace orvik {
+
+/// A client of the audio installs the delegates; the importer calls them. Without a delegate `InitStream` and
+/// `FinishStream` succeed, while samples that nobody takes are an error.
+class MediaStreamAudioDataImportImpl : public virtual MediaStreamAudioDataImportInterface, public MediaStreamBaseImpl {
+public:
+    Result<void> SetCallbackHandler(const InitDelegate& init, const AudioDelegate& audio,
+                                    const FinishDelegate& finish) override;
+    Result<void> InitStream(const MediaStreamProperties& properties) override;
+    Result<void> SetAudioDataCallback(Block<const std::byte> samples) override;
+    Result<void> FinishStream(const MediaStreamProperties& properties) override;
+
+private:
+    InitDelegate _init;
+    AudioDelegate _audio;
+    FinishDelegate _finish;
+};
+
+}  // namespace orvik
