@@ -190,7 +190,7 @@ private:
 
 Result<ImageTextureRef> LoadFromStream(const Sample& sample, const InputStreamRef& stream) {
     const ObjectRef importer = TRY(ClassRef(Format(sample.format).importer).Create());
-    dynamic_cast<ImageImporter&>(*importer).SetSourceStream(stream);
+    dynamic_cast<FileImporter&>(*importer).SetSourceStream(stream);
     ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
     const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
     TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));

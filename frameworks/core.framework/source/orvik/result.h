@@ -132,6 +132,12 @@ private:
     Error _error;
 };
 
+/// Keeps the first error of several steps that all run, such as the clean-up after a failure.
+inline void KeepFirstError(Result<void>& first, Result<void> next) {
+    if (first)
+        first = std::move(next);
+}
+
 template <class T>
 inline constexpr bool kIsResult = false;
 template <class T>

@@ -2,7 +2,6 @@
 
 #include "imexport/bmp/media_io_bmp_runs.h"
 #include "imexport/frame/media_io_palette.h"
-#include "storage/decode_limits.h"
 
 namespace orvik {
 
@@ -119,12 +118,13 @@ Result<ColorProfile> ReadProfile(EndianReader& in, const BmpInfo& info) {
     const Int length = TRY(in.GetStream()->GetStreamLength());
     if (start > length || Int(info.profileSize) > length - start)
         return MediaSessionWrongTypeError();
-    BaseArray<std::byte> bytes;
-    TRY(bytes.Resize(info.profileSize, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    CodecBuffer bytes;
     TRY(in.Seek(start));
-    TRY(in.ReadBlock(bytes.ToBlock()));
-    ColorProfile profile = TRY(ColorProfile::OpenProfileFromMemory(bytes.ToBlock()));
+    TRY(bytes.ReadFromFile(info.profileSize, in.GetStream()));
     TRY(in.Seek(back));
+    Result<ColorProfile> profile = ColorProfile::OpenProfileFromMemory(bytes.ToBlock());
+    if (!profile && !profile.GetError()->IsKindOf(errorid::kOutOfMemory))
+        return colorprofiles::Get(colorprofiles::kSrgb);  // the picture is worth more than its profile
     return profile;
 }
 
@@ -136,6 +136,7 @@ struct PixelLayout {
     bool hasAlpha = false;
     Int alphaOffset = 0;  ///< byte of the pixel that is its alpha
 
+    bool HasFiller() const { return leadingFiller + trailingFiller > 0 || hasAlpha; }
     BITS GetStride() const { return format->GetBitsPerPixel() + BITS((leadingFiller + trailingFiller) * 8); }
 };
 
@@ -275,7 +276,9 @@ private:
     Result<PixelFormat> ReadPalette(const InputStreamRef& stream) const;
     Result<void> DecodeRows(const InputStreamRef& stream);
     Result<void> DecodeRuns(const InputStreamRef& stream);
-    Result<void> DeliverRow(Int done, const std::byte* row);
+    Result<void> DecodeFilledRows(const InputStreamRef& stream);
+    Int GetLine(Int row) const { return _info.height > 0 ? _info.height - 1 - row : row; }
+    Result<void> DeliverRow(Int row, const std::byte* pixels);
 
     Int GetPaletteEntryBytes() const { return _info.size == kCoreHeaderSize ? 3 : 4; }
     /// Where the rows start: what the file header says, else behind headers and palette.
@@ -288,8 +291,8 @@ private:
     Int _headerEnd = 0;
     Int _paletteSize = 0;  ///< entries
     PixelLayout _layout;
-    RowSink* _image = nullptr;
-    RowSink* _alpha = nullptr;
+    RowSinkRef _image;
+    RowSinkRef _alpha;
     ImageImportStreamRef _imageStream;
     ImageImportStreamRef _alphaStream;
 };
@@ -360,7 +363,7 @@ Result<void> BmpImporter::AddStreams(const ColorProfile& profile) {
         TRY(settings.Set(mediaexport::kBmpInfoHeader, generation));
         TRY(format.Set(mediaformat::kExportSettings, settings));
     }
-    _imageStream = TRY(AddStream(format));
+    _imageStream = TRY(AddImageStream(format));
 
     if (_layout.hasAlpha) {
         description.type = MEDIAFORMATTYPE::ALPHA;
@@ -369,7 +372,7 @@ Result<void> BmpImporter::AddStreams(const ColorProfile& profile) {
         MediaStreamFormat alpha = TRY(DescribeStream(description));
         TRY(alpha.Set(mediaformat::kAlphaType, MEDIAALPHATYPE::STRAIGHT));
         TRY(alpha.Set(mediaformat::kAlphaName, "Alpha"));
-        _alphaStream = TRY(AddStream(alpha, _imageStream));
+        _alphaStream = TRY(AddImageStream(alpha, _imageStream));
     }
     return {};
 }
@@ -402,53 +405,63 @@ Result<void> BmpImporter::DecodePixels(const InputStreamRef& stream) {
 /// entry has another value, the bytes are taken as transparency.
 Result<PixelFormat> BmpImporter::ReadPalette(const InputStreamRef& stream) const {
     const Int entryBytes = GetPaletteEntryBytes();
-    BaseArray<std::byte> colors;
-    TRY(colors.Resize(_paletteSize * entryBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    CodecBuffer colors;
     TRY(stream->Seek(_headerEnd));
+    TRY(colors.Allocate(_paletteSize * entryBytes));
     TRY(stream->Read(colors.ToBlock()));
     if (entryBytes == 3)
         return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgrU8), colors.ToBlock());
 
     bool hasTransparency = false;
     for (Int i = 0; i < _paletteSize; ++i) {
-        std::byte& fourth = colors[i * 4 + 3];
+        std::byte& fourth = colors.GetFirst()[i * 4 + 3];
         hasTransparency |= fourth != std::byte(0);
         fourth = ~fourth;
     }
     if (hasTransparency)
         return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgraU8), colors.ToBlock());
     for (Int i = 0; i < _paletteSize; ++i)
-        std::memmove(&colors[i * 3], &colors[i * 4], 3);
+        std::memmove(colors.GetFirst() + i * 3, colors.GetFirst() + i * 4, 3);
     return MakePaletteFormat(_info.bitCount, GetFormat(pixelformats::kBgrU8),
                              colors.ToBlock().first(size_t(_paletteSize) * 3));
 }
 
-/// @param done  rows of the file before this one
-Result<void> BmpImporter::DeliverRow(Int done, const std::byte* row) {
-    const Int y = _info.height > 0 ? _info.height - 1 - done : done;
+/// Hands over one row of the file.
+Result<void> BmpImporter::DeliverRow(Int row, const std::byte* pixels) {
     const BITS stride = _layout.GetStride();
-    TRY(_image->PushRow(y, {row + _layout.leadingFiller, stride}));
-    return _alpha->PushRow(y, {row + _layout.alphaOffset, stride});
+    TRY(_image->PushRow(GetLine(row), {pixels + _layout.leadingFiller, stride}));
+    return _alpha->PushRow(GetLine(row), {pixels + _layout.alphaOffset, stride});
 }
 
-/// Uncompressed rows, as many at a time as a small buffer takes.
+/// Uncompressed rows.
 Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream) {
+    if (_layout.HasFiller())
+        return DecodeFilledRows(stream);
+    const Int rowBytes = _image->GetRowBytes();
+    const Int filler = RowBytes(_info.width, _info.bitCount) - rowBytes;
+    for (Int row = 0; row < _info.AbsoluteHeight(); ++row) {
+        std::byte* const pixels = TRY(_image->BeginRow(GetLine(row)));
+        TRY(stream->Read(pixels, size_t(rowBytes)));
+        TRY(stream->Skip(filler));
+        TRY(_image->EndRow());
+    }
+    return {};
+}
+
+/// Uncompressed rows whose pixels have more bytes than the picture takes, as many at a time as a small buffer holds.
+Result<void> BmpImporter::DecodeFilledRows(const InputStreamRef& stream) {
     constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
     const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
     if (rowBytes == 0 || height == 0)
         return {};
     const Int rowsAtOnce = std::clamp(kBufferBytes / rowBytes, Int(1), height);
-    TRY(CheckDecodeBuffer(rowsAtOnce * rowBytes));
-    BaseArray<std::byte> buffer;
-    TRY(buffer.Resize(rowsAtOnce * rowBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
-
-    for (Int done = 0; done < height;) {
-        const Int rows = std::min(rowsAtOnce, height - done);
-        TRY(stream->Read(buffer.ToBlock().first(rows * rowBytes)));
-        for (Int i = 0; i < rows; ++i, ++done) {
-            TRY(ReportProgress(done, height));
-            TRY(DeliverRow(done, buffer.GetFirst() + i * rowBytes));
-        }
+    CodecBuffer buffer;
+    TRY(buffer.AllocateFromFile(rowsAtOnce * rowBytes, stream));
+    for (Int row = 0; row < height;) {
+        const Int rows = std::min(rowsAtOnce, height - row);
+        TRY(stream->Read(buffer.ToBlock().first(size_t(rows * rowBytes))));
+        for (Int i = 0; i < rows; ++i, ++row)
+            TRY(DeliverRow(row, buffer.GetFirst() + i * rowBytes));
     }
     return {};
 }
@@ -458,19 +471,14 @@ Result<void> BmpImporter::DecodeRuns(const InputStreamRef& stream) {
     const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
     if (rowBytes == 0 || height == 0)
         return {};
-    const Int told = std::max(Int(_header.fileSize) - Int(_header.pixelOffset), Int(0));
-    const Int inputBytes = std::min({Int(_info.imageSize), told, GetBytesLeft(stream)});
-    BaseArray<std::byte> input, row;
-    TRY(CheckDecodeBuffer(inputBytes));
-    TRY(input.Resize(inputBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
-    TRY(stream->Read(input.ToBlock()));
-    TRY(CheckDecodeBuffer(rowBytes));
-    TRY(row.Resize(rowBytes, RESIZEFLAGS::FIT_TO_SIZE));
+    const Int stated = std::max(Int(_header.fileSize) - Int(_header.pixelOffset), Int(0));
+    CodecBuffer input, row;
+    TRY(input.ReadFromFile(std::min({Int(_info.imageSize), stated, GetBytesLeft(stream)}), stream));
+    TRY(row.Allocate(rowBytes));
 
     RunDecoder decoder(input.ToBlock(), _info.IsCompression(Compression::Rle4));
     Int done = 0;
     while (done < height) {
-        TRY(ReportProgress(done, height));
         std::memset(row.GetFirst(), 0, size_t(rowBytes));
         const Int skipped = TRY(decoder.DecodeLine(row.ToBlock(), done == height - 1));
         TRY(DeliverRow(done, row.GetFirst()));

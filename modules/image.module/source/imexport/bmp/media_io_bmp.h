@@ -6,8 +6,8 @@
 /// perhaps colour masks or a palette, and rows from the bottom up, each filled to a multiple of four bytes. All numbers
 /// are little endian. 300 dots per inch count as 11808 pixels per metre.
 
-#include "imexport/frame/media_io_exporter.h"
-#include "imexport/frame/media_io_importer.h"
+#include "imexport/frame/media_io_imageexporter.h"
+#include "imexport/frame/media_io_imageimporter.h"
 
 namespace orvik {
 

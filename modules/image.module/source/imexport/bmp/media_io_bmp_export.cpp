@@ -32,7 +32,7 @@ public:
     BmpExporter() : ImageExporter(kFormat) {}
 
 protected:
-    bool KeepsAlpha() const override { return GetPicture().settings.Get(mediaexport::kBmpInfoHeader, kV3) != kV3; }
+    Bool KeepsAlpha() const override { return GetPicture().settings.Get(mediaexport::kBmpInfoHeader, kV3) != kV3; }
     Result<void> OpenRows() override;
     Result<void> WriteFile(const OutputStreamRef& output) override;
 
@@ -96,7 +96,6 @@ Result<void> BmpExporter::WriteHeaders(EndianWriter& out) const {
 
 Result<void> BmpExporter::WriteInfoHeader(EndianWriter& out) const {
     const Picture& picture = GetPicture();
-    const Float aspectRatio = picture.format.Get(mediaformat::kAspectRatio, 1.0);
     TRY(out.WriteU32(_headerSize));
     TRY(out.WriteS32(int32_t(picture.width)));
     TRY(out.WriteS32(int32_t(picture.height)));
@@ -105,7 +104,7 @@ Result<void> BmpExporter::WriteInfoHeader(EndianWriter& out) const {
     TRY(out.WriteU32(uint32_t(_hasAlpha ? Compression::BitFields : Compression::Rgb)));
     TRY(out.WriteU32(uint32_t(GetPixelBytes())));
     TRY(out.WriteS32(ToPixelsPerMetre(picture.dpi)));
-    TRY(out.WriteS32(ToPixelsPerMetre(picture.dpi * aspectRatio)));
+    TRY(out.WriteS32(ToPixelsPerMetre(picture.dpi * picture.aspectRatio)));
     TRY(out.WriteU32(0));  // colours used
     TRY(out.WriteU32(0));  // colours important
     return {};
@@ -132,22 +131,15 @@ Result<void> BmpExporter::WriteColorFields(EndianWriter& out) const {
 /// From the bottom up, as many rows at a time as a small buffer takes.
 Result<void> BmpExporter::WriteRows(const OutputStreamRef& output) const {
     constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between picture and file
-    constexpr Int kAlphaByte = 3;
-    const Picture& picture = GetPicture();
-    const Int rowsAtOnce = std::clamp(kBufferBytes / _rowBytes, Int(1), picture.height);
-    BaseArray<std::byte> buffer;
-    TRY(buffer.Resize(rowsAtOnce * _rowBytes));  // the fillers at the rows' ends stay 0
-    const BITS stride(GetBitCount());
-    for (Int y = picture.height; y > 0;) {
+    const Int height = _image->GetHeight();
+    const Int rowsAtOnce = std::clamp(kBufferBytes / _rowBytes, Int(1), height);
+    CodecBuffer buffer;
+    TRY(buffer.AllocateZeroed(rowsAtOnce * _rowBytes));  // the fillers at the rows' ends stay 0
+    for (Int y = height; y > 0;) {
         const Int rows = std::min(rowsAtOnce, y);
-        for (Int i = 0; i < rows; ++i) {
-            std::byte* row = buffer.GetFirst() + i * _rowBytes;
-            --y;
-            TRY(_image.ReadRow(y, picture.width, {row, stride}));
-            if (_alpha)
-                TRY(_alpha.ReadRow(y, picture.width, {row + kAlphaByte, stride}));
-        }
-        TRY(output->Write(buffer.ToBlock().first(rows * _rowBytes)));
+        for (Int i = 0; i < rows; ++i)
+            TRY(ReadRowWithAlpha(--y, buffer.GetFirst() + i * _rowBytes));
+        TRY(output->Write(buffer.ToBlock().first(size_t(rows * _rowBytes))));
     }
     return {};
 }

@@ -126,19 +126,47 @@ private:
 /// A reader that knows where the chunks end that it is inside of.
 class ChunkedFileIO : public EndianReader {
 public:
-    /// Enters a chunk whose body of `size` bytes starts here. A size below 0 or past the last position there can be is
-    /// an illegal argument.
+    /// Replaces an earlier source and forgets its chunks.
+    template <class Source>
+    auto Attach(const Source& source, BYTEORDER order) {
+        ClearChunks();
+        return EndianReader::Attach(source, order);
+    }
+    /// Enters a chunk whose body of `size` bytes starts here. An end beyond the last position there can be is that
+    /// position. Illegal state for a size below 0.
     Result<void> PushChunk(Int size);
     /// Bytes left in the innermost chunk, below 0 when it was overrun; -1 outside of all chunks.
     Int Remaining() const;
-    /// Leaves the innermost chunk and skips what was not read of it. Illegal state outside of all chunks and for a body
-    /// that was overrun.
+    /// Leaves the innermost chunk and skips what was not read of it; never goes back. Illegal state outside of all
+    /// chunks and for a body that was overrun.
     Result<void> PopChunk();
     /// Forgets all chunks, for a new file.
     void ClearChunks() { _ends.Clear(); }
 
 private:
     BaseArray<Int> _ends;  ///< absolute positions, outermost chunk first
+};
+
+/// A writer of chunks that begin with their length, which is known only when they end.
+class ChunkedWriter : public EndianWriter {
+public:
+    /// Width of a length, in bytes.
+    enum class LENGTH : uint8_t { BITS16 = 2, BITS32 = 4, BITS64 = 8 };
+    /// Whether a length counts the zeros that fill a chunk up.
+    enum class PADDING : uint8_t { COUNTED, NOT_COUNTED };
+
+    /// Leaves room for the length of a chunk whose body starts behind it.
+    Result<void> PushChunk(LENGTH width = LENGTH::BITS32);
+    /// Ends the innermost chunk: fills its body with zeros to a multiple of `alignment` and enters its length. Illegal
+    /// state outside of all chunks, and for a body whose length the field cannot hold.
+    Result<void> PopChunk(Int alignment = 1, PADDING padding = PADDING::NOT_COUNTED);
+
+private:
+    struct Chunk {
+        Int position;  ///< of its length
+        LENGTH width;
+    };
+    BaseArray<Chunk> _chunks;
 };
 
 }  // namespace orvik

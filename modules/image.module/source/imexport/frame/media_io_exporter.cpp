@@ -1,22 +1,21 @@
 #include "imexport/frame/media_io_exporter.h"
 
 namespace orvik {
-namespace {
 
-/// Indices have the alpha of their colours.
-bool HasAlpha(const PixelFormat& format) {
-    const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
-    const PixelFormat colors = indexed ? indexed->GetColorTablePixelFormat() : PixelFormat();
-    return format->HasAlpha() || (colors && colors->HasAlpha());
+Result<const std::byte*> RowSource::GetRow(Int y) {
+    if (_handler.find)
+        return _handler.find({0, y, _width});
+    if (_scratch.GetSize() != _rowBytes)
+        TRY(_scratch.Allocate(_rowBytes));
+    TRY(ReadRow(y, _scratch.GetFirst()));
+    return static_cast<const std::byte*>(_scratch.GetFirst());
 }
 
-}  // namespace
-
-FileFormat ImageExporter::GetFileFormat() const {
+FileFormat FileExporter::GetFileFormat() const {
     return Registry::Find<FileFormatInterface>(kFileFormatRegistry, _entry ? _entry->format : Id());
 }
 
-Result<Data> ImageExporter::GetData(const Id& id) const {
+Result<Data> FileExporter::GetData(const Id& id) const {
     using namespace mediacapability;
     if (!_entry)
         return MediaConverterBaseImpl::GetData(id);
@@ -42,100 +41,65 @@ Result<Data> ImageExporter::GetData(const Id& id) const {
     return MediaConverterBaseImpl::GetData(id);
 }
 
-Result<void> ImageExporter::CheckInputCount(size_t count) const {
+Result<void> FileExporter::CheckInputCount(size_t count) const {
     if (count != 1)
         return IllegalStateError();
     return {};
 }
 
-Result<void> ImageExporter::ResetConverter() {
+Result<void> FileExporter::ResetConverter() {
     ForgetStreams();
     ResetOutputStreams();
-    _analyzed = false;
+    _analyzed = _chosen = _prepared = false;
     return {};
 }
 
-void ImageExporter::ForgetStreams() {
-    _imageStream = nullptr;
-    _alphaStream = nullptr;
-    _picture = {};
-    _prepared = false;
-}
-
-Result<void> ImageExporter::Analyze(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
+Result<void> FileExporter::Analyze(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     if (_analyzed)
         return {};
     _analyzed = true;
     TRY(CheckInputCount(inputs.size()));
     TRY(AnalyzeInput(inputs, targetTime, flags));
-    Result<void> found = FindPicture(inputs[0]);
+    Result<void> found = FindStreams(inputs[0]);
+    _chosen = bool(found);
     if (!found)
         ForgetStreams();  // what cannot be written must not reach the later phases
     return found;
 }
 
-Result<void> ImageExporter::FindPicture(const MediaConverterRef& input) {
-    TRY(FindStreams(input));
-    TRY(DescribePicture());
-    if (!KeepsAlpha())
-        _alphaStream = nullptr;
-    if (_alphaStream)
-        TRY(_alphaStream->SubscribeStream(_alphaStream->GetSelectedFormat()));
-    _picture.hasAlphaStream = bool(_alphaStream);
-    const Int limit = TRY(Get(mediacapability::kOutputMaximalImageResolution));
-    if (_picture.width <= 0 || _picture.height <= 0)
-        return IllegalArgumentError("resolution must not be 0.");
-    if (std::max(_picture.width, _picture.height) > limit)
-        return IllegalArgumentError("Maximum resolution exceeded.");
-    return {};
+Result<void> FileExporter::FindStreams(const MediaConverterRef& input) {
+    BaseArray<OfferedStream> offered;
+    BaseArray<Int> above;  // the present stream's ancestors as indices, the root first
+    const StreamVisitor visit = [&](const MediaStreamRef& stream, const MediaStreamRef&, Int depth) -> Result<Bool> {
+        OfferedStream entry;
+        entry.stream = stream;
+        entry.image = Cast<MediaStreamImageDataExportInterface>(stream);
+        entry.format = stream->GetFormat(stream->GetSelectedFormat());
+        if (entry.image)
+            entry.type = TRY(entry.format.Get(mediaformat::kType));
+        entry.depth = depth;
+        TRY(above.Resize(depth));
+        entry.parent = depth > 0 ? above[depth - 1] : -1;
+        TRY(above.Append(offered.GetCount()));
+        TRY(offered.Append(std::move(entry)));
+        return true;
+    };
+    const BaseArray<MediaStreamRef> roots = TRY(input->GetOutputStreams(false));
+    for (const MediaStreamRef& root : roots)
+        TRY(WalkStreams(root, visit));
+    return ChooseStreams(offered.ToBlock());
 }
 
-/// The first image, and the first alpha that hangs below it. Alphas of other images are not this file's.
-Result<void> ImageExporter::FindStreams(const MediaConverterRef& input) {
-    const BaseArray<MediaStreamRef> streams = TRY(input->GetOutputStreams(true));
-    for (const MediaStreamRef& stream : streams) {
-        const auto exported = Cast<MediaStreamImageDataExportInterface>(stream);
-        if (!exported)
-            continue;
-        const MediaStreamFormat format = exported->GetFormat(exported->GetSelectedFormat());
-        const MEDIAFORMATTYPE type = TRY(format.Get(mediaformat::kType));
-        if (type == MEDIAFORMATTYPE::IMAGE && !_imageStream) {
-            TRY(exported->SubscribeStream(exported->GetSelectedFormat()));
-            _imageStream = exported;
-            _picture.format = format;
-            _picture.pixelFormat = TRY(format.Get(mediaformat::kPixelFormat));
-            _picture.hasOwnAlpha = HasAlpha(_picture.pixelFormat);
-        } else if (type == MEDIAFORMATTYPE::ALPHA && _imageStream && !_alphaStream && !_picture.hasOwnAlpha &&
-                   exported->GetParent() == HierarchyObjectRef(_imageStream)) {
-            _alphaStream = exported;
-        }
-    }
-    if (!_imageStream)
-        return MediaSessionWrongTypeError("no image stream(s) found.");
-    return {};
-}
-
-Result<void> ImageExporter::DescribePicture() {
-    const MediaStreamFormat& format = _picture.format;
-    _picture.width = TRY(format.Get(mediaformat::kWidth));
-    _picture.height = TRY(format.Get(mediaformat::kHeight));
-    _picture.settings = format.Get(mediaformat::kExportSettings, DataDictionary());
-    constexpr Float kDefaultDpi = 72.0;
-    const Float dpi = format.Get(mediaformat::kDpi, kDefaultDpi);
-    _picture.dpi = dpi == 0.0 ? kDefaultDpi : dpi;
-    return {};
-}
-
-Result<void> ImageExporter::PrepareExecute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
+Result<void> FileExporter::PrepareExecute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     TRY(CheckInputCount(inputs.size()));
-    if (!_imageStream)
+    if (!_chosen)
         return IllegalStateError();
     TRY(PrepareExecuteInput(inputs, targetTime, flags));
     _prepared = true;
     return {};
 }
 
-Result<void> ImageExporter::Execute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
+Result<void> FileExporter::Execute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     TRY(CheckInputCount(inputs.size()));
     if (!_prepared)
         return IllegalStateError();
@@ -143,68 +107,51 @@ Result<void> ImageExporter::Execute(Inputs inputs, TimeValue targetTime, MEDIASE
     Result<void> first = OpenRows();
     if (first)
         first = WriteToUrl();
-    for (RowSource* source : {&_image, &_alpha}) {
-        Result<void> finished = FinishSource(*source);  // owed after InitStream, also when writing failed
-        if (first)
-            first = std::move(finished);
-    }
+    while (!_sources.IsEmpty())
+        KeepFirstError(first, FinishSource(RowSourceRef(_sources[0])));  // owed after InitStream, also after a failure
     return first;
 }
 
-Result<void> ImageExporter::WriteToUrl() {
+Result<void> FileExporter::WriteToUrl() {
     const OutputStreamRef output = TRY(GetOutputUrl().OpenOutputStream());
-    Result<void> written = WriteFile(output);
-    Result<void> closed = output->Close();
-    return written ? std::move(closed) : std::move(written);
+    Result<void> first = WriteFile(output);
+    KeepFirstError(first, output->Close());
+    return first;
 }
 
-Result<void> ImageExporter::Close(Inputs inputs) {
+Result<void> FileExporter::Close(Inputs inputs) {
     ForgetStreams();
+    _chosen = _prepared = false;
     return CloseInputs(inputs);
 }
 
-ColorProfile ImageExporter::ChooseProfile(const PixelFormat& rowFormat) const {
-    ColorProfile profile = _picture.format.Get(mediaformat::kColorProfile, ColorProfile());
-    if (!profile.HasProfile())
-        profile = _picture.pixelFormat->GetDefaultColorProfile();
-    if (profile.HasProfile() && profile.GetColorSpace() == rowFormat->GetColorSpace())
-        return profile;
-    const bool isGrey = rowFormat->GetColorSpace() == colorspaces::Get(colorspaces::kGrey);
-    return colorprofiles::Get(isGrey ? colorprofiles::kSgrey : colorprofiles::kSrgb);
-}
-
-Result<void> ImageExporter::OpenImageRows(const PixelFormat& rowFormat, const ColorProfile& profile) {
-    return OpenSource(_image, _imageStream, rowFormat, profile);
-}
-
-Result<void> ImageExporter::OpenAlphaRows(const PixelFormat& rowFormat) {
-    return _alphaStream ? OpenSource(_alpha, _alphaStream, rowFormat, ColorProfile()) : Result<void>();
-}
-
-Result<void> ImageExporter::OpenSource(RowSource& source, const ImageExportStreamRef& stream, const PixelFormat& format,
-                                       const ColorProfile& profile) {
-    source._properties = TRY(MediaStreamProperties::FromStream(stream));
-    source._stream = stream;  // from here on FinishStream is owed
-    TRY(stream->InitStream(source._properties));
+Result<RowSourceRef> FileExporter::OpenSource(const ImageExportStreamRef& stream, const PixelFormat& format,
+                                              const ColorProfile& profile) {
+    RowSourceRef source = TRY(NewObj<RowSource>());
+    source->_properties = TRY(MediaStreamProperties::FromStream(stream));
+    source->_format = format;
+    source->_width = TRY(source->_properties.Get(mediaformat::kWidth));
+    source->_height = TRY(source->_properties.Get(mediaformat::kHeight));
+    source->_rowBytes = format->GetBytesPerLine(source->_width);
+    source->_stream = stream;
+    TRY(_sources.Append(source));  // from here on FinishStream is owed
+    TRY(stream->InitStream(source->_properties));
     const GETPIXELHANDLERFLAGS flags =
         profile.HasProfile() ? GETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION : GETPIXELHANDLERFLAGS::NONE;
-    source._handler = TRY(stream->GetPixelStream(source._properties, format, profile, flags));
-    if (!source._handler)
+    source->_handler = TRY(stream->GetPixelStream(source->_properties, format, profile, flags));
+    if (!source->_handler)
         return IllegalStateError();
-    return {};
+    return source;
 }
 
-Result<void> ImageExporter::FinishSource(RowSource& source) {
-    RowSource gone = std::exchange(source, RowSource());
-    gone._handler.Free();
-    return gone._stream ? gone._stream->FinishStream(gone._properties) : Result<void>();
-}
-
-int32_t ImageExporter::ToResolution(Float value) {
-    constexpr Float kLargest = 0x7FFFFFFF;
-    if (!(value > 0))
-        return 0;
-    return static_cast<int32_t>(std::min(value, kLargest));
+Result<void> FileExporter::FinishSource(const RowSourceRef& source) {
+    const RowSourceRef gone = source;
+    const auto* const found = std::find(_sources.begin(), _sources.end(), gone);
+    if (found == _sources.end())
+        return {};
+    _sources.Erase(found - _sources.begin());
+    gone->_handler.Free();
+    return gone->_stream->FinishStream(gone->_properties);
 }
 
 }  // namespace orvik

@@ -12,7 +12,7 @@ const DataType* FileFormatHandlerImpl::GetHandlerType() const { return &GetDataT
 
 Result<ObjectRef> FileFormatHandlerImpl::CreateHandler(const Url& url) const {
     ObjectRef importer = TRY(ClassRef(_entry.importer).Create());
-    auto* source = dynamic_cast<ImageImporter*>(importer.GetPointer());
+    auto* source = dynamic_cast<FileImporter*>(importer.GetPointer());
     if (!source)
         return UnexpectedError();
     source->SetSourceUrl(url);

@@ -1,18 +1,16 @@
 #include "imexport/frame/media_io_importer.h"
 
-#include <limits>
-
 namespace orvik {
 
-void ImageImporter::SetSourceStream(const InputStreamRef& stream) {
+void FileImporter::SetSourceStream(const InputStreamRef& stream) {
     _stream = stream;
     _streamStart = stream ? stream->GetPosition() : 0;
     _ownsStream = false;
 }
 
-Result<Data> ImageImporter::GetData(const Id& id) const {
-    if (_entry && id == mediacapability::kInputSupportsImage.GetId())
-        return Data(Bool(_entry->input.image));
+Result<Data> FileImporter::GetData(const Id& id) const {
+    if (_entry && id == mediacapability::kInputSupportsImage.GetId() && _entry->input.image)
+        return Data(true);
     if (_entry && id == mediacapability::kInputSupportsVideo.GetId())
         return Data(Bool(_entry->input.video));
     if (_entry && id == mediacapability::kInputSupportsAudio.GetId() && _entry->input.audio)
@@ -20,23 +18,20 @@ Result<Data> ImageImporter::GetData(const Id& id) const {
     return MediaConverterBaseImpl::GetData(id);
 }
 
-Result<void> ImageImporter::Analyze(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) {
+Result<void> FileImporter::Analyze(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     TRY(RequireNoInputs(inputs));
     if (_analyzedOnce && !CanAnalyzeAgain())
         return IllegalStateError();
     _analyzedOnce = true;
-    _phase = Phase::New;
-    _executed = false;
-    ResetOutputStreams();
-    _imageStreams.Reset();
-    ResetHeader();
+    Reset();
+    BeginPhase(targetTime, flags);
     TRY(OpenSource());
     TRY(ReadHeader(_stream));
     _phase = Phase::Analyzed;
     return {};
 }
 
-Result<void> ImageImporter::OpenSource() {
+Result<void> FileImporter::OpenSource() {
     if (!_stream) {
         _stream = TRY(_url.OpenInputStream());
         _streamStart = 0;
@@ -45,137 +40,100 @@ Result<void> ImageImporter::OpenSource() {
     return _stream->Seek(_streamStart);
 }
 
-bool ImageImporter::IsAnySubscribed() const {
-    return std::any_of(_imageStreams.begin(), _imageStreams.end(),
-                       [](const ImageImportStreamRef& stream) { return stream->IsSubscribed(); });
-}
-
-Result<void> ImageImporter::PrepareExecute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) {
+Result<void> FileImporter::PrepareExecute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     TRY(RequireNoInputs(inputs));
     if (_phase == Phase::New)
         return IllegalStateError();
-    if (IsAnySubscribed() && !HasJobPerPicture()) {
-        const MediaStreamRef& first = _imageStreams[0];
-        const MediaStreamFormat format = first->GetFormat(first->GetSelectedFormat());
-        const Int width = TRY(format.Get(mediaformat::kWidth));
-        const Int height = TRY(format.Get(mediaformat::kHeight));
-        TRY(AddJob(width, height));
-    }
+    BeginPhase(targetTime, flags);
+    _jobsInUse = 0;
+    if (HasTime())
+        _executed = false;
+    const Bool isWanted = TRY(IsAnySubscribed());
+    if (isWanted)
+        TRY(Prepare());
+    for (const NestedInput& nested : _nested)
+        TRY(nested.PrepareExecute(targetTime, flags));
     _phase = Phase::Prepared;
     return {};
 }
 
-Result<void> ImageImporter::Execute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) {
+Result<void> FileImporter::Execute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
     TRY(RequireNoInputs(inputs));
     if (_executed)
         return MediaStreamEOFError();
     if (_phase != Phase::Prepared)
         return IllegalStateError();
     _executed = true;
-    TRY(DeliverMetadata());
-    if (!IsAnySubscribed())
+    BeginPhase(targetTime, flags);
+    const Bool isWanted = TRY(IsAnySubscribed());
+    if (!isWanted)
         return {};
     _progress = GetSessionProgress();
-    Result<void> decoded = DecodePixels(_stream);
-    if (decoded)
-        decoded = ReportProgress(1, 1);
-    Result<void> finished = FinishSinks();  // owed after InitStream, also when decoding failed
+    Result<void> executed = RunExecute();
     _progress = nullptr;
-    return decoded ? std::move(finished) : std::move(decoded);
+    return executed;
 }
 
-Result<void> ImageImporter::Close(Inputs inputs) {
+Result<void> FileImporter::RunExecute() {
+    for (const NestedInput& nested : _nested)
+        TRY(nested.Execute(GetTargetTime(), GetFlags()));
+    TRY(Deliver(_stream));
+    for (Int i = 0; i < _jobsInUse; ++i)
+        TRY(ReportProgress(i, 1.0));
+    return {};
+}
+
+Result<void> FileImporter::Close(Inputs inputs) {
     TRY(RequireNoInputs(inputs));
+    Result<void> first;
+    for (const NestedInput& nested : _nested)
+        KeepFirstError(first, nested.Close());
+    Reset();
+    if (const InputStreamRef stream = std::exchange(_stream, nullptr); stream && _ownsStream)
+        KeepFirstError(first, stream->Close());
+    return first;
+}
+
+void FileImporter::Reset() {
     _phase = Phase::New;
     _executed = false;
     ResetOutputStreams();
-    _imageStreams.Reset();
+    _nested.Reset();
+    _jobs.Reset();
+    _jobsInUse = 0;
     ResetHeader();
-    const InputStreamRef stream = std::exchange(_stream, nullptr);
-    return stream && _ownsStream ? stream->Close() : Result<void>();
 }
 
-Result<MediaStreamFormat> ImageImporter::DescribeStream(const StreamDescription& description) {
-    MediaStreamFormat format;
-    TRY(format.Set(mediaformat::kType, description.type));
-    TRY(format.Set(mediaformat::kSubImageIndex, description.subImageIndex));
-    TRY(format.Set(mediaformat::kPixelFormat, description.pixelFormat));
-    if (description.colorProfile.HasProfile())
-        TRY(format.Set(mediaformat::kColorProfile, description.colorProfile));
-    TRY(format.Set(mediaformat::kWidth, description.width));
-    TRY(format.Set(mediaformat::kHeight, description.height));
-    return format;
-}
-
-Result<ImageImportStreamRef> ImageImporter::AddStream(const MediaStreamFormat& format, const MediaStreamRef& parent) {
-    ImageImportStreamRef stream =
-        TRY(ClassRef(mediaclasses::kStreamImport).Create<MediaStreamImageDataImportInterface>());
-    TRY(AddStream(stream, format, parent));
-    return stream;
-}
-
-Result<void> ImageImporter::AddStream(const ImageImportStreamRef& stream, const MediaStreamFormat& format,
-                                      const MediaStreamRef& parent) {
-    TRY(stream->AddFormat(Data(Int(0)), format));
-    TRY(_imageStreams.Append(stream));
+Result<void> FileImporter::AddStream(const MediaStreamRef& stream, const MediaStreamRef& parent) {
     if (parent)
         return parent->AddChild(MediaStreamInterface::kChildBranch, stream);
     return AddOutputStream(stream);
 }
 
-Result<RowSink*> ImageImporter::OpenSink(const ImageImportStreamRef& stream, const PixelFormat& pixelFormat) {
-    if (_sinkCount == kMaxSinks)
-        return UnexpectedError();
-    RowSink& sink = _sinks[_sinkCount++];
-    if (!stream || !stream->IsSubscribed())
-        return &sink;
-
-    // Pixels that can be stored but never shown would be found out too late.
-    const PixelFormat shown = PixelFormats::Get(pixelformats::kRgbaU8);
-    bool convertsProfile = false;
-    TRY(shown->GetConvertPixelFunc(pixelFormat, pixelFormat->GetChannelOffsets(), shown->GetChannelOffsets(), nullptr,
-                                   nullptr, CONVERTPIXELFLAGS::NONE, convertsProfile));
-
-    sink._properties = TRY(MediaStreamProperties::FromStream(stream));
-    TRY(sink._properties.Set(mediaformat::kPixelFormat, pixelFormat));
-    sink._width = TRY(sink._properties.Get(mediaformat::kWidth));
-    sink._height = TRY(sink._properties.Get(mediaformat::kHeight));
-    sink._stream = stream;  // from here on FinishStream is owed
-    TRY(stream->InitStream(sink._properties));
-    sink._handler =
-        TRY(stream->SetPixelStream(sink._properties, pixelFormat->GetChannelOffsets(), SETPIXELHANDLERFLAGS::NONE));
-    return &sink;
+Result<void> FileImporter::Adopt(NestedInput&& nested, const NestedInput::FormatChange& change,
+                                 const MediaStreamRef& parent) {
+    const BaseArray<MediaStreamRef> roots = TRY(nested.TakeStreams(change));
+    for (const MediaStreamRef& root : roots)
+        TRY(AddStream(root, parent));
+    return _nested.Append(std::move(nested));
 }
 
-Result<void> ImageImporter::FinishSinks() {
-    Result<void> first;
-    const auto keepFirst = [&first](Result<void> result) {
-        if (first && !result)
-            first = std::move(result);
-    };
-    for (Int i = 0; i < _sinkCount; ++i) {
-        RowSink sink = std::exchange(_sinks[i], RowSink());
-        if (!sink._stream)
-            continue;
-        keepFirst(sink._handler.Free());
-        keepFirst(sink._stream->FinishStream(sink._properties));
+Result<Int> FileImporter::AddJob(Float weight, const char* name) {
+    if (_jobsInUse == _jobs.GetCount() || _jobs[_jobsInUse].weight != weight) {
+        const Int index = TRY(GetSessionProgress()->AddProgressJob(weight, name));
+        while (_jobs.GetCount() > _jobsInUse)
+            _jobs.Pop();
+        TRY(_jobs.Append(Job{index, weight, 0}));
     }
-    _sinkCount = 0;
-    return first;
+    _jobs[_jobsInUse].done = 0;
+    return _jobsInUse++;
 }
 
-Result<Int> ImageImporter::AddJob(Int width, Int height) {
-    _job = TRY(GetSessionProgress()->AddProgressJob(Float(width) * Float(height), _jobName));
-    return _job;
-}
-
-Result<void> ImageImporter::ReportProgress(Int row, Int total) {
-    return _progress->SetProgressAndCheckBreak(_job, Float(row) / Float(total));
-}
-
-Int ImageImporter::GetBytesLeft(const InputStreamRef& stream) {
-    const Int left = stream->BytesAvailable();
-    return left < 0 ? std::numeric_limits<Int>::max() : left;
+Result<void> FileImporter::ReportProgress(Int job, Float done) {
+    if (job < 0 || job >= _jobsInUse)
+        return IllegalStateError();
+    _jobs[job].done = std::max(_jobs[job].done, done);
+    return _progress->SetProgressAndCheckBreak(_jobs[job].index, _jobs[job].done);
 }
 
 }  // namespace orvik

@@ -1,9 +1,15 @@
 #pragma once
 /// @file
-/// What all importers of pictures share: the order of the phases, the streams they offer, and the road of the rows.
+/// What the importers of all kinds of files share: the order of the phases, the source, streams, progress, and inputs
+/// inside of inputs.
+///
+///     FileImporter          phases, source, streams of any kind, jobs, nested inputs
+///       ImageImporter       pictures, see media_io_imageimporter.h
+///       AudioImporter       sound, see media_io_audioimporter.h
 
 #include "imexport/frame/media_io_chunkedfileio.h"
 #include "imexport/frame/media_io_formats.h"
+#include "imexport/frame/media_io_nestedinput.h"
 #include "session/mediasession_baseimpl.h"
 #include "session/mediasession_streamimpl.h"
 
@@ -11,137 +17,105 @@
 
 namespace orvik {
 
-using ImageImportStreamRef = Ref<MediaStreamImageDataImportInterface>;
-
-/// One stream while its rows are delivered. Rows of a stream that nobody subscribed go nowhere.
-class RowSink {
-public:
-    RowSink() = default;
-    /// True when somebody takes the rows.
-    explicit operator bool() const { return static_cast<bool>(_handler); }
-    /// Hands over `count` pixels of line y, starting at x. Illegal argument outside of the picture.
-    Result<void> Push(const PixelSpan& span, const PixelLineConst& line) {
-        if (!_handler)
-            return {};
-        if (span.x < 0 || span.y < 0 || span.count < 0 || span.y >= _height || span.x > _width - span.count)
-            return IllegalArgumentError();
-        TRY(_handler.write(span, line, SETPIXELFLAGS::NONE));
-        _handler.Widen(span);
-        return {};
-    }
-    /// Where line y may be decoded to instead of being handed over: in the picture itself. Null when it has to be
-    /// handed over. A line counts as delivered from here on.
-    std::byte* LocateRow(Int y) {
-        const PixelSpan span{0, y, _width};
-        std::byte* row = _handler.locate ? _handler.locate(span) : nullptr;
-        if (row)
-            _handler.Widen(span);
-        return row;
-    }
-    /// Hands over all of line y.
-    Result<void> PushRow(Int y, const PixelLineConst& line) { return Push({0, y, _width}, line); }
-
-private:
-    friend class ImageImporter;
-
-    ImageImportStreamRef _stream;
-    MediaStreamProperties _properties;
-    SetPixelHandlerStruct _handler;
-    Int _width = 0, _height = 0;
-};
-
-/// What a stream of a file is. Optional keys are added to the format that `DescribeStream` makes of it.
-struct StreamDescription {
-    MEDIAFORMATTYPE type = MEDIAFORMATTYPE::IMAGE;
-    PixelFormat pixelFormat;
-    ColorProfile colorProfile;  ///< empty: the format gets no such key
-    Int width = 0, height = 0;
-    Int subImageIndex = 0;
-};
-
-/// Frame of the importers. A format supplies `ReadHeader` and `DecodePixels`; the frame keeps the phases in order,
-/// opens and closes the file, and sees to it that every stream that was begun is finished, also after a failure.
+/// Frame of the importers. A format supplies `ReadHeader` and `Deliver`.
 ///
-/// `Analyze` may run again and starts over, unless the format forbids it; a second `Execute` is the end-of-stream
-/// error; anything else out of order is an illegal state.
-class ImageImporter : public virtual MediaInputInterface, public MediaInputBaseImpl {
+/// `Analyze` may run again and starts over, unless the format forbids it. `Execute` runs once, or for formats with time
+/// once for each `PrepareExecute`; one run too many is the end-of-stream error. Anything else out of order is an
+/// illegal state.
+class FileImporter : public virtual MediaInputInterface, public MediaInputBaseImpl {
 public:
     void SetSourceUrl(const Url& url) { _url = url; }
     /// Reads from an open stream instead, from its current position on. For formats that embed others.
     void SetSourceStream(const InputStreamRef& stream);
+    /// How many inputs this one is inside of.
+    Int GetNesting() const { return _nesting; }
+    void SetNesting(Int level) { _nesting = level; }
 
     Bool SupportImportStrategy() const override { return true; }
+    /// Capabilities come from the row of the format table.
     Result<Data> GetData(const Id& id) const override;
-    Result<void> Analyze(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) final;
-    Result<void> PrepareExecute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) final;
-    Result<void> Execute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) final;
-    /// Drops streams and file.
-    Result<void> Close(Inputs inputs) final;
+    Result<void> Analyze(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) override;
+    Result<void> PrepareExecute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) override;
+    Result<void> Execute(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) override;
+    /// Drops streams, nested inputs and the source.
+    Result<void> Close(Inputs inputs) override;
+
+    /// Reports `done`, from 0 to 1, for a job and tests for cancellation. A job never goes back: a smaller number only
+    /// tests.
+    Result<void> ReportProgress(Int job, Float done);
 
 protected:
-    /// @param jobName  how progress names the work, for instance "BMP image"
-    ImageImporter(const Id& format, const char* jobName) : _entry(FindFileFormatEntry(format)), _jobName(jobName) {}
+    explicit FileImporter(const Id& format) : _entry(FindFileFormatEntry(format)) {}
 
-    /// Reads everything up to the pixels and adds the streams. The stream stands at the start of the file.
+    /// Reads everything up to the data and adds the streams. The stream stands at the start of the file.
     virtual Result<void> ReadHeader(const InputStreamRef& stream) = 0;
-    /// Opens the sinks and delivers the rows. Runs only when a stream is subscribed.
-    virtual Result<void> DecodePixels(const InputStreamRef& stream) = 0;
-    /// Delivers what stands beside the pictures, as Exif data. Runs before `DecodePixels`, also when no picture is
-    /// subscribed.
-    virtual Result<void> DeliverMetadata() { return {}; }
-    /// True for a format that calls `AddJob` itself, for each of its pictures.
-    virtual bool HasJobPerPicture() const { return false; }
+    /// Registers the jobs. Runs only when a stream is subscribed.
+    virtual Result<void> Prepare() { return {}; }
+    /// Delivers the data of the subscribed streams. Nested inputs have been executed before.
+    virtual Result<void> Deliver(const InputStreamRef& stream) = 0;
     /// Forgets what an earlier `ReadHeader` found.
     virtual void ResetHeader() {}
     virtual bool CanAnalyzeAgain() const { return true; }
+    /// True for a format that delivers one sample for each time that is asked for.
+    virtual bool HasTime() const { return false; }
 
-    /// @{ For `ReadHeader`.
-    static Result<MediaStreamFormat> DescribeStream(const StreamDescription& description);
-    /// A stream with this format: a root, or a child of `parent`.
-    Result<ImageImportStreamRef> AddStream(const MediaStreamFormat& format, const MediaStreamRef& parent = nullptr);
-    /// Adds a finished stream instead of one of the common class.
-    Result<void> AddStream(const ImageImportStreamRef& stream, const MediaStreamFormat& format,
-                           const MediaStreamRef& parent);
+    /// @{ What the present phase was asked for.
+    TimeValue GetTargetTime() const { return _targetTime; }
+    MEDIASESSIONFLAGS GetFlags() const { return _flags; }
     /// @}
+    const Url& GetSourceUrl() const { return _url; }
 
-    /// @{ For `DecodePixels`.
-    /// Begins a stream with rows in `pixelFormat`, which may have gained a palette since it was described. The result
-    /// stays valid until the phase ends. Fails with the error of the conversion when pixels of this format can be
-    /// turned into no others.
-    Result<RowSink*> OpenSink(const ImageImportStreamRef& stream, const PixelFormat& pixelFormat);
-    /// Finishes the streams that were begun. For files of several pictures, after each; the frame does it at the end.
-    Result<void> FinishSinks();
-    /// Adds a job of width * height and makes it the one that is reported on.
-    Result<Int> AddJob(Int width, Int height);
-    void SelectJob(Int job) { _job = job; }
-    /// Reports rows / total and tests for cancellation.
-    Result<void> ReportProgress(Int row, Int total);
-    /// @}
+    /// Adds a stream of any kind that has its format: a root, or a child of `parent`.
+    Result<void> AddStream(const MediaStreamRef& stream, const MediaStreamRef& parent = nullptr);
+    /// True when a stream is subscribed that implements interface I.
+    template <class I = MediaStreamInterface>
+    Result<Bool> IsAnySubscribed() const {
+        const BaseArray<MediaStreamRef> streams = TRY(GetOutputStreams(true));
+        return std::any_of(streams.begin(), streams.end(),
+                           [](const MediaStreamRef& stream) { return stream->IsSubscribed() && Cast<I>(stream); });
+    }
 
-    /// Bytes between the stream's position and its end. A stream that does not know its length counts as endless.
-    static Int GetBytesLeft(const InputStreamRef& stream);
+    /// Takes the streams of an analyzed nested input over, as roots or below `parent`. Its later phases follow those of
+    /// this input.
+    /// @param change  adapts each format of its streams, for instance to a sub-image index; may be empty
+    Result<void> Adopt(NestedInput&& nested, const NestedInput::FormatChange& change,
+                       const MediaStreamRef& parent = nullptr);
+
+    /// Registers a job, in `Prepare` or `Deliver`. A further run for another time uses the same jobs again.
+    /// @param weight  share of the whole; pixels, for pictures
+    Result<Int> AddJob(Float weight, const char* name);
 
 private:
     enum class Phase : uint8_t { New, Analyzed, Prepared };
-    static constexpr Int kMaxSinks = 32;  ///< a picture and its alphas
+    struct Job {
+        Int index = -1;  ///< in the session's progress
+        Float weight = 0;
+        Float done = 0;
+    };
 
-    bool IsAnySubscribed() const;
     Result<void> OpenSource();
+    void BeginPhase(TimeValue targetTime, MEDIASESSIONFLAGS flags) {
+        _targetTime = targetTime;
+        _flags = flags;
+    }
+    Result<void> RunExecute();
+    void Reset();
 
     const FileFormatEntry* _entry;
-    const char* _jobName;
     Url _url;
     InputStreamRef _stream;
     Int _streamStart = 0;
     Bool _ownsStream = false;
+    Int _nesting = 0;
     Phase _phase = Phase::New;
     Bool _analyzedOnce = false;
     Bool _executed = false;
-    Int _job = -1;
-    MediaSessionProgressRef _progress;              ///< held only while executing: the session owns this importer
-    BaseArray<ImageImportStreamRef> _imageStreams;  ///< all of them, also those that hang below others
-    RowSink _sinks[kMaxSinks];
-    Int _sinkCount = 0;
+    TimeValue _targetTime;
+    MEDIASESSIONFLAGS _flags = MEDIASESSIONFLAGS::NONE;
+    BaseArray<NestedInput> _nested;
+    MediaSessionProgressRef _progress;  ///< held only while executing: the session owns this importer
+    BaseArray<Job> _jobs;
+    Int _jobsInUse = 0;  ///< of this run
 };
 
 }  // namespace orvik

@@ -3,8 +3,6 @@
 #include <charconv>
 #include <optional>
 
-#include "storage/decode_limits.h"
-
 namespace orvik {
 
 using namespace hdr;
@@ -198,19 +196,19 @@ protected:
 
 private:
     Result<void> CheckSize(const InputStreamRef& stream) const;
-    Result<void> DecodeFlat(const InputStreamRef& stream, RowSink& sink);
+    Result<void> DecodeFlat(const InputStreamRef& stream, RowSink& sink) const;
     Result<void> ReadRunsRow(const InputStreamRef& stream, std::byte* pixels);
 
     HdrHeader _header;
     Int _pixelPosition = 0;
-    BaseArray<uint8_t> _planes;  ///< red, green, blue and exponent of one row
+    CodecBuffer _planes;  ///< red, green, blue and exponent of one row
     ImageImportStreamRef _imageStream;
 };
 
 void HdrImporter::ResetHeader() {
     _header = {};
     _pixelPosition = 0;
-    _planes.Reset();
+    _planes.Release();
     _imageStream = nullptr;
 }
 
@@ -224,7 +222,7 @@ Result<void> HdrImporter::ReadHeader(const InputStreamRef& stream) {
     description.width = _header.width;
     description.height = _header.height;
     const MediaStreamFormat format = TRY(DescribeStream(description));
-    _imageStream = TRY(AddStream(format));
+    _imageStream = TRY(AddImageStream(format));
     return {};
 }
 
@@ -235,48 +233,37 @@ Result<void> HdrImporter::CheckSize(const InputStreamRef& stream) const {
     if (_header.width <= kMaxRunsWidth)
         rowBytes = std::min(rowBytes, kRowHeadBytes + kPlanes * runs * 2);
     Int bytes = 0;
-    if (__builtin_mul_overflow(rowBytes, _header.height, &bytes) || bytes > GetBytesLeft(stream))
+    if (__builtin_mul_overflow(rowBytes, _header.height, &bytes))
         return MediaSessionWrongTypeError();
-    return {};
+    return RequireContent(stream, bytes);
 }
 
 Result<void> HdrImporter::DecodePixels(const InputStreamRef& stream) {
-    RowSink& sink = *TRY(OpenSink(_imageStream, PixelFormats::Get(kPixelFormat)));
+    const RowSinkRef sink = TRY(OpenSink(_imageStream, PixelFormats::Get(kPixelFormat)));
     TRY(stream->Seek(_pixelPosition));
-    TRY(CheckDecodeBuffer(_header.width * kPixelBytes));
-    BaseArray<std::byte> row;
-    TRY(row.Resize(_header.width * kPixelBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
     for (Int y = 0; y < _header.height; ++y) {
-        TRY(ReportProgress(y, _header.height));
         const Int position = stream->GetPosition();
         uint8_t head[kRowHeadBytes];
         TRY(stream->Read(head, sizeof(head)));
         if (head[0] != kRunsMark || head[1] != kRunsMark || head[2] >= 0x80) {
             TRY(stream->Seek(position));
-            return DecodeFlat(stream, sink);
+            return DecodeFlat(stream, *sink);
         }
         if ((head[2] << 8 | head[3]) != _header.width)
             return MediaSessionWrongTypeError();
-        TRY(ReadRunsRow(stream, row.GetFirst()));
-        TRY(sink.PushRow(y, {row.GetFirst(), BITS(kPixelBytes * 8)}));
+        std::byte* const row = TRY(sink->BeginRow(y));
+        TRY(ReadRunsRow(stream, row));
+        TRY(sink->EndRow());
     }
     return {};
 }
 
 /// All rows from the first on, whichever row was the first to be flat: a file has rows of one kind.
-Result<void> HdrImporter::DecodeFlat(const InputStreamRef& stream, RowSink& sink) {
-    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
-    const Int rowBytes = _header.width * kPixelBytes, height = _header.height;
-    const Int rowsAtOnce = std::clamp(kBufferBytes / rowBytes, Int(1), height);
-    BaseArray<std::byte> buffer;
-    TRY(buffer.Resize(rowsAtOnce * rowBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
-    for (Int done = 0; done < height;) {
-        const Int rows = std::min(rowsAtOnce, height - done);
-        TRY(stream->Read(buffer.ToBlock().first(size_t(rows * rowBytes))));
-        for (Int i = 0; i < rows; ++i, ++done) {
-            TRY(ReportProgress(done, height));
-            TRY(sink.PushRow(done, {buffer.GetFirst() + i * rowBytes, BITS(kPixelBytes * 8)}));
-        }
+Result<void> HdrImporter::DecodeFlat(const InputStreamRef& stream, RowSink& sink) const {
+    for (Int y = 0; y < _header.height; ++y) {
+        std::byte* const row = TRY(sink.BeginRow(y));
+        TRY(stream->Read(row, size_t(sink.GetRowBytes())));
+        TRY(sink.EndRow());
     }
     return {};
 }
@@ -284,10 +271,11 @@ Result<void> HdrImporter::DecodeFlat(const InputStreamRef& stream, RowSink& sink
 Result<void> HdrImporter::ReadRunsRow(const InputStreamRef& stream, std::byte* pixels) {
     const Int width = _header.width;
     if (_planes.IsEmpty())
-        TRY(_planes.Resize(width * kPlanes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+        TRY(_planes.Allocate(width * kPlanes));
+    auto* const planes = _planes.As<uint8_t>();
     for (Int i = 0; i < kPlanes; ++i)
-        TRY(ReadPlane(stream, _planes.ToBlock().subspan(size_t(i * width), size_t(width))));
-    InterleavePlanes(_planes.GetFirst(), reinterpret_cast<uint8_t*>(pixels), width);
+        TRY(ReadPlane(stream, {planes + i * width, size_t(width)}));
+    InterleavePlanes(planes, reinterpret_cast<uint8_t*>(pixels), width);
     return {};
 }
 

@@ -5,8 +5,8 @@
 /// A file is lines of text, the last of which tells the size, and rows of pixels. A row is either flat, four bytes a
 /// pixel, or has a head of four bytes and then its red, green, blue and exponent bytes, each plane in runs.
 
-#include "imexport/frame/media_io_exporter.h"
-#include "imexport/frame/media_io_importer.h"
+#include "imexport/frame/media_io_imageexporter.h"
+#include "imexport/frame/media_io_imageimporter.h"
 
 namespace orvik {
 

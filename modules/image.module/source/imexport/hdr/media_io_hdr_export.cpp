@@ -156,17 +156,14 @@ Result<void> HdrExporter::WriteHeader(const OutputStreamRef& output) const {
 
 Result<void> HdrExporter::WriteRows(const OutputStreamRef& output) const {
     const Picture& picture = GetPicture();
-    BaseArray<float> row;
-    BaseArray<uint8_t> planes, encoded;
-    constexpr RESIZEFLAGS kFlags = RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED;
-    TRY(row.Resize(picture.width * 3, kFlags));
-    TRY(planes.Resize(picture.width * kPlanes, kFlags));
-    TRY(encoded.Resize(kRowHeadBytes + kPlanes * GetEncodedBound(picture.width), kFlags));
+    CodecBuffer planes, encoded;
+    TRY(planes.Allocate(picture.width * kPlanes));
+    TRY(encoded.Allocate(kRowHeadBytes + kPlanes * GetEncodedBound(picture.width)));
     for (Int y = 0; y < picture.height; ++y) {
-        TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), BITS(Int(3) * 32)}));
-        EncodePixels(row.GetFirst(), planes.GetFirst(), picture.width);
-        const uint8_t* const end = EncodeRow(planes.GetFirst(), encoded.GetFirst());
-        TRY(output->Write(encoded.GetFirst(), size_t(end - encoded.GetFirst())));
+        const std::byte* const row = TRY(_image->GetRow(y));
+        EncodePixels(reinterpret_cast<const float*>(row), planes.As<uint8_t>(), picture.width);
+        const uint8_t* const end = EncodeRow(planes.As<uint8_t>(), encoded.As<uint8_t>());
+        TRY(output->Write(encoded.GetFirst(), size_t(end - encoded.As<uint8_t>())));
     }
     return {};
 }

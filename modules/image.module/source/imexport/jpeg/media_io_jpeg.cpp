@@ -2,7 +2,6 @@
 
 #include "imexport/jpeg/media_io_jpeg_decoder.h"
 #include "imexport/jpeg/media_io_jpeg_mpf.h"
-#include "storage/decode_limits.h"
 
 namespace orvik {
 
@@ -55,7 +54,7 @@ public:
 
 protected:
     bool CanAnalyzeAgain() const override { return false; }
-    bool HasJobPerPicture() const override { return true; }
+    Result<void> Prepare() override { return {}; }  // each picture adds its job when it is decoded
     void ResetHeader() override;
     Result<void> ReadHeader(const InputStreamRef& stream) override;
     Result<void> DeliverMetadata() override;
@@ -72,16 +71,19 @@ private:
 
     Result<void> ReadMarkers();
     Result<void> AddExifStream();
+    Result<void> AddFirstImage(const InputStreamRef& stream);
+    Result<void> AddFurtherImages(const InputStreamRef& stream);
     Result<void> OpenImage(const InputStreamRef& stream, Int index);
     Result<void> AddImage(Int index);
     Result<void> CheckSize();
     Result<void> DecodeImage(const Image& image);
 
     JpegDecoder _decoder;
+    Int _start = 0;       ///< position of the file in its stream
     Int _openImage = -1;  ///< the one whose header the decoder has read, and none of its rows
     BaseArray<Image> _images;
     Ref<MediaStreamExifDataInterface> _exifStream;
-    BaseArray<BaseArray<std::byte>> _exifBlocks;
+    BaseArray<CodecBuffer> _exifBlocks;
 
     /// @{ Of the whole file: what its pictures, which may lie on top of each other, ask for together.
     Int _bytesInFile = 0;
@@ -101,15 +103,51 @@ void JpegImporter::ResetHeader() {
 }
 
 Result<void> JpegImporter::ReadHeader(const InputStreamRef& stream) {
-    const Int start = stream->GetPosition();
+    _start = stream->GetPosition();
     _bytesInFile = GetBytesLeft(stream);
-    TRY(_images.Append(Image{start, nullptr, nullptr, 0, 0, -1}));
+    TRY(_images.Append(Image{_start, nullptr, nullptr, 0, 0, -1}));
     TRY(OpenImage(stream, 0));
     TRY(ReadMarkers());
     TRY(AddExifStream());
-    for (Int i = 0; i < _images.GetCount(); ++i) {
-        TRY(OpenImage(stream, i));
-        TRY(AddImage(i));
+    TRY(AddFirstImage(stream));
+    return AddFurtherImages(stream);
+}
+
+/// True for what is wrong with a file, as opposed to a lack of memory or a broken disk.
+Bool IsDamage(const Error& error) {
+    return error->IsKindOf(errorid::kFileFormat) || error->IsKindOf(errorid::kMediaSessionWrongType);
+}
+
+/// The first entry of an index is the picture at the start of the file; where it leads elsewhere to nothing that can be
+/// read, the picture at the start takes its place.
+Result<void> JpegImporter::AddFirstImage(const InputStreamRef& stream) {
+    Result<void> opened = OpenImage(stream, 0);
+    if (!opened && IsDamage(opened.GetError()) && _images[0].position != _start) {
+        _images[0].position = _start;
+        opened = OpenImage(stream, 0);
+    }
+    TRY(std::move(opened));
+    return AddImage(0);
+}
+
+/// An index may outlive its pictures: tools that cut a file after the first one keep it. Entries that lead to no
+/// picture are left out; where together they ask for more than the file can hold, the rest is.
+Result<void> JpegImporter::AddFurtherImages(const InputStreamRef& stream) {
+    for (Int i = 1; i < _images.GetCount();) {
+        Result<void> opened = OpenImage(stream, i);
+        if (!opened && IsDamage(opened.GetError())) {
+            _images.Erase(i);
+            continue;
+        }
+        TRY(std::move(opened));
+        Result<void> added = AddImage(i);
+        if (!added && IsDamage(added.GetError())) {
+            _images.Erase(i, _images.GetCount() - i);
+            _openImage = -1;
+            break;
+        }
+        TRY(std::move(added));
+        ++i;
     }
     return {};
 }
@@ -118,7 +156,6 @@ Result<void> JpegImporter::ReadHeader(const InputStreamRef& stream) {
 Result<void> JpegImporter::ReadMarkers() {
     constexpr int kExif = 1, kMultiPicture = 2;
     constexpr std::string_view kExifSignature = "Exif";
-    const Int start = _images[0].position;
     BaseArray<Int> positions;
     for (const JpegMarker* marker = _decoder.GetFirstMarker(); marker; marker = marker->GetNext()) {
         const Block<const std::byte> payload = marker->GetPayload();
@@ -126,8 +163,9 @@ Result<void> JpegImporter::ReadMarkers() {
             TRY(ReadMpfIndex(payload, marker->position, positions));
         } else if (marker->IsApp(kExif) && payload.size() > kExifSignature.size() &&
                    std::memcmp(payload.data(), kExifSignature.data(), kExifSignature.size()) == 0) {
-            BaseArray<std::byte> block;
-            TRY(block.CopyFrom(payload));
+            CodecBuffer block;
+            TRY(block.Allocate(Int(payload.size())));
+            std::memcpy(block.GetFirst(), payload.data(), payload.size());
             TRY(_exifBlocks.Append(std::move(block)));
         }
     }
@@ -135,8 +173,8 @@ Result<void> JpegImporter::ReadMarkers() {
         return {};
     _images.Clear();
     for (const Int position : positions)
-        TRY(_images.Append(Image{position == 0 ? start : position, nullptr, nullptr, 0, 0, -1}));
-    if (_images[0].position != start)
+        TRY(_images.Append(Image{position == 0 ? _start : position, nullptr, nullptr, 0, 0, -1}));
+    if (_images[0].position != _start)
         _openImage = -1;
     return {};
 }
@@ -151,7 +189,7 @@ Result<void> JpegImporter::AddExifStream() {
         return {};
     _exifStream = TRY(ClassRef(kExifStreamClass).Create<MediaStreamExifDataInterface>());
     TRY(_exifStream->AddFormat(Data(Int(0)), MediaStreamFormat()));
-    return AddOutputStream(_exifStream);
+    return AddStream(_exifStream);
 }
 
 /// Reads the header of a picture, unless that has just been done.
@@ -185,8 +223,8 @@ Result<void> JpegImporter::AddImage(Int index) {
         description.colorProfile = colorprofiles::Get(colorprofiles::kSrgb);
     MediaStreamFormat format = TRY(DescribeStream(description));
     TRY(DescribeResolution(info, format));
-    image.stream = TRY(ClassRef(kStreamClass).Create<MediaStreamImageDataImportInterface>());
-    return AddStream(image.stream, format, nullptr);
+    image.stream = TRY(AddImageStream(format, nullptr, kStreamClass));
+    return {};
 }
 
 /// Since a file that ends early is a picture too, a header may promise anything. Beyond a size that does no harm, the
@@ -216,7 +254,7 @@ Result<void> JpegImporter::DeliverMetadata() {
         return {};
     const Ref<ExifStaticInterface> service = FindExifService();
     bool isFound = false;
-    for (const BaseArray<std::byte>& block : _exifBlocks) {
+    for (const CodecBuffer& block : _exifBlocks) {
         const ExifRef exif = TRY(service->OpenFromMemory(block.ToBlock()));
         if (!exif)
             continue;
@@ -231,7 +269,7 @@ Result<void> JpegImporter::DeliverMetadata() {
 Result<void> JpegImporter::DecodePixels(const InputStreamRef& stream) {
     for (Image& image : _images) {
         if (image.stream->IsSubscribed())
-            image.job = TRY(AddJob(image.width, image.height));
+            image.job = TRY(AddPictureJob(image.width, image.height));
     }
     for (Int i = 0; i < _images.GetCount(); ++i) {
         if (!_images[i].stream->IsSubscribed())
@@ -240,7 +278,7 @@ Result<void> JpegImporter::DecodePixels(const InputStreamRef& stream) {
         TRY(OpenImage(stream, i));
         _openImage = -1;
         TRY(DecodeImage(_images[i]));
-        TRY(ReportProgress(1, 1));
+        TRY(ReportJob(1.0));
         TRY(FinishSinks());
     }
     return {};
@@ -250,19 +288,12 @@ Result<void> JpegImporter::DecodeImage(const Image& image) {
     const jpeg_decompress_struct& info = _decoder.GetInfo();
     if (Int(info.output_width) != image.width || Int(info.output_height) != image.height)
         return IllegalStateError();  // the file has changed meanwhile
-    RowSink& sink = *TRY(OpenSink(image.stream, image.format));
-    TRY(_decoder.Start([this, &image] { return ReportProgress(0, image.height); }));
-    BaseArray<std::byte> row;
-    TRY(row.Resize(Int(info.output_width) * info.output_components,
-                   RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    const RowSinkRef sink = TRY(OpenSink(image.stream, image.format));
+    TRY(_decoder.Start([this] { return ReportJob(0); }));
     for (Int y = 0; y < image.height; ++y) {
-        TRY(ReportProgress(y, image.height));
-        if (std::byte* inPicture = sink.LocateRow(y)) {
-            TRY(_decoder.ReadRow(inPicture));  // a copy behind each row would cost a fifth of the time
-            continue;
-        }
-        TRY(_decoder.ReadRow(row.GetFirst()));
-        TRY(sink.PushRow(y, {row.GetFirst(), image.format->GetBitsPerPixel()}));
+        std::byte* const row = TRY(sink->BeginRow(y));
+        TRY(_decoder.ReadRow(row));
+        TRY(sink->EndRow());
     }
     Result<void> finished = _decoder.Finish();
     if (!finished && finished.GetError()->IsKindOf(errorid::kFileFormat))
@@ -272,29 +303,37 @@ Result<void> JpegImporter::DecodeImage(const Image& image) {
 
 }  // namespace
 
-/// The start of the image, and then segments. Three in a row are no accident.
+/// The start of the image, and then segments, each behind any number of fill bytes. Three in a row are no accident.
 Result<Bool> DetectJpeg(const Url&, const InputStreamRef& stream) {
     constexpr uint8_t kMark = 0xFF, kStart = 0xD8, kEnd = 0xD9;
     constexpr int kSegments = 3;
-    constexpr Int kLengthBytes = 2;
-    const auto readHead = [&stream](Block<uint8_t> head) -> Result<Bool> {
-        const Int count = TRY(stream->ReadEOS(std::as_writable_bytes(head)));
-        return count == Int(head.size()) && head[0] == kMark;
+    constexpr Int kLengthBytes = 2, kMaxFill = 0x10000;
+    const auto readBytes = [&stream](Block<uint8_t> bytes) -> Result<Bool> {
+        const Int count = TRY(stream->ReadEOS(std::as_writable_bytes(bytes)));
+        return count == Int(bytes.size());
     };
     uint8_t start[2] = {};
-    const bool isMarked = TRY(readHead(start));
-    if (!isMarked || start[1] != kStart)
+    const Bool hasStart = TRY(readBytes(start));
+    if (!hasStart || start[0] != kMark || start[1] != kStart)
         return false;
     for (int segment = 1;; ++segment) {
-        uint8_t head[4] = {};
-        const bool isMarker = TRY(readHead(head));
-        if (!isMarker)
+        uint8_t marker[2] = {};
+        const Bool hasMarker = TRY(readBytes(marker));
+        if (!hasMarker || marker[0] != kMark)
             return false;
-        if (head[1] == kEnd || segment == kSegments)
+        for (Int fill = 0; marker[1] == kMark; ++fill) {
+            const Bool hasNext = TRY(readBytes({&marker[1], 1}));
+            if (!hasNext || fill == kMaxFill)
+                return false;
+        }
+        uint8_t size[2] = {};
+        const Bool hasSize = TRY(readBytes(size));
+        if (!hasSize)
+            return false;
+        if (marker[1] == kEnd || segment == kSegments)
             return true;
-        const Int length = Int(head[2]) << 8 | head[3];
-        const Int left = stream->BytesAvailable();
-        if (length < kLengthBytes || (left >= 0 && length - kLengthBytes > left))
+        const Int length = Int(size[0]) << 8 | size[1];
+        if (length < kLengthBytes || length - kLengthBytes > GetBytesLeft(stream))
             return false;
         TRY(stream->Skip(length - kLengthBytes));
     }

@@ -3,8 +3,8 @@
 /// JPEG, by libjpeg: pictures in grey, RGB and inks, with colour profile, Exif data, and the further pictures of
 /// Multi-Picture files.
 
-#include "imexport/frame/media_io_exporter.h"
-#include "imexport/frame/media_io_importer.h"
+#include "imexport/frame/media_io_imageexporter.h"
+#include "imexport/frame/media_io_imageimporter.h"
 
 namespace orvik {
 

@@ -41,7 +41,7 @@ Result<void> JpegDecoder::Open(const InputStreamRef& input) {
     _input = input;
     const Int left = input->BytesAvailable();
     const Int wanted = left < 0 ? kBufferBytes : std::clamp(left, Int(1), kBufferBytes);
-    TRY(_buffer.Resize(wanted, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(_buffer.Allocate(wanted));
     _info = {};
     _info.err = InitErrors();
     _info.client_data = static_cast<JpegLibrary*>(this);
@@ -74,7 +74,7 @@ void JpegDecoder::Close() noexcept {
 }
 
 Int JpegDecoder::GetPosition() const {
-    return _atEnd ? _bufferStart : _bufferStart + (_source.next_input_byte - _buffer.GetFirst());
+    return _atEnd ? _bufferStart : _bufferStart + (_source.next_input_byte - _buffer.As<JOCTET>());
 }
 
 Result<ColorProfile> JpegDecoder::ReadProfile() {
@@ -131,7 +131,7 @@ void JpegDecoder::OnInitSource(j_decompress_ptr info) {
     self._nothingRead = true;
     self._atEnd = false;
     self._bufferStart = self._input->GetPosition();
-    self._source.next_input_byte = self._buffer.GetFirst();
+    self._source.next_input_byte = self._buffer.As<JOCTET>();
     self._source.bytes_in_buffer = 0;
 }
 
@@ -140,12 +140,12 @@ void JpegDecoder::OnTermSource(j_decompress_ptr) {}
 /// @return false when the stream failed; nothing read means its end
 bool JpegDecoder::FillBuffer() noexcept {
     _bufferStart = _input->GetPosition();
-    const Result<Int> count = _input->ReadEOS(std::as_writable_bytes(_buffer.ToBlock()));
+    const Result<Int> count = _input->ReadEOS(_buffer.ToBlock());
     if (!count) {
         HoldError(MakeStreamError(_input->GetUrl(), "error reading file @", count.GetError()));
         return false;
     }
-    _source.next_input_byte = _buffer.GetFirst();
+    _source.next_input_byte = _buffer.As<JOCTET>();
     _source.bytes_in_buffer = static_cast<size_t>(*count);
     return true;
 }

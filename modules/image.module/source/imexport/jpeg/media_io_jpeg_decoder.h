@@ -2,9 +2,9 @@
 /// @file
 /// The decompressor of libjpeg over an input stream, and what it keeps of the file's markers.
 
+#include "imexport/frame/media_io_buffer.h"
 #include "imexport/jpeg/media_io_jpeg_library.h"
 
-#include "orvik/basearray.h"
 #include "orvik/delegate.h"
 #include "orvik/gfx_image_colorprofile.h"
 
@@ -79,7 +79,7 @@ private:
     bool _atEnd = false;  ///< the buffer holds the end of image that stands in for missing data
     Int _bufferStart = 0;
     InputStreamRef _input;
-    BaseArray<JOCTET> _buffer;
+    CodecBuffer _buffer;
     JpegMarker* _lastMarker = nullptr;
     const Watch* _watch = nullptr;
 };

@@ -10,7 +10,7 @@ JpegEncoder::~JpegEncoder() {
 Result<void> JpegEncoder::Start(const OutputStreamRef& output, const JpegSettings& settings) {
     enum DensityUnit : UINT8 { kDotsPerInch = 1 };
     _output = output;
-    TRY(_buffer.Resize(kBufferBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
+    TRY(_buffer.Allocate(kBufferBytes));
     _info = {};
     _info.err = InitErrors();
     _info.client_data = static_cast<JpegLibrary*>(this);
@@ -30,9 +30,6 @@ Result<void> JpegEncoder::Start(const OutputStreamRef& output, const JpegSetting
         _info.X_density = _info.Y_density = settings.dotsPerInch;
         jpeg_set_quality(&_info, settings.quality, settings.isBaseline);
         _info.dct_method = JDCT_FLOAT;
-        auto* common = reinterpret_cast<j_common_ptr>(&_info);
-        const auto rowBytes = _info.image_width * static_cast<JDIMENSION>(_info.input_components);
-        _row = _info.mem->alloc_sarray(common, JPOOL_IMAGE, rowBytes, 1)[0];
         jpeg_start_compress(&_info, TRUE);
         if (!settings.profile.empty())
             jpeg_write_icc_profile(&_info, reinterpret_cast<const JOCTET*>(settings.profile.data()),
@@ -51,7 +48,7 @@ Result<void> JpegEncoder::Finish() {
 
 void JpegEncoder::OnInitDestination(j_compress_ptr info) {
     JpegEncoder& self = Get(info);
-    self._destination.next_output_byte = self._buffer.GetFirst();
+    self._destination.next_output_byte = self._buffer.As<JOCTET>();
     self._destination.free_in_buffer = static_cast<size_t>(kBufferBytes);
 }
 

@@ -2,9 +2,8 @@
 /// @file
 /// The compressor of libjpeg over an output stream.
 
+#include "imexport/frame/media_io_buffer.h"
 #include "imexport/jpeg/media_io_jpeg_library.h"
-
-#include "orvik/basearray.h"
 
 namespace orvik {
 
@@ -26,8 +25,6 @@ public:
 
     /// Writes the header. The stream must live as long as this.
     Result<void> Start(const OutputStreamRef& output, const JpegSettings& settings);
-    /// Memory for one row, the library's own; valid until `Finish`.
-    std::byte* GetRowBuffer() const { return reinterpret_cast<std::byte*>(_row); }
     /// Writes one row, from wherever it stands.
     Result<void> WriteRow(const std::byte* row);
     Result<void> Finish();
@@ -49,8 +46,7 @@ private:
     jpeg_destination_mgr _destination{};
     bool _isActive = false;
     OutputStreamRef _output;
-    BaseArray<JOCTET> _buffer;
-    JSAMPROW _row = nullptr;
+    CodecBuffer _buffer;
 };
 
 }  // namespace orvik

@@ -26,7 +26,6 @@ private:
     static int ToLibraryQuality(Float quality);
 
     JpegSettings _settings;
-    PixelFormat _rowFormat;
     ColorProfile _profile;
 };
 
@@ -52,9 +51,9 @@ Result<void> JpegExporter::OpenRows() {
         static_cast<uint16_t>(std::min<int32_t>(ToResolution(picture.dpi + 0.5), std::numeric_limits<uint16_t>::max()));
     _settings.isGrey = picture.pixelFormat->GetColorSpace() == colorspaces::Get(colorspaces::kGrey);
 
-    _rowFormat = PixelFormats::Get(_settings.isGrey ? pixelformats::kGreyU8 : pixelformats::kRgbU8);
-    _profile = ChooseProfile(_rowFormat);
-    return OpenImageRows(_rowFormat, _profile);
+    const PixelFormat rowFormat = PixelFormats::Get(_settings.isGrey ? pixelformats::kGreyU8 : pixelformats::kRgbU8);
+    _profile = ChooseProfile(rowFormat);
+    return OpenImageRows(rowFormat, _profile);
 }
 
 Result<void> JpegExporter::WriteFile(const OutputStreamRef& output) {
@@ -62,9 +61,8 @@ Result<void> JpegExporter::WriteFile(const OutputStreamRef& output) {
         _settings.profile = TRY(_profile.WriteProfileToMemory());
     JpegEncoder encoder;
     TRY(encoder.Start(output, _settings));
-    const PixelLine buffer{encoder.GetRowBuffer(), _rowFormat->GetBitsPerPixel()};
     for (Int y = 0; y < _settings.height; ++y) {
-        const std::byte* row = TRY(_image.GetRow(y, _settings.width, buffer));
+        const std::byte* row = TRY(_image->GetRow(y));
         TRY(encoder.WriteRow(row));
     }
     return encoder.Finish();

@@ -1,8 +1,6 @@
 #include "imexport/jpeg/media_io_jpeg_mpf.h"
 
-#include "imexport/frame/media_io_chunkedfileio.h"
-
-#include "orvik/mediasession_base.h"
+#include "imexport/frame/media_io_memoryreader.h"
 
 namespace orvik {
 namespace {
@@ -15,37 +13,6 @@ constexpr uint16_t kNoEntries = 65535;
 enum Tag : uint16_t { kMpfVersion = 0xB000, kNumberOfImages = 0xB001, kMpEntry = 0xB002 };
 enum Type : uint16_t { kLong = 4, kRational = 5, kUndefined = 7, kSignedRational = 10 };
 
-/// Numbers of a block in memory; none may lie outside of it.
-class BlockReader {
-public:
-    BlockReader(Block<const std::byte> block, BYTEORDER order) : _block(block), _order(order) {}
-
-    Int GetSize() const { return static_cast<Int>(_block.size()); }
-    Result<void> Seek(Int position) {
-        if (position < 0 || position > GetSize())
-            return Failure();
-        _position = position;
-        return {};
-    }
-    Int GetPosition() const { return _position; }
-    Result<void> Skip(Int count) { return Seek(_position + count); }
-    template <class T>
-    Result<T> Read() {
-        if (Int(sizeof(T)) > GetSize() - _position)
-            return Failure();
-        T value;
-        std::memcpy(&value, _block.data() + _position, sizeof(T));
-        _position += Int(sizeof(T));
-        return SwapToOrder(value, _order);
-    }
-    static Error Failure() { return MediaSessionWrongTypeError("ReadApp2Marker failed."); }
-
-private:
-    Block<const std::byte> _block;
-    BYTEORDER _order;
-    Int _position = 0;
-};
-
 /// @return whether the block begins with the mark of a byte order, and which
 bool FindByteOrder(Block<const std::byte> block, BYTEORDER& order) {
     if (block.size() < size_t(kByteOrderBytes))
@@ -55,12 +22,12 @@ bool FindByteOrder(Block<const std::byte> block, BYTEORDER& order) {
     return mark == std::string_view("II*\0", 4) || mark == std::string_view("MM\0*", 4);
 }
 
-Result<void> ReadPictureEntries(BlockReader& in, uint32_t count, Int base, BaseArray<Int>& positions) {
+Result<void> ReadPictureEntries(MemoryReader& in, uint32_t count, Int base, BaseArray<Int>& positions) {
     if (Int(count) > kMaxMpfPictures - positions.GetCount())
-        return BlockReader::Failure();
+        return in.Failure();
     for (uint32_t i = 0; i < count; ++i) {
         TRY(in.Skip(8));  // attribute and size
-        const uint32_t offset = TRY(in.Read<uint32_t>());
+        const uint32_t offset = TRY(in.ReadU32());
         TRY(in.Skip(4));  // two dependent entries
         TRY(positions.Append(offset == 0 ? 0 : base + Int(offset)));
     }
@@ -68,7 +35,7 @@ Result<void> ReadPictureEntries(BlockReader& in, uint32_t count, Int base, BaseA
 }
 
 /// The value of a tag that means nothing here lies in the directory itself. @return false for a type of unknown size
-Result<Bool> SkipValue(BlockReader& in, uint16_t type, uint32_t count) {
+Result<Bool> SkipValue(MemoryReader& in, uint16_t type, uint32_t count) {
     switch (type) {
         case kUndefined:
             TRY(in.Skip(Int(count)));
@@ -86,27 +53,27 @@ Result<Bool> SkipValue(BlockReader& in, uint16_t type, uint32_t count) {
 }
 
 /// @param base  position in the stream that the offsets of pictures count from
-Result<void> ReadDirectory(BlockReader& in, Int base, BaseArray<Int>& positions) {
-    const uint16_t entryCount = TRY(in.Read<uint16_t>());
+Result<void> ReadDirectory(MemoryReader& in, Int base, BaseArray<Int>& positions) {
+    const uint16_t entryCount = TRY(in.ReadU16());
     if (entryCount == kNoEntries)
         return {};
     uint32_t pictureCount = 0;
     for (uint16_t i = 0; i < entryCount; ++i) {
-        const auto tag = TRY(in.Read<uint16_t>());
-        const auto type = TRY(in.Read<uint16_t>());
-        const auto count = TRY(in.Read<uint32_t>());
+        const auto tag = TRY(in.ReadU16());
+        const auto type = TRY(in.ReadU16());
+        const auto count = TRY(in.ReadU32());
         if (tag == kMpfVersion) {
             if (type != kUndefined || count != 4)
-                return BlockReader::Failure();
+                return in.Failure();
             TRY(in.Skip(4));
         } else if (tag == kNumberOfImages) {
             if (type != kLong || count != 1)
-                return BlockReader::Failure();
-            pictureCount = TRY(in.Read<uint32_t>());
+                return in.Failure();
+            pictureCount = TRY(in.ReadU32());
         } else if (tag == kMpEntry) {
             if (type != kUndefined || Int(count) != kEntryBytes * Int(pictureCount))
-                return BlockReader::Failure();
-            const auto offset = TRY(in.Read<uint32_t>());
+                return in.Failure();
+            const auto offset = TRY(in.ReadU32());
             if (offset != 0 && Int(offset) < in.GetSize())
                 TRY(in.Seek(offset));
             return ReadPictureEntries(in, pictureCount, base, positions);  // tags that follow say nothing of positions
@@ -130,9 +97,9 @@ Result<void> ReadMpfIndex(Block<const std::byte> payload, Int payloadPosition, B
     BYTEORDER order{};
     if (!FindByteOrder(block, order))
         return {};
-    BlockReader in(block, order);
+    MemoryReader in(block, order, "ReadApp2Marker failed.");
     TRY(in.Seek(kByteOrderBytes));
-    const auto directory = TRY(in.Read<uint32_t>());
+    const auto directory = TRY(in.ReadU32());
     TRY(in.Seek(directory));
     return ReadDirectory(in, payloadPosition + kSignatureBytes, positions);
 }

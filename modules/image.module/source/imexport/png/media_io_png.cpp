@@ -2,7 +2,6 @@
 
 #include "imexport/frame/media_io_palette.h"
 #include "imexport/png/media_io_png_library.h"
-#include "storage/decode_limits.h"
 
 namespace orvik {
 
@@ -101,7 +100,7 @@ public:
 
 protected:
     bool CanAnalyzeAgain() const override { return false; }
-    bool HasJobPerPicture() const override { return true; }
+    Result<void> Prepare() override { return {}; }  // the job is added with the first row
     void ResetHeader() override;
     Result<void> ReadHeader(const InputStreamRef& stream) override;
     Result<void> DecodePixels(const InputStreamRef& stream) override;
@@ -111,21 +110,20 @@ private:
     Result<PixelFormat> MakeGreyPalette() const;
     Result<PixelFormat> MakeColorPalette() const;
     Result<void> CheckSize(const InputStreamRef& stream) const;
-    Result<void> AddImageStream();
+    Result<void> AddPicture();
     Result<void> PrepareConversion();
     Result<void> DecodeRows(RowSink& sink);
-    Result<void> DecodeInterlaced(RowSink& sink, int passes);
-    Result<void> DeliverRow(RowSink& sink, Int y, std::byte* row);
-    void ApplyColorKeyTo(std::byte* line) const;
+    Result<void> DecodeInterlaced(const InputStreamRef& stream, RowSink& sink, int passes);
+    Result<void> ReadRow(std::byte* row);
+    Result<void> PresentRow(const std::byte* stored, std::byte* presented) const;
 
-    Int GetRowBytes() const { return _stored->GetBytesPerLine(_header.width); }
+    Int GetStoredRowBytes() const { return _stored->GetBytesPerLine(_header.width); }
 
     PngLibrary _library;
     PngHeader _header;
     PixelFormat _stored;
     PixelFormat _presented;
-    ConvertPixelFunc _present;           ///< from stored to presented; empty when they are the same
-    BaseArray<std::byte> _presentedRow;  ///< empty when they are the same
+    ConvertPixelFunc _present;  ///< from stored to presented; empty when they are the same
     ImageImportStreamRef _stream;
 };
 
@@ -135,7 +133,6 @@ void PngImporter::ResetHeader() {
     _stored = nullptr;
     _presented = nullptr;
     _present = nullptr;
-    _presentedRow.Reset();
     _stream = nullptr;
 }
 
@@ -151,7 +148,7 @@ Result<void> PngImporter::ReadHeader(const InputStreamRef& stream) {
         return MediaSessionWrongTypeError("png_get_tRNS error.");
     TRY(ChoosePixelFormats());
     TRY(CheckSize(stream));
-    return AddImageStream();
+    return AddPicture();
 }
 
 Result<void> PngImporter::ChoosePixelFormats() {
@@ -212,17 +209,11 @@ Result<PixelFormat> PngImporter::MakeGreyPalette() const {
 
 /// The compressed data must be able to hold the picture before memory is spent on it.
 Result<void> PngImporter::CheckSize(const InputStreamRef& stream) const {
-    constexpr Int kBestDeflate = 1032;  // a match of 258 bytes in two bits
-    Int bits = 0;
-    if (__builtin_mul_overflow(Int(_header.width), _stored->GetBitsPerPixel().GetBits(), &bits) ||
-        __builtin_mul_overflow(bits, Int(_header.height), &bits))
-        return OutOfMemoryError();
-    if (bits / 8 / kBestDeflate > GetBytesLeft(stream))
-        return MediaSessionWrongTypeError();
-    return {};
+    const Int bits = TRY(MultiplySizes({_header.width, _stored->GetBitsPerPixel().GetBits(), _header.height}));
+    return RequireContent(stream, bits / 8, kDeflateExpansion);
 }
 
-Result<void> PngImporter::AddImageStream() {
+Result<void> PngImporter::AddPicture() {
     StreamDescription description;
     description.type = MEDIAFORMATTYPE::IMAGE;
     description.pixelFormat = _presented;
@@ -242,17 +233,17 @@ Result<void> PngImporter::AddImageStream() {
     if (aspectRatio != 0.0)
         TRY(format.Set(mediaformat::kAspectRatio, aspectRatio));
 
-    _stream = TRY(ClassRef(kStreamClass).Create<MediaStreamImageDataImportInterface>());
-    return AddStream(_stream, format, nullptr);
+    _stream = TRY(AddImageStream(format, nullptr, kStreamClass));
+    return {};
 }
 
-Result<void> PngImporter::DecodePixels(const InputStreamRef&) {
-    TRY(AddJob(_header.width, _header.height));
-    RowSink& sink = *TRY(OpenSink(_stream, _presented));
+Result<void> PngImporter::DecodePixels(const InputStreamRef& stream) {
+    TRY(AddPictureJob(_header.width, _header.height));
+    const RowSinkRef sink = TRY(OpenSink(_stream, _presented));
     TRY(PrepareConversion());
     int passes = 1;
     TRY(_library.Call([&passes](png_structp png, png_infop) { passes = png_set_interlace_handling(png); }));
-    return passes == 1 ? DecodeRows(sink) : DecodeInterlaced(sink, passes);
+    return passes == 1 ? DecodeRows(*sink) : DecodeInterlaced(stream, *sink, passes);
 }
 
 Result<void> PngImporter::PrepareConversion() {
@@ -262,71 +253,75 @@ Result<void> PngImporter::PrepareConversion() {
     _present =
         TRY(_presented->GetConvertPixelFunc(_stored, _stored->GetChannelOffsets(), _presented->GetChannelOffsets(),
                                             nullptr, nullptr, CONVERTPIXELFLAGS::NONE, convertsProfile));
-    return _presentedRow.Resize(_presented->GetBytesPerLine(_header.width),
-                                RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED);
+    return {};
+}
+
+Result<void> PngImporter::ReadRow(std::byte* row) {
+    const auto to = reinterpret_cast<png_bytep>(row);
+    return _library.Call([to](png_structp png, png_infop) { png_read_row(png, to, nullptr); });
 }
 
 Result<void> PngImporter::DecodeRows(RowSink& sink) {
-    BaseArray<std::byte> row;
-    TRY(CheckDecodeBuffer(GetRowBytes()));
-    TRY(row.Resize(GetRowBytes(), RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
-    const png_bytep to = reinterpret_cast<png_bytep>(row.GetFirst());
+    CodecBuffer stored;
+    if (_present)
+        TRY(stored.Allocate(GetStoredRowBytes()));
     for (Int y = 0; y < Int(_header.height); ++y) {
-        TRY(ReportProgress(y, _header.height));
-        TRY(_library.Call([to](png_structp png, png_infop) { png_read_row(png, to, nullptr); }));
-        TRY(DeliverRow(sink, y, row.GetFirst()));
+        std::byte* const row = TRY(sink.BeginRow(y));
+        TRY(ReadRow(_present ? stored.GetFirst() : row));
+        if (_present)
+            TRY(PresentRow(stored.GetFirst(), row));
+        TRY(sink.EndRow());
     }
     return {};
 }
 
-/// Every pass fills in some pixels of its rows, so all rows are kept until the last one.
-Result<void> PngImporter::DecodeInterlaced(RowSink& sink, int passes) {
-    const Int rowBytes = GetRowBytes(), height = _header.height;
-    Int bytes = 0;
-    if (__builtin_mul_overflow(rowBytes, height, &bytes))
-        return OutOfMemoryError();
-    TRY(CheckDecodeBuffer(bytes));
-    BaseArray<std::byte> rows;
-    TRY(rows.Resize(bytes, RESIZEFLAGS::FIT_TO_SIZE));
+/// Every pass fills in some pixels of its rows: in the picture itself where rows lie there as they are in the file,
+/// else in memory for all of them.
+Result<void> PngImporter::DecodeInterlaced(const InputStreamRef& stream, RowSink& sink, int passes) {
+    const Int rowBytes = GetStoredRowBytes(), height = _header.height;
+    const bool isInPlace = !_present && sink.Locate(0);
+    CodecBuffer rows;
+    if (!isInPlace) {
+        const Int bytes = TRY(MultiplySizes({rowBytes, height}));
+        TRY(rows.AllocateFromFile(bytes, stream, kDeflateExpansion));
+    }
     for (int pass = 0; pass < passes; ++pass) {
         for (Int y = 0; y < height; ++y) {
-            TRY(ReportProgress(0, height));  // only to be cancelled: nothing has been delivered so far
-            const png_bytep to = reinterpret_cast<png_bytep>(rows.GetFirst() + y * rowBytes);
-            TRY(_library.Call([to](png_structp png, png_infop) { png_read_row(png, to, nullptr); }));
+            TRY(ReportJob(Float(pass * height + y) / Float(passes * height)));
+            TRY(ReadRow(isInPlace ? sink.Locate(y) : rows.GetFirst() + y * rowBytes));
         }
     }
-    for (Int y = 0; y < height; ++y) {
-        TRY(ReportProgress(y, height));
-        TRY(DeliverRow(sink, y, rows.GetFirst() + y * rowBytes));
+    for (Int y = 0; y < height && !isInPlace; ++y) {
+        const std::byte* const stored = rows.GetFirst() + y * rowBytes;
+        std::byte* const row = TRY(sink.BeginRow(y));
+        if (_present)
+            TRY(PresentRow(stored, row));
+        else
+            std::memcpy(row, stored, size_t(rowBytes));
+        TRY(sink.EndRow());
     }
     return {};
 }
 
-Result<void> PngImporter::DeliverRow(RowSink& sink, Int y, std::byte* row) {
-    if (_present) {
-        std::byte* presented = _presentedRow.GetFirst();
-        TRY(_present({presented, _presented->GetBitsPerPixel()}, _header.width, {row, _stored->GetBitsPerPixel()},
-                     CONVERTPIXELFLAGS::NONE));
-        ApplyColorKeyTo(presented);
-        row = presented;
-    }
-    return sink.PushRow(y, {row, _presented->GetBitsPerPixel()});
-}
-
-void PngImporter::ApplyColorKeyTo(std::byte* line) const {
+/// From a row of the file to a row with alpha: that of the colour key.
+Result<void> PngImporter::PresentRow(const std::byte* stored, std::byte* presented) const {
+    const Int width = _header.width;
+    TRY(_present({presented, _presented->GetBitsPerPixel()}, width, {stored, _stored->GetBitsPerPixel()},
+                 CONVERTPIXELFLAGS::NONE));
     const png_color_16& key = _header.colorKey;
     const bool isWide = _header.bitDepth == 16;
     if (_header.colorType == PNG_COLOR_TYPE_GRAY) {
         if (isWide)
-            ApplyColorKey<uint16_t, 1>(line, _header.width, {key.gray});
+            ApplyColorKey<uint16_t, 1>(presented, width, {key.gray});
         else
-            ApplyColorKey<uint8_t, 1>(line, _header.width, {key.gray});
+            ApplyColorKey<uint8_t, 1>(presented, width, {key.gray});
     } else {
         if (isWide)
-            ApplyColorKey<uint16_t, 3>(line, _header.width, {key.red, key.green, key.blue});
+            ApplyColorKey<uint16_t, 3>(presented, width, {key.red, key.green, key.blue});
         else
-            ApplyColorKey<uint8_t, 3>(line, _header.width, {key.red, key.green, key.blue});
+            ApplyColorKey<uint8_t, 3>(presented, width, {key.red, key.green, key.blue});
     }
+    return {};
 }
 
 }  // namespace

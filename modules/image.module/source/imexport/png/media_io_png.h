@@ -2,8 +2,8 @@
 /// @file
 /// PNG, by libpng.
 
-#include "imexport/frame/media_io_exporter.h"
-#include "imexport/frame/media_io_importer.h"
+#include "imexport/frame/media_io_imageexporter.h"
+#include "imexport/frame/media_io_imageimporter.h"
 
 namespace orvik {
 

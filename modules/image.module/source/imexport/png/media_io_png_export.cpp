@@ -40,7 +40,7 @@ protected:
 
 private:
     Result<void> WriteHeader(PngLibrary& library) const;
-    Result<void> WriteRows(PngLibrary& library) const;
+    Result<void> WriteRows(PngLibrary& library);
 
     int GetColorType() const {
         return (_isGrey ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB) | (_hasAlpha ? PNG_COLOR_MASK_ALPHA : 0);
@@ -50,7 +50,6 @@ private:
     bool _hasAlpha = false;
     int _bitDepth = 8;
     bool _interlaced = false;
-    PixelFormat _rowFormat;
     ColorProfile _profile;
 };
 
@@ -80,10 +79,10 @@ Result<void> PngExporter::OpenRows() {
     }
     if (_hasAlpha)
         TRY(add(channeltypes::kAlpha));
-    _rowFormat = TRY(PixelFormats::FindOrCreatePixelFormat(channels.ToBlock()));
+    const PixelFormat rowFormat = TRY(PixelFormats::FindOrCreatePixelFormat(channels.ToBlock()));
 
-    _profile = ChooseProfile(_rowFormat);
-    TRY(OpenImageRows(_rowFormat, _profile));
+    _profile = ChooseProfile(rowFormat);
+    TRY(OpenImageRows(rowFormat, _profile));
     return OpenAlphaRows(PixelFormats::Get(_bitDepth == 8 ? pixelformats::kAlphaU8 : pixelformats::kAlphaU16));
 }
 
@@ -120,9 +119,8 @@ Result<void> PngExporter::WriteHeader(PngLibrary& library) const {
         }
     }
 
-    const Float aspectRatio = picture.format.Get(mediaformat::kAspectRatio, 0.0);
     const auto x = static_cast<png_uint_32>(ToResolution(picture.dpi * 100 / 2.54));
-    const auto y = static_cast<png_uint_32>(ToResolution(aspectRatio * picture.dpi * 100 / 2.54));
+    const auto y = static_cast<png_uint_32>(ToResolution(picture.aspectRatio * picture.dpi * 100 / 2.54));
     return library.Call([=](png_structp png, png_infop info) {
         png_set_pHYs(png, info, x, y, PNG_RESOLUTION_METER);
         png_write_info(png, info);
@@ -131,26 +129,14 @@ Result<void> PngExporter::WriteHeader(PngLibrary& library) const {
 }
 
 /// The source is read once for each pass.
-Result<void> PngExporter::WriteRows(PngLibrary& library) const {
-    const Picture& picture = GetPicture();
-    BaseArray<std::byte> row;
-    TRY(row.Resize(_rowFormat->GetBytesPerLine(picture.width), RESIZEFLAGS::FIT_TO_SIZE));
-    const BITS stride = _rowFormat->GetBitsPerPixel();
-    std::byte* const alphas = row.GetFirst() + (stride.GetBits() - _bitDepth) / 8;  // the last channel
+Result<void> PngExporter::WriteRows(PngLibrary& library) {
     int passes = 1;
     if (_interlaced)
         TRY(library.Call([&passes](png_structp png, png_infop) { passes = png_set_interlace_handling(png); }));
     for (int pass = 0; pass < passes; ++pass) {
-        for (Int y = 0; y < picture.height; ++y) {
-            const std::byte* from = row.GetFirst();
-            if (_alpha) {
-                TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), stride}));
-                TRY(_alpha.ReadRow(y, picture.width, {alphas, stride}));
-            } else {
-                from = TRY(_image.GetRow(y, picture.width, {row.GetFirst(), stride}));
-            }
-            TRY(library.Call(
-                [from](png_structp png, png_infop) { png_write_row(png, reinterpret_cast<png_const_bytep>(from)); }));
+        for (Int y = 0; y < _image->GetHeight(); ++y) {
+            const auto* row = reinterpret_cast<png_const_bytep>(TRY(GetRowWithAlpha(y)));
+            TRY(library.Call([row](png_structp png, png_infop) { png_write_row(png, row); }));
         }
     }
     return {};

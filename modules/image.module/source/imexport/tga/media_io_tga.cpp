@@ -1,8 +1,5 @@
 #include "imexport/tga/media_io_tga.h"
 
-#include "base/registration.h"
-#include "storage/decode_limits.h"
-
 namespace orvik {
 
 using namespace tga;
@@ -29,6 +26,8 @@ struct TgaHeader {
     bool IsMapped() const { return ImageType(imageType & ~kRuns) == ImageType::Mapped; }
     bool IsRightToLeft() const { return (descriptor & kRightToLeft) != 0; }
     bool IsTopToBottom() const { return (descriptor & kTopToBottom) != 0; }
+    /// Line of the picture that the file has as its row `row`.
+    Int GetLine(Int row) const { return IsTopToBottom() ? row : height - 1 - row; }
 };
 
 Result<TgaHeader> ReadTgaHeader(EndianReader& in) {
@@ -216,7 +215,8 @@ private:
     Result<TgaStreamRef> MakeStream(const PixelFormat& pixelFormat) const;
     Result<void> AddImage(const PixelFormat& pixelFormat);
     Result<void> AddAlphas();
-    Result<void> DeliverRow(Block<RowSink* const> sinks, Int row, const std::byte* pixels);
+    Result<void> DecodePlainRows(PixelReader& pixels, RowSink& sink) const;
+    Result<void> DecodeRows(PixelReader& pixels, Block<const RowSinkRef> sinks) const;
 
     TgaHeader _header;
     Int _pixelPosition = 0;
@@ -254,9 +254,7 @@ Result<void> TgaImporter::CheckSize(const InputStreamRef& stream) const {
         constexpr Int kLongestPacket = 128;
         bytes = (pixels + kLongestPacket - 1) / kLongestPacket * (1 + _header.BytesPerPixel());
     }
-    if (bytes > GetBytesLeft(stream))
-        return MediaSessionWrongTypeError();
-    return {};
+    return RequireContent(stream, bytes);
 }
 
 Result<TgaStreamRef> TgaImporter::MakeStream(const PixelFormat& pixelFormat) const {
@@ -276,7 +274,8 @@ Result<void> TgaImporter::AddImage(const PixelFormat& pixelFormat) {
     description.height = stream->GetHeight();
     MediaStreamFormat format = TRY(DescribeStream(description));
     TRY(format.Set(mediaformat::kStreamName, "Image"));
-    TRY(AddStream(stream, format, nullptr));
+    TRY(stream->AddFormat(Data(Int(0)), format));
+    TRY(AddStream(MediaStreamRef(stream)));
     return _streams.Append(stream);
 }
 
@@ -293,53 +292,53 @@ Result<void> TgaImporter::AddAlphas() {
         TRY(format.Set(mediaformat::kAlphaType, MEDIAALPHATYPE::STRAIGHT));
         const String name = i == kAlphaOffset ? String("Alpha") : FormatString("Alpha#@", i - 2);
         TRY(format.Set(mediaformat::kAlphaName, name));
-        TRY(AddStream(stream, format, _streams[0]));
+        TRY(stream->AddFormat(Data(Int(0)), format));
+        TRY(AddStream(MediaStreamRef(stream), _streams[0]));
         TRY(_streams.Append(stream));
     }
     return {};
 }
 
 Result<void> TgaImporter::DecodePixels(const InputStreamRef& stream) {
-    BaseArray<RowSink*> sinks;
+    BaseArray<RowSinkRef> sinks;
     for (const TgaStreamRef& tgaStream : _streams) {
-        RowSink* const sink = TRY(OpenSink(tgaStream, tgaStream->GetPixelFormat()));
+        const RowSinkRef sink = TRY(OpenSink(tgaStream, tgaStream->GetPixelFormat()));
         TRY(sinks.Append(sink));
     }
-
-    // As many rows at a time as a small buffer takes. One more lies in front of them, since a row from right to left is
-    // read backwards from its first byte: its other pixels are those of the row before, in front of the first row
-    // zeros.
-    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
-    const Int rowBytes = _header.RowBytes(), height = _header.height;
-    const Int rowsAtOnce = std::clamp(kBufferBytes / rowBytes, Int(1), height);
-    TRY(CheckDecodeBuffer((1 + rowsAtOnce) * rowBytes));
-    BaseArray<std::byte> buffer;
-    TRY(buffer.Resize((1 + rowsAtOnce) * rowBytes, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
-    std::memset(buffer.GetFirst(), 0, size_t(rowBytes));
-
     TRY(stream->Seek(_pixelPosition));
     PixelReader pixels(stream, _header);
-    std::byte* const first = buffer.GetFirst() + rowBytes;
-    for (Int done = 0; done < height;) {
-        const Int rows = std::min(rowsAtOnce, height - done);
-        TRY(pixels.Read(first, rows * _header.width));
-        for (Int i = 0; i < rows; ++i, ++done) {
-            TRY(ReportProgress(done, height));
-            TRY(DeliverRow(sinks.ToBlock(), done, first + i * rowBytes));
-        }
-        if (_header.IsRightToLeft())
-            std::memcpy(buffer.GetFirst(), buffer.GetFirst() + rows * rowBytes, size_t(rowBytes));
+    const bool isPlain = sinks[0]->GetRowBytes() == _header.RowBytes() && !_header.IsRightToLeft();
+    return isPlain ? DecodePlainRows(pixels, *sinks[0]) : DecodeRows(pixels, sinks.ToBlock());
+}
+
+/// Rows that are in the file as they are in the picture.
+Result<void> TgaImporter::DecodePlainRows(PixelReader& pixels, RowSink& sink) const {
+    for (Int row = 0; row < _header.height; ++row) {
+        std::byte* const line = TRY(sink.BeginRow(_header.GetLine(row)));
+        TRY(pixels.Read(line, _header.width));
+        TRY(sink.EndRow());
     }
     return {};
 }
 
-/// All alphas get the same byte, that of the first.
-Result<void> TgaImporter::DeliverRow(Block<RowSink* const> sinks, Int row, const std::byte* pixels) {
-    const Int y = _header.IsTopToBottom() ? row : _header.height - 1 - row;
+/// Rows whose pixels are divided among streams or run from right to left. Such a row is read backwards from its first
+/// byte: its other pixels are those of the row before, and zeros before the first row.
+Result<void> TgaImporter::DecodeRows(PixelReader& pixels, Block<const RowSinkRef> sinks) const {
+    const Int rowBytes = _header.RowBytes();
+    CodecBuffer rows;
+    TRY(rows.AllocateZeroed(2 * rowBytes));
+    std::byte* const before = rows.GetFirst();
+    std::byte* const present = before + rowBytes;
     const BITS stride(_header.BytesPerPixel() * (_header.IsRightToLeft() ? -8 : 8));
-    TRY(sinks[0]->PushRow(y, {pixels, stride}));
-    for (RowSink* alpha : sinks.subspan(1))
-        TRY(alpha->PushRow(y, {pixels + kAlphaOffset, stride}));
+    for (Int row = 0; row < _header.height; ++row) {
+        TRY(pixels.Read(present, _header.width));
+        const Int y = _header.GetLine(row);
+        TRY(sinks[0]->PushRow(y, {present, stride}));
+        for (const RowSinkRef& alpha : sinks.subspan(1))
+            TRY(alpha->PushRow(y, {present + kAlphaOffset, stride}));  // the first alpha byte, for all of them
+        if (_header.IsRightToLeft())
+            std::memcpy(before, present, size_t(rowBytes));
+    }
     return {};
 }
 

@@ -5,8 +5,8 @@
 /// A file is a header of 18 bytes, a free text (the id), perhaps a colour map, the pixels in one run, and perhaps a
 /// footer, by which it tells itself from older files. All numbers are little endian.
 
-#include "imexport/frame/media_io_exporter.h"
-#include "imexport/frame/media_io_importer.h"
+#include "imexport/frame/media_io_imageexporter.h"
+#include "imexport/frame/media_io_imageimporter.h"
 
 namespace orvik {
 

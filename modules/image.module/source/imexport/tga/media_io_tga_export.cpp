@@ -17,7 +17,7 @@ protected:
 
 private:
     Result<void> WriteHeader(EndianWriter& out) const;
-    Result<void> WriteRows(const OutputStreamRef& output) const;
+    Result<void> WriteRows(const OutputStreamRef& output);
     static Result<void> WriteFooter(EndianWriter& out);
 
     Int GetPixelBytes() const { return GetPicture().HasAlpha() ? 4 : 3; }
@@ -58,17 +58,11 @@ Result<void> TgaExporter::WriteHeader(EndianWriter& out) const {
 }
 
 /// From the bottom up. The alpha of a stream of its own takes the place of the one in the pixels.
-Result<void> TgaExporter::WriteRows(const OutputStreamRef& output) const {
-    const Picture& picture = GetPicture();
-    BaseArray<std::byte> row;
-    TRY(row.Resize(picture.width * GetPixelBytes(), RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED));
-    const BITS stride(GetPixelBytes() * 8);
-    constexpr Int kAlphaByte = 3;
-    for (Int y = picture.height - 1; y >= 0; --y) {
-        TRY(_image.ReadRow(y, picture.width, {row.GetFirst(), stride}));
-        if (_alpha)
-            TRY(_alpha.ReadRow(y, picture.width, {row.GetFirst() + kAlphaByte, stride}));
-        TRY(output->Write(row.ToBlock()));
+Result<void> TgaExporter::WriteRows(const OutputStreamRef& output) {
+    const auto rowBytes = size_t(_image->GetRowBytes());
+    for (Int y = _image->GetHeight() - 1; y >= 0; --y) {
+        const std::byte* const row = TRY(GetRowWithAlpha(y));
+        TRY(output->Write(row, rowBytes));
     }
     return {};
 }

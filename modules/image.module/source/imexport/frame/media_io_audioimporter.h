@@ -1,0 +1,30 @@
+#pragma once
+/// @file
+/// The frame of importers of sound.
+
+#include "imexport/frame/media_io_importer.h"
+
+namespace orvik {
+
+using AudioImportStreamRef = Ref<MediaStreamAudioDataImportInterface>;
+
+/// An importer with one stream of samples. A format supplies `ReadHeader` and `DecodeSamples`; the stream is finished
+/// whenever it was begun.
+class AudioImporter : public FileImporter {
+protected:
+    using FileImporter::FileImporter;
+
+    /// For `ReadHeader`: the stream, with the keys "net.orvik.mediaformat.audio.*" of its format.
+    Result<void> AddSound(const MediaStreamFormat& format);
+    /// Reads the samples and hands them to `PushSamples`. Runs only when the sound is subscribed.
+    virtual Result<void> DecodeSamples(const InputStreamRef& stream) = 0;
+    /// Interleaved samples in the order of the machine.
+    Result<void> PushSamples(Block<const std::byte> samples) { return _sound->SetAudioDataCallback(samples); }
+
+    Result<void> Deliver(const InputStreamRef& stream) override;
+
+private:
+    AudioImportStreamRef _sound;
+};
+
+}  // namespace orvik
