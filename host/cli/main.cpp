@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "interruption.h"
 
+#include "orvik/crashhandler.h"
 #include "orvik/host.h"
 
 namespace orvik::cli {
@@ -120,6 +121,7 @@ int Main(int argc, char** argv) {
                  "orvik");
     Describe(app, options, run);
     Interruption::Install();
+    InstallCrashHandler();
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
