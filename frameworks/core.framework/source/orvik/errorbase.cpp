@@ -77,6 +77,22 @@ Error PrivateGetNullReturnError(int reason) noexcept {
     std::abort();
 }
 
+Error GatherErrors(const Error& before, const Error& next) noexcept {
+    if (!before || !next)
+        return before ? before : next;
+    BaseArray<Error> errors;
+    const auto* list = dynamic_cast<const GatheredErrorInterface*>(before.Get());
+    const Block<const Error> known = list ? list->GetErrors() : Block<const Error>(&before, 1);
+    String message = before->ToString();
+    if (!errors.AppendBlock(known) || !errors.Append(next) || !message.Append("; ") ||
+        !message.Append(next->ToString()))
+        return before;
+    const Error first = errors[0];
+    Result<Ref<GatheredErrorInterface>> made =
+        NewObj<GatheredErrorInterface>(first, std::move(message), std::move(errors));
+    return made ? Error::Adopt(made.GetValue().Detach()) : before;
+}
+
 Error MakeStandardError(const SourceLocation& location, int kind) noexcept {
     switch (kind) {
         case 0:

@@ -78,7 +78,29 @@ public:
 private:
     Url _url;
 };
+/// The errors of an operation that went on after a failure, in order. Stands for the first one, whose id, place and
+/// cause chain it has; the message joins the texts of all with "; ".
+class GatheredErrorInterface : public ErrorInterface {
+public:
+    GatheredErrorInterface(const Error& first, String message, BaseArray<Error> errors)
+        : ErrorInterface(first->GetErrorId(), first->GetLocation(), std::move(message), first),
+          _errors(std::move(errors)) {}
+    Block<const Error> GetErrors() const { return _errors.ToBlock(); }
+
+protected:
+    /// Of a kind when one of the errors is.
+    bool IsDerivedFrom(const Id& errorId) const override {
+        return std::any_of(_errors.begin(), _errors.end(), [&](const Error& e) { return e->IsKindOf(errorId); });
+    }
+
+private:
+    BaseArray<Error> _errors;
+};
 /// @}
+
+/// Adds an error to those before it. Either may be null; one error alone stays as it is. Without memory for both, the
+/// earlier one remains.
+ORVIK_API Error GatherErrors(const Error& before, const Error& next) noexcept;
 
 /// The standard errors by number: 0 out of memory, 1 null pointer, 2 illegal argument, 3 illegal state, 4 function not
 /// implemented, 5 unresolved, anything else unknown. None carries a message.
