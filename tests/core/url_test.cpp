@@ -129,7 +129,7 @@ TEST(Browse, ListsEveryEntryOnce) {
     std::filesystem::create_directory(folder.GetPath() / "sub");
     std::filesystem::create_symlink("nowhere", folder.GetPath() / "broken");
     std::set<std::string> found;
-    const BrowseIteratorRef browse = (folder / "").GetBrowseIterator().TakeValue();
+    const BrowseIteratorRef browse = (folder / "").IoBrowse().TakeValue();
     EXPECT_TRUE(browse->GetCurrent().IsEmpty()) << "not stepped to the first entry";
     while (browse->GetNext().GetValueOr(false)) {
         const Url url = browse->GetCurrent();
@@ -141,9 +141,9 @@ TEST(Browse, ListsEveryEntryOnce) {
     EXPECT_EQ(found, (std::set<std::string>{"a.png", ".hidden", "memory:x", "\xE4\xF6", "sub", "broken"}));
     EXPECT_FALSE(browse->GetNext().GetValueOr(true)) << "the end stays the end";
     EXPECT_TRUE(browse->GetCurrent().IsEmpty());
-    EXPECT_EQ(TextOf((folder / "none").GetBrowseIterator()), "cannot list: No such file or directory");
-    EXPECT_EQ(TextOf((folder / "a.png").GetBrowseIterator()), "cannot list: Not a directory");
-    EXPECT_EQ(ErrorIdOf(Url("memory:x").GetBrowseIterator()), errorid::kIo);
+    EXPECT_EQ(TextOf((folder / "none").IoBrowse()), "cannot list: No such file or directory");
+    EXPECT_EQ(TextOf((folder / "a.png").IoBrowse()), "cannot list: Not a directory");
+    EXPECT_EQ(ErrorIdOf(Url("memory:x").IoBrowse()), errorid::kIo);
 }
 
 }  // namespace

@@ -136,6 +136,15 @@ public:
     explicit ExifImpl(ExifData* data) : _data(data, exif_data_unref) {}
 
     Result<DataDictionary> GetExifDictionary() const override {
+        try {
+            return ReadDictionary();
+        } catch (const std::bad_alloc&) {
+            return OutOfMemoryError();
+        }
+    }
+
+private:
+    Result<DataDictionary> ReadDictionary() const {
         constexpr ExifIfd kDirectories[] = {EXIF_IFD_0, EXIF_IFD_EXIF, EXIF_IFD_GPS, EXIF_IFD_INTEROPERABILITY};
         const ExifByteOrder order = exif_data_get_byte_order(_data.get());
         DataDictionary dictionary;
@@ -155,7 +164,6 @@ public:
         return dictionary;
     }
 
-private:
     std::unique_ptr<ExifData, decltype(&exif_data_unref)> _data;
 };
 

@@ -61,23 +61,6 @@ Candidate MakeCandidate(const FileFormat& format, const String& lowerSuffix) {
     return candidate;
 }
 
-Result<InputStreamRef> ReadIntoMemory(const InputStreamRef& stream, const Url& url) {
-    constexpr Int kStep = Int(64) << 10;
-    MemoryFileRef file = TRY(CreateMemoryFile());
-    BaseArray<std::byte>& bytes = file->GetBytes();
-    for (;;) {
-        const Int before = bytes.GetCount();
-        if (before > FileFormatDetection::kMaxUnseekableBytes)
-            return IoError(url, "the stream cannot seek and is longer than @ bytes",
-                           FileFormatDetection::kMaxUnseekableBytes);
-        TRY(bytes.Resize(before + kStep, RESIZEFLAGS::UNINITIALIZED));
-        const Int count = TRY(stream->ReadEOS(bytes.ToBlock().subspan(static_cast<size_t>(before))));
-        TRY(bytes.Resize(before + count));
-        if (count < kStep)
-            return OpenMemoryInput(file, url);
-    }
-}
-
 /// Asks formats about one URL, which is opened when the first of them needs the bytes.
 class Detector {
 public:
@@ -103,10 +86,13 @@ public:
     Result<void> Open() {
         if (_stream)
             return {};
-        InputStreamRef stream = TRY(_url.OpenInputStream());
-        _stream = stream->SeekSupported() ? std::move(stream) : TRY(ReadIntoMemory(stream, _url));
+        _url = TRY(ReadUnseekable(_url));
+        _stream = TRY(_url.OpenInputStream());
         return {};
     }
+
+    /// Once opened, with the content that was read of a source that cannot seek.
+    const Url& GetUrl() const noexcept { return _url; }
 
 private:
     struct Answer {
@@ -119,7 +105,7 @@ private:
         return answer && *answer;  // a test that fails does not claim the file
     }
 
-    const Url& _url;
+    Url _url;
     InputStreamRef _stream;
     BaseArray<Answer> _answers;
 };
@@ -154,7 +140,7 @@ Result<FileFormat> FindFormat(const Url& url) {
         if (TRY(detector.Claims(candidate)))
             return candidate.format;
     }
-    TRY(detector.Open());  // an unreadable URL is an error also when there is nobody to ask
+    TRY(detector.Open());  // an unreadable URL is an error even when no format asked for its bytes
     return FileFormat();
 }
 
@@ -175,7 +161,7 @@ struct Cache {
 };
 
 Cache& GetCache() {
-    static auto* const cache = new Cache;
+    static Immortal<Cache> cache;
     return *cache;
 }
 
@@ -206,7 +192,7 @@ Result<BaseArray<FileFormatHandler>> FileFormatDetection::DetectAll(const Url& u
     for (const Candidate& candidate : candidates) {
         if (!TRY(detector.Claims(candidate)))
             continue;
-        if (!delegate || TRY(delegate(url, candidate.handler))) {
+        if (!delegate || TRY(delegate(detector.GetUrl(), candidate.handler))) {
             TRY(accepted.Append(candidate.handler));
             return accepted;
         }
@@ -219,7 +205,7 @@ Result<FileFormat> FileFormatDetectionCache::DetectFile(const Url& url) {
     const NestingGuard guard;
     TRY(guard.Check());
     const Result<std::pair<Int, Int>> stamp = url.GetSizeAndTime();
-    if (!stamp || url.GetScheme() == "memory")
+    if (!stamp || url.GetScheme() == "memory" || url.HasContent())
         return FindFormat(url);  // a URL that names no file may still be claimed by its name
     const auto [size, time] = *stamp;
     Cache& cache = GetCache();

@@ -71,15 +71,15 @@ using HandlerDelegate = Delegate<Result<Bool>(const Url& url, const FileFormatHa
 
 /// The static service of detection.
 struct FileFormatDetection {
-    static constexpr Int kMaxUnseekableBytes = Int(1) << 30;
     /// How deep the test of a format may ask for the format of another file.
     static constexpr int kMaxNesting = 4;
 
     /// Opens the URL once and asks the registered formats. Those of strength NAME go first, before the open; an
     /// accepted one ends the search without it. The others go by priority, then by strength (SIGNATURE, then STRUCTURE,
     /// then WEAK, but from STRUCTURE on a format with the URL's suffix goes before the rest), then in the order of
-    /// registration. Each test starts at position 0; an error of a test counts as "not claimed"; a stream that cannot
-    /// seek is read into memory first, up to `kMaxUnseekableBytes`. A format with several handlers is tested once.
+    /// registration. Each test starts at position 0; an error of a test counts as "not claimed". A format with several
+    /// handlers is tested once. A source that cannot seek is read by `ReadUnseekable` first; the delegate then gets the
+    /// URL with that content, which is the one to load from.
     /// @param types   wanted handler types
     /// @return the accepted handlers; errors are those of opening the URL and of the delegate
     ORVIK_API static Result<BaseArray<FileFormatHandler>> DetectAll(const Url& url, Block<const DataType* const> types,

@@ -34,4 +34,11 @@ ORVIK_API Result<Url> MountMemoryFile(std::string_view name, const MemoryFileRef
 ORVIK_API MemoryFileRef FindMemoryFile(std::string_view name);
 ORVIK_API void UnmountMemoryFile(std::string_view name);
 
+/// The longest stream that `ReadUnseekable` takes.
+inline constexpr Int kMaxUnseekableBytes = Int(1) << 30;
+/// Reads a pipe, a socket or a character device to its end, since that can be done only once.
+/// @return the URL with what was read as its content; any other URL unchanged and unopened. Errors: those of opening
+/// and reading, an io error beyond `kMaxUnseekableBytes`, thread cancelled.
+ORVIK_API Result<Url> ReadUnseekable(const Url& url);
+
 }  // namespace orvik

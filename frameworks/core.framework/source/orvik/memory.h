@@ -2,9 +2,28 @@
 /// @file
 /// The allocator of the framework: it can fail and says so; it never throws and never aborts.
 
+#include <new>
+
 #include "orvik/apibase.h"
 
 namespace orvik {
+
+/// A static object that takes no memory from the heap and is never destroyed, for tables that live as long as the
+/// process: `static Immortal<Table> table;`.
+template <class T>
+class Immortal {
+public:
+    Immortal() noexcept { new (&_value) T; }
+    ~Immortal() {}
+    Immortal(const Immortal&) = delete;
+    Immortal& operator=(const Immortal&) = delete;
+    T& operator*() noexcept { return _value; }
+
+private:
+    union {
+        T _value;
+    };
+};
 
 /// @return null when memory is short; a block of 0 bytes is a valid block
 ORVIK_API void* Allocate(size_t bytes) noexcept;

@@ -61,19 +61,20 @@ struct InterfaceTable {
 }  // namespace
 
 int GetInterfaceOrdinal(const Id& interfaceId) noexcept {
-    static auto* const table = new InterfaceTable;  // never destroyed: casts run until the process ends
-    const std::lock_guard guard(table->lock);
-    for (int i = 0; i < table->count; ++i) {
-        if (table->ids[i] == interfaceId)
+    static Immortal<InterfaceTable> tables;  // casts run until the process ends
+    InterfaceTable& table = *tables;
+    const std::lock_guard guard(table.lock);
+    for (int i = 0; i < table.count; ++i) {
+        if (table.ids[i] == interfaceId)
             return i;
     }
-    if (table->count == ClassRecord::kMaxInterfaces)
+    if (table.count == ClassRecord::kMaxInterfaces)
         return -1;
     Result<Id> copy = Id::Create(interfaceId.GetText());
     if (!copy)
         return -1;
-    table->ids[table->count] = std::move(copy).TakeValue();
-    return table->count++;
+    table.ids[table.count] = std::move(copy).TakeValue();
+    return table.count++;
 }
 
 }  // namespace orvik

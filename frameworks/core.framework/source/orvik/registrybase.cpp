@@ -25,7 +25,7 @@ struct Store {
 };
 
 Store& GetStore() {
-    static auto* const store = new Store;
+    static Immortal<Store> store;
     return *store;
 }
 
