@@ -2,7 +2,10 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <unistd.h>
 
 #include "orvik/crashreport.h"
@@ -17,6 +20,9 @@ alignas(16) std::byte g_stack[size_t(64) << 10];
 void Write(const char* text) noexcept {
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, std::strlen(text));
 }
+
+/// What the program did with exceptions before.
+std::terminate_handler g_terminate = std::abort;
 
 /// The C library's own name of a signal may be a translation, which takes a lock.
 const char* NameOf(int signal) noexcept {
@@ -37,9 +43,28 @@ void OnFatalSignal(int signal) noexcept {
     raise(signal);
 }
 
+[[noreturn]] void OnUncaughtException() noexcept {
+    try {
+        if (std::current_exception())
+            throw;
+    } catch (const std::bad_alloc&) {
+        Write(program_invocation_short_name);
+        Write(": Out of memory.\n");
+        _exit(1);
+    } catch (...) {
+        g_terminate();
+    }
+    g_terminate();
+    std::abort();
+}
+
 }  // namespace
 
 void InstallCrashHandler() noexcept {
+    if (const std::terminate_handler present = std::get_terminate(); present != OnUncaughtException) {
+        g_terminate = present;
+        std::set_terminate(OnUncaughtException);
+    }
     stack_t stack{};
     stack.ss_sp = g_stack;
     stack.ss_size = sizeof(g_stack);
