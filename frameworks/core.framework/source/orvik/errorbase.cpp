@@ -25,7 +25,7 @@ struct Sentence {
     const char* text;
 };
 
-/// What to tell a person about an error without a message.
+/// What people are shown for an error without a message.
 constexpr Sentence kSentences[] = {
     {errorid::kOutOfMemory, "Out of memory."},
     {errorid::kFunctionNotImplemented, "The function is not implemented."},
@@ -40,7 +40,7 @@ constexpr Sentence kSentences[] = {
     {errorid::kThreadCancelled, "Cancelled."},
     {errorid::kIo, "Reading or writing failed."},
     {errorid::kFileFormat, "The file format is not supported."},
-    // Errors of the media session, most of which bear no message.
+    // Errors of the media session, most of which have no message.
     {Id("net.orvik.image.error.mediasessionwrongtype"), "The file is damaged or not of the type that it seems to be."},
     {Id("net.orvik.image.error.mediastreameof"), "The input has run to its end."},
     {Id("net.orvik.image.error.mediaconverter"), "The data cannot be converted."},

@@ -9,7 +9,7 @@ namespace orvik {
 
 namespace {
 
-/// Formats whose test needs the suffix to be fair to each other follow those with a magic number.
+/// Formats that need the suffix as a tie-break follow those with a magic number.
 bool IsSuffixOrdered(DETECTIONSTRENGTH strength) { return strength >= DETECTIONSTRENGTH::STRUCTURE; }
 
 bool HasSuffix(const FileFormat& format, const String& lowerSuffix) {
@@ -22,7 +22,7 @@ bool HasSuffix(const FileFormat& format, const String& lowerSuffix) {
     return false;
 }
 
-/// A format that can be asked, with what decides when.
+/// A format that can be asked, with what decides its turn.
 struct Candidate {
     FileFormat format;
     FileFormatHandler handler;  ///< null where only the format is wanted
@@ -45,7 +45,7 @@ struct Candidate {
     }
 };
 
-/// Inserts behind all that do not go after it, so that equals keep their order. The lists are short.
+/// Inserts behind everything that need not follow it, so that equals keep their order. The lists are short.
 Result<void> InsertCandidate(BaseArray<Candidate>& list, Candidate candidate) {
     Int index = list.GetCount();
     while (index > 0 && candidate.GoesBefore(list[index - 1]))
@@ -110,7 +110,7 @@ private:
     BaseArray<Answer> _answers;
 };
 
-/// The test of a format may ask for the format of another file, but not without end.
+/// The test of a format may ask for the format of another file, but only to a bounded depth.
 class NestingGuard {
 public:
     NestingGuard() { ++t_depth; }
@@ -144,14 +144,14 @@ Result<FileFormat> FindFormat(const Url& url) {
     return FileFormat();
 }
 
-/// What was found for a file as it was at that time; a null format was found nowhere.
+/// What was found for a file in that state; a null format means that none claimed it.
 struct Remembered {
     Int size = 0;
     Int time = 0;
     FileFormat format;
 };
 
-/// Never destroyed; a module that goes has it emptied, since it holds objects of the module.
+/// Never destroyed; unloading a module empties it, since it holds objects of the module.
 struct Cache {
     static constexpr Int kMaxFiles = 1024;
 
@@ -217,13 +217,13 @@ Result<FileFormat> FileFormatDetectionCache::DetectFile(const Url& url) {
             return known->format;
     }
     FileFormat format = TRY(FindFormat(url));
-    HashMap<Url, Remembered> dropped;  // goes after the lock
+    HashMap<Url, Remembered> dropped;  // dropped after the lock
     {
         const std::lock_guard lock(cache.mutex);
         if (cache.generation != generation || cache.files.GetCount() >= Cache::kMaxFiles)
             dropped = std::exchange(cache.files, {});
         cache.generation = generation;
-        (void)cache.files.Set(url, {size, time, format});  // without memory the answer is only not remembered
+        (void)cache.files.Set(url, {size, time, format});  // without memory the answer is just not cached
     }
     return format;
 }

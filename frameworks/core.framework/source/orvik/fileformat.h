@@ -12,7 +12,7 @@ namespace orvik {
 inline constexpr Id kFileFormatRegistry{"net.orvik.registry.fileformats"};
 inline constexpr Id kFileFormatHandlerRegistry{"net.orvik.registry.fileformathandlers"};
 
-/// How sure a format's test is of its files; detection asks sure ones first.
+/// How reliable a format's test is; detection asks the reliable ones first.
 enum class DETECTIONSTRENGTH : uint8_t {
     NAME,       ///< by the URL alone, before any open; gets a null stream
     SIGNATURE,  ///< a magic number
@@ -35,7 +35,7 @@ class FileFormatInterface : public virtual DataDictionaryObjectInterface {
 
 public:
     /// @param stream  open at position 0, or null for a format of strength NAME
-    /// @return true when the file is of this format; a file too short to tell is false
+    /// @return true when the file is of this format; a file too short to decide is false
     virtual Result<Bool> Detect(const Url& url, const InputStreamRef& stream) const {
         (void)url, (void)stream;
         return Unbound();
@@ -86,7 +86,7 @@ struct FileFormatDetection {
                                                                     const HandlerDelegate& delegate);
 };
 
-/// The service that remembers: by URL, size and time stamp. Blocks of memory have no time stamp and are asked afresh.
+/// The caching service: by URL, size and time stamp. Blocks of memory have no time stamp and are tested every time.
 struct FileFormatDetectionCache {
     /// @return the format of a file, or a null reference when none claims it; a failed open is an error
     ORVIK_API static Result<FileFormat> DetectFile(const Url& url);

@@ -111,7 +111,7 @@ public:
         return {};
     }
 
-    /// A pipe can block for ever; a signal that cancels the thread must end the wait.
+    /// A pipe can block forever; a signal that cancels the thread must end the wait.
     static Result<void> CheckInterrupted() {
         if (IsCurrentThreadCancelled())
             return ThreadCancelledError();
@@ -153,7 +153,7 @@ private:
     BaseArray<std::byte> _buffer;
 };
 
-/// Collects small writes in a buffer. The first failure stays: what was lost cannot be written later.
+/// Collects small writes in a buffer. The first failure is final: what was lost cannot be written later.
 class FileOutputStream : public OutputStreamInterface {
 public:
     FileOutputStream(Url url, FileHandle file) : _url(std::move(url)), _file(std::move(file)) {}

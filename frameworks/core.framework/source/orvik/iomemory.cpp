@@ -145,7 +145,7 @@ public:
     Url GetUrl() const override { return _stream->GetUrl(); }
     Result<Int> GetStreamLength() override { return _length; }
     Bool SeekSupported() const override { return _stream->SeekSupported(); }
-    Result<void> Close() override {  // the other stream stays open: it belongs to somebody else
+    Result<void> Close() override {  // the other stream stays open: it belongs to the caller
         SetWindow(GetPosition(), nullptr, 0);
         _stream = nullptr;
         return {};
@@ -251,7 +251,7 @@ Result<Url> MountMemoryFile(std::string_view name, const MemoryFileRef& file) {
 MemoryFileRef FindMemoryFile(std::string_view name) {
     Mounts& mounts = GetMounts();
     const std::lock_guard guard(mounts.mutex);
-    for (const auto& mount : mounts.files) {  // few; and a key made for a look-up could fail
+    for (const auto& mount : mounts.files) {  // there are few, and making a key could fail
         if (mount.key.GetText() == name)
             return mount.value;
     }

@@ -23,7 +23,7 @@ ORVIK_API Result<MemoryFileRef> CreateMemoryFile(Block<const std::byte> bytes = 
 ORVIK_API Result<InputStreamRef> OpenMemoryInput(const MemoryFileRef& file, const Url& url = Url("memory:"));
 /// Reads memory of the caller, which must outlive the stream.
 ORVIK_API Result<InputStreamRef> OpenMemoryInput(Block<const std::byte> bytes, const Url& url = Url("memory:"));
-/// Writes into the block from position 0; what lies there is removed first.
+/// Writes into the block from position 0; the old content is removed first.
 ORVIK_API Result<OutputStreamRef> OpenMemoryOutput(const MemoryFileRef& file, const Url& url = Url("memory:"));
 /// The part [start, start + length) of another stream, which must not be used meanwhile.
 ORVIK_API Result<InputStreamRef> OpenSubStream(const InputStreamRef& stream, Int start, Int length);

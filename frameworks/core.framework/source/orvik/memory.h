@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// The allocator of the framework: it can fail and says so; it never throws and never aborts.
+/// The allocator of the framework: it reports failure; it never throws and never aborts.
 
 #include <new>
 
@@ -27,7 +27,7 @@ private:
 
 /// @return null when memory is short; a block of 0 bytes is a valid block
 ORVIK_API void* Allocate(size_t bytes) noexcept;
-/// As `Allocate`, filled with zeros. Large blocks come as untouched pages, which cost nothing until used.
+/// As `Allocate`, filled with zeros. Large blocks are untouched pages, which cost nothing until used.
 ORVIK_API void* AllocateZeroed(size_t bytes) noexcept;
 /// Grows or shrinks a block and keeps its content; on failure the old block stays valid.
 ORVIK_API void* Reallocate(void* block, size_t bytes) noexcept;

@@ -41,10 +41,10 @@ bool IsThere(const BaseArray<const ModuleLink*>& loaded, std::string_view framew
     return false;
 }
 
-/// What the host puts into the link records. The object stays in the hands of whoever published it.
+/// What the host puts into the link records. The publisher keeps the reference.
 Object* ResolvePublished(const Id& id) { return FindPublishedObject(id).GetPointer(); }
 
-/// An error that a module made has its code there, and goes with it. What it says is carried over.
+/// The code of an error that a module made is unloaded with it. Its content is carried over.
 Error CarryOver(const Error& error) {
     if (error->IsKindOf(errorid::kOutOfMemory))
         return OutOfMemoryError();

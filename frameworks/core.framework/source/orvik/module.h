@@ -6,7 +6,7 @@
 
 namespace orvik {
 
-/// The link record of a module. Words of the structure are part of the contract: the sixth is the function by which
+/// The link record of a module. The order of its words is part of the contract: the sixth is the function by which
 /// the host resolves a declared entity on demand.
 struct ModuleLink {
     static constexpr uint64_t kMagic = 0x314b4e494c564f52;  // "ROVLINK1", little endian
@@ -21,7 +21,7 @@ struct ModuleLink {
 };
 
 /// A loaded module. Unloading undoes its records in reverse order, then closes the library. Objects of the module must
-/// be gone by then.
+/// be destroyed before.
 class ORVIK_API Module {
 public:
     Module() = default;

@@ -31,7 +31,7 @@ int HexDigit(char c) noexcept {
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-/// "%2F" and the like become bytes. What is no escape stays, and so does "%00", which no path can hold.
+/// "%2F" and the like become bytes. Anything else is kept, and so is "%00", which no path can hold.
 std::string DecodePercent(std::string_view text) {
     std::string out;
     for (size_t i = 0; i < text.size(); ++i) {
