@@ -1,5 +1,6 @@
 // Loading from a pipe, and what a signal during that prints.
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -77,16 +78,19 @@ TEST_F(Pipe, SignalThatCancelsEndsTheWait) {
     ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
     const Result<Host> host = Host::Start();
     const pthread_t reader = pthread_self();
-    std::thread writer([this, reader] {
+    std::atomic<bool> ended = false;
+    std::thread writer([&] {
         const int file = open(path.c_str(), O_WRONLY);  // returns when the reader has opened
-        usleep(20000);
-        pthread_kill(reader, SIGUSR1);
-        while (!token.IsCancelled())
-            usleep(1000);
+        for (int i = 0; i < 500 && !ended; ++i) {
+            usleep(10000);
+            pthread_kill(reader, SIGUSR1);
+        }
+        EXPECT_TRUE(ended) << "it waits for the end of the pipe";
         close(file);
     });
     const CancelScope scope(token);
     const Result<ImageTextureRef> loaded = Load();
+    ended = true;
     writer.join();
     sigaction(SIGUSR1, &before, nullptr);
     EXPECT_EQ(ErrorIdOf(loaded), errorid::kThreadCancelled);
