@@ -127,7 +127,7 @@ TEST_F(Pipe, FatalSignalShowsWhatWasLoadedAndEndsTheProgram) {
         close(ends[0]);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
         EXPECT_EQ(printed, "test_host: ended by SIG" + std::string(sigabbrev_np(signal)) + "\nMediaSessionImport: " +
-                               path + "\nMediaSessionImportTime: <none>\nMediaSessionImportFlags: 0\n");
+                               path + "\nMediaSessionImportTime: 0 s\nMediaSessionImportFlags: 0\n");
     }
 }
 

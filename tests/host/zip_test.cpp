@@ -99,7 +99,9 @@ TEST_F(ZipConversions, RefuseDamagedAndCutData) {
     for (size_t i = 0; i < encoded.size(); ++i) {
         std::string damaged = encoded;
         damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
-        ASSERT_EQ(ErrorIdOf(ConvertBlock(decoder, AsBlock(damaged), decoded, 4000)), errorid::kFileFormat) << i;
+        const Result<void> converted = ConvertBlock(decoder, AsBlock(damaged), decoded, 4000);
+        ASSERT_TRUE(ErrorIdOf(converted) == errorid::kFileFormat || (converted && AsText(decoded) == text))
+            << "byte " << i << " may hold padding bits at most";
     }
 }
 
