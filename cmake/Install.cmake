@@ -1,5 +1,6 @@
 # Installation: headers, libraries, module, program, and what other projects find this one by.
 include(CMakePackageConfigHelpers)
+include(PublicHeaders)
 
 set(ORVIK_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/orvik-image)
 set(ORVIK_MODULE_DIR ${CMAKE_INSTALL_LIBDIR}/orvik/modules)
@@ -13,8 +14,7 @@ install(TARGETS orvik_core orvik_image orvik_host EXPORT orvik-image-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS orvik RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS image_module LIBRARY DESTINATION ${ORVIK_MODULE_DIR})
-install(DIRECTORY frameworks/core.framework/source/orvik frameworks/image.framework/source/orvik host/source/orvik
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(FILES ${ORVIK_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orvik)
 install(FILES host/man/orvik.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES host/completion/orvik.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME orvik)
 install(FILES host/completion/_orvik DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
@@ -27,7 +27,7 @@ configure_package_config_file(cmake/orvik-image-config.cmake.in ${CMAKE_BINARY_D
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/orvik-image-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/orvik-image-config.cmake ${CMAKE_BINARY_DIR}/orvik-image-config-version.cmake
         DESTINATION ${ORVIK_CMAKE_DIR})
-# The prefix in it is relative to the file, so that the pkg-config of a moved tree still tells the truth.
+# Its prefix is relative to the file, so that a moved tree needs no change.
 file(RELATIVE_PATH ORVIK_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/orvik-image.pc.in ${CMAKE_BINARY_DIR}/orvik-image.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/orvik-image.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

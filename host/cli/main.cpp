@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "interruption.h"
 
+#include "orvik/crashhandler.h"
 #include "orvik/host.h"
 
 namespace orvik::cli {
@@ -137,9 +138,15 @@ int Main(int argc, char** argv) {
 
 }  // namespace orvik::cli
 
+/// Before the static objects of the libraries are made, which need memory.
+[[gnu::constructor(101)]] static void InstallFirst() { orvik::InstallCrashHandler(); }
+
 int main(int argc, char** argv) {
     try {
         return orvik::cli::Main(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fputs("orvik: Out of memory.\n", stderr);
+        return orvik::cli::kFailed;
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "orvik: %s\n", failure.what());
         return orvik::cli::kFailed;

@@ -121,7 +121,7 @@ TEST_F(Detection, AsksByPriorityStrengthSuffixAndRegistration) {
     }
 }
 
-TEST_F(Detection, TheBytesDecideAndErrorsAreNoClaims) {
+TEST_F(Detection, BytesDecideAndErrorsDoNotClaim) {
     using enum DETECTIONSTRENGTH;
     Add("broken", SIGNATURE, "x", [](const Url&, const InputStreamRef&) -> Result<Bool> { return UnknownError("x"); });
     Add("greedy", SIGNATURE, "x", [](const Url&, const InputStreamRef& stream) -> Result<Bool> {
@@ -141,7 +141,7 @@ TEST_F(Detection, TheBytesDecideAndErrorsAreNoClaims) {
     EXPECT_EQ(Detect(_folder / ""), "cannot open: Is a directory");
 }
 
-TEST_F(Detection, TheDelegateAcceptsRefusesAndFails) {
+TEST_F(Detection, DelegateAcceptsRefusesAndFails) {
     using enum DETECTIONSTRENGTH;
     Add("first", SIGNATURE, "x", StartsWith("A"));
     const FileFormat second = Add("second", SIGNATURE, "x", StartsWith("A"));
@@ -162,7 +162,7 @@ TEST_F(Detection, TheDelegateAcceptsRefusesAndFails) {
     EXPECT_EQ(Detect(url, [](const Url&, const FileFormatHandler&) -> Result<Bool> { return false; }), "none");
 }
 
-TEST_F(Detection, NamesAreAskedBeforeTheFileIsOpened) {
+TEST_F(Detection, AsksNamesBeforeTheFileIsOpened) {
     using enum DETECTIONSTRENGTH;
     Add("signature", SIGNATURE, "x", StartsWith("A"), FILEFORMAT_PRIORITY::NATIVEFORMAT);
     Add(
@@ -183,7 +183,7 @@ TEST_F(Detection, NamesAreAskedBeforeTheFileIsOpened) {
     EXPECT_EQ(FileFormatDetectionCache::DetectFile(_folder / "b_@{04}.png").TakeValue()->GetName(), String("sequence"));
 }
 
-TEST_F(Detection, StreamsThatCannotSeekAreReadOnce) {
+TEST_F(Detection, HandsOnWhatItReadOfAPipe) {
     using enum DETECTIONSTRENGTH;
     Add("one", SIGNATURE, "x", StartsWith("ONE"));
     Add("long", SIGNATURE, "x", [](const Url&, const InputStreamRef& stream) -> Result<Bool> {
@@ -193,7 +193,21 @@ TEST_F(Detection, StreamsThatCannotSeekAreReadOnce) {
     ASSERT_EQ(mkfifo(url.GetSystemPath().c_str(), 0600), 0);
     std::thread writer(
         [&] { EXPECT_TRUE(url.OpenOutputStream().TakeValue()->Write(PatternBytes(200003).data(), 200003)); });
-    EXPECT_EQ(Detect(url), "long");
+    const std::string bytes = PatternBytes(200003);
+    EXPECT_EQ(Detect(url,
+                     [&](const Url& copy, const FileFormatHandler&) -> Result<Bool> {
+                         EXPECT_EQ(copy, url);
+                         for (int turn = 0; turn < 2; ++turn) {
+                             std::string read(bytes.size(), 0);
+                             const InputStreamRef stream = TRY(copy.OpenInputStream());
+                             TRY(stream->Read(read.data(), read.size()));
+                             EXPECT_EQ(read, bytes);
+                         }
+                         const FileFormat format = TRY(FileFormatDetectionCache::DetectFile(copy));
+                         EXPECT_EQ(format->GetName(), String("long"));
+                         return true;
+                     }),
+              "long");
     writer.join();
 }
 
@@ -212,7 +226,7 @@ TEST_F(Detection, NestingIsBounded) {
     EXPECT_EQ(deepest, FileFormatDetection::kMaxNesting);
 }
 
-TEST_F(Detection, TheCacheKnowsARewrittenFile) {
+TEST_F(Detection, CacheNoticesARewrittenFile) {
     using enum DETECTIONSTRENGTH;
     Add("one", SIGNATURE, "x", StartsWith("ONE"));
     const auto name = [](const Url& url) {
@@ -233,7 +247,7 @@ TEST_F(Detection, TheCacheKnowsARewrittenFile) {
     setTime(2000);
     EXPECT_EQ(name(url), "") << "same size, another time";
     EXPECT_EQ(name(url), "");
-    EXPECT_TRUE(g_asked.empty()) << "that none claims it is remembered, too";
+    EXPECT_TRUE(g_asked.empty()) << "a file that no format claims is remembered, too";
     _folder.Write("a", "ONE, longer");
     setTime(2000);
     EXPECT_EQ(name(url), "one") << "same time, another size";

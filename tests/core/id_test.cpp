@@ -43,16 +43,6 @@ TEST(Id, OwnedTextIsCopiedAndCounted) {
     EXPECT_STREQ(id.GetCString(), "net.orvik.runtime");
 }
 
-TEST(Id, OwnedTextsAcrossThreads) {
-    const Id id = Id::Create("net.orvik.shared.between.threads").TakeValue();
-    RunAtOnce(4, [&] {
-        for (int i = 0; i < 10000; ++i) {
-            const Id copy = id;
-            ASSERT_EQ(copy.GetLength(), 32u);
-        }
-    });
-}
-
 TEST(Id, LengthLimitAndLackOfMemory) {
     EXPECT_TRUE(Id::Create(std::string((1 << 20) - 1, 'a')));
     EXPECT_EQ(ErrorIdOf(Id::Create(std::string(1 << 20, 'a'))), errorid::kIllegalArgument);

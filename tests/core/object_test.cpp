@@ -12,17 +12,11 @@ class ShapesInterface : public virtual Object {
 
 public:
     virtual Result<void> GetNothing() { return Unbound(); }
-    virtual Result<Bool> GetBool() const { return Unbound(); }
     virtual Result<Int> GetInt() const { return Unbound(); }
-    virtual Result<String> GetText() const { return Unbound(); }
     virtual Result<Ref<ShapesInterface>> GetNext() const { return Unbound(); }
-    virtual Result<ShapesInterface*> GetPointer() const { return Unbound(); }
     virtual Ref<ShapesInterface> GetPlainNext() const { return Unbound(); }
-    virtual Bool IsSet() const { return Unbound(); }
     virtual Int GetCount() const { return Unbound(); }
-    virtual Float GetRatio() const { return Unbound(); }
     virtual String GetName() const { return Unbound(); }
-    virtual Id GetId() const { return Unbound(); }
     virtual const char* GetAddress() const { return Unbound(); }
 };
 using ShapesRef = Ref<ShapesInterface>;
@@ -48,7 +42,7 @@ public:
     Int value = 0;
 };
 
-TEST(NullReference, AnswersEveryShapeAsItsReasonSays) {
+TEST(NullReference, AnswersEveryShapeByItsReason) {
     const std::pair<ShapesRef, Id> cases[] = {
         {ShapesRef(), errorid::kNullptr},
         {ShapesRef::Unresolved(), errorid::kUnresolved},
@@ -57,15 +51,11 @@ TEST(NullReference, AnswersEveryShapeAsItsReasonSays) {
     for (const auto& [ref, error] : cases) {
         SetAllocationFault(1, true);  // no answer may need memory
         EXPECT_EQ(ErrorIdOf(ref->GetNothing()), error);
-        EXPECT_EQ(ErrorIdOf(ref->GetBool()), error);
         EXPECT_EQ(ErrorIdOf(ref->GetInt()), error);
-        EXPECT_EQ(ErrorIdOf(ref->GetText()), error);
         EXPECT_EQ(ErrorIdOf(ref->GetNext()), error);
-        EXPECT_EQ(ErrorIdOf(ref->GetPointer()), error);
         EXPECT_FALSE(ref->GetPlainNext());
         EXPECT_FALSE(ref->GetPlainNext()->GetPlainNext()->GetPlainNext());
-        EXPECT_TRUE(!ref->IsSet() && ref->GetCount() == 0 && ref->GetRatio() == 0.0 && !ref->GetAddress());
-        EXPECT_TRUE(ref->GetName().IsEmpty() && ref->GetId().IsEmpty());
+        EXPECT_TRUE(ref->GetCount() == 0 && !ref->GetAddress() && ref->GetName().IsEmpty());
         EXPECT_EQ(ref->GetNothing().GetError().Get(), ref->GetInt().GetError().Get()) << "one shared error";
         SetAllocationFault(0);
     }
@@ -107,7 +97,6 @@ TEST(Ref, ConstructionCanFail) {
     EXPECT_EQ(TextOf(NewObj<Failing>()), "not today");
     EXPECT_EQ(TwoFaced::instances, 0);
     EXPECT_EQ(FailEachAllocation([] { return NewObj<TwoFaced>(); }), 1);
-    EXPECT_EQ(TwoFaced::instances, 0);
 }
 
 TEST(Ref, KeepsTheAlignmentOfItsObject) {
@@ -139,24 +128,12 @@ TEST(Cast, FindsInterfacesWithAndWithoutAPublishedClass) {
     EXPECT_FALSE(Cast<ShapesInterface>(ObjectRef::Unresolved()));
 }
 
-TEST(WeakRef, YieldsNullWhenTheObjectHasGone) {
-    ShapesRef strong = NewObj<TwoFaced>().TakeValue();
-    WeakRef<ShapesInterface> weak(strong);
-    WeakRef<ShapesInterface> copy = weak;
-    EXPECT_EQ(weak.Get(), strong);
-    EXPECT_EQ(strong->GetStrongCount(), 1) << "weak references do not count";
-    strong = nullptr;
-    EXPECT_FALSE(weak.Get());
-    EXPECT_FALSE(copy.Get());
-    weak = copy;
-    EXPECT_FALSE(weak.Get());
-    EXPECT_EQ(TwoFaced::instances, 0);
-}
-
 TEST(WeakRef, ReadersRaceWithTheEndOfTheObject) {
     for (int round = 0; round < 200; ++round) {
         Ref<TwoFaced> strong = NewObj<TwoFaced>().TakeValue(), other = NewObj<TwoFaced>().TakeValue();
         WeakRef<TwoFaced> weak(strong);
+        EXPECT_EQ(strong->GetStrongCount(), 1) << "weak references do not count";
+        const WeakRef<TwoFaced> copy = weak;
         std::atomic<int> wrong = 0;
         RunAtOnce(5, [&](int thread) {
             if (thread == 0)
@@ -170,7 +147,7 @@ TEST(WeakRef, ReadersRaceWithTheEndOfTheObject) {
         });
         other = nullptr;
         EXPECT_EQ(wrong, 0);
-        EXPECT_FALSE(weak.Get());
+        EXPECT_FALSE(weak.Get() || copy.Get());
     }
     EXPECT_EQ(TwoFaced::instances, 0);
 }
@@ -187,7 +164,7 @@ TEST(ValueRef, CopiesOnWriteOnlyWhenShared) {
     };
     ValueRef<Value> first(NewObj<Value>().TakeValue());
     Value* before = first.MakeWritable().TakeValue();
-    EXPECT_EQ(first.MakeWritable().TakeValue(), before) << "nobody else holds it: no copy";
+    EXPECT_EQ(first.MakeWritable().TakeValue(), before) << "not shared: no copy";
     const ValueRef<Value> second = first;
     SetAllocationFault(1);
     EXPECT_EQ(ErrorIdOf(first.MakeWritable()), errorid::kOutOfMemory);
@@ -199,7 +176,7 @@ TEST(ValueRef, CopiesOnWriteOnlyWhenShared) {
     EXPECT_EQ(ErrorIdOf(ValueRef<Value>().MakeWritable()), errorid::kNullptr);
 }
 
-TEST(ValueRef, ClassesWithoutACopyAreRefusedByName) {
+TEST(ValueRef, NamesClassesThatCannotBeCopied) {
     ValueRef<TwoFaced> first(NewObj<TwoFaced>().TakeValue());
     const ValueRef<TwoFaced> second = first;
     EXPECT_THAT(TextOf(first.MakeWritable()),
@@ -228,7 +205,7 @@ TEST(Result, MovesAndDropsValuesOnce) {
     };
     EXPECT_EQ(pass(object).GetValueOr(0), 12);
     EXPECT_EQ(TextOf(pass(good)), "bad");
-    EXPECT_EQ(pass(good).GetError().Get(), good.GetError().Get()) << "the error goes up unchanged";
+    EXPECT_EQ(pass(good).GetError().Get(), good.GetError().Get()) << "the error is passed on unchanged";
 }
 
 TEST(Error, CarriesClassPlaceMessageAndCause) {
@@ -247,14 +224,12 @@ TEST(Error, CarriesClassPlaceMessageAndCause) {
 }
 
 TEST(Error, StandardKindsByNumber) {
-    const char* const expected[] = {
-        "outofmemory", "nullptr", "illegalargument", "illegalstate", "functionnotimplemented", "unresolved", "unknown"};
-    for (int kind = -1; kind < 8; ++kind) {
-        const char* tail = kind < 0 || kind > 6 ? "unknown" : expected[kind];
+    const char* const expected[] = {"unknown",         "outofmemory",  "nullptr",
+                                    "illegalargument", "illegalstate", "functionnotimplemented",
+                                    "unresolved",      "unknown"};
+    for (int kind = -1; kind < 7; ++kind) {
         const Error error = MakeStandardError(SourceLocation::current(), kind);
-        EXPECT_EQ(error->GetErrorId().GetText(), "net.orvik.error." + std::string(tail)) << kind;
-        EXPECT_TRUE(error->GetMessage().IsEmpty());
-        EXPECT_FALSE(error->ToString().IsEmpty());
+        EXPECT_EQ(error->GetErrorId().GetText(), std::string("net.orvik.error.") + expected[kind + 1]);
     }
 }
 

@@ -147,20 +147,27 @@ TEST(Module, LoadsPublishesAndUnloads) {
     const ClassRef published{Id("net.orvik.test.module.class")};
     EXPECT_EQ(ErrorIdOf(published.Create()), errorid::kUnresolved);
     for (int round = 0; round < 3; ++round) {
-        Result<Module> loaded = Module::Load(TestModule("good.module"));
+        Result<Module> loaded = Module::Load(TestModule("good.module"), round == 0 ? Url() : Url("/resources"));
         ASSERT_TRUE(loaded) << TextOf(loaded);
         Module module = std::move(loaded).TakeValue();
         EXPECT_EQ(module.GetId(), Id("net.orvik.test.good"));
         EXPECT_EQ(module.GetRecordCount(), 3);
-        // The module's object tells what it found in its slots: 1 the resolver works, 2 the yield function is set.
+        // The module's object holds what it found in its slots: 1 the resolver works, 2 the yield function is set.
         EXPECT_EQ(published.Create().TakeValue()->GetClassId(), published.GetId());
         EXPECT_EQ(FindPublished<DataDictionaryObjectInterface>("net.orvik.test.module.object")
                       ->Get(Key<Int>("net.orvik.test.slots"), 0),
                   3);
         EXPECT_EQ(ErrorIdOf(Module::Load(TestModule("good.module"))), errorid::kIllegalState);
         EXPECT_TRUE(published.Create()) << "the refused second load leaves the first alone";
+        const std::string resources =
+            round == 0
+                ? (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../share/orvik/modules/good.module")
+                      .lexically_normal()
+                : "/resources/modules/good.module";
+        EXPECT_EQ(GetModuleResourceDirectory(module.GetId()).GetValueOr(Url()).GetSystemPath(), resources);
         module.Unload();
         EXPECT_FALSE(module);
+        EXPECT_EQ(ErrorIdOf(GetModuleResourceDirectory("net.orvik.test.good")), errorid::kUnresolved);
         EXPECT_EQ(ErrorIdOf(published.Create()), errorid::kUnresolved);
         EXPECT_TRUE(EntriesOf("net.orvik.test.module.registry").empty());
     }
@@ -194,9 +201,6 @@ TEST(Module, IsFoundThroughTheEnvironment) {
     EXPECT_EQ(TextOf(FindModule("other.module")), "cannot find module: No such file or directory");
     unsetenv("ORVIK_MODULE_PATH");
     EXPECT_FALSE(FindModule("some.module"));
-    ASSERT_TRUE(SetModuleResourceDirectory("net.orvik.test.good", Url("/resources")));
-    EXPECT_EQ(GetModuleResourceDirectory("net.orvik.test.good").GetValueOr(Url()), Url("/resources"));
-    EXPECT_EQ(ErrorIdOf(GetModuleResourceDirectory("net.orvik.test.none")), errorid::kUnresolved);
 }
 
 }  // namespace

@@ -86,7 +86,7 @@ TEST(DataSerialize, ReadsBackWhatItWrote) {
     }
 }
 
-TEST(DataSerialize, TheLayoutIsFixed) {
+TEST(DataSerialize, WritesTheFixedLayout) {
     const MemoryFileRef file = CreateMemoryFile().TakeValue();
     DataSerialize io(OpenMemoryOutput(file).TakeValue());
     Int number = 0x0102;
@@ -104,7 +104,7 @@ TEST(DataSerialize, TheLayoutIsFixed) {
     EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(bytes.GetFirst()), size_t(bytes.GetCount())), expected);
 }
 
-TEST(DataSerialize, RefusesWhatIsNotTheField) {
+TEST(DataSerialize, RefusesOtherFieldsAndFalseCounts) {
     const std::tuple<const char*, std::string, Id, const char*> cases[] = {
         {"another name", std::string("\1x\4"), errorid::kIllegalArgument, "Field b expected, x found."},
         {"another kind", std::string("\1b\3"), errorid::kIllegalArgument, "Field b holds another type."},
@@ -126,7 +126,7 @@ TEST(DataSerialize, RefusesWhatIsNotTheField) {
         }
         EXPECT_EQ(bytes.GetCount(), 3);
     }
-    // Lists end with the stream too.
+    // A list cannot be longer than the stream either.
     const std::string lists = std::string("\1b\5") + std::string(7, '\xFF') + "\x7F" + std::string(80, '\1');
     DataSerialize io(OpenMemoryInput(std::as_bytes(std::span(lists))).TakeValue());
     BaseArray<Int> numbers;
@@ -138,19 +138,13 @@ TEST(HashSet, ComparesWithoutOrder) {
     HashSet<Int> a, b;
     for (Int i = 0; i < 100; ++i) {
         ASSERT_TRUE(a.Insert(i));
-        ASSERT_TRUE(b.Insert(99 - i));
+        ASSERT_TRUE(b.Insert(99 - i) && b.Insert(50));
     }
-    ASSERT_TRUE(b.Insert(5));
-    EXPECT_EQ(b.GetCount(), 100);
     EXPECT_TRUE(a == b);
     ASSERT_TRUE(b.Erase(5));
     EXPECT_FALSE(a == b);
     ASSERT_TRUE(b.Insert(100));
-    EXPECT_FALSE(a == b);
-    Int sum = 0;
-    for (const Int key : a)
-        sum += key;
-    EXPECT_EQ(sum, 4950);
+    EXPECT_FALSE(a == b) << "as many, but others";
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ TEST(Url, TakesNamesApart) {
     EXPECT_NE(Url("memory:x"), Url("x"));
 }
 
-TEST(Url, KeepsTheBytesOfForeignNames) {
+TEST(Url, KeepsTheBytesOfNamesThatAreNotUtf8) {
     const Url url = Url::FromSystemPath("/tmp/\xE4.png");
     EXPECT_EQ(url.GetSystemPath(), "/tmp/\xE4.png");
     EXPECT_EQ(Text(url.GetName()), "\xC3\xA4.png") << "shown as Latin-1";
@@ -75,16 +75,53 @@ TEST(Url, ChangesSuffixesAndAppends) {
 }
 
 TEST(Url, CopiesCarryTheirData) {
-    static constexpr Key<Float> kRate{"net.orvik.test.rate"};
+    using namespace urldata;
     Url url("a_@{04}.png");
-    ASSERT_TRUE(url.GetData().Set(kRate, 25.0));
+    EXPECT_EQ(url.Get(kImageSequenceFirstFrame, -1), -1);
+    ASSERT_TRUE(url.Set(kImageSequenceFps, 25.0));
+    ASSERT_TRUE(url.Set(kImageSequenceFirstFrame, 3));
     Url copy = url;
-    ASSERT_TRUE(copy.GetData().Set(kRate, 50.0));
+    ASSERT_TRUE(copy.Set(kImageSequenceFps, 50.0));
     const Data boxed = Data::Create(url).TakeValue();
-    EXPECT_EQ(boxed.GetIf<Url>()->GetData().Get(kRate, 0.0), 25.0);
-    EXPECT_EQ(copy.GetData().Get(kRate, 0.0), 50.0);
+    EXPECT_EQ(boxed.GetIf<Url>()->Get(kImageSequenceFps).GetValueOr(0.0), 25.0);
+    EXPECT_EQ(copy.Get(kImageSequenceFps, 0.0), 50.0);
     EXPECT_EQ(copy, url) << "the same resource";
     EXPECT_EQ(copy.GetHashCode(), url.GetHashCode());
+    copy.SetSuffix("bmp");
+    EXPECT_EQ(copy.Get(kImageSequenceFirstFrame, -1), 3) << "the sequence under another suffix";
+}
+
+TEST(Url, ContentIsReadInPlaceOfTheResource) {
+    Url url("/nowhere/pipe.png");
+    url.SetContent(CreateMemoryFile(AsBlock("bytes")).TakeValue());
+    const Url copy = url;
+    const InputStreamRef stream = copy.OpenInputStream().TakeValue();
+    EXPECT_EQ(stream->GetStreamLength().GetValueOr(0), 5);
+    EXPECT_EQ(stream->GetUrl().GetUrl(), String("/nowhere/pipe.png"));
+    EXPECT_EQ(copy.IoDetect(), IODETECT::FILE);
+    EXPECT_EQ(copy.GetSizeAndTime().TakeValue().first, 5);
+    url.SetSuffix("jpg");
+    EXPECT_FALSE(url.HasContent()) << "another resource";
+    EXPECT_TRUE(copy.HasContent());
+}
+
+TEST(Url, LackOfMemoryIsAnErrorNotAnotherFile) {
+    const Url whole("/tmp/a.png");
+    for (int change = 0; change < 3; ++change) {
+        Url url = whole;
+        SetAllocationFault(1, true);
+        if (change == 0)
+            url = Url("/tmp/b.png");
+        else if (change == 1)
+            url.SetSuffix("bmp");
+        else
+            url = url.GetDirectory();
+        EXPECT_EQ(ErrorIdOf(url.OpenInputStream()), errorid::kOutOfMemory) << change;
+        EXPECT_EQ(ErrorIdOf(url.Append("x")), errorid::kOutOfMemory) << change;
+        SetAllocationFault(0);
+        url.SetSuffix("png");
+        EXPECT_EQ(ErrorIdOf(url.OpenOutputStream()), errorid::kOutOfMemory) << "and stays one";
+    }
 }
 
 TEST(Url, LooksAtTheFileSystem) {
@@ -100,7 +137,7 @@ TEST(Url, LooksAtTheFileSystem) {
     EXPECT_EQ(TextOf(file.IoDelete()), "cannot delete: No such file or directory");
 }
 
-TEST(Url, OpenFailuresAreOneClearLineAndNameTheUrl) {
+TEST(Url, OpenErrorsNameTheReasonAndTheUrl) {
     const TempFolder folder;
     folder.Write("file", "x");
     const std::tuple<Url, bool, const char*> cases[] = {
@@ -129,7 +166,7 @@ TEST(Browse, ListsEveryEntryOnce) {
     std::filesystem::create_directory(folder.GetPath() / "sub");
     std::filesystem::create_symlink("nowhere", folder.GetPath() / "broken");
     std::set<std::string> found;
-    const BrowseIteratorRef browse = (folder / "").GetBrowseIterator().TakeValue();
+    const BrowseIteratorRef browse = (folder / "").IoBrowse().TakeValue();
     EXPECT_TRUE(browse->GetCurrent().IsEmpty()) << "not stepped to the first entry";
     while (browse->GetNext().GetValueOr(false)) {
         const Url url = browse->GetCurrent();
@@ -141,9 +178,9 @@ TEST(Browse, ListsEveryEntryOnce) {
     EXPECT_EQ(found, (std::set<std::string>{"a.png", ".hidden", "memory:x", "\xE4\xF6", "sub", "broken"}));
     EXPECT_FALSE(browse->GetNext().GetValueOr(true)) << "the end stays the end";
     EXPECT_TRUE(browse->GetCurrent().IsEmpty());
-    EXPECT_EQ(TextOf((folder / "none").GetBrowseIterator()), "cannot list: No such file or directory");
-    EXPECT_EQ(TextOf((folder / "a.png").GetBrowseIterator()), "cannot list: Not a directory");
-    EXPECT_EQ(ErrorIdOf(Url("memory:x").GetBrowseIterator()), errorid::kIo);
+    EXPECT_EQ(TextOf((folder / "none").IoBrowse()), "cannot list: No such file or directory");
+    EXPECT_EQ(TextOf((folder / "a.png").IoBrowse()), "cannot list: Not a directory");
+    EXPECT_EQ(ErrorIdOf(Url("memory:x").IoBrowse()), errorid::kIo);
 }
 
 }  // namespace

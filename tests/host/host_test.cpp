@@ -19,28 +19,28 @@ using testing::ElementsAre;
 
 constexpr std::string_view kNoSuchModules[] = {"missing.module", "absent.module"};
 
-/// Writes down what it hears, and can act on it.
+/// Records events, and can react to them.
 class Listener : public ImageRegionObserverInterface {
 public:
-    Listener(std::vector<std::string>& heard, std::string name) : _heard(heard), _name(std::move(name)) {}
+    Listener(std::vector<std::string>& events, std::string name) : _events(events), _name(std::move(name)) {}
 
-    void OnConnect(Int width, Int height) override { Hear(FormatString("connect @ x @", width, height)); }
-    void OnResize(Int width, Int height) override { Hear(FormatString("resize @ x @", width, height)); }
+    void OnConnect(Int width, Int height) override { Record(FormatString("connect @ x @", width, height)); }
+    void OnResize(Int width, Int height) override { Record(FormatString("resize @ x @", width, height)); }
     void OnRegionDirty(const UpdateRegion& r) override {
-        Hear(FormatString("dirty @ @ @ @", r.x, r.y, r.width, r.height));
+        Record(FormatString("dirty @ @ @ @", r.x, r.y, r.width, r.height));
     }
-    void OnDisconnect(Bool final) override { Hear(final ? "gone" : "going"); }
+    void OnDisconnect(Bool final) override { Record(final ? "gone" : "going"); }
 
     std::function<void()> react;
 
 private:
-    void Hear(const String& what) {
-        _heard.push_back(_name + " " + std::string(what.GetText()));
+    void Record(const String& what) {
+        _events.push_back(_name + " " + std::string(what.GetText()));
         if (react)
             react();
     }
 
-    std::vector<std::string>& _heard;
+    std::vector<std::string>& _events;
     std::string _name;
 };
 
@@ -57,13 +57,13 @@ protected:
         observable = *made;
     }
     Ref<Listener> Listen(const std::string& name) {
-        Ref<Listener> listener = NewObj<Listener>(heard, name).GetValue();
+        Ref<Listener> listener = NewObj<Listener>(events, name).GetValue();
         registrations.push_back(observable->RegisterObserver(listener).GetValue());
         return listener;
     }
-    std::vector<std::string> TakeHeard() { return std::exchange(heard, {}); }
+    std::vector<std::string> TakeEvents() { return std::exchange(events, {}); }
 
-    std::vector<std::string> heard;
+    std::vector<std::string> events;
     std::vector<ObjectRef> registrations;
     ImageRegionObservableRef observable;
 
@@ -71,53 +71,46 @@ private:
     std::unique_ptr<Host> _host;
 };
 
-TEST_F(RegionService, TellsEveryEventInTheOrderOfAdding) {
+TEST_F(RegionService, ReportsEveryEventInTheOrderOfAdding) {
     ASSERT_TRUE(observable->ResizeImage(4, 3));
     const auto a = Listen("a"), b = Listen("b");
-    EXPECT_THAT(TakeHeard(), ElementsAre("a connect 4 x 3", "b connect 4 x 3"));
+    EXPECT_THAT(TakeEvents(), ElementsAre("a connect 4 x 3", "b connect 4 x 3"));
     ASSERT_TRUE(observable->ResizeImage(5, 6));
     ASSERT_TRUE(observable->MarkDirty(nullptr, {1, 2, 3, 4}));
-    EXPECT_THAT(TakeHeard(), ElementsAre("a resize 5 x 6", "b resize 5 x 6", "a dirty 1 2 3 4", "b dirty 1 2 3 4"));
+    EXPECT_THAT(TakeEvents(), ElementsAre("a resize 5 x 6", "b resize 5 x 6", "a dirty 1 2 3 4", "b dirty 1 2 3 4"));
     observable->Disconnect(false);
     observable->Disconnect(true);
-    EXPECT_THAT(TakeHeard(), ElementsAre("a going", "b going", "a gone", "b gone"));
+    EXPECT_THAT(TakeEvents(), ElementsAre("a going", "b going", "a gone", "b gone"));
     ASSERT_TRUE(observable->MarkDirty(nullptr, {}));
-    EXPECT_TRUE(heard.empty());
+    EXPECT_TRUE(events.empty());
 }
 
-TEST_F(RegionService, DelegatesHearTheImageAndTheirErrorsComeBack) {
+TEST_F(RegionService, DelegatesGetTheRegionAndReturnErrors) {
     UpdateRegion seen;
     ASSERT_TRUE(observable->GetObservable()->AddObserver(
         [&seen](ImageBaseInterface*, const UpdateRegion& region) -> Result<void> {
             seen = region;
             return IllegalStateError("refused");
         }));
-    const Result<void> told = observable->MarkDirty(nullptr, {7, 8, 9, 10});
+    const Result<void> notified = observable->MarkDirty(nullptr, {7, 8, 9, 10});
     EXPECT_EQ(seen, (UpdateRegion{7, 8, 9, 10}));
-    ASSERT_FALSE(told);
-    EXPECT_EQ(told.GetError()->GetMessage(), "refused");
+    ASSERT_FALSE(notified);
+    EXPECT_EQ(notified.GetError()->GetMessage(), "refused");
 }
 
-TEST_F(RegionService, RegistrationEndsWhenItIsDropped) {
-    const auto a = Listen("a"), b = Listen("b");
-    heard.clear();
+TEST_F(RegionService, RegistrationEndsWithItsReferenceOrItsObserver) {
+    auto a = Listen("a"), b = Listen("b"), c = Listen("c");
+    EXPECT_FALSE(observable->RegisterObserver(nullptr));
+    events.clear();
     registrations[0] = nullptr;
+    c = nullptr;
     ASSERT_TRUE(observable->ResizeImage(1, 1));
-    EXPECT_THAT(TakeHeard(), ElementsAre("b resize 1 x 1"));
+    EXPECT_THAT(TakeEvents(), ElementsAre("b resize 1 x 1"));
     observable = nullptr;  // the registration outlives it
     registrations.clear();
 }
 
-TEST_F(RegionService, ForgetsObserversThatAreGone) {
-    auto a = Listen("a");
-    const auto b = Listen("b");
-    heard.clear();
-    a = nullptr;
-    ASSERT_TRUE(observable->ResizeImage(1, 1));
-    EXPECT_THAT(TakeHeard(), ElementsAre("b resize 1 x 1"));
-}
-
-TEST_F(RegionService, ObserversMayComeAndGoWhileTheyHear) {
+TEST_F(RegionService, ObserversMayComeAndGoDuringAnEvent) {
     const auto a = Listen("a"), b = Listen("b"), c = Listen("c");
     Ref<Listener> late;
     bool reacted = false;
@@ -128,17 +121,11 @@ TEST_F(RegionService, ObserversMayComeAndGoWhileTheyHear) {
         late = Listen("late");
         registrations[0] = nullptr;
     };
-    heard.clear();
+    events.clear();
     ASSERT_TRUE(observable->ResizeImage(1, 1));
-    EXPECT_THAT(TakeHeard(), ElementsAre("a resize 1 x 1", "late connect 1 x 1", "c resize 1 x 1"));
+    EXPECT_THAT(TakeEvents(), ElementsAre("a resize 1 x 1", "late connect 1 x 1", "c resize 1 x 1"));
     ASSERT_TRUE(observable->ResizeImage(2, 2));
-    EXPECT_THAT(TakeHeard(), ElementsAre("c resize 2 x 2", "late resize 2 x 2"));
-}
-
-TEST_F(RegionService, RefusesNoObserver) {
-    const auto registered = observable->RegisterObserver(nullptr);
-    ASSERT_FALSE(registered);
-    EXPECT_TRUE(registered.GetError()->IsKindOf(errorid::kNullptr));
+    EXPECT_THAT(TakeEvents(), ElementsAre("c resize 2 x 2", "late resize 2 x 2"));
 }
 
 TEST(Host, SaysWhichModulesAreMissing) {
@@ -151,7 +138,7 @@ TEST(Host, SaysWhichModulesAreMissing) {
     EXPECT_TRUE(picture.GetError()->IsKindOf(errorid::kUnresolved));
 }
 
-TEST(Host, OneAtATimeAndAnyNumberInTurn) {
+TEST(Host, RunsOneAtATimeAndAnyNumberInTurn) {
     const Id service = ImageRegionObservableHandlerInterface::kInterfaceId;
     for (int turn = 0; turn < 2; ++turn) {
         const Result<Host> host = Host::Start();
@@ -159,11 +146,39 @@ TEST(Host, OneAtATimeAndAnyNumberInTurn) {
         EXPECT_EQ(host->GetModuleCount(), 1);
         EXPECT_TRUE(FindPublishedObject(service));
         EXPECT_TRUE(ClassRef(imageclasses::kTexture).Create());
-        EXPECT_FALSE(Host::Start({.modules = {}}));
+        const Result<Host> second = Host::Start({.modules = {}});
+        ASSERT_FALSE(second);
+        EXPECT_EQ(second.GetError()->GetMessage(), String("A host is running in this process already."));
+        EXPECT_TRUE(second.GetError()->IsKindOf(errorid::kIllegalState));
         EXPECT_TRUE(FindPublishedObject(service)) << "a refused second host must not take the first one's service";
     }
     EXPECT_FALSE(FindPublishedObject(service));
     EXPECT_FALSE(ClassRef(imageclasses::kTexture).Create());
+}
+
+TEST(Host, KeepsTheResourcesOfItsModules) {
+    constexpr Id kModule{"net.orvik.image.module"};
+    {
+        const Result<Host> host = Host::Start({.resourceDirectory = Url("/some/share")});
+        ASSERT_TRUE(host);
+        EXPECT_EQ(GetModuleResourceDirectory(kModule).GetValueOr(Url()), Url("/some/share/modules/image.module"));
+    }
+    EXPECT_FALSE(GetModuleResourceDirectory(kModule));
+}
+
+TEST(Values, NullInstancesAreNotWrittenTo) {
+    MediaStreamFormat format;
+    ASSERT_TRUE(format.Set(mediaformat::kWidth, 5));
+    const Result<void> written = Ref<MediaStreamPropertiesInterface>()->Init(format);
+    ASSERT_FALSE(written);
+    EXPECT_TRUE(written.GetError()->IsKindOf(errorid::kNullptr));
+    EXPECT_EQ(MediaStreamProperties().Get(mediaformat::kWidth, -1), -1);
+    const auto properties = *NewObj<MediaStreamPropertiesInterface>();
+    ASSERT_TRUE(properties->Set(mediaformat::kHeight, 7));
+    ASSERT_TRUE(properties->Init(format));
+    ASSERT_TRUE(properties->Init({}));
+    EXPECT_EQ(properties->Get(mediaformat::kWidth, -1), 5);
+    EXPECT_EQ(properties->Get(mediaformat::kHeight, -1), 7) << "other entries stay";
 }
 
 TEST(Host, BoundsTheBuffersOfItsModules) {

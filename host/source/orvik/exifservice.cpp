@@ -86,7 +86,7 @@ bool IsPrintable(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
-/// A comment says in its first eight bytes how it is written. Only the plain one is read.
+/// The first eight bytes of a comment name its encoding. Only the plain one is read.
 std::string_view ReadComment(std::string_view bytes) {
     constexpr std::string_view kAscii("ASCII\0\0\0", 8), kUnknown("\0\0\0\0\0\0\0\0", 8);
     const std::string_view code = bytes.substr(0, kAscii.size());
@@ -95,7 +95,7 @@ std::string_view ReadComment(std::string_view bytes) {
 
 /// @return empty for an entry that has no value to show
 Result<Data> ReadValue(const ExifEntry& entry, ExifByteOrder order) {
-    constexpr size_t kMostNumbers = 64, kMostBytes = 16;  // beyond that, tables that say nothing to a reader
+    constexpr size_t kMostNumbers = 64, kMostBytes = 16;  // longer ones are tables of no use to a reader
     const std::string_view bytes(reinterpret_cast<const char*>(entry.data), entry.size);
     const size_t unit = exif_format_get_size(entry.format);
     if (!entry.data || unit == 0)
@@ -136,6 +136,15 @@ public:
     explicit ExifImpl(ExifData* data) : _data(data, exif_data_unref) {}
 
     Result<DataDictionary> GetExifDictionary() const override {
+        try {
+            return ReadDictionary();
+        } catch (const std::bad_alloc&) {
+            return OutOfMemoryError();
+        }
+    }
+
+private:
+    Result<DataDictionary> ReadDictionary() const {
         constexpr ExifIfd kDirectories[] = {EXIF_IFD_0, EXIF_IFD_EXIF, EXIF_IFD_GPS, EXIF_IFD_INTEROPERABILITY};
         const ExifByteOrder order = exif_data_get_byte_order(_data.get());
         DataDictionary dictionary;
@@ -155,7 +164,6 @@ public:
         return dictionary;
     }
 
-private:
     std::unique_ptr<ExifData, decltype(&exif_data_unref)> _data;
 };
 
@@ -174,12 +182,12 @@ Result<ExifRef> Open(Block<const std::byte> block) {
     std::unique_ptr<ExifData, decltype(&exif_data_unref)> data(exif_data_new(), exif_data_unref);
     if (!data)
         return OutOfMemoryError();
-    exif_data_unset_option(data.get(), EXIF_DATA_OPTION_FOLLOW_SPECIFICATION);  // which would add what is not there
+    exif_data_unset_option(data.get(), EXIF_DATA_OPTION_FOLLOW_SPECIFICATION);  // which would add entries
     exif_data_set_option(data.get(), EXIF_DATA_OPTION_DONT_CHANGE_MAKER_NOTE);
     exif_data_load_data(data.get(), reinterpret_cast<const unsigned char*>(block.data()),
                         static_cast<unsigned>(block.size()));
     Ref<ExifImpl> exif = TRY(NewObj<ExifImpl>(data.get()));
-    (void)data.release();  // the object has it now
+    (void)data.release();  // the object owns it now
     return ExifRef(std::move(exif));
 }
 
@@ -195,7 +203,7 @@ Result<ExifRef> OpenFromJpeg(const Url& url) {
     for (;;) {
         uint8_t head[2];
         TRY(stream->Read(head, sizeof(head)));
-        while (head[0] == kMark && head[1] == kMark)  // any number of these may fill the room in front of a marker
+        while (head[0] == kMark && head[1] == kMark)  // fill bytes before a marker
             TRY(stream->Read(head + 1, 1));
         if (head[0] != kMark || head[1] == kStartOfScan || head[1] == kEndOfImage)
             return FileFormatError("Exif chunk not found");

@@ -6,7 +6,7 @@
 
 namespace orvik {
 
-/// Publishes the service under its interface id. What it opens belongs to whoever asked; the dictionary is made at each
+/// Publishes the service under its interface id. The caller owns what it opens; the dictionary is made at each
 /// call of `GetExifDictionary`.
 ///
 /// The dictionary holds the entries of the picture, of its exposure, its place and its interoperability, but not those

@@ -1,12 +1,21 @@
 #include "orvik/host.h"
 
+#include <atomic>
 #include <dlfcn.h>
 
 #include "orvik/exifservice.h"
 #include "orvik/regionobservable.h"
+#include "orvik/zipconversion.h"
 
 namespace orvik {
 
+namespace {
+
+std::atomic<bool> g_isRunning{false};
+
+}  // namespace
+
+/// Exists once in a process.
 struct Host::State {
     Publisher services;
     BaseArray<Module> modules;
@@ -15,6 +24,8 @@ struct Host::State {
     ~State() {
         while (!modules.IsEmpty())
             modules.Pop();
+        services.UndoAll();
+        g_isRunning = false;
     }
 };
 
@@ -45,19 +56,26 @@ Host& Host::operator=(Host&&) noexcept = default;
 Host::~Host() = default;
 
 Result<Host> Host::Start(const HostOptions& options) {
+    if (g_isRunning.exchange(true))
+        return IllegalStateError("A host is running in this process already.");
     std::unique_ptr<State> state(new (std::nothrow) State);
-    if (!state)
+    if (!state) {
+        g_isRunning = false;
         return OutOfMemoryError();
+    }
     TRY(PublishRegionObservable(state->services));
     TRY(PublishExif(state->services));
+    TRY(PublishZipConversions(state->services));
     for (const std::string_view name : options.modules) {
         Result<Url> url = FindModule(name);
         if (!url)
             url = FindModuleBesideLibrary(name);
-        if (url)
-            TRY(state->modules.Append(TRY(Module::Load(url.GetValue()))));
-        else
+        if (url) {
+            Module module = TRY(Module::Load(*url, options.resourceDirectory));
+            TRY(state->modules.Append(std::move(module)));
+        } else {
             TRY(state->missing.Append(String(name)));
+        }
     }
     return Host(std::move(state));
 }

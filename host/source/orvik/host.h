@@ -8,16 +8,20 @@
 
 namespace orvik {
 
-/// File names of the modules that a host loads when it is told nothing else.
+/// File names of the modules that a host loads by default.
 inline constexpr std::string_view kDefaultModules[] = {"image.module"};
 
 struct HostOptions {
     /// File names, loaded in this order.
     Block<const std::string_view> modules = kDefaultModules;
+    /// Where the program keeps its resources; those of a module are below it in "modules/FILENAME" (see
+    /// `GetModuleResourceDirectory`). Empty: "../share/orvik" beside the program.
+    Url resourceDirectory = {};
 };
 
-/// Services and modules, from `Start` to destruction. One host at a time in a process; every object that came from a
-/// module must be gone before it ends.
+/// Services and modules, from `Start` to destruction. Every object that came from a module must be gone before that.
+/// What is published belongs to the whole process, so there is one host at a time: while one lives, another start is an
+/// illegal state error and leaves the first alone; when it has ended, the next can start.
 ///
 /// @code
 /// Host host = TRY(Host::Start());

@@ -37,14 +37,14 @@ private:
         WeakRef<ImageRegionObserverInterface> observer;
     };
 
-    /// An observer may register and unregister, itself too, while it hears; new ones hear from the next event on.
+    /// An observer may register and unregister, itself too, during an event; new ones run from the next event on.
     template <class F>
-    void ForEachObserver(F&& tell) {
+    void ForEachObserver(F&& call) {
         const Int end = _nextNumber;
         for (Int heard = 0, i = 0; i < _observers.GetCount() && _observers[i].number < end; i = IndexAfter(heard)) {
             heard = _observers[i].number;
             if (const ImageRegionObserverRef observer = _observers[i].observer.Get())
-                tell(*observer);
+                call(*observer);
             else
                 _observers.Erase(i);
         }

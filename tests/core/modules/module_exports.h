@@ -22,6 +22,6 @@ inline Result<void> PublishTestRecords(Publisher& publisher, bool slotsFilled) {
 #define ORVIK_TEST_MODULE(MODULE_ID, DEPENDS_ON, START)                                                   \
     extern "C" {                                                                                          \
     ORVIK_API orvik::ModuleLink g_orvik = {                                                               \
-        orvik::ModuleLink::kMagic, "net.orvik.test", MODULE_ID, DEPENDS_ON, "", nullptr, START, nullptr}; \
+        orvik::ModuleLink::kMagic, "net.orvik.test", MODULE_ID, DEPENDS_ON, "good.module", nullptr, START, nullptr}; \
     ORVIK_API void (*g_CpuYieldDelegate)() = nullptr;                                                     \
     }

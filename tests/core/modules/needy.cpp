@@ -1,4 +1,4 @@
-// A module whose framework is nowhere.
+// A module whose framework does not exist.
 #include "module_exports.h"
 
 ORVIK_TEST_MODULE("net.orvik.test.needy", "net.orvik.nowhere.framework",

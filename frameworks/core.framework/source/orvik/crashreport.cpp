@@ -13,7 +13,7 @@ constexpr size_t kMaxName = 63;
 constexpr size_t kMaxValue = 255;
 
 /// A signal handler may read while another thread writes, hence atomic characters. The stamp is odd while the texts are
-/// being written and changes with each use, which shows a reader that what it copied is torn.
+/// being written and changes with each use, so that a reader notices a torn copy.
 struct Slot {
     std::atomic<uint32_t> stamp{0};
     std::atomic<bool> taken{false};

@@ -10,7 +10,7 @@ class DataDescriptionObjectInterface : public virtual Object {
     ORVIK_INTERFACE(DataDescriptionObjectInterface, "net.orvik.interface.datadescriptionobject");
 
 public:
-    /// Hands each serialised field to `io`, in a fixed order. After a failed reading the object is as it was.
+    /// Hands each serialised field to `io`, in a fixed order. When reading fails, the object is unchanged.
     virtual Result<void> DescribeIO(DataSerialize& io) {
         (void)io;
         return Unbound();

@@ -7,7 +7,7 @@
 
 namespace orvik {
 
-/// A shared value; it stands behind this head at the distance that its alignment asks for.
+/// A shared value; it follows this head at the distance that its alignment requires.
 struct Data::Box {
     std::atomic<int32_t> count{1};
     uint32_t offset;  ///< bytes from the head to the value

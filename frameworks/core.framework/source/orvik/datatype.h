@@ -10,7 +10,7 @@
 
 namespace orvik {
 
-/// What the framework knows of a value type. One record exists per type and library; equality is by type.
+/// What the framework knows about a value type. One record exists per type and library; equality is by type.
 struct DataType {
     enum class Flags : uint8_t { None = 0, Trivial = 1, Comparable = 2, Hashable = 4 };
 
@@ -65,8 +65,8 @@ const DataType& GetDataType() {
     return type;
 }
 
-/// An empty or typed value. Values up to 16 bytes lie inside; larger ones in a counted box that copies share, so that
-/// copying a `Data` never fails. Values are immutable inside a `Data`.
+/// An empty or typed value. Values of up to 16 bytes are stored inline; larger ones in a counted box that copies share,
+/// so copying a `Data` never fails. Values inside a `Data` are immutable.
 class ORVIK_API Data {
 public:
     Data() = default;
@@ -75,7 +75,7 @@ public:
     Data& operator=(Data other) noexcept;
     ~Data();
 
-    /// Fails only when a value larger than 16 bytes finds no memory.
+    /// Fails only when there is no memory for a value larger than 16 bytes.
     template <class T>
     static Result<Data> Create(T value) {
         Data data;

@@ -13,8 +13,8 @@ namespace orvik {
 template <class Signature>
 class Delegate;
 
-/// Holds its state by value. A callable that fits 48 bytes lies inline; a larger one goes through `Create`, which can
-/// fail, and is then shared by the copies, so that copying never fails. A shared callable must not change its state.
+/// Holds its state by value. A callable of at most 48 bytes is stored inline; a larger one goes through `Create`, which
+/// can fail, and is then shared by the copies, so copying never fails. A shared callable must not change its state.
 template <class R, class... A>
 class Delegate<R(A...)> {
     static constexpr size_t kInlineSize = 48;

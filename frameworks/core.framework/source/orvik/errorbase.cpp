@@ -25,7 +25,7 @@ struct Sentence {
     const char* text;
 };
 
-/// What to tell a person about an error without a message.
+/// What people are shown for an error without a message.
 constexpr Sentence kSentences[] = {
     {errorid::kOutOfMemory, "Out of memory."},
     {errorid::kFunctionNotImplemented, "The function is not implemented."},
@@ -40,7 +40,7 @@ constexpr Sentence kSentences[] = {
     {errorid::kThreadCancelled, "Cancelled."},
     {errorid::kIo, "Reading or writing failed."},
     {errorid::kFileFormat, "The file format is not supported."},
-    // Errors of the media session, most of which bear no message.
+    // Errors of the media session, most of which have no message.
     {Id("net.orvik.image.error.mediasessionwrongtype"), "The file is damaged or not of the type that it seems to be."},
     {Id("net.orvik.image.error.mediastreameof"), "The input has run to its end."},
     {Id("net.orvik.image.error.mediaconverter"), "The data cannot be converted."},
@@ -75,6 +75,22 @@ Error PrivateGetNullReturnError(int reason) noexcept {
     constexpr std::string_view kStop = "Stop: reason not supported by PrivateGetNullReturnError.\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kStop.data(), kStop.size());
     std::abort();
+}
+
+Error GatherErrors(const Error& before, const Error& next) noexcept {
+    if (!before || !next)
+        return before ? before : next;
+    BaseArray<Error> errors;
+    const auto* list = dynamic_cast<const GatheredErrorInterface*>(before.Get());
+    const Block<const Error> known = list ? list->GetErrors() : Block<const Error>(&before, 1);
+    String message = before->ToString();
+    if (!errors.AppendBlock(known) || !errors.Append(next) || !message.Append("; ") ||
+        !message.Append(next->ToString()))
+        return before;
+    const Error first = errors[0];
+    Result<Ref<GatheredErrorInterface>> made =
+        NewObj<GatheredErrorInterface>(first, std::move(message), std::move(errors));
+    return made ? Error::Adopt(made.GetValue().Detach()) : before;
 }
 
 Error MakeStandardError(const SourceLocation& location, int kind) noexcept {

@@ -16,7 +16,7 @@ public:
     /// The id of the error class, for instance "net.orvik.error.illegalargument".
     const Id& GetErrorId() const { return _errorId; }
     const SourceLocation& GetLocation() const { return _location; }
-    /// The message, possibly empty. Texts stand in it unchanged.
+    /// The message, possibly empty.
     const String& GetMessage() const { return _message; }
     /// What led to this error, or null.
     const Error& GetCause() const { return _cause; }

@@ -26,7 +26,7 @@ inline constexpr Id kIo{"net.orvik.error.io"};
 inline constexpr Id kFileFormat{"net.orvik.error.fileformat"};
 }  // namespace errorid
 
-/// @{ The error classes. Tests against a class go by id (`IsKindOf`); the classes carry what an error has beyond a
+/// @{ The error classes. Test for a class by id (`IsKindOf`); the classes hold what an error has besides its
 /// text.
 class OutOfMemoryErrorInterface : public ErrorInterface {
     using ErrorInterface::ErrorInterface;
@@ -68,7 +68,7 @@ class ThreadCancelledErrorInterface : public ErrorInterface {
 class FileFormatErrorInterface : public ErrorInterface {
     using ErrorInterface::ErrorInterface;
 };
-/// A failure of a stream or file; knows which.
+/// A failure of a stream or file, with its URL.
 class IoErrorInterface : public ErrorInterface {
 public:
     IoErrorInterface(const Id& id, const SourceLocation& location, String message, Error cause, Url url)
@@ -78,13 +78,35 @@ public:
 private:
     Url _url;
 };
+/// The errors of an operation that went on after a failure, in order. Stands for the first one, whose id, place and
+/// cause chain it has; the message joins the texts of all with "; ".
+class GatheredErrorInterface : public ErrorInterface {
+public:
+    GatheredErrorInterface(const Error& first, String message, BaseArray<Error> errors)
+        : ErrorInterface(first->GetErrorId(), first->GetLocation(), std::move(message), first),
+          _errors(std::move(errors)) {}
+    Block<const Error> GetErrors() const { return _errors.ToBlock(); }
+
+protected:
+    /// Of a kind when one of the errors is.
+    bool IsDerivedFrom(const Id& errorId) const override {
+        return std::any_of(_errors.begin(), _errors.end(), [&](const Error& e) { return e->IsKindOf(errorId); });
+    }
+
+private:
+    BaseArray<Error> _errors;
+};
 /// @}
+
+/// Adds an error to those before it. Either may be null; one error alone stays as it is. Without memory for both, the
+/// earlier one remains.
+ORVIK_API Error GatherErrors(const Error& before, const Error& next) noexcept;
 
 /// The standard errors by number: 0 out of memory, 1 null pointer, 2 illegal argument, 3 illegal state, 4 function not
 /// implemented, 5 unresolved, anything else unknown. None carries a message.
 ORVIK_API Error MakeStandardError(const SourceLocation& location, int kind) noexcept;
 
-/// A format text together with the place that wrote it.
+/// A format text together with its place in the source.
 struct LocatedText {
     std::string_view text;
     SourceLocation location;
@@ -94,7 +116,7 @@ struct LocatedText {
         : text(literal, N - 1), location(where) {}
 };
 
-/// Makes an error of class E. Shortage of memory for the error itself turns it into the out-of-memory error.
+/// Makes an error of class E. Without memory for the error itself it is the out-of-memory error.
 template <class E>
 Error MakeError(const Id& id, const SourceLocation& location, String message = {}, Error cause = {}) noexcept {
     Result<Ref<E>> made = NewObj<E>(id, location, std::move(message), std::move(cause));

@@ -9,7 +9,7 @@ namespace orvik {
 
 namespace {
 
-/// Formats whose test needs the suffix to be fair to each other follow those with a magic number.
+/// Formats that need the suffix as a tie-break follow those with a magic number.
 bool IsSuffixOrdered(DETECTIONSTRENGTH strength) { return strength >= DETECTIONSTRENGTH::STRUCTURE; }
 
 bool HasSuffix(const FileFormat& format, const String& lowerSuffix) {
@@ -22,7 +22,7 @@ bool HasSuffix(const FileFormat& format, const String& lowerSuffix) {
     return false;
 }
 
-/// A format that can be asked, with what decides when.
+/// A format that can be asked, with what decides its turn.
 struct Candidate {
     FileFormat format;
     FileFormatHandler handler;  ///< null where only the format is wanted
@@ -45,7 +45,7 @@ struct Candidate {
     }
 };
 
-/// Inserts behind all that do not go after it, so that equals keep their order. The lists are short.
+/// Inserts behind everything that need not follow it, so that equals keep their order. The lists are short.
 Result<void> InsertCandidate(BaseArray<Candidate>& list, Candidate candidate) {
     Int index = list.GetCount();
     while (index > 0 && candidate.GoesBefore(list[index - 1]))
@@ -59,23 +59,6 @@ Candidate MakeCandidate(const FileFormat& format, const String& lowerSuffix) {
     candidate.strength = format->GetDetectionStrength();
     candidate.suffixMatches = IsSuffixOrdered(candidate.strength) && HasSuffix(format, lowerSuffix);
     return candidate;
-}
-
-Result<InputStreamRef> ReadIntoMemory(const InputStreamRef& stream, const Url& url) {
-    constexpr Int kStep = Int(64) << 10;
-    MemoryFileRef file = TRY(CreateMemoryFile());
-    BaseArray<std::byte>& bytes = file->GetBytes();
-    for (;;) {
-        const Int before = bytes.GetCount();
-        if (before > FileFormatDetection::kMaxUnseekableBytes)
-            return IoError(url, "the stream cannot seek and is longer than @ bytes",
-                           FileFormatDetection::kMaxUnseekableBytes);
-        TRY(bytes.Resize(before + kStep, RESIZEFLAGS::UNINITIALIZED));
-        const Int count = TRY(stream->ReadEOS(bytes.ToBlock().subspan(static_cast<size_t>(before))));
-        TRY(bytes.Resize(before + count));
-        if (count < kStep)
-            return OpenMemoryInput(file, url);
-    }
 }
 
 /// Asks formats about one URL, which is opened when the first of them needs the bytes.
@@ -103,10 +86,13 @@ public:
     Result<void> Open() {
         if (_stream)
             return {};
-        InputStreamRef stream = TRY(_url.OpenInputStream());
-        _stream = stream->SeekSupported() ? std::move(stream) : TRY(ReadIntoMemory(stream, _url));
+        _url = TRY(ReadUnseekable(_url));
+        _stream = TRY(_url.OpenInputStream());
         return {};
     }
+
+    /// Once opened, with the content that was read of a source that cannot seek.
+    const Url& GetUrl() const noexcept { return _url; }
 
 private:
     struct Answer {
@@ -119,12 +105,12 @@ private:
         return answer && *answer;  // a test that fails does not claim the file
     }
 
-    const Url& _url;
+    Url _url;
     InputStreamRef _stream;
     BaseArray<Answer> _answers;
 };
 
-/// The test of a format may ask for the format of another file, but not without end.
+/// The test of a format may ask for the format of another file, but only to a bounded depth.
 class NestingGuard {
 public:
     NestingGuard() { ++t_depth; }
@@ -154,18 +140,18 @@ Result<FileFormat> FindFormat(const Url& url) {
         if (TRY(detector.Claims(candidate)))
             return candidate.format;
     }
-    TRY(detector.Open());  // an unreadable URL is an error also when there is nobody to ask
+    TRY(detector.Open());  // an unreadable URL is an error even when no format asked for its bytes
     return FileFormat();
 }
 
-/// What was found for a file as it was at that time; a null format was found nowhere.
+/// What was found for a file in that state; a null format means that none claimed it.
 struct Remembered {
     Int size = 0;
     Int time = 0;
     FileFormat format;
 };
 
-/// Never destroyed; a module that goes has it emptied, since it holds objects of the module.
+/// Never destroyed; unloading a module empties it, since it holds objects of the module.
 struct Cache {
     static constexpr Int kMaxFiles = 1024;
 
@@ -175,7 +161,7 @@ struct Cache {
 };
 
 Cache& GetCache() {
-    static auto* const cache = new Cache;
+    static Immortal<Cache> cache;
     return *cache;
 }
 
@@ -206,7 +192,7 @@ Result<BaseArray<FileFormatHandler>> FileFormatDetection::DetectAll(const Url& u
     for (const Candidate& candidate : candidates) {
         if (!TRY(detector.Claims(candidate)))
             continue;
-        if (!delegate || TRY(delegate(url, candidate.handler))) {
+        if (!delegate || TRY(delegate(detector.GetUrl(), candidate.handler))) {
             TRY(accepted.Append(candidate.handler));
             return accepted;
         }
@@ -219,7 +205,7 @@ Result<FileFormat> FileFormatDetectionCache::DetectFile(const Url& url) {
     const NestingGuard guard;
     TRY(guard.Check());
     const Result<std::pair<Int, Int>> stamp = url.GetSizeAndTime();
-    if (!stamp || url.GetScheme() == "memory")
+    if (!stamp || url.GetScheme() == "memory" || url.HasContent())
         return FindFormat(url);  // a URL that names no file may still be claimed by its name
     const auto [size, time] = *stamp;
     Cache& cache = GetCache();
@@ -231,13 +217,13 @@ Result<FileFormat> FileFormatDetectionCache::DetectFile(const Url& url) {
             return known->format;
     }
     FileFormat format = TRY(FindFormat(url));
-    HashMap<Url, Remembered> dropped;  // goes after the lock
+    HashMap<Url, Remembered> dropped;  // dropped after the lock
     {
         const std::lock_guard lock(cache.mutex);
         if (cache.generation != generation || cache.files.GetCount() >= Cache::kMaxFiles)
             dropped = std::exchange(cache.files, {});
         cache.generation = generation;
-        (void)cache.files.Set(url, {size, time, format});  // without memory the answer is only not remembered
+        (void)cache.files.Set(url, {size, time, format});  // without memory the answer is just not cached
     }
     return format;
 }

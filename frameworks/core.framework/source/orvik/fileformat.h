@@ -12,7 +12,7 @@ namespace orvik {
 inline constexpr Id kFileFormatRegistry{"net.orvik.registry.fileformats"};
 inline constexpr Id kFileFormatHandlerRegistry{"net.orvik.registry.fileformathandlers"};
 
-/// How sure a format's test is of its files; detection asks sure ones first.
+/// How reliable a format's test is; detection asks the reliable ones first.
 enum class DETECTIONSTRENGTH : uint8_t {
     NAME,       ///< by the URL alone, before any open; gets a null stream
     SIGNATURE,  ///< a magic number
@@ -35,7 +35,7 @@ class FileFormatInterface : public virtual DataDictionaryObjectInterface {
 
 public:
     /// @param stream  open at position 0, or null for a format of strength NAME
-    /// @return true when the file is of this format; a file too short to tell is false
+    /// @return true when the file is of this format; a file too short to decide is false
     virtual Result<Bool> Detect(const Url& url, const InputStreamRef& stream) const {
         (void)url, (void)stream;
         return Unbound();
@@ -71,22 +71,22 @@ using HandlerDelegate = Delegate<Result<Bool>(const Url& url, const FileFormatHa
 
 /// The static service of detection.
 struct FileFormatDetection {
-    static constexpr Int kMaxUnseekableBytes = Int(1) << 30;
     /// How deep the test of a format may ask for the format of another file.
     static constexpr int kMaxNesting = 4;
 
     /// Opens the URL once and asks the registered formats. Those of strength NAME go first, before the open; an
     /// accepted one ends the search without it. The others go by priority, then by strength (SIGNATURE, then STRUCTURE,
     /// then WEAK, but from STRUCTURE on a format with the URL's suffix goes before the rest), then in the order of
-    /// registration. Each test starts at position 0; an error of a test counts as "not claimed"; a stream that cannot
-    /// seek is read into memory first, up to `kMaxUnseekableBytes`. A format with several handlers is tested once.
+    /// registration. Each test starts at position 0; an error of a test counts as "not claimed". A format with several
+    /// handlers is tested once. A source that cannot seek is read by `ReadUnseekable` first; the delegate then gets the
+    /// URL with that content, which is the one to load from.
     /// @param types   wanted handler types
     /// @return the accepted handlers; errors are those of opening the URL and of the delegate
     ORVIK_API static Result<BaseArray<FileFormatHandler>> DetectAll(const Url& url, Block<const DataType* const> types,
                                                                     const HandlerDelegate& delegate);
 };
 
-/// The service that remembers: by URL, size and time stamp. Blocks of memory have no time stamp and are asked afresh.
+/// The caching service: by URL, size and time stamp. Blocks of memory have no time stamp and are tested every time.
 struct FileFormatDetectionCache {
     /// @return the format of a file, or a null reference when none claims it; a failed open is an error
     ORVIK_API static Result<FileFormat> DetectFile(const Url& url);

@@ -10,8 +10,8 @@ struct HierarchyObjectInterface::Branches {
     Branches* nextPending = nullptr;
 };
 
-/// Dropping the children of an object can destroy them, and them theirs. Instead of going deeper, an object that goes
-/// during such a run leaves its children to the run.
+/// Dropping an object's children can destroy them, and in turn theirs. Instead of recursing, an object destroyed during
+/// such a run leaves its children to the run.
 void HierarchyObjectInterface::Destroy(Branches* branches) noexcept {
     static thread_local Branches* t_pending = nullptr;
     static thread_local bool t_running = false;

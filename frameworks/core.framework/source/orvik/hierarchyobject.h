@@ -10,7 +10,7 @@ namespace orvik {
 class HierarchyObjectInterface;
 using HierarchyObjectRef = Ref<HierarchyObjectInterface>;
 
-/// A parent holds its children; a child knows its parent weakly. Every class that implements this is complete: the
+/// A parent owns its children; a child refers to its parent weakly. Implementing classes need no code of their own: the
 /// base does the work, for every branch. The root of a long chain can be dropped without deep recursion.
 class ORVIK_API HierarchyObjectInterface : public virtual Object {
     ORVIK_INTERFACE(HierarchyObjectInterface, "net.orvik.interface.hierarchyobject");
@@ -25,7 +25,7 @@ public:
     Block<const HierarchyObjectRef> GetChildren(Int branch) const noexcept;
     Int GetBranchCount() const noexcept;
     HierarchyObjectRef GetParent() const { return _parent.Get(); }
-    /// The branch of the parent in which this hangs, or -1.
+    /// The parent's branch that holds this, or -1.
     Int GetBranch() const noexcept;
     /// Next sibling in the parent's branch, or null.
     HierarchyObjectRef GetNext() const;
@@ -34,9 +34,9 @@ public:
 
     /// Places `child` behind `predecessor`, or at the end of the branch without one. Illegal argument: null child,
     /// a branch outside 0 ... kMaxBranches - 1, a child that has a parent, this itself or one of its ancestors, a
-    /// predecessor that is not there.
+    /// predecessor that is not in the branch.
     Result<void> AddChild(Int branch, const HierarchyObjectRef& child, const HierarchyObjectRef& predecessor = nullptr);
-    /// Takes a child out again; illegal argument when it is not a child of this.
+    /// Removes a child; illegal argument when it is not a child of this.
     Result<void> RemoveChild(const HierarchyObjectRef& child);
 
 private:

@@ -11,10 +11,10 @@ namespace orvik {
 
 namespace {
 
-/// The length of an owned text lies in 20 bits of the value.
+/// The length of an owned text takes 20 bits of the value.
 constexpr size_t kMaxLength = (size_t(1) << 20) - 1;
 
-/// Stands in front of an owned text.
+/// Precedes an owned text.
 struct TextHead {
     std::atomic<int32_t> count{1};
 };

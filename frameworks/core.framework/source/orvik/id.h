@@ -20,7 +20,7 @@ class Result;
 /// | 43       | the text is owned and counted; takes no part in comparisons |
 /// | 44 to 63 | length of the text in bytes |
 ///
-/// Two ids are equal when their masked values are equal and then their texts. Hot code switches on `GetValue()`.
+/// Two ids are equal when their masked values and their texts are equal. Hot code switches on `GetValue()`.
 class Id {
 public:
     static constexpr uint64_t kHashMask = (uint64_t(1) << 43) - 1;

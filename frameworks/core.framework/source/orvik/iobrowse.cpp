@@ -47,12 +47,13 @@ private:
 
 }  // namespace
 
-Result<BrowseIteratorRef> Url::GetBrowseIterator() const {
+Result<BrowseIteratorRef> Url::IoBrowse() const {
+    TRY(Check());
     if (_memory)
         return IoError(*this, "cannot list: @", ErrnoText(ENOTDIR));
     try {
         std::error_code error;
-        fs::directory_iterator first(fs::path(_path), error);
+        fs::directory_iterator first(fs::path(GetSystemPath()), error);
         if (error)
             return IoError(*this, "cannot list: @", ErrnoText(error.value()));
         return BrowseIteratorRef(TRY(NewObj<DirectoryIterator>(*this, std::move(first))));

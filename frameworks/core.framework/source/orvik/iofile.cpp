@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "orvik/iofile_internal.h"
+#include "orvik/threadservices.h"
 
 namespace orvik {
 
@@ -35,9 +36,8 @@ public:
         if (path.find('\0') != std::string::npos)
             return IoError(url, "cannot open: @", ErrnoText(EINVAL));
         FileHandle file;
-        do {
-            file._descriptor = open(path.c_str(), flags | O_CLOEXEC, 0666);
-        } while (file._descriptor < 0 && errno == EINTR);
+        while ((file._descriptor = open(path.c_str(), flags | O_CLOEXEC, 0666)) < 0 && errno == EINTR)
+            TRY(CheckInterrupted());
         struct stat status {};
         if (file._descriptor < 0 || fstat(file._descriptor, &status) != 0)
             return IoError(url, "cannot open: @", ErrnoText(errno));
@@ -71,10 +71,10 @@ public:
         if (!IsOpen())
             return ClosedError(url);
         ssize_t count = 0;
-        do {
-            count = _seekable ? pread(_descriptor, block.data(), block.size(), position)
-                              : read(_descriptor, block.data(), block.size());
-        } while (count < 0 && errno == EINTR);
+        while ((count = _seekable ? pread(_descriptor, block.data(), block.size(), position)
+                                  : read(_descriptor, block.data(), block.size())) < 0 &&
+               errno == EINTR)
+            TRY(CheckInterrupted());
         if (count < 0)
             return IoError(url, "cannot read: @", ErrnoText(errno));
         return Int(count);
@@ -88,8 +88,10 @@ public:
             const ssize_t count = _seekable ? pwrite(_descriptor, block.data(), block.size(), position)
                                             : write(_descriptor, block.data(), block.size());
             if (count < 0) {
-                if (errno == EINTR)
+                if (errno == EINTR) {
+                    TRY(CheckInterrupted());
                     continue;
+                }
                 return IoError(url, "cannot write: @", ErrnoText(errno));
             }
             if (count == 0)
@@ -109,6 +111,12 @@ public:
         return {};
     }
 
+    /// A pipe can block forever; a signal that cancels the thread must end the wait.
+    static Result<void> CheckInterrupted() {
+        if (IsCurrentThreadCancelled())
+            return ThreadCancelledError();
+        return {};
+    }
     static Error ClosedError(const Url& url) { return IoError(url, "the stream is closed"); }
 
 private:
@@ -145,11 +153,11 @@ private:
     BaseArray<std::byte> _buffer;
 };
 
-/// Collects small writes in a buffer. The first failure stays: what was lost cannot be written later.
+/// Collects small writes in a buffer. The first failure is final: what was lost cannot be written later.
 class FileOutputStream : public OutputStreamInterface {
 public:
     FileOutputStream(Url url, FileHandle file) : _url(std::move(url)), _file(std::move(file)) {}
-    ~FileOutputStream() override { (void)Close(); }  // nobody is left to hear of a failure
+    ~FileOutputStream() override { (void)Close(); }  // a failure here cannot be reported any more
     Result<void> Construct() {
         return _buffer.Resize(kWindowSize, RESIZEFLAGS::FIT_TO_SIZE | RESIZEFLAGS::UNINITIALIZED);
     }

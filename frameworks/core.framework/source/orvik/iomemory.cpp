@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <mutex>
+#include <sys/stat.h>
 
 #include "orvik/iofile_internal.h"
+#include "orvik/threadservices.h"
 
 namespace orvik {
 
@@ -143,7 +145,7 @@ public:
     Url GetUrl() const override { return _stream->GetUrl(); }
     Result<Int> GetStreamLength() override { return _length; }
     Bool SeekSupported() const override { return _stream->SeekSupported(); }
-    Result<void> Close() override {  // the other stream stays open: it belongs to somebody else
+    Result<void> Close() override {  // the other stream stays open: it belongs to the caller
         SetWindow(GetPosition(), nullptr, 0);
         _stream = nullptr;
         return {};
@@ -177,7 +179,7 @@ struct Mounts {
 };
 
 Mounts& GetMounts() {
-    static auto* const mounts = new Mounts;
+    static Immortal<Mounts> mounts;
     return *mounts;
 }
 
@@ -234,20 +236,22 @@ Result<Url> MountMemoryFile(std::string_view name, const MemoryFileRef& file) {
     if (!file)
         return NullptrError();
     Mounts& mounts = GetMounts();
-    MemoryFileRef replaced;  // goes after the lock
+    MemoryFileRef replaced;  // dropped after the lock
     const String key = TRY(String::Create(name));
     {
         const std::lock_guard guard(mounts.mutex);
         MemoryFileRef* slot = TRY(mounts.files.FindOrCreate(key));
         replaced = std::exchange(*slot, file);
     }
-    return Url("memory:" + std::string(name));
+    String url("memory:");
+    TRY(url.Append(key));
+    return Url(url.GetText());
 }
 
 MemoryFileRef FindMemoryFile(std::string_view name) {
     Mounts& mounts = GetMounts();
     const std::lock_guard guard(mounts.mutex);
-    for (const auto& mount : mounts.files) {  // few; and a key made for a look-up could fail
+    for (const auto& mount : mounts.files) {  // there are few, and making a key could fail
         if (mount.key.GetText() == name)
             return mount.value;
     }
@@ -256,13 +260,40 @@ MemoryFileRef FindMemoryFile(std::string_view name) {
 
 void UnmountMemoryFile(std::string_view name) {
     Mounts& mounts = GetMounts();
-    MemoryFileRef removed;  // goes after the lock
+    MemoryFileRef removed;  // dropped after the lock
     const std::lock_guard guard(mounts.mutex);
-    const String key(name);
-    if (MemoryFileRef* file = mounts.files.Find(key)) {
-        removed = std::move(*file);
-        mounts.files.Erase(key);
+    for (auto& mount : mounts.files) {
+        if (mount.key.GetText() == name) {
+            removed = std::move(mount.value);
+            const String key = mount.key;
+            mounts.files.Erase(key);
+            return;
+        }
     }
+}
+
+Result<Url> ReadUnseekable(const Url& url) {
+    constexpr Int kStep = Int(64) << 10;
+    struct stat status {};
+    if (url.GetScheme() != "file" || url.HasContent() || stat(url.GetSystemPath().c_str(), &status) != 0 ||
+        S_ISREG(status.st_mode) || S_ISBLK(status.st_mode) || S_ISDIR(status.st_mode))
+        return url;
+    const InputStreamRef stream = TRY(url.OpenInputStream());
+    const MemoryFileRef file = TRY(CreateMemoryFile());
+    BaseArray<std::byte>& bytes = file->GetBytes();
+    for (Int count = kStep; count == kStep;) {
+        const Int before = bytes.GetCount();
+        if (before > kMaxUnseekableBytes)
+            return IoError(url, "the stream cannot seek and is longer than @ bytes", kMaxUnseekableBytes);
+        if (IsCurrentThreadCancelled())
+            return ThreadCancelledError();
+        TRY(bytes.Resize(before + kStep, RESIZEFLAGS::UNINITIALIZED));
+        count = TRY(stream->ReadEOS(bytes.ToBlock().subspan(static_cast<size_t>(before))));
+        TRY(bytes.Resize(before + count));
+    }
+    Url copied = url;
+    copied.SetContent(file);
+    return copied;
 }
 
 }  // namespace orvik

@@ -23,7 +23,7 @@ ORVIK_API Result<MemoryFileRef> CreateMemoryFile(Block<const std::byte> bytes = 
 ORVIK_API Result<InputStreamRef> OpenMemoryInput(const MemoryFileRef& file, const Url& url = Url("memory:"));
 /// Reads memory of the caller, which must outlive the stream.
 ORVIK_API Result<InputStreamRef> OpenMemoryInput(Block<const std::byte> bytes, const Url& url = Url("memory:"));
-/// Writes into the block from position 0; what lies there is removed first.
+/// Writes into the block from position 0; the old content is removed first.
 ORVIK_API Result<OutputStreamRef> OpenMemoryOutput(const MemoryFileRef& file, const Url& url = Url("memory:"));
 /// The part [start, start + length) of another stream, which must not be used meanwhile.
 ORVIK_API Result<InputStreamRef> OpenSubStream(const InputStreamRef& stream, Int start, Int length);
@@ -33,5 +33,12 @@ ORVIK_API Result<Url> MountMemoryFile(std::string_view name, const MemoryFileRef
 /// @return the block of a mounted name, or null
 ORVIK_API MemoryFileRef FindMemoryFile(std::string_view name);
 ORVIK_API void UnmountMemoryFile(std::string_view name);
+
+/// The longest stream that `ReadUnseekable` takes.
+inline constexpr Int kMaxUnseekableBytes = Int(1) << 30;
+/// Reads a pipe, a socket or a character device to its end, since that can be done only once.
+/// @return the URL with what was read as its content; any other URL unchanged and unopened. Errors: those of opening
+/// and reading, an io error beyond `kMaxUnseekableBytes`, thread cancelled.
+ORVIK_API Result<Url> ReadUnseekable(const Url& url);
 
 }  // namespace orvik

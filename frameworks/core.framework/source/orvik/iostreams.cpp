@@ -32,7 +32,7 @@ Result<Int> InputStreamInterface::ReadEOS(Block<std::byte> block) {
                 const Int count = TRY(ReadDirect(position, rest));
                 if (count == 0)
                     break;
-                if (GetPosition() != position + count)  // the window took no part
+                if (GetPosition() != position + count)  // read past the window
                     SetWindow(position + count, nullptr, 0);
                 done += static_cast<size_t>(count);
                 continue;

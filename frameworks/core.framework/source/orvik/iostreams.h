@@ -8,7 +8,8 @@
 
 namespace orvik {
 
-/// A byte source. `Read` is not virtual while its bytes lie in the stream's window: a two-byte read is a memory access.
+/// A byte source. `Read` makes no virtual call for bytes within the stream's window: a two-byte read is a memory
+/// access.
 class ORVIK_API InputStreamInterface : public virtual Object {
     ORVIK_INTERFACE(InputStreamInterface, "net.orvik.interface.inputstream");
 
@@ -99,11 +100,11 @@ public:
     Result<void> Write(const void* from, size_t count) {
         return Write(Block<const std::byte>(static_cast<const std::byte*>(from), count));
     }
-    /// Says that the stream will come to about this many bytes, counted from its start: memory is then taken once
-    /// instead of growing. Promises nothing; most streams ignore it.
+    /// Announces about how many bytes the stream will have, counted from its start: memory is then taken once
+    /// instead of growing. Only a hint; most streams ignore it.
     virtual void Expect(Int bytes) { (void)bytes; }
     virtual Result<void> Flush() { return Unbound(); }
-    /// Flushes and closes. A full disk shows here at the latest. Closing twice succeeds.
+    /// Flushes and closes. A full disk is reported here at the latest. Closing twice succeeds.
     virtual Result<void> Close() { return Unbound(); }
 };
 

@@ -12,7 +12,7 @@ extern "C" void (*g_CpuYieldDelegate)();
 namespace orvik {
 
 /// Gives up the processor after every 16th unsuccessful spin.
-/// @param spins  how often the caller has tried so far
+/// @param spins  how often the caller has tried
 /// @param yield  what to call; null means the framework's own default
 ORVIK_API void SpinBackoff(unsigned spins, void (*yield)()) noexcept;
 

@@ -1,14 +1,33 @@
 #pragma once
 /// @file
-/// The allocator of the framework: it can fail and says so; it never throws and never aborts.
+/// The allocator of the framework: it reports failure; it never throws and never aborts.
+
+#include <new>
 
 #include "orvik/apibase.h"
 
 namespace orvik {
 
+/// A static object that takes no memory from the heap and is never destroyed, for tables that live as long as the
+/// process: `static Immortal<Table> table;`.
+template <class T>
+class Immortal {
+public:
+    Immortal() noexcept { new (&_value) T; }
+    ~Immortal() {}
+    Immortal(const Immortal&) = delete;
+    Immortal& operator=(const Immortal&) = delete;
+    T& operator*() noexcept { return _value; }
+
+private:
+    union {
+        T _value;
+    };
+};
+
 /// @return null when memory is short; a block of 0 bytes is a valid block
 ORVIK_API void* Allocate(size_t bytes) noexcept;
-/// As `Allocate`, filled with zeros. Large blocks come as untouched pages, which cost nothing until used.
+/// As `Allocate`, filled with zeros. Large blocks are untouched pages, which cost nothing until used.
 ORVIK_API void* AllocateZeroed(size_t bytes) noexcept;
 /// Grows or shrinks a block and keeps its content; on failure the old block stays valid.
 ORVIK_API void* Reallocate(void* block, size_t bytes) noexcept;

@@ -15,6 +15,8 @@ namespace orvik {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr Id kOwnFramework{"net.orvik.core.framework"};
 
 /// The loaded modules of the process and their resource directories; never destroyed.
@@ -25,7 +27,7 @@ struct ModuleTable {
 };
 
 ModuleTable& GetTable() {
-    static auto* const table = new ModuleTable;
+    static Immortal<ModuleTable> table;
     return *table;
 }
 
@@ -39,10 +41,10 @@ bool IsThere(const BaseArray<const ModuleLink*>& loaded, std::string_view framew
     return false;
 }
 
-/// What the host puts into the link records. The object stays in the hands of whoever published it.
+/// What the host puts into the link records. The publisher keeps the reference.
 Object* ResolvePublished(const Id& id) { return FindPublishedObject(id).GetPointer(); }
 
-/// An error that a module made has its code there, and goes with it. What it says is carried over.
+/// The code of an error that a module made is unloaded with it. Its content is carried over.
 Error CarryOver(const Error& error) {
     if (error->IsKindOf(errorid::kOutOfMemory))
         return OutOfMemoryError();
@@ -53,6 +55,16 @@ Error CarryOver(const Error& error) {
     if (error->IsKindOf(errorid::kNullptr))
         return MakeError<NullptrErrorInterface>(*id, here, error->GetMessage());
     return MakeError<ErrorInterface>(*id, here, error->GetMessage());
+}
+
+/// @return a path relative to the program's directory; can throw for lack of memory
+fs::path BesideProgram(const char* relative) {
+    std::error_code ignored;  // without the link, relative to the working directory
+    return (fs::read_symlink("/proc/self/exe", ignored).parent_path() / relative).lexically_normal();
+}
+
+Result<Url> FindDefaultResources() {
+    return Url::FromSystemPath(BesideProgram("../share/orvik").native());  // the loader catches lack of memory
 }
 
 /// The loader's text without the file name in front, which the error carries anyway.
@@ -68,6 +80,8 @@ std::string LoaderText(const std::string& path) {
 
 struct Module::State {
     Url url;
+    Url resources;  ///< of the program
+    Id id;          ///< of the module; a copy, which outlives the module's literals
     void* library = nullptr;
     ModuleLink* link = nullptr;
     bool started = false;
@@ -85,6 +99,7 @@ struct Module::State {
                 if (table.loaded[i] == link)
                     table.loaded.Erase(i);
             }
+            table.resources.Erase(id);
         }
         if (library)
             dlclose(library);
@@ -100,9 +115,17 @@ struct Module::State {
         }
         if (link->dependsOn && !IsThere(table.loaded, link->dependsOn))
             return UnresolvedError("Module @ depends on @, which is not there.", url, link->dependsOn);
+        id = TRY(Id::Create(link->moduleId));
         TRY(table.loaded.Append(link));
         started = true;
         return {};
+    }
+
+    Result<void> RegisterResources() const {
+        Url directory = resources.IsEmpty() ? TRY(FindDefaultResources()) : resources;
+        TRY(directory.Append("modules"));
+        TRY(directory.Append(link->fileName));
+        return SetModuleResourceDirectory(id, directory);
     }
 
     Result<void> Start() {
@@ -115,41 +138,42 @@ struct Module::State {
         if (!library)
             return IoError(url, "cannot load module: @", LoaderText(path));
         link = static_cast<ModuleLink*>(dlsym(library, "g_orvik"));
-        if (!link || link->magic != ModuleLink::kMagic || !link->moduleId || !link->frameworkId || !link->start)
+        if (!link || link->magic != ModuleLink::kMagic || !link->moduleId || !link->frameworkId || !link->fileName ||
+            !link->start)
             return IllegalArgumentError("@ is not a module.", url);
         TRY(Enlist());
         link->resolve = ResolvePublished;
         if (auto* yield = static_cast<void (**)()>(dlsym(library, "g_CpuYieldDelegate")))
             *yield = DefaultCpuYield;
-        return link->start(publisher);
+        TRY(link->start(publisher));
+        return RegisterResources();
     }
 };
 
-Result<Module> Module::Load(const Url& url) {
+Result<Module> Module::Load(const Url& url, const Url& resources) {
     auto* state = new (std::nothrow) State;
     if (!state)
         return OutOfMemoryError();
     Module module;
     module._state = state;
     state->url = url;
-    if (Result<void> started = state->Start(); !started)
-        return CarryOver(started.GetError());
+    state->resources = resources;
+    try {
+        if (Result<void> started = state->Start(); !started)
+            return CarryOver(started.GetError());
+    } catch (const std::bad_alloc&) {
+        return OutOfMemoryError();
+    }
     return module;
 }
 
 void Module::Unload() noexcept { delete std::exchange(_state, nullptr); }
 
-Id Module::GetId() const {
-    if (!_state)
-        return Id();
-    Result<Id> id = Id::Create(_state->link->moduleId);
-    return id ? std::move(id).TakeValue() : Id();
-}
+Id Module::GetId() const { return _state ? _state->id : Id(); }
 
 Int Module::GetRecordCount() const noexcept { return _state ? _state->publisher.GetRecordCount() : 0; }
 
 Result<Url> FindModule(std::string_view fileName) {
-    namespace fs = std::filesystem;
     const auto isFile = [](const fs::path& path) {
         std::error_code error;
         return fs::is_regular_file(path, error);
@@ -166,17 +190,15 @@ Result<Url> FindModule(std::string_view fileName) {
                     return Url::FromSystemPath(path.native());
             }
         }
-        std::error_code error;
-        const fs::path program = fs::read_symlink("/proc/self/exe", error);
         for (const char* directory : {"../modules", "../lib/orvik/modules"}) {
-            const fs::path path = (program.parent_path() / directory / fileName).lexically_normal();
-            if (!error && isFile(path))
+            const fs::path path = BesideProgram(directory) / fileName;
+            if (isFile(path))
                 return Url::FromSystemPath(path.native());
         }
     } catch (const std::bad_alloc&) {
         return OutOfMemoryError();
     }
-    return IoError(Url::FromSystemPath(std::string(fileName)), "cannot find module: @", ErrnoText(ENOENT));
+    return IoError(Url::FromSystemPath(fileName), "cannot find module: @", ErrnoText(ENOENT));
 }
 
 Result<void> SetModuleResourceDirectory(const Id& moduleId, const Url& directory) {

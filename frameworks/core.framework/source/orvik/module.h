@@ -6,7 +6,7 @@
 
 namespace orvik {
 
-/// The link record of a module. Words of the structure are part of the contract: the sixth is the function by which
+/// The link record of a module. The order of its words is part of the contract: the sixth is the function by which
 /// the host resolves a declared entity on demand.
 struct ModuleLink {
     static constexpr uint64_t kMagic = 0x314b4e494c564f52;  // "ROVLINK1", little endian
@@ -21,7 +21,7 @@ struct ModuleLink {
 };
 
 /// A loaded module. Unloading undoes its records in reverse order, then closes the library. Objects of the module must
-/// be gone by then.
+/// be destroyed before.
 class ORVIK_API Module {
 public:
     Module() = default;
@@ -35,7 +35,9 @@ public:
     /// Opens and starts a module. Errors: io error when it cannot be opened, illegal argument when it is no module,
     /// illegal state when it is loaded already, unresolved when the framework that it depends on is not there, the
     /// module's own error when its start fails (nothing stays published then).
-    static Result<Module> Load(const Url& url);
+    /// @param resources  the program's resource directory; an empty URL is "../share/orvik" beside the program. The
+    ///                   module's own one is "modules/FILENAME" below it, registered until the module is unloaded
+    static Result<Module> Load(const Url& url, const Url& resources = {});
     void Unload() noexcept;
     explicit operator bool() const noexcept { return _state != nullptr; }
     Id GetId() const;
@@ -50,9 +52,11 @@ private:
 /// beside the program ("../modules", "../lib/orvik/modules").
 ORVIK_API Result<Url> FindModule(std::string_view fileName);
 
-/// The directory of a module's resources; registered as "net.orvik.image.module" and so on.
-ORVIK_API Result<void> SetModuleResourceDirectory(const Id& moduleId, const Url& directory);
+/// The directory of a module's resources, by the module's id ("net.orvik.image.module"). It need not exist. Unresolved
+/// when the module is not loaded.
 ORVIK_API Result<Url> GetModuleResourceDirectory(const Id& moduleId);
+/// Puts the resources of a loaded module elsewhere.
+ORVIK_API Result<void> SetModuleResourceDirectory(const Id& moduleId, const Url& directory);
 
 }  // namespace orvik
 

@@ -24,7 +24,7 @@ bool ObjectCounts::TryRetain() noexcept {
 }
 
 void Object::Release() const noexcept {
-    ObjectCounts* counts = _counts;  // shared error and null instances have none and live for ever
+    ObjectCounts* counts = _counts;  // shared error and null instances have none and live forever
     if (!counts || counts->strong.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
     const_cast<Object*>(this)->~Object();
@@ -50,8 +50,8 @@ Result<Ref<Object>> Object::Clone() const {
 
 namespace {
 
-/// The interface ids of the process in the order in which they were first asked for. The texts are copies, for a module
-/// that goes takes its literals with it.
+/// The interface ids of the process in the order in which they were first asked for. The texts are copies, since a
+/// module's literals are unloaded with it.
 struct InterfaceTable {
     SpinLock lock;
     int count = 0;
@@ -61,19 +61,20 @@ struct InterfaceTable {
 }  // namespace
 
 int GetInterfaceOrdinal(const Id& interfaceId) noexcept {
-    static auto* const table = new InterfaceTable;  // never destroyed: casts run until the process ends
-    const std::lock_guard guard(table->lock);
-    for (int i = 0; i < table->count; ++i) {
-        if (table->ids[i] == interfaceId)
+    static Immortal<InterfaceTable> tables;  // casts run until the process ends
+    InterfaceTable& table = *tables;
+    const std::lock_guard guard(table.lock);
+    for (int i = 0; i < table.count; ++i) {
+        if (table.ids[i] == interfaceId)
             return i;
     }
-    if (table->count == ClassRecord::kMaxInterfaces)
+    if (table.count == ClassRecord::kMaxInterfaces)
         return -1;
     Result<Id> copy = Id::Create(interfaceId.GetText());
     if (!copy)
         return -1;
-    table->ids[table->count] = std::move(copy).TakeValue();
-    return table->count++;
+    table.ids[table.count] = std::move(copy).TakeValue();
+    return table.count++;
 }
 
 }  // namespace orvik

@@ -3,7 +3,7 @@
 /// Objects, interfaces and references.
 ///
 /// An interface is a plain C++ class that derives from `Object`, lists its methods in their fixed order and is
-/// concrete: the body of a method that nobody has overridden answers through `Unbound()`. What that answers depends on
+/// concrete: the body of a method that is not overridden answers through `Unbound()`. What that answers depends on
 /// why it was reached: on the shared null instance the null pointer error, on the shared unresolved instance the
 /// unresolved error, on a live object that lacks the method the function-not-implemented error; a method without a
 /// `Result` answers 0, false or empty. So a call through an empty `Ref` is safe and a chain of calls needs no test.
@@ -31,7 +31,7 @@
 
 namespace orvik {
 
-/// Why an object answers that does not exist. `None` stands in live objects.
+/// Why an absent object answers. `None` is the value in live objects.
 enum class Absence : uint8_t { None = 0, Null = 1, Unresolved = 2, NotImplemented = 3 };
 
 /// Makes the shared, preallocated error of a reason: 0 and 1 null pointer, 2 unresolved, 3 function not implemented.
@@ -51,14 +51,14 @@ struct UnboundAnswer {
     }
 };
 
-/// Counts and allocation of one object, in front of its bytes. The memory goes with the last weak reference.
+/// Counts and allocation of one object, in front of its bytes. The memory is freed with the last weak reference.
 struct ObjectCounts {
     std::atomic<int32_t> strong{1};
     std::atomic<int32_t> weak{1};  ///< weak references, plus one while the object lives
 
     void RetainWeak() noexcept { weak.fetch_add(1, std::memory_order_relaxed); }
     ORVIK_API void ReleaseWeak() noexcept;
-    /// Raises the strong count unless the object has gone.
+    /// Raises the strong count unless the object is destroyed.
     ORVIK_API bool TryRetain() noexcept;
 };
 
@@ -171,7 +171,7 @@ public:
 
     /// True when there is a live object.
     explicit operator bool() const noexcept { return _object && !_object->IsAbsent(); }
-    /// Implementation classes without a null instance are only called where they are known to be there.
+    /// References to implementation classes, which have no null instance, must not be null here.
     I* operator->() const {
         if constexpr (std::is_constructible_v<I, Absence>)
             return _object ? _object : &Absent<I>();
@@ -214,7 +214,7 @@ public:
     }
     ~WeakRef() { Set(nullptr); }
 
-    /// @return a strong reference, or null when the object has gone
+    /// @return a strong reference, or null when the object is destroyed
     Ref<I> Get() const noexcept {
         const uintptr_t word = Lock();
         I* object = nullptr;
@@ -330,7 +330,7 @@ int InterfaceOrdinal() {
     return ordinal;
 }
 
-/// What is known of one class of objects: its id, and for each interface, by ordinal, where it lies in an object.
+/// What is known about one class of objects: its id, and for each interface, by ordinal, its place in an object.
 class ClassRecord {
 public:
     static constexpr int kMaxInterfaces = 128;

@@ -4,13 +4,15 @@
 
 #include "orvik/basearray.h"
 #include "orvik/delegate.h"
+#include "orvik/errortypes.h"
 
 namespace orvik {
 
 template <class Signature>
 class Observable;
 
-/// Runs all observers, also after one has failed, and returns the first error.
+/// Runs all observers, also after one has failed. A single error comes back as it is, several as one
+/// `GatheredErrorInterface`.
 template <class... A>
 class Observable<Result<void>(A...)> {
 public:
@@ -31,17 +33,16 @@ public:
 
     /// An observer may add and remove observers; added ones run from the next notification on.
     Result<void> Notify(A... arguments) {
-        Result<void> first;
+        Error failed;
         const Int end = _nextNumber;
         Int done = 0;
         for (Int i = 0; (i = FindBehind(done)) < _observers.GetCount() && _observers[i].number < end;) {
             done = _observers[i].number;
             const Observer observer = _observers[i].observer;  // the list may change under the call
-            Result<void> answer = observer(arguments...);
-            if (!answer && first)
-                first = std::move(answer);
+            if (Result<void> answer = observer(arguments...); !answer)
+                failed = GatherErrors(failed, answer.GetError());
         }
-        return first;
+        return failed;
     }
 
 private:

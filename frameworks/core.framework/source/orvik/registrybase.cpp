@@ -25,7 +25,7 @@ struct Store {
 };
 
 Store& GetStore() {
-    static auto* const store = new Store;
+    static Immortal<Store> store;
     return *store;
 }
 
@@ -159,7 +159,7 @@ void Publisher::UndoAll() noexcept {
     while (!_records.IsEmpty()) {
         const Record record = std::move(_records.GetLast());
         _records.Pop();
-        // What is taken out goes after the lock: its end may look something up.
+        // What is taken out is destroyed after the lock: its destructor may look something up.
         Ref<PublishedClass> goneClass;
         ObjectRef goneObject;
         RegistryTable goneTable;

@@ -71,7 +71,7 @@ public:
     };
     /// All entries as they stand now; an unknown registry is empty.
     static Result<BaseArray<Entry>> CopyEntries(const Id& registry);
-    /// The same for those who cannot fail: empty also when memory is short.
+    /// The same without an error: empty also when memory is short.
     static BaseArray<Entry> GetEntries(const Id& registry);
     /// @return the entry's object, or the unresolved reference
     static ObjectRef Find(const Id& registry, const Id& entry);
@@ -101,7 +101,7 @@ public:
         return PublishClass(id, []() -> Result<ObjectRef> { return ObjectRef(TRY(NewObj<T>())); });
     }
     Result<void> PublishObject(const Id& id, ObjectRef object);
-    /// Appends to a registry, which comes to be with its first entry.
+    /// Appends to a registry, which begins to exist with its first entry.
     Result<void> AddToRegistry(const Id& registry, const Id& entry, ObjectRef object);
     /// Takes everything back, last first.
     void UndoAll() noexcept;

@@ -13,7 +13,7 @@
 
 namespace orvik {
 
-/// The counted text; the bytes and a terminating zero stand behind it. The empty text has no body.
+/// The counted text; the bytes and a terminating zero follow it. The empty text has no body.
 struct String::Body {
     std::atomic<int32_t> count{1};
     size_t size = 0;
@@ -45,7 +45,7 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 char LowerAscii(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
-/// Runs a conversion that collects in a standard string; its shortage of memory becomes the error.
+/// Runs a conversion that collects in a standard string; lack of memory becomes the error.
 template <class Text, class Convert>
 Result<Text> Collect(Convert&& convert) {
     try {

@@ -139,8 +139,12 @@ FormatArgument MakeFormatArgument(const T& value) {
         return FormatArgument();
 }
 
-/// Replaces each "@" (or "@{spec}") of `text` by the next argument. "@{x}" prints an integer in hexadecimal; other
-/// specs print as "@" does. Placeholders without an argument stay as they are.
+/// Replaces each "@" (or "@{spec}") of `text` by the next argument. Placeholders without an argument stay as they are.
+///
+/// A spec is for integers: [+] [0] [width] [d | x | X]. "+" shows the sign of positive numbers; the width, at most 99,
+/// is filled with blanks in front of the sign or, after "0", with zeros behind it; "d" is decimal, as is no letter;
+/// "x" and "X" are hexadecimal, negative numbers as 64 bits in two's complement. "@{04d}" prints 7 as "0007". Any other
+/// spec, and any other argument, prints as "@" does.
 ORVIK_API String FormatStringArguments(std::string_view text, Block<const FormatArgument> arguments) noexcept;
 
 template <class... Arguments>

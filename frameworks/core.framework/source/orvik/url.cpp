@@ -31,7 +31,7 @@ int HexDigit(char c) noexcept {
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-/// "%2F" and the like become bytes. What is no escape stays, and so does "%00", which no path can hold.
+/// "%2F" and the like become bytes. Anything else is kept, and so is "%00", which no path can hold.
 std::string DecodePercent(std::string_view text) {
     std::string out;
     for (size_t i = 0; i < text.size(); ++i) {
@@ -65,148 +65,208 @@ size_t FindSuffixDot(std::string_view name) noexcept {
     return dot == 0 ? std::string_view::npos : dot;
 }
 
-String ToText(std::string_view bytes) {
+String ToText(std::string_view bytes) noexcept {
     Result<String> text = String::FromSystemText(bytes);
     return text ? std::move(text).TakeValue() : String();
 }
 
 }  // namespace
 
-Url::Url(std::string_view text) {
+struct Url::Path : public Object {
+    explicit Path(std::string path) : text(std::move(path)) {}
+    const std::string text;
+};
+
+template <class F>
+void Url::SetPath(F&& make) noexcept {
+    if (_incomplete)
+        return;
+    try {
+        std::string path = make();
+        ObjectRef fresh;
+        if (!path.empty()) {
+            Result<Ref<Path>> made = NewObj<Path>(std::move(path));
+            _incomplete = !made;
+            if (made)
+                fresh = std::move(made).TakeValue();
+        }
+        _path = std::move(fresh);
+    } catch (const std::bad_alloc&) {
+        _path = nullptr;
+        _incomplete = true;
+    }
+    _content = nullptr;
+}
+
+Result<void> Url::Check() const {
+    if (_incomplete)
+        return OutOfMemoryError();
+    return {};
+}
+
+const std::string& Url::GetSystemPath() const noexcept {
+    static const std::string kEmpty;
+    const auto* path = static_cast<const Path*>(_path.GetPointer());
+    return path ? path->text : kEmpty;
+}
+
+Url::Url(std::string_view text) noexcept {
+    const auto decode = [&](std::string_view path) { SetPath([path] { return DecodePercent(path); }); };
     if (HasScheme(text, "memory:")) {
         _memory = true;
-        _path = text.substr(7);
+        SetPath([&] { return std::string(text.substr(7)); });
     } else if (HasScheme(text, "file://")) {
         text.remove_prefix(7);
-        if (HasScheme(text, "localhost/"))
-            text.remove_prefix(9);
-        _path = DecodePercent(text);
+        decode(HasScheme(text, "localhost/") ? text.substr(9) : text);
     } else if (HasScheme(text, "file:/")) {
-        _path = DecodePercent(text.substr(5));
+        decode(text.substr(5));
     } else {
-        _path = text;
+        SetPath([&] { return std::string(text); });
     }
 }
 
-Url Url::FromSystemPath(std::string path) {
+Url Url::FromSystemPath(std::string_view path) noexcept {
     Url url;
-    url._path = std::move(path);
+    url.SetPath([path] { return std::string(path); });
     return url;
 }
 
-String Url::GetUrl() const { return _memory ? ToText("memory:" + _path) : ToText(_path); }
+String Url::GetUrl() const {
+    String path = ToText(GetSystemPath());
+    if (!_memory)
+        return path;
+    String text("memory:");
+    (void)text.Append(path);
+    return text;
+}
 
-String Url::GetName() const { return ToText(NameOf(_path)); }
+String Url::GetName() const { return ToText(NameOf(GetSystemPath())); }
 
 String Url::GetSuffix() const {
-    const std::string_view name = NameOf(_path);
+    const std::string_view name = NameOf(GetSystemPath());
     const size_t dot = FindSuffixDot(name);
     return dot == std::string_view::npos ? String() : ToText(name.substr(dot + 1));
 }
 
-void Url::SetSuffix(const String& suffix) {
-    std::string path(Trimmed(_path));
-    const std::string_view name = NameOf(path);
-    const size_t dot = FindSuffixDot(name);
-    if (dot != std::string_view::npos)
-        path.resize(path.size() - name.size() + dot);
-    if (!suffix.IsEmpty())
-        path.append(".").append(suffix.GetText());
-    _path = std::move(path);
+void Url::SetSuffix(const String& suffix) noexcept {
+    SetPath([&] {
+        std::string path(Trimmed(GetSystemPath()));
+        const std::string_view name = NameOf(path);
+        const size_t dot = FindSuffixDot(name);
+        if (dot != std::string_view::npos)
+            path.resize(path.size() - name.size() + dot);
+        if (!suffix.IsEmpty())
+            path.append(".").append(suffix.GetText());
+        return path;
+    });
 }
 
-Url Url::GetDirectory() const {
-    const std::string_view path = Trimmed(_path);
+Url Url::GetDirectory() const noexcept {
+    const std::string_view path = Trimmed(GetSystemPath());
     const size_t slash = path.rfind('/');
-    Url directory;
+    Url directory =
+        FromSystemPath(slash == std::string_view::npos ? std::string_view(".") : Trimmed(path.substr(0, slash + 1)));
     directory._memory = _memory;
-    directory._path = slash == std::string_view::npos ? "." : std::string(Trimmed(path.substr(0, slash + 1)));
     return directory;
 }
 
-String Url::GetPath() const { return ToText(GetDirectory()._path); }
+String Url::GetPath() const { return ToText(GetDirectory().GetSystemPath()); }
 
 Result<void> Url::Append(const String& component) {
-    try {
-        std::string path = _path;
+    TRY(Check());
+    Url longer;
+    longer.SetPath([&] {
+        std::string path = GetSystemPath();
         if (!path.empty() && path.back() != '/')
             path.push_back('/');
-        path.append(component.GetText());
-        _path = std::move(path);
-    } catch (const std::bad_alloc&) {
-        return OutOfMemoryError();
-    }
+        return path.append(component.GetText());
+    });
+    TRY(longer.Check());
+    _path = std::move(longer._path);
+    _content = nullptr;
     return {};
 }
 
-Result<InputStreamRef> Url::OpenInputStream() const {
+void Url::SetContent(const Ref<MemoryFile>& content) noexcept { _content = content; }
+
+/// @return the block that is read, or null for a file
+Result<MemoryFileRef> Url::FindContent() const {
+    TRY(Check());
+    if (_content)
+        return MemoryFileRef(static_cast<MemoryFile*>(_content.GetPointer()));
     if (!_memory)
-        return OpenFileInput(*this);
-    const MemoryFileRef file = FindMemoryFile(_path);
+        return MemoryFileRef();
+    MemoryFileRef file = FindMemoryFile(GetSystemPath());
     if (!file)
         return IoError(*this, "cannot open: @", ErrnoText(ENOENT));
-    return OpenMemoryInput(file, *this);
+    return file;
+}
+
+/// @return the block of this name, a new one if there is none; null for a file
+Result<MemoryFileRef> Url::MountContent() const {
+    TRY(Check());
+    if (!_memory)
+        return MemoryFileRef();
+    MemoryFileRef file = FindMemoryFile(GetSystemPath());
+    if (!file) {
+        file = TRY(CreateMemoryFile());
+        TRY(MountMemoryFile(GetSystemPath(), file));
+    }
+    return file;
+}
+
+Result<InputStreamRef> Url::OpenInputStream() const {
+    const MemoryFileRef file = TRY(FindContent());
+    return file ? OpenMemoryInput(file, *this) : OpenFileInput(*this);
 }
 
 Result<OutputStreamRef> Url::OpenOutputStream() const {
-    if (!_memory)
-        return OpenFileOutput(*this);
-    MemoryFileRef file = FindMemoryFile(_path);
-    if (!file) {
-        file = TRY(CreateMemoryFile());
-        TRY(MountMemoryFile(_path, file));
-    }
-    return OpenMemoryOutput(file, *this);
+    const MemoryFileRef file = TRY(MountContent());
+    return file ? OpenMemoryOutput(file, *this) : OpenFileOutput(*this);
 }
 
 Result<std::pair<InputStreamRef, OutputStreamRef>> Url::OpenInOutputStream() const {
-    if (!_memory)
-        return OpenFileInOut(*this);
-    MemoryFileRef file = FindMemoryFile(_path);
-    if (!file) {
-        file = TRY(CreateMemoryFile());
-        TRY(MountMemoryFile(_path, file));
-    }
-    return OpenMemoryInOut(file, *this);
+    const MemoryFileRef file = TRY(MountContent());
+    return file ? OpenMemoryInOut(file, *this) : OpenFileInOut(*this);
 }
 
 IODETECT Url::IoDetect() const noexcept {
+    if (_content)
+        return IODETECT::FILE;
     if (_memory)
-        return FindMemoryFile(_path) ? IODETECT::FILE : IODETECT::NONEXISTENT;
+        return FindMemoryFile(GetSystemPath()) ? IODETECT::FILE : IODETECT::NONEXISTENT;
     struct stat status {};
-    if (stat(_path.c_str(), &status) != 0)
+    if (stat(GetSystemPath().c_str(), &status) != 0)
         return IODETECT::NONEXISTENT;
     return S_ISDIR(status.st_mode) ? IODETECT::DIRECTORY : IODETECT::FILE;
 }
 
 Result<void> Url::IoDelete() const {
+    TRY(Check());
     if (_memory) {
-        if (!FindMemoryFile(_path))
+        if (!FindMemoryFile(GetSystemPath()))
             return IoError(*this, "cannot delete: @", ErrnoText(ENOENT));
-        UnmountMemoryFile(_path);
+        UnmountMemoryFile(GetSystemPath());
         return {};
     }
-    if (std::remove(_path.c_str()) != 0)
+    if (std::remove(GetSystemPath().c_str()) != 0)
         return IoError(*this, "cannot delete: @", ErrnoText(errno));
     return {};
 }
 
 Result<std::pair<Int, Int>> Url::GetSizeAndTime() const {
-    if (_memory) {
-        const MemoryFileRef file = FindMemoryFile(_path);
-        if (!file)
-            return IoError(*this, "cannot open: @", ErrnoText(ENOENT));
+    const MemoryFileRef file = TRY(FindContent());
+    if (file)
         return std::pair<Int, Int>(file->GetBytes().GetCount(), 0);
-    }
     struct stat status {};
-    if (stat(_path.c_str(), &status) != 0)
+    if (stat(GetSystemPath().c_str(), &status) != 0)
         return IoError(*this, "cannot open: @", ErrnoText(errno));
     return std::pair<Int, Int>(status.st_size, status.st_mtim.tv_sec * Int(1000000000) + status.st_mtim.tv_nsec);
 }
 
 uint64_t Url::GetHashCode() const noexcept {
     uint64_t hash = 0xCBF29CE484222325 + _memory;  // FNV-1a
-    for (const char c : _path)
+    for (const char c : GetSystemPath())
         hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3;
     return hash;
 }

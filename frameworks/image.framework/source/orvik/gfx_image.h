@@ -10,6 +10,10 @@
 #include "orvik/mediasession_session.h"
 #include "orvik/mediasession_streamformat.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 /// What a node is; stored under "net.orvik.image.type".
@@ -196,3 +200,5 @@ ORVIK_API Result<String> GetLayerPath(const ImageBaseRef& node, const ImageBaseR
 ORVIK_API ImagePixelBlend GetLayerBlendMode(const ImageBaseRef& layer);
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop

@@ -3,7 +3,7 @@
 /// Transforms between colour profiles.
 
 #include "orvik/gfx_basictypes.h"
-#include "orvik/gfx_image_colorprofile.h"
+#include "orvik/gfx_image_pixelformat.h"
 
 namespace orvik {
 

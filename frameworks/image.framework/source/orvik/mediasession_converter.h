@@ -4,6 +4,10 @@
 
 #include "orvik/mediasession_stream.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 /// A node of a session. The three phases run in the order Analyze, PrepareExecute, Execute; `inputs` are the converters
@@ -78,3 +82,5 @@ inline constexpr Key<Block<const Int>> kOutputBitDepthsLayer{"net.orvik.media.ou
 }  // namespace mediacapability
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop

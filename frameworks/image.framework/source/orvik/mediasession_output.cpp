@@ -1,6 +1,7 @@
 #include "orvik/mediasession_output.h"
 
 #include "orvik/crashreport.h"
+#include "orvik/iomemory.h"
 
 namespace orvik {
 
@@ -78,10 +79,11 @@ Result<MediaSessionRef> MediaSessionImport(const Url& url, TimeValue targetTime,
     if (ImportNesting::IsTooDeep())
         return IllegalStateError("Image @ is nested more than @ files deep.", url, ImportNesting::kMaxNestedImports);
 
+    const Url source = TRY(ReadUnseekable(url));  // the preferred handler, detection and the importer each read it
     Import import{targetTime, flags, output, selection, progress, preferredHandler};
     bool accepted = false;
     if (preferredHandler) {
-        accepted = TRY(import.Attempt(url, preferredHandler));
+        accepted = TRY(import.Attempt(source, preferredHandler));
         import.secondPass = !accepted;
     }
     if (!accepted) {
@@ -89,7 +91,7 @@ Result<MediaSessionRef> MediaSessionImport(const Url& url, TimeValue targetTime,
         const HandlerDelegate attempt = [&import](const Url& detected, const FileFormatHandler& handler) {
             return import.Attempt(detected, handler);
         };
-        accepted = !TRY(FileFormatDetection::DetectAll(url, wanted, attempt)).IsEmpty();
+        accepted = !TRY(FileFormatDetection::DetectAll(source, wanted, attempt)).IsEmpty();
     }
     if (!accepted || !import.session)
         return IllegalArgumentError("Image @ is not of a supported type.", url);

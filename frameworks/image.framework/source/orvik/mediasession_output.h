@@ -6,6 +6,10 @@
 #include "orvik/gfx_image.h"
 #include "orvik/mediasession_session.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 /// Turns an importer's streams into an image tree.
@@ -73,3 +77,5 @@ ORVIK_API MediaSessionFileFormatHandler FindHandlerByFormat(const Id& formatId);
 ORVIK_API MediaSessionFileFormatHandler FindHandlerBySuffix(std::string_view suffix);
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop

@@ -5,6 +5,10 @@
 #include "orvik/mediasession_base.h"
 #include "orvik/observerobject.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 class MediaSessionProgressInterface;
@@ -33,3 +37,5 @@ public:
 };
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop

@@ -5,6 +5,10 @@
 #include "orvik/mediasession_converter.h"
 #include "orvik/mediasession_progress.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 /// Runs on the caller's thread; has no threads and no queue.
@@ -30,3 +34,5 @@ public:
 };
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop

@@ -7,6 +7,10 @@
 #include "orvik/hierarchyobject.h"
 #include "orvik/mediasession_streamformat.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 /// One way to read a stream, under its id.
@@ -158,3 +162,5 @@ inline constexpr Id kExportFromTexture{"net.orvik.image.class.mediastreamexportf
 }  // namespace mediaclasses
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop

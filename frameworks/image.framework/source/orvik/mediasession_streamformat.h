@@ -101,10 +101,11 @@ class MediaStreamPropertiesInterface : public virtual DataDictionaryObjectInterf
     ORVIK_INTERFACE(MediaStreamPropertiesInterface, "net.orvik.image.interface.mediastreamproperties");
 
 public:
-    /// Copies every entry of the format; a null format gives no entries.
+    /// Copies every entry of the format into this; other entries stay. A null format has none.
     Result<void> Init(const MediaStreamFormat& format) {
-        _dictionary = format ? format->GetDictionary() : DataDictionary();
-        return {};
+        if (IsAbsent())
+            return Unbound();
+        return format ? _dictionary.Merge(format->GetDictionary()) : Result<void>();
     }
     Result<Ref<Object>> Clone() const override {
         Ref<MediaStreamPropertiesInterface> copy = TRY(NewObj<MediaStreamPropertiesInterface>());
