@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "formats.h"
 #include "json.h"
 
 #include "orvik/gfx_image_pixelformat.h"
@@ -47,6 +48,28 @@ std::string Row(const PixelFormat& format) {
 }
 
 }  // namespace
+
+Result<PixelFormat> FindPixelFormat(std::string_view name) {
+    if (const Result<Id> id = Id::Create(name)) {
+        if (PixelFormat format = PixelFormats::Get(*id))
+            return format;
+    }
+    const String wanted = String(name).ToLower();
+    PixelFormat found;
+    for (const PixelFormat& format : TRY(PixelFormats::GetAll())) {
+        const std::string_view id = format->GetId().GetText();
+        const bool isNamed = id.starts_with(kPixelFormatPrefix) &&
+                             String(id.substr(kPixelFormatPrefix.size())).ToLower() == wanted;
+        if (!isNamed && format->GetShortName().ToLower() != wanted)
+            continue;
+        if (found)
+            return IllegalArgumentError("pixel format '@' could be @ or @", name, found->GetId(), format->GetId());
+        found = format;
+    }
+    if (!found)
+        return IllegalArgumentError("there is no pixel format '@'; orvik pixelformats lists them", name);
+    return found;
+}
 
 int RunPixelFormats(const Console& console, bool json) {
     const auto formats = PixelFormats::GetAll();

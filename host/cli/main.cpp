@@ -18,9 +18,9 @@ constexpr const char* kExamples =
     "  orvik convert picture.png picture.bmp\n"
     "  orvik convert --set interlaced=true scan.bmp scan.png\n"
     "  orvik convert --profile press.icc picture.png proof.png\n"
-    "  orvik pixels --format net.orvik.image.pixelformat.rgb.u8 picture.png -o picture.raw\n"
+    "  orvik pixels --format rgb.u8 picture.png -o picture.raw\n"
     "\n"
-    "Exit status: 0 done, 1 failed, 2 wrong usage, 128 + signal when interrupted.\n"
+    "Exit status: 0 done, 1 failed, 2 wrong usage; an interrupted command ends by the signal.\n"
     "The module is searched in ORVIK_MODULE_PATH, then beside the program.";
 
 struct Options {
@@ -33,7 +33,7 @@ struct Options {
 
 using Run = std::function<int(const Console&)>;
 
-/// One subcommand; `run` is what the command line comes to when this one is named.
+/// Adds a subcommand; `chosen` becomes its `run` when the user names it.
 CLI::App* AddCommand(CLI::App& app, const char* name, const char* description, Run& chosen, Run run) {
     CLI::App* command = app.add_subcommand(name, description);
     command->footer("");
@@ -84,7 +84,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
                                   [&](const Console& console) { return RunPixels(console, options.pixels); });
     pixels->add_option("IN", options.pixels.input, "File to load, '-' for standard input")->required();
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
-    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Id of the pixel format")->capture_default_str();
+    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Pixel format, by id or short name")->capture_default_str();
     AddSelection(*pixels, options.pixels.selection);
     pixels->footer("Rows stand top row first, without padding. Indices come out of pictures that have such ones.");
 
@@ -138,10 +138,17 @@ int Main(int argc, char** argv) {
 }  // namespace orvik::cli
 
 int main(int argc, char** argv) {
+    using orvik::cli::Console, orvik::cli::Interruption;
+    int status = orvik::cli::kFailed;
     try {
-        return orvik::cli::Main(argc, argv);
+        status = orvik::cli::Main(argc, argv);
+    } catch (const std::bad_alloc&) {
+        return Console::FailOutOfMemory();
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "orvik: %s\n", failure.what());
-        return orvik::cli::kFailed;
     }
+    // By now everything is cleaned up. A shell that runs a list of commands stops only if the signal ended this one.
+    if (const int signal = Interruption::GetSignal(); signal != 0 && status == 128 + signal)
+        Interruption::EndBySignal(signal);
+    return status;
 }

@@ -1,5 +1,6 @@
 #include "profile.h"
 
+#include "interruption.h"
 #include "progressline.h"
 
 #include "orvik/gfx_image_colorprofileconvert.h"
@@ -182,7 +183,10 @@ Result<TargetProfile> TargetProfile::Open(const std::string& name) {
         target._greyProfile = colorprofiles::Get(isLinear ? colorprofiles::kLinearGrey : colorprofiles::kSgrey);
         return target;
     }
-    target._profile = TRY(ColorProfile::OpenProfileFromFile(Url(name)));
+    {
+        const Interruption::Waiting waiting;  // it may be a pipe
+        target._profile = TRY(ColorProfile::OpenProfileFromFile(Url(name)));
+    }
     const ColorSpace space = target._profile.GetColorSpace();
     if (!space || space == colorspaces::Get(colorspaces::kYuv))
         return UnsupportedArgumentError("the profile is for no colours that pixels can have");

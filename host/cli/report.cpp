@@ -99,8 +99,9 @@ std::string LookMarks(const Json& node) {
 
 std::string TextPart(const Json& node) {
     std::string html = "<div class=\"text\"><span class=\"name\">" + Escape(node["name"].get<std::string>()) +
-                       "</span> <span class=\"type\">" + Escape(TypeText(node)) + "</span>" + LookMarks(node) + "<dl>" +
-                       Row("size", SizeText(node)) + Row("pixel format", FormatText(node));
+                       "</span> <span class=\"type\">" + Escape(TypeText(node)) + "</span>" + LookMarks(node) + "<dl>";
+    if (HasPixels(node))
+        html += Row("size", SizeText(node)) + Row("pixel format", FormatText(node));
     if (const auto profile = node["colorprofile"].get<std::string>(); !profile.empty())
         html += Row("colour profile", profile);
     html += "</dl>";
@@ -164,7 +165,8 @@ Result<void> Report::AddNode(const Json& description, const ImageBaseRef& node) 
 Result<void> Report::Add(const Json& description, const Picture& picture) {
     ++_count;
     _body += "<h1>" + Escape(description["url"].get<std::string>()) + "</h1>\n<p class=\"about\">" +
-             Escape(std::string(picture.format->GetName().GetText())) + ", " + SizeText(description) + "</p>\n<ul>\n";
+             Escape(std::string(picture.format->GetName().GetText())) +
+             (HasPixels(description) ? ", " + SizeText(description) : "") + "</p>\n<ul>\n";
     const auto images = TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE));
     for (Int i = 0; i < images.GetCount(); ++i)
         TRY(AddNode(description["images"][static_cast<size_t>(i)], images[i]));

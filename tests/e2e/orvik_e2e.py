@@ -27,21 +27,21 @@ if SANITIZED:
     os.environ.setdefault("TSAN_OPTIONS", "exitcode=99")
 
 
-def prepare_child(limits, interrupt):
-    """Runs in the child: signals as a shell in the foreground has them, and the limits."""
+def prepare_child(limits, interrupt, pipe):
+    """Runs in the child: signals as a shell in the foreground has them, unless a test says otherwise, and limits."""
     signal.signal(signal.SIGINT, interrupt)
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    signal.signal(signal.SIGPIPE, pipe)
     for kind, value in limits.items():
         resource.setrlimit(kind, (value, value))
 
 
-def start(*arguments, limits=None, interrupt=signal.SIG_DFL, **options):
+def start(*arguments, limits=None, interrupt=signal.SIG_DFL, pipe=signal.SIG_DFL, **options):
     options.setdefault("stdout", subprocess.PIPE)
     options.setdefault("stderr", subprocess.PIPE)
     return subprocess.Popen(
         [options.pop("program", PROGRAM), *map(str, arguments)],
         stdin=options.pop("stdin", subprocess.DEVNULL),
-        preexec_fn=lambda: prepare_child(limits or {}, interrupt),
+        preexec_fn=lambda: prepare_child(limits or {}, interrupt, pipe),
         **options,
     )
 

@@ -180,8 +180,8 @@ class Convert(OrvikTest):
         with subprocess.Popen(["head", "-c", "5000", SAMPLE], stdout=subprocess.PIPE) as head:
             self.fails(1, "info", "-", stdin=head.stdout)
             head.stdout.close()
-        self.fails(1, "info", "-", stdin=subprocess.DEVNULL, contains="memory:standard input is not of a supported")
-        self.fails(1, "info", "/dev/null", contains="memory:/dev/null is not of a supported type")
+        self.fails(1, "info", "-", stdin=subprocess.DEVNULL, contains=": -: Image is not of a supported")
+        self.fails(1, "info", "/dev/null", contains=": /dev/null: Image is not of a supported type")
 
     def test_file_urls(self):
         out = self.folder / "with space.bmp"
