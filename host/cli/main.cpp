@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 
 #include "commands.h"
@@ -33,6 +34,35 @@ struct Options {
 
 using Run = std::function<int(const Console&)>;
 
+/// Stands before each argument after "--" while the command line is parsed: the parser would still take what looks like
+/// an option for one once the command has a file.
+constexpr std::string_view kFileMark = "\x01--\x01";
+
+std::string WithoutMarks(std::string text) {
+    for (size_t at = 0; (at = text.find(kFileMark, at)) != std::string::npos;)
+        text.erase(at, kFileMark.size());
+    return text;
+}
+
+/// The arguments in the parser's order, the last one first.
+std::vector<std::string> PrepareArguments(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    const auto end = std::ranges::find(arguments, "--");
+    if (end != arguments.end()) {
+        for (auto file = arguments.erase(end); file != arguments.end(); ++file)
+            file->insert(0, kFileMark);
+    }
+    std::ranges::reverse(arguments);
+    return arguments;
+}
+
+template <class T>
+void AddFiles(CLI::App& command, const char* name, T& files, const char* description) {
+    command.add_option(name, files, description)->required()->transform([](std::string name) {
+        return WithoutMarks(std::move(name));
+    });
+}
+
 /// Adds a subcommand; `chosen` becomes its `run` when the user names it.
 CLI::App* AddCommand(CLI::App& app, const char* name, const char* description, Run& chosen, Run run) {
     CLI::App* command = app.add_subcommand(name, description);
@@ -60,7 +90,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
 
     CLI::App* info = AddCommand(app, "info", "Show what is in picture files: images, alphas, layers, metadata", chosen,
                                 [&](const Console& console) { return RunInfo(console, options.info); });
-    info->add_option("URL", options.info.files, "Files")->required();
+    AddFiles(*info, "URL", options.info.files, "Files");
     info->add_flag("--json", options.info.json, "As JSON: an object for one file, a list for several");
     info->add_flag("--headers", options.info.headersOnly, "Read the headers only, not the pixels");
     info->add_option("--html", options.info.report, "Write a page that shows every node with a thumbnail")
@@ -70,8 +100,8 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
 
     CLI::App* convert = AddCommand(app, "convert", "Load a picture and save it in another format", chosen,
                                    [&](const Console& console) { return RunConvert(console, options.convert); });
-    convert->add_option("IN", options.convert.input, "File to load, '-' for standard input")->required();
-    convert->add_option("OUT", options.convert.output, "File to save, '-' for standard output")->required();
+    AddFiles(*convert, "IN", options.convert.input, "File to load, '-' for standard input");
+    AddFiles(*convert, "OUT", options.convert.output, "File to save, '-' for standard output");
     convert->add_option("-t,--to", options.convert.format, "Format to write; otherwise the suffix of OUT decides");
     convert->add_option("-s,--set", options.convert.settings, "Export setting key=value; can be repeated")
         ->allow_extra_args(false);
@@ -82,7 +112,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
 
     CLI::App* pixels = AddCommand(app, "pixels", "Write the pixels of an image as plain rows", chosen,
                                   [&](const Console& console) { return RunPixels(console, options.pixels); });
-    pixels->add_option("IN", options.pixels.input, "File to load, '-' for standard input")->required();
+    AddFiles(*pixels, "IN", options.pixels.input, "File to load, '-' for standard input");
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
     pixels->add_option("-f,--format", options.pixels.pixelFormat, "Pixel format, by id or short name")->capture_default_str();
     AddSelection(*pixels, options.pixels.selection);
@@ -121,13 +151,13 @@ int Main(int argc, char** argv) {
     Describe(app, options, run);
     Interruption::Install();
     try {
-        app.parse(argc, argv);
+        app.parse(PrepareArguments(argc, argv));
     } catch (const CLI::CallForHelp&) {
         return console.Write(ChosenHelp(app));
     } catch (const CLI::CallForVersion& version) {
         return console.Write(std::string(version.what()) + "\n");
     } catch (const CLI::ParseError& failure) {
-        return console.FailUsage(failure.what());
+        return console.FailUsage(WithoutMarks(failure.what()));
     }
     console.SetVerbose(options.verbose);
     return RunWithHost(console, run);
