@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "commands.h"
 #include "exportsettings.h"
 #include "formats.h"
@@ -43,8 +45,9 @@ struct Target {
 Result<Target> FindTarget(const ConvertOptions& options) {
     if (Registry::GetEntries(kFileFormatHandlerRegistry).IsEmpty())
         return UnresolvedError("no file formats are registered");
-    const std::string wanted =
-        options.format.empty() ? std::string(Url(options.output).GetSuffix().GetText()) : options.format;
+    const std::string wanted = options.format.empty()
+                                   ? std::filesystem::path(Url(options.output).GetSystemPath()).extension().string()
+                                   : options.format;
     Target target;
     target.handler = FindFormat(wanted);
     if (!target.handler && options.format.empty())

@@ -50,25 +50,26 @@ std::string Row(const PixelFormat& format) {
 }  // namespace
 
 Result<PixelFormat> FindPixelFormat(std::string_view name) {
-    if (const Result<Id> id = Id::Create(name)) {
-        if (PixelFormat format = PixelFormats::Get(*id))
-            return format;
-    }
-    const String wanted = String(name).ToLower();
+    const std::string wanted = ToLower(name);
     PixelFormat found;
     for (const PixelFormat& format : TRY(PixelFormats::GetAll())) {
-        const std::string_view id = format->GetId().GetText();
-        const bool isNamed = id.starts_with(kPixelFormatPrefix) &&
-                             String(id.substr(kPixelFormatPrefix.size())).ToLower() == wanted;
-        if (!isNamed && format->GetShortName().ToLower() != wanted)
+        const std::string id = ToLower(format->GetId().GetText());
+        if (id == wanted)
+            return format;
+        const bool isShort = id.starts_with(kPixelFormatPrefix) && id.substr(kPixelFormatPrefix.size()) == wanted;
+        if (!isShort && ToLower(format->GetShortName().GetText()) != wanted)
             continue;
         if (found)
             return IllegalArgumentError("pixel format '@' could be @ or @", name, found->GetId(), format->GetId());
         found = format;
     }
-    if (!found)
-        return IllegalArgumentError("there is no pixel format '@'; orvik pixelformats lists them", name);
-    return found;
+    if (found)
+        return found;
+    if (const Result<Id> id = Id::Create(name)) {  // made at run time, so in no list
+        if (PixelFormat format = PixelFormats::Get(*id))
+            return format;
+    }
+    return IllegalArgumentError("there is no pixel format '@'; orvik pixelformats lists them", name);
 }
 
 int RunPixelFormats(const Console& console, bool json) {

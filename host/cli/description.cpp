@@ -1,7 +1,6 @@
 #include "description.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 
 #include "formats.h"
@@ -94,11 +93,7 @@ std::vector<std::string> LookWords(const Json& node) {
     return words;
 }
 
-std::string TypeText(const Json& node) {
-    std::string type = node["type"].get<std::string>();
-    std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::tolower(c)); });
-    return type;
-}
+std::string TypeText(const Json& node) { return ToLower(node["type"].get<std::string>()); }
 
 std::string SizeText(const Json& node) {
     return std::to_string(node["width"].get<Int>()) + " x " + std::to_string(node["height"].get<Int>());

@@ -1,6 +1,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <new>
+#include <unistd.h>
 
 #include "commands.h"
 #include "interruption.h"
@@ -114,7 +116,8 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
                                   [&](const Console& console) { return RunPixels(console, options.pixels); });
     AddFiles(*pixels, "IN", options.pixels.input, "File to load, '-' for standard input");
     pixels->add_option("-o,--output", options.pixels.output, "File to write, '-' for standard output")->required();
-    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Pixel format, by id or short name")->capture_default_str();
+    pixels->add_option("-f,--format", options.pixels.pixelFormat, "Pixel format, by id or short name")
+        ->capture_default_str();
     AddSelection(*pixels, options.pixels.selection);
     pixels->footer("Rows stand top row first, without padding. Indices come out of pictures that have such ones.");
 
@@ -169,11 +172,16 @@ int Main(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     using orvik::cli::Console, orvik::cli::Interruption;
+    // Destructors of the libraries for options and JSON allocate: an exception from there would end in abort.
+    std::set_new_handler([] {
+        Interruption::RemoveTemporaryFile();
+        ::_exit(Console::FailOutOfMemory());
+    });
     int status = orvik::cli::kFailed;
     try {
         status = orvik::cli::Main(argc, argv);
-    } catch (const std::bad_alloc&) {
-        return Console::FailOutOfMemory();
+    } catch (const std::bad_alloc&) {  // a size that no allocator could serve
+        status = Console::FailOutOfMemory();
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "orvik: %s\n", failure.what());
     }

@@ -1,6 +1,6 @@
-// Preloaded by a test: lets one allocation of a program fail, counted from the start of main. In ORVIK_FAIL stand the
+// Preloaded by a test: lets one allocation of a program fail, counted from the start of main. ORVIK_FAIL holds the
 // numbers to try, separated by spaces. Each has a process of its own, forked where main would begin, and is reported on
-// standard output as "NUMBER STATUS REACHED", where STATUS is that of waitpid and REACHED says whether it failed.
+// standard output as "NUMBER STATUS COUNT": the status from waitpid, and how many allocations there were.
 
 #include <atomic>
 #include <cerrno>
@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <new>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,33 +24,32 @@ namespace {
 
 using Main = int (*)(int, char**, char**);
 
-std::atomic<long> g_countdown{0};  // 0 for off
-std::atomic<bool>* g_reached;      // shared with the parent
+long g_number = 0;           // 0 for none
+std::atomic<long>* g_count;  // shared with the parent
 Main g_main;
 
 bool Fails() {
-    if (g_countdown.load(std::memory_order_relaxed) == 0 || --g_countdown != 0)
+    if (g_number == 0 || ++*g_count != g_number)
         return false;
-    *g_reached = true;
     errno = ENOMEM;
     return true;
 }
 
 int RunEach(int argc, char** argv, char** environment) {
-    void* shared = mmap(nullptr, sizeof(*g_reached), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    g_reached = new (shared) std::atomic<bool>;
+    void* shared = mmap(nullptr, sizeof(*g_count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    g_count = new (shared) std::atomic<long>;
     char* rest = std::getenv("ORVIK_FAIL");
     for (long number; rest && (number = std::strtol(rest, &rest, 10)) > 0;) {
-        *g_reached = false;
+        *g_count = 0;
         const pid_t child = fork();
         if (child == 0) {
             dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-            g_countdown = number;
+            g_number = number;
             return g_main(argc, argv, environment);
         }
         int status = 0;
         waitpid(child, &status, 0);
-        dprintf(STDOUT_FILENO, "%ld %d %d\n", number, status, int(*g_reached));
+        dprintf(STDOUT_FILENO, "%ld %d %d\n", number, status, g_count->load());
     }
     return 0;
 }

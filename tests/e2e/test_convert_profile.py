@@ -80,7 +80,7 @@ class Profiles(OrvikTest):
         pixels = noise(20, 256, 3, np.uint16)
         source = write_sixteen_bit_png(self.folder / "source.png", pixels)
         out = self.convert(source, "linear")
-        raw = self.ok("pixels", "--format", "net.orvik.image.pixelformat.rgb.u16", out, "-o", "-")
+        raw = self.ok("pixels", "--format", "rgb.u16", out, "-o", "-")
         self.assert_near(np.frombuffer(raw, np.uint16).reshape(pixels.shape), linear(pixels / 65535) * 65535, 32)
 
     def test_files_by_pillow(self):

@@ -36,24 +36,12 @@ class Installed(OrvikTest):
         return result.stdout
 
     def test_files(self):
-        for name in (
-            "bin/orvik",
-            "include/orvik/objectbase.h",
-            "include/orvik/gfx_image.h",
-            "include/orvik/host.h",
-            "share/man/man1/orvik.1",
-            "share/bash-completion/completions/orvik",
-        ):
-            self.assertTrue((self.prefix / name).is_file(), name)
-        for name in (
-            "liborvik-core.so",
-            "liborvik-image.so",
-            "liborvik-host.so",
-            "orvik/modules/image.module",
-            "cmake/orvik-image/orvik-image-config.cmake",
-            "pkgconfig/orvik-image.pc",
-        ):
-            self.assertTrue((self.libraries / name).is_file(), name)
+        here = {path.relative_to(self.prefix).as_posix() for path in self.prefix.rglob("*")}
+        libraries = self.libraries.relative_to(self.prefix).as_posix()
+        self.assertLessEqual(
+            {"share/man/man1/orvik.1", "share/bash-completion/completions/orvik", f"{libraries}/liborvik-host.so",
+             f"{libraries}/orvik/modules/image.module", "include/orvik/gfx_image.h"}, here
+        )  # fmt: skip
 
     def test_no_trace_of_the_build_tree(self):
         for path in (*self.prefix.glob("bin/*"), *self.prefix.glob("lib/**/*.so*"), *self.prefix.glob("lib/**/*.module")):
