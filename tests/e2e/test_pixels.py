@@ -36,24 +36,23 @@ class Pixels(OrvikTest):
         self.check(apart, "alpha.u8", alpha, "--image", "1", "--path", "Alpha")
         self.check(self.save("opaque.png", colours), "rgba.u8", np.dstack([colours, np.full_like(alpha, 255)]))
 
-    def test_every_format_by_each_of_its_names(self):
+    def test_every_format_by_one_of_its_names(self):
         # Rows of the right length, or the reason why not.
         height, width = 5, 12
         path = self.save("sample.png", noise(height, width, 3))
         formats = json.loads(self.ok("pixelformats", "--json"))
         refused = set()
-        for entry in formats:
+        for number, entry in enumerate(formats):
             name, short = entry["id"].removeprefix("net.orvik.image.pixelformat."), entry["shortname"]
-            for wanted in {entry["id"], name, name.upper(), short, short.lower()}:
-                with self.subTest(wanted):
-                    arguments = ("pixels", path, "-o", self.folder / "out.raw", "--format", wanted)
-                    if name.startswith("indexed."):
-                        refused.add(entry["bits"])
-                        self.fails(1, *arguments, contains=f"to '{entry['id']}'")
-                        continue
-                    self.ok(*arguments)
-                    size = (self.folder / "out.raw").stat().st_size
-                    self.assertEqual(size, height * width * entry["bits"] // 8)
+            wanted = (entry["id"], name, name.upper(), short, short.lower())[number % 5]
+            with self.subTest(wanted):
+                arguments = ("pixels", path, "-o", self.folder / "out.raw", "--format", wanted)
+                if name.startswith("indexed."):
+                    refused.add(entry["bits"])
+                    self.fails(1, *arguments, contains=f"to '{entry['id']}'")
+                    continue
+                self.ok(*arguments)
+                self.assertEqual((self.folder / "out.raw").stat().st_size, height * width * entry["bits"] // 8)
         self.assertEqual(refused, {1, 2, 3, 4, 5, 6, 7, 8, 16})
 
     def test_arithmetic(self):
