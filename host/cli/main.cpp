@@ -24,7 +24,7 @@ constexpr const char* kExamples =
     "  orvik pixels --format rgb.u8 picture.png -o picture.raw\n"
     "\n"
     "Exit status: 0 done, 1 failed, 2 wrong usage; an interrupted command ends by the signal.\n"
-    "The module is searched in ORVIK_MODULE_PATH, then beside the program.";
+    "The module is looked for in ORVIK_MODULE_PATH, then beside the program.";
 
 struct Options {
     bool verbose = false;
@@ -77,9 +77,9 @@ void AddSelection(CLI::App& command, SelectionOptions& selection) {
     command.add_option("--image", selection.image, "Which image of the file, from 1");
     command
         .add_option("--path", selection.paths,
-                    "A node below the image, as in 'Folder/Layer 1' or 'Alpha'; repeated, layers that are composited")
+                    "A node below the image, as 'Folder/Layer 1' or 'Alpha'; if repeated, layers to composite")
         ->allow_extra_args(false);
-    command.add_flag("--composite", selection.composite, "Lay the visible layers, or those of --path, over each other");
+    command.add_flag("--composite", selection.composite, "Composite the visible layers, or those of --path");
 }
 
 void Describe(CLI::App& app, Options& options, Run& chosen) {
@@ -90,8 +90,8 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     app.require_subcommand(1);
     app.fallthrough();
 
-    CLI::App* info = AddCommand(app, "info", "Show what is in picture files: images, alphas, layers, metadata", chosen,
-                                [&](const Console& console) { return RunInfo(console, options.info); });
+    CLI::App* info = AddCommand(app, "info", "Show the contents of picture files: images, alphas, layers, metadata",
+                                chosen, [&](const Console& console) { return RunInfo(console, options.info); });
     AddFiles(*info, "URL", options.info.files, "Files");
     info->add_flag("--json", options.info.json, "As JSON: an object for one file, a list for several");
     info->add_flag("--headers", options.info.headersOnly, "Read the headers only, not the pixels");
@@ -110,7 +110,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     convert->add_option("-p,--profile", options.convert.profile,
                         "Convert colours into a profile: an ICC file, 'srgb' or 'linear'");
     AddSelection(*convert, options.convert.selection);
-    convert->footer("Settings are listed by 'orvik formats'. A key may be cut to its ending: quality=0.9.");
+    convert->footer("'orvik formats' lists the settings. The end of a key is enough: quality=0.9.");
 
     CLI::App* pixels = AddCommand(app, "pixels", "Write the pixels of an image as plain rows", chosen,
                                   [&](const Console& console) { return RunPixels(console, options.pixels); });
@@ -119,7 +119,7 @@ void Describe(CLI::App& app, Options& options, Run& chosen) {
     pixels->add_option("-f,--format", options.pixels.pixelFormat, "Pixel format, by id or short name")
         ->capture_default_str();
     AddSelection(*pixels, options.pixels.selection);
-    pixels->footer("Rows stand top row first, without padding. Indices come out of pictures that have such ones.");
+    pixels->footer("Rows from the top, without padding. Indexed formats need a picture that has such indices.");
 
     CLI::App* formats = AddCommand(app, "formats", "List file formats, what each can hold and its export settings",
                                    chosen, [&](const Console& console) { return RunFormats(console, options.json); });
@@ -149,8 +149,7 @@ int Main(int argc, char** argv) {
     Console console;
     Options options;
     Run run;
-    CLI::App app("orvik " ORVIK_VERSION ": looks into picture files, converts them, and hands out their pixels",
-                 "orvik");
+    CLI::App app("orvik " ORVIK_VERSION ": inspects picture files, converts them, writes out their pixels", "orvik");
     Describe(app, options, run);
     Interruption::Install();
     try {

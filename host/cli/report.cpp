@@ -43,7 +43,7 @@ summary { cursor: pointer; margin-top: 0.3rem; font-size: 0.9rem; opacity: 0.75;
 )html";
 constexpr std::string_view kTail = "</body>\n</html>\n";
 
-/// Names come from files: no mark-up, no broken UTF-8, no control characters.
+/// Names come from files and may hold mark-up, broken UTF-8 and control characters.
 std::string Escape(const std::string& text) {
     std::string out;
     for (const char c : Printable(utf8::replace_invalid(text))) {
@@ -114,7 +114,7 @@ std::string TextPart(const Json& node) {
     return html + "</div>";
 }
 
-/// @param subject  what the picture shows, for those who cannot see it
+/// @param subject  alternative text of the picture
 Result<std::string> ThumbnailPart(const Json& description, const ImageBaseRef& node, const LayerSet& layers,
                                   const std::string& subject) {
     const Result<BaseArray<std::byte>> png = MakeThumbnail(node, layers);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kMaxDepth = 256;
 
-/// Slashes are easier to type; layer sets know backslashes.
+/// Layer sets separate names by backslashes; slashes are easier to type.
 std::string Normalize(std::string path) {
     std::ranges::replace(path, '/', '\\');
     return path;

@@ -78,11 +78,10 @@ def noise(height, width, channels, dtype=np.uint8, seed=1):
 def write_sixteen_bit_png(path, pixels, *options):
     """By netpbm: Pillow writes no colours of 16 bits."""
     height, width = pixels.shape[:2]
-    kind = "P5" if pixels.ndim == 2 else "P6"
-    pnm = f"{kind} {width} {height} 65535\n".encode() + pixels.astype(">u2").tobytes()
-    with open(path, "wb") as file:
-        command = [find_tool("pnmtopng"), *options]
-        subprocess.run(command, input=pnm, stdout=file, check=True, stderr=subprocess.DEVNULL)
+    head = f"{'P5' if pixels.ndim == 2 else 'P6'} {width} {height} 65535\n"
+    command = [find_tool("pnmtopng"), *options]
+    made = subprocess.run(command, input=head.encode() + pixels.astype(">u2").tobytes(), capture_output=True, check=True)
+    path.write_bytes(made.stdout)
     return path
 
 
