@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "commands.h"
 #include "exportsettings.h"
 #include "formats.h"
@@ -10,23 +12,7 @@ namespace orvik::cli {
 
 namespace {
 
-/// Without a word from the user a bitmap keeps its alpha and the profile that was asked for: its older headers would
-/// drop the one and have no room for the other.
-Result<void> ChooseBitmapHeader(DataDictionary& settings, std::string_view formatName, const Picture& picture,
-                                const ConvertOptions& options) {
-    const ImageBaseRef image =
-        Cast<ImageBaseInterface>(picture.texture->GetFirstChild(static_cast<Int>(IMAGEHIERARCHY::IMAGE)));
-    const auto indexed = Cast<PixelFormatIndexedColorInterface>(image->GetPixelFormat());
-    const PixelFormat colors = indexed ? indexed->GetColorTablePixelFormat() : image->GetPixelFormat();
-    const bool hasAlpha = FindAlpha(image) || (colors && colors->HasAlpha());
-    const Id header = settings.Get(mediaexport::kBmpInfoHeader, Id("V3"));
-    const bool losesAlpha = hasAlpha && header == Id("V3"), losesProfile = !options.profile.empty();
-    if (formatName == "bmp" && (losesAlpha || losesProfile))
-        return settings.Set(mediaexport::kBmpInfoHeader, Id("V5"));
-    return {};
-}
-
-/// Leaves of the picture what was selected.
+/// Reduces the picture to the selection.
 Result<void> Reduce(Picture& picture, const SelectionOptions& options) {
     if (options.IsWholePicture())
         return {};
@@ -48,19 +34,20 @@ Result<void> SaveTo(const std::string& output, const Picture& picture, const Id&
     return target.Commit();
 }
 
-/// What is written and how. Known before anything is loaded, since wrong usage should not cost a load.
+/// What is written and how. Found before anything is loaded, so that wrong usage does not cost a load.
 struct Target {
     MediaSessionFileFormatHandler handler;
     std::string formatName;
-    DataDictionary settings;  ///< those that the user named
+    DataDictionary settings;  ///< only those that the user named
 };
 
-/// Errors are for the user who typed them, but for an unresolved one when there are no formats at all.
+/// Errors report wrong usage, except an unresolved one when no formats are registered.
 Result<Target> FindTarget(const ConvertOptions& options) {
     if (Registry::GetEntries(kFileFormatHandlerRegistry).IsEmpty())
         return UnresolvedError("no file formats are registered");
-    const std::string wanted =
-        options.format.empty() ? std::string(Url(options.output).GetSuffix().GetText()) : options.format;
+    const std::string wanted = options.format.empty()
+                                   ? std::filesystem::path(Url(options.output).GetSystemPath()).extension().string()
+                                   : options.format;
     Target target;
     target.handler = FindFormat(wanted);
     if (!target.handler && options.format.empty())
@@ -75,10 +62,12 @@ Result<Target> FindTarget(const ConvertOptions& options) {
     return target;
 }
 
-/// The settings of the file, then what suits the picture, then the user's.
+/// The settings of the file, then the user's. The header of a bitmap that was read is not kept where it has no room for
+/// alpha or for the profile that was asked for: the exporter then chooses.
 Result<void> PrepareSettings(const Picture& picture, const Target& target, const ConvertOptions& options) {
     DataDictionary settings = picture.texture->Get(image::kExportSettings, DataDictionary());
-    TRY(ChooseBitmapHeader(settings, target.formatName, picture, options));
+    if (!options.profile.empty() || settings.Get(mediaexport::kBmpInfoHeader, Id()) == Id("V3"))
+        TRY(settings.Erase(mediaexport::kBmpInfoHeader.GetId()));
     TRY(settings.Merge(target.settings));
     return picture.texture->Set(image::kExportSettings, settings);
 }

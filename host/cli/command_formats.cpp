@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <cctype>
+
 #include "commands.h"
 #include "exportsettings.h"
 #include "formats.h"
@@ -142,22 +145,28 @@ std::string Table(const Json& formats) {
 
 }  // namespace
 
+std::string ToLower(std::string_view asciiText) {
+    std::string lower(asciiText);
+    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
+}
+
 MediaSessionFileFormatHandler FindFormat(std::string_view name) {
     static constexpr std::pair<std::string_view, std::string_view> kSecondSuffixes[] = {
         {"tiff", "tif"}, {"pct", "pict"}, {"aif", "aiff"}, {"cur", "ico"}};
-    const String lower = String(name.starts_with('.') ? name.substr(1) : name).ToLower();
-    if (lower.IsEmpty())
+    const std::string lower = ToLower(name.starts_with('.') ? name.substr(1) : name);
+    if (lower.empty())
         return {};
-    if (auto handler = FindHandlerBySuffix(lower.GetText()))
+    if (auto handler = FindHandlerBySuffix(lower))
         return handler;
     for (const Registry::Entry& entry : Registry::GetEntries(kFileFormatHandlerRegistry)) {
         auto handler = Cast<MediaSessionFileFormatHandlerInterface>(entry.object);
         const FileFormat format = handler->GetFileFormat();
-        if (format->GetName() == lower || format->GetFormatId().GetText() == lower.GetText())
+        if (format->GetName().GetText() == lower || format->GetFormatId().GetText() == lower)
             return handler;
     }
     for (const auto& [second, first] : kSecondSuffixes) {
-        if (second == lower.GetText())
+        if (second == lower)
             return FindHandlerBySuffix(first);
     }
     return {};

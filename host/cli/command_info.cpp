@@ -9,7 +9,7 @@ namespace orvik::cli {
 
 namespace {
 
-/// Collects what the files hold and says it in the form that was asked for.
+/// Collects the descriptions of the files and prints them in the form that was asked for.
 class InfoOutput {
 public:
     InfoOutput(const Console& console, const InfoOptions& options) : _console(console), _options(options) {}
@@ -26,12 +26,18 @@ public:
         return kDone;
     }
 
+    /// A program that reads the list finds every file in it.
+    void AddFailure(const std::string& file, const Error& error) {
+        if (_options.json)
+            _list.push_back({{"url", file}, {"error", Explain(file, error)}});
+    }
+
     int Finish() {
         if (!_options.report.empty()) {
             const Result<void> written = _report.Write(_options.report);
             return written ? kDone : _console.Fail(_options.report, written.GetError());
         }
-        if (!_options.json || _list.empty())
+        if (!_options.json)
             return kDone;
         return _console.Write(Serialize(_options.files.size() == 1 ? _list.front() : _list));
     }
@@ -55,6 +61,8 @@ int RunInfo(const Console& console, const InfoOptions& options) {
         status = std::max(status, added ? *added : console.Fail(file, added.GetError()));
         if (status > kWrongUsage)
             return status;
+        if (!added)
+            output.AddFailure(file, added.GetError());
     }
     return std::max(status, output.Finish());
 }

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "formats.h"
 #include "json.h"
 
 #include "orvik/gfx_image_pixelformat.h"
@@ -47,6 +48,29 @@ std::string Row(const PixelFormat& format) {
 }
 
 }  // namespace
+
+Result<PixelFormat> FindPixelFormat(std::string_view name) {
+    const std::string wanted = ToLower(name);
+    PixelFormat found;
+    for (const PixelFormat& format : TRY(PixelFormats::GetAll())) {
+        const std::string id = ToLower(format->GetId().GetText());
+        if (id == wanted)
+            return format;
+        const bool isShort = id.starts_with(kPixelFormatPrefix) && id.substr(kPixelFormatPrefix.size()) == wanted;
+        if (!isShort && ToLower(format->GetShortName().GetText()) != wanted)
+            continue;
+        if (found)
+            return IllegalArgumentError("pixel format '@' could be @ or @", name, found->GetId(), format->GetId());
+        found = format;
+    }
+    if (found)
+        return found;
+    if (const Result<Id> id = Id::Create(name)) {  // made at run time, so in no list
+        if (PixelFormat format = PixelFormats::Get(*id))
+            return format;
+    }
+    return IllegalArgumentError("there is no pixel format '@'; orvik pixelformats lists them", name);
+}
 
 int RunPixelFormats(const Console& console, bool json) {
     const auto formats = PixelFormats::GetAll();

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "formats.h"
 #include "outputtarget.h"
 #include "picture.h"
 #include "selection.h"
@@ -32,18 +33,15 @@ int RunPixels(const Console& console, const PixelsOptions& options) {
     Result<Picture> picture = LoadPicture(options.input, MEDIASESSIONFLAGS::NONE);
     if (!picture)
         return console.Fail(options.input, picture.GetError());
-    const Result<Id> formatId = Id::Create(options.pixelFormat);
-    const PixelFormat format = formatId ? PixelFormats::Get(*formatId) : PixelFormat();
+    const Result<PixelFormat> format = FindPixelFormat(options.pixelFormat);
     if (!format)
-        return console.FailUsage("there is no pixel format '" + options.pixelFormat +
-                                 "'; orvik pixelformats lists them");
+        return console.FailUsage(format.GetError()->ToString().GetText());
     const Result<Selection> selection = Select(*picture, options.selection);
     if (!selection)
         return console.Fail(options.input, selection.GetError());
-    const Result<void> written = WriteTo(options.output, *selection, format);
+    const Result<void> written = WriteTo(options.output, *selection, *format);
     if (written)
         return kDone;
-    // A reader that has seen enough is no failure to talk about.
     const bool toOutput = written.GetError()->IsKindOf(errorid::kIo);
     return console.Fail(toOutput ? options.output : options.input, written.GetError());
 }

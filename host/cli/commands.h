@@ -33,7 +33,7 @@ int RunConvert(const Console& console, const ConvertOptions& options);
 struct PixelsOptions {
     std::string input;
     std::string output;
-    std::string pixelFormat = "net.orvik.image.pixelformat.rgba.u8";
+    std::string pixelFormat = "rgba.u8";  ///< by id or short name
     SelectionOptions selection;
 };
 /// Writes the rows of one node, or of layers composited, in one pixel format.

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <unistd.h>
 
 #include "interruption.h"
@@ -24,7 +25,13 @@ int WriteAll(int descriptor, std::string_view text) {
     return 0;
 }
 
-void Complain(const std::string& line) { (void)WriteAll(STDERR_FILENO, line); }  // nobody is left to tell
+/// A failure to write is dropped: there is no other place for it.
+void Complain(std::string_view line) {
+    std::optional<Interruption::Waiting> waiting;
+    if (Interruption::GetSignal() == 0)  // the message about the interruption itself is still written
+        waiting.emplace();
+    (void)WriteAll(STDERR_FILENO, line);
+}
 
 }  // namespace
 
@@ -45,11 +52,21 @@ std::string Printable(std::string_view text) {
     return out;
 }
 
+std::string Explain(std::string_view subject, const Error& error) {
+    std::string text(error->ToString().GetText());
+    for (const std::string_view scheme : {" memory:", " "}) {
+        const std::string name = std::string(scheme) + std::string(subject == "-" ? kStandardInput : subject) + ' ';
+        if (const size_t at = text.find(name); at != std::string::npos)
+            return text.erase(at, name.size() - 1);
+    }
+    return text;
+}
+
 int Console::Fail(std::string_view subject, const Error& error) const {
     const int signal = Interruption::GetSignal();
     const bool interrupted = signal != 0 && error->IsKindOf(errorid::kThreadCancelled);
     std::string line = "orvik: " + Printable(subject) + ": ";
-    line += interrupted ? "interrupted" : Printable(error->ToString().GetText());
+    line += interrupted ? "interrupted" : Printable(Explain(subject, error));
     if (error->IsKindOf(errorid::kUnresolved) && !_missingModule.empty())
         line += " (" + _missingModule + " was not found; ORVIK_MODULE_PATH can name its directory)";
     line += '\n';
@@ -70,11 +87,19 @@ int Console::FailUsage(std::string_view message) const {
     return kWrongUsage;
 }
 
+int Console::FailOutOfMemory() noexcept {
+    Complain("orvik: out of memory\n");
+    return kFailed;
+}
+
 int Console::Write(std::string_view text) const {
+    const Interruption::Waiting waiting;
     const int failure = WriteAll(STDOUT_FILENO, text);
     if (failure == 0)
         return kDone;
-    if (failure != EPIPE)
+    if (failure == EPIPE)
+        Interruption::EndByClosedPipe();
+    else
         Complain("orvik: standard output: " + std::string(std::strerror(failure)) + "\n");
     return kFailed;
 }

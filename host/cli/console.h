@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// What the command line says: its exit statuses, its errors and its standard output.
+/// Exit statuses, error messages and standard output.
 
 #include <string>
 #include <string_view>
@@ -9,14 +9,14 @@
 
 namespace orvik::cli {
 
-/// Exit statuses. An interrupted command ends with 128 plus the signal's number.
+/// Exit statuses. 128 plus a signal's number stands for an interrupted command, which then ends by that signal.
 enum ExitStatus : int { kDone = 0, kFailed = 1, kWrongUsage = 2 };
 
 class Console {
 public:
-    /// With causes and source locations in every error.
+    /// Whether errors are shown with their causes and source locations.
     void SetVerbose(bool verbose) noexcept { _verbose = verbose; }
-    /// Shown behind unresolved errors: they mean that this module is not there.
+    /// Shown after unresolved errors, which mean that this module was not found.
     void SetMissingModule(std::string name) { _missingModule = std::move(name); }
 
     /// Prints "orvik: SUBJECT: MESSAGE" in one line.
@@ -24,13 +24,22 @@ public:
     int Fail(std::string_view subject, const Error& error) const;
     /// @return kWrongUsage
     int FailUsage(std::string_view message) const;
-    /// Writes to standard output. A reader that has closed its end gets no complaint, only the exit status.
+    /// Allocates nothing.
+    /// @return kFailed
+    static int FailOutOfMemory() noexcept;
+    /// Writes to standard output. Nothing is said about a reader that has closed its end.
     int Write(std::string_view text) const;
 
 private:
     bool _verbose = false;
     std::string _missingModule;
 };
+
+/// What standard input is called in messages and labels.
+inline constexpr std::string_view kStandardInput = "standard input";
+
+/// The text of an error of `subject` without that name, which stands before it anyway.
+std::string Explain(std::string_view subject, const Error& error);
 
 /// The text with control characters as "\x1b" and so on: names come from files and must not steer a terminal.
 std::string Printable(std::string_view text);

@@ -1,8 +1,9 @@
 #include "description.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
+
+#include "formats.h"
 
 #include "orvik/exif.h"
 
@@ -19,7 +20,7 @@ Json FindKey(const Json& node, std::string_view key) {
     return found == metadata.end() ? Json() : *found;
 }
 
-/// What the Exif data of the file say, by name of the tag; null without any.
+/// The Exif data of the file by name of the tag; null without any.
 Result<Json> DescribeExif(const ImageTextureRef& texture) {
     const ExifRef exif = Cast<ExifInterface>(texture->Get(image::kExifData, ObjectRef()));
     if (!exif)
@@ -74,6 +75,8 @@ Result<Json> Describe(const std::string& file, const Picture& picture) {
     return json;
 }
 
+bool HasPixels(const Json& node) { return node["width"].get<Int>() > 0 && node["height"].get<Int>() > 0; }
+
 bool IsHidden(const Json& node) {
     const Json enabled = FindKey(node, "layer.enabled");
     return enabled.is_boolean() && !enabled.get<bool>();
@@ -90,20 +93,15 @@ std::vector<std::string> LookWords(const Json& node) {
     return words;
 }
 
-std::string TypeText(const Json& node) {
-    std::string type = node["type"].get<std::string>();
-    std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::tolower(c)); });
-    return type;
-}
+std::string TypeText(const Json& node) { return ToLower(node["type"].get<std::string>()); }
 
 std::string SizeText(const Json& node) {
     return std::to_string(node["width"].get<Int>()) + " x " + std::to_string(node["height"].get<Int>());
 }
 
 std::string FormatText(const Json& node) {
-    constexpr std::string_view kPrefix = "net.orvik.image.pixelformat.";
     const auto format = node["pixelformat"].get<std::string>();
-    return format.starts_with(kPrefix) ? format.substr(kPrefix.size()) : format;
+    return format.starts_with(kPixelFormatPrefix) ? format.substr(kPixelFormatPrefix.size()) : format;
 }
 
 std::string ValueText(const Json& value) {
@@ -118,12 +116,12 @@ std::string ValueText(const Json& value) {
 }
 
 std::vector<std::pair<std::string, std::string>> OtherMetadata(const Json& node) {
-    static constexpr std::string_view kToldElsewhere[] = {
+    static constexpr std::string_view kShownElsewhere[] = {
         "type", "name", "alphaname", "colorprofile", "layer.opacity", "layer.blendmode", "layer.enabled"};
     std::vector<std::pair<std::string, std::string>> rows;
     for (const auto& [id, value] : node["metadata"].items()) {
         const std::string key = id.substr(kImageKeyPrefix.size());
-        if (std::ranges::find(kToldElsewhere, key) != std::end(kToldElsewhere))
+        if (std::ranges::find(kShownElsewhere, key) != std::end(kShownElsewhere))
             continue;
         if (!value.is_object()) {
             rows.emplace_back(key, ValueText(value));

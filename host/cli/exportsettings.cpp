@@ -20,7 +20,7 @@ const ExportSetting kSettings[] = {
      "leave the pixels in their own profile instead of linear RGB"},
     {mediaexport::kDisableSrgbConversion.GetId(), SettingType::Bool, "tga", "false", kSwitch,
      "leave the pixels in their own profile instead of sRGB"},
-    {mediaexport::kBmpInfoHeader.GetId(), SettingType::Id, "bmp", "V3, or V5 with alpha", kBmpHeaders,
+    {mediaexport::kBmpInfoHeader.GetId(), SettingType::Id, "bmp", "V4 with alpha, V5 with a profile other than sRGB, else V3", kBmpHeaders,
      "generation of the header; V4 and V5 keep alpha, V5 keeps the colour profile"},
     {mediaexport::kJpgBaseline.GetId(), SettingType::Bool, "jpg", "false", kSwitch,
      "quantisation of 8 bits also where a low quality asks for more"},

@@ -15,9 +15,9 @@ enum class SettingType : uint8_t { Bool, Int, Float, Id };  ///< a Float goes fr
 struct ExportSetting {
     Id key;
     SettingType type;
-    std::string_view format;  ///< name of the one format that reads it; empty for settings that several formats share
+    std::string_view format;  ///< name of the one format that reads it; empty for all
     std::string_view fallback;
-    std::span<const std::string_view> choices;  ///< all values there are; empty for free ones
+    std::span<const std::string_view> choices;  ///< the allowed values; empty for any
     std::string_view description;
 
     /// The last word of the key.
@@ -29,7 +29,7 @@ struct ExportSetting {
 /// Every known setting.
 std::span<const ExportSetting> GetExportSettings();
 
-/// Stores "key=value" in `settings`; the key is a full one or any unique ending of one that starts at a dot.
+/// Stores "key=value" in `settings`; the key is a full one or an unambiguous ending that starts after a dot.
 /// Errors are illegal argument errors with a text for the user.
 Result<void> ApplySetting(DataDictionary& settings, std::string_view formatName, std::string_view text);
 

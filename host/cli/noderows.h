@@ -6,19 +6,19 @@
 
 namespace orvik::cli {
 
-/// How the pixels of a node are wanted.
+/// The form in which pixels of a node are read.
 struct RowsWish {
     PixelFormat format;
     ColorProfile profile;  ///< empty: the node's own
     LayerSet layers;       ///< null: the node's own pixels; otherwise what the set selects, composited
 };
 
-/// A read handler that goes back to its image, and the row that it fills.
+/// Owns read handlers of a node and the row that they fill.
 class NodeRows {
 public:
-    /// An alpha child is joined in where the format has alpha, unless a layer set says what is wanted. Colours and
-    /// alpha meet in a format in which alpha lies on whole bytes: the wanted one, or float where that packs its
-    /// channels. Errors: an illegal state for an alpha of another size, those of conversion and memory.
+    /// Joins an alpha child in if the format has alpha and there is no layer set. Colours and alpha are joined in a
+    /// format in which alpha starts at a whole byte: the wanted one, or float if that packs its channels.
+    /// Errors: an illegal state for an alpha of another size, those of conversion and memory.
     static Result<NodeRows> Create(const ImageBaseRef& node, const RowsWish& wish);
 
     NodeRows(NodeRows&&) noexcept = default;
@@ -26,11 +26,11 @@ public:
 
     Int GetWidth() const { return _width; }
     Int GetHeight() const { return _height; }
-    /// @return the bytes of row `y`; they stay until the next call
+    /// @return the bytes of row `y`, valid until the next call
     Result<Block<const std::byte>> Read(Int y);
 
 private:
-    /// One handler; gives it back at its end.
+    /// Owns one handler.
     class Reader {
     public:
         Reader() = default;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,6 +52,7 @@ Result<OutputTarget> OutputTarget::Open(const std::string& name) {
     if (name == "-") {
         target._descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     } else if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        const Interruption::Waiting waiting;  // a named pipe opens when it gets a reader
         target._descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
     } else {
         TRY(target.OpenBeside(path));
@@ -111,10 +113,16 @@ OutputTarget::~OutputTarget() {
 }
 
 Result<void> OutputTarget::Write(Block<const std::byte> bytes) {
+    std::optional<Interruption::Waiting> waiting;
+    if (_temporary.empty())
+        waiting.emplace();
     while (!bytes.empty()) {
         const ssize_t written = ::write(_descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR)
+        if (written < 0 && errno != EINTR) {
+            if (errno == EPIPE)
+                Interruption::EndByClosedPipe();
             return CannotWrite(_target, errno);
+        }
         if (written > 0)
             bytes = bytes.subspan(static_cast<size_t>(written));
         if (IsCurrentThreadCancelled())

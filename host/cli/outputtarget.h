@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Where a command writes: beside a file and then over it in one step, or straight into a device or pipe.
+/// Where a command writes: a temporary file that replaces the target in one step, or directly a device or pipe.
 
 #include <string>
 
@@ -8,25 +8,25 @@
 
 namespace orvik::cli {
 
-/// A file under construction lies beside its target as ".orvik-XXXXXX" and takes the target's place, with its
-/// permissions, when it is whole; until then, and after any failure, the target is as it was. What cannot be replaced
-/// (standard output, devices, pipes) is written directly.
+/// A file is written beside its target as ".orvik-XXXXXX" and replaces it, keeping its permissions, when it is
+/// complete; until then, and after any failure, the target is as it was. What cannot be replaced (standard output,
+/// devices, pipes) is written directly.
 class OutputTarget {
 public:
     /// @param name  a path, a file URL, or "-" for standard output
-    /// Errors are io errors: a directory, a missing directory, a target or directory that is marked read-only (also for
-    /// the superuser, whom the system would let through).
+    /// Errors are io errors: a directory, a missing directory, a target or directory that is marked read-only (refused
+    /// to the superuser too, whom the system would let through).
     static Result<OutputTarget> Open(const std::string& name);
 
     OutputTarget(OutputTarget&& other) noexcept;
     OutputTarget& operator=(OutputTarget&&) = delete;
     ~OutputTarget();
 
-    /// Writes at the end. Not to be mixed with `GetUrl`.
+    /// Appends. Not to be mixed with `GetUrl`.
     Result<void> Write(Block<const std::byte> bytes);
     /// For writers that open a URL of their own: the temporary file, or a block in memory that `Commit` writes out.
     Result<Url> GetUrl();
-    /// Puts everything in place.
+    /// Completes the output and replaces the target.
     Result<void> Commit();
     /// The file that grows while this is written; empty when there is none.
     const std::string& GetTemporaryPath() const noexcept { return _temporary; }

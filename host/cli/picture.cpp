@@ -2,9 +2,9 @@
 
 #include <sys/stat.h>
 
+#include "console.h"
+#include "interruption.h"
 #include "progressline.h"
-
-#include "orvik/threadservices.h"
 
 namespace orvik::cli {
 
@@ -15,6 +15,7 @@ namespace {
 Result<Url> ReadIntoMemory(const Url& url, std::string_view name) {
     constexpr Int kStep = 1 << 20;
     constexpr Int kMaxBytes = Int(1) << 30;
+    const Interruption::Waiting waiting;
     const InputStreamRef stream = TRY(url.OpenInputStream());
     const MemoryFileRef file = TRY(CreateMemoryFile());
     BaseArray<std::byte>& bytes = file.GetPointer()->GetBytes();
@@ -25,8 +26,6 @@ Result<Url> ReadIntoMemory(const Url& url, std::string_view name) {
         TRY(bytes.Resize(start + kStep, RESIZEFLAGS::UNINITIALIZED));
         count = TRY(stream->ReadEOS(bytes.ToBlock().subspan(static_cast<size_t>(start))));
         TRY(bytes.Resize(start + count));
-        if (IsCurrentThreadCancelled())
-            return ThreadCancelledError();
     }
     return MountMemoryFile(name, file);
 }
@@ -36,7 +35,7 @@ Result<Url> MakeUrl(const std::string& name) {
     struct stat status {};
     const bool isStream =
         ::stat(url.GetSystemPath().c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-    return isStream ? ReadIntoMemory(url, name == "-" ? "standard input" : name) : Result<Url>(url);
+    return isStream ? ReadIntoMemory(url, name == "-" ? kStandardInput : std::string_view(name)) : Result<Url>(url);
 }
 
 }  // namespace

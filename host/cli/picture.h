@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Pictures as the commands see them: loaded with progress, with nodes that have names and paths.
+/// Pictures for the commands: loading with progress, names and kinds of nodes.
 
 #include "orvik/mediasession_output.h"
 
@@ -16,16 +16,16 @@ struct Picture {
 /// @param name  a path, a file URL, or "-" for standard input; pipes and devices are read into memory first
 Result<Picture> LoadPicture(const std::string& name, MEDIASESSIONFLAGS flags);
 
-/// The children of a node in one branch; nodes that are no images are left out.
+/// The children of a node in one branch, without nodes that are no images.
 Result<BaseArray<ImageBaseRef>> GetImages(const ImageBaseRef& node, IMAGEHIERARCHY branch);
 /// The first alpha of an image, or null.
 ImageBaseRef FindAlpha(const ImageBaseRef& image);
-/// Masks and alphas have no colours: where colours are wanted, their values stand in all three.
+/// Masks and alphas have no colours: as a picture in colours they are grey.
 bool IsMask(const ImageBaseRef& node);
 /// "IMAGE", "ALPHA" and so on.
 std::string_view GetTypeName(ITYPE type);
 std::string_view GetTypeName(const ImageBaseRef& node);
-/// The name that stands in paths; an alpha without a name is "Alpha".
+/// The name used in paths; an alpha without a name is "Alpha".
 String GetNodeName(const ImageBaseRef& node);
 /// The description of the node's colour profile; empty without one.
 String GetProfileName(const ImageBaseRef& node);

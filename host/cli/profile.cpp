@@ -1,5 +1,6 @@
 #include "profile.h"
 
+#include "interruption.h"
 #include "progressline.h"
 
 #include "orvik/gfx_image_colorprofileconvert.h"
@@ -9,7 +10,7 @@ namespace orvik::cli {
 
 namespace {
 
-/// A handler that goes back to its image.
+/// Owns a handler of an image.
 template <class Handler>
 class PixelAccess {
 public:
@@ -30,14 +31,14 @@ bool HasColors(const ImageBaseRef& node) {
            node->GetPixelFormat()->GetColorSpace() != colorspaces::Get(colorspaces::kAlpha);
 }
 
-/// What the numbers of a node mean. A profile of another space says nothing about them.
+/// The profile of a node's pixels. Its own one does not describe them if it is of another colour space.
 ColorProfile FindSourceProfile(const ImageBaseRef& node) {
     const PixelFormat format = node->GetPixelFormat();
     const ColorProfile own = node->Get(image::kColorProfile, ColorProfile());
     return own.CheckCompatiblePixelFormat(format) ? own : format->GetDefaultColorProfile();
 }
 
-/// The format that takes the colours of `space`: the node's own one where possible.
+/// The format for colours of `space`: the node's own one if possible.
 Result<PixelFormat> FindTargetFormat(PixelFormat format, const ColorSpace& space) {
     const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
     if (!indexed && format->GetColorSpace() == space)
@@ -138,7 +139,7 @@ private:
         });
     }
 
-    /// All pixels leave the old storage before there is a new one.
+    /// Converts all pixels into memory, since a new format replaces the storage.
     Result<void> ConvertInto(const PixelFormat& format, const ColorProfileConvertInterface& transform,
                              ProgressLine& line) {
         BaseArray<std::byte> pixels = TRY(format->CreatePix(_width, _height, 1));
@@ -182,7 +183,10 @@ Result<TargetProfile> TargetProfile::Open(const std::string& name) {
         target._greyProfile = colorprofiles::Get(isLinear ? colorprofiles::kLinearGrey : colorprofiles::kSgrey);
         return target;
     }
-    target._profile = TRY(ColorProfile::OpenProfileFromFile(Url(name)));
+    {
+        const Interruption::Waiting waiting;  // it may be a pipe
+        target._profile = TRY(ColorProfile::OpenProfileFromFile(Url(name)));
+    }
     const ColorSpace space = target._profile.GetColorSpace();
     if (!space || space == colorspaces::Get(colorspaces::kYuv))
         return UnsupportedArgumentError("the profile is for no colours that pixels can have");

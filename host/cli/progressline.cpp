@@ -21,7 +21,7 @@ ProgressLine::ProgressLine(const std::string& label, std::string growingFile)
     try {
         _painter = std::thread([this] { Run(); });
     } catch (const std::system_error&) {
-        // No thread to be had: the step runs all the same, unseen.
+        // Without a thread the step runs unseen.
     }
 }
 

@@ -11,8 +11,8 @@
 
 namespace orvik::cli {
 
-/// Draws on standard error, and only when that is a terminal; appears after a quarter of a second and is gone when the
-/// step ends. A step either reports fractions through `GetDelegate`, or is seen by the size of the file it writes.
+/// Draws on standard error if that is a terminal; appears after a quarter of a second and disappears when the step
+/// ends. A step either reports fractions through `GetDelegate` or is followed by the size of the file it writes.
 class ProgressLine {
 public:
     /// @param growingFile  file whose size is shown while no fraction is known; may be empty

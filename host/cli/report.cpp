@@ -43,7 +43,7 @@ summary { cursor: pointer; margin-top: 0.3rem; font-size: 0.9rem; opacity: 0.75;
 )html";
 constexpr std::string_view kTail = "</body>\n</html>\n";
 
-/// Names come from files: no mark-up, no broken UTF-8, no control characters.
+/// Names come from files and may hold mark-up, broken UTF-8 and control characters.
 std::string Escape(const std::string& text) {
     std::string out;
     for (const char c : Printable(utf8::replace_invalid(text))) {
@@ -99,8 +99,9 @@ std::string LookMarks(const Json& node) {
 
 std::string TextPart(const Json& node) {
     std::string html = "<div class=\"text\"><span class=\"name\">" + Escape(node["name"].get<std::string>()) +
-                       "</span> <span class=\"type\">" + Escape(TypeText(node)) + "</span>" + LookMarks(node) + "<dl>" +
-                       Row("size", SizeText(node)) + Row("pixel format", FormatText(node));
+                       "</span> <span class=\"type\">" + Escape(TypeText(node)) + "</span>" + LookMarks(node) + "<dl>";
+    if (HasPixels(node))
+        html += Row("size", SizeText(node)) + Row("pixel format", FormatText(node));
     if (const auto profile = node["colorprofile"].get<std::string>(); !profile.empty())
         html += Row("colour profile", profile);
     html += "</dl>";
@@ -113,7 +114,7 @@ std::string TextPart(const Json& node) {
     return html + "</div>";
 }
 
-/// @param subject  what the picture shows, for those who cannot see it
+/// @param subject  alternative text of the picture
 Result<std::string> ThumbnailPart(const Json& description, const ImageBaseRef& node, const LayerSet& layers,
                                   const std::string& subject) {
     const Result<BaseArray<std::byte>> png = MakeThumbnail(node, layers);
@@ -164,7 +165,8 @@ Result<void> Report::AddNode(const Json& description, const ImageBaseRef& node) 
 Result<void> Report::Add(const Json& description, const Picture& picture) {
     ++_count;
     _body += "<h1>" + Escape(description["url"].get<std::string>()) + "</h1>\n<p class=\"about\">" +
-             Escape(std::string(picture.format->GetName().GetText())) + ", " + SizeText(description) + "</p>\n<ul>\n";
+             Escape(std::string(picture.format->GetName().GetText())) +
+             (HasPixels(description) ? ", " + SizeText(description) : "") + "</p>\n<ul>\n";
     const auto images = TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE));
     for (Int i = 0; i < images.GetCount(); ++i)
         TRY(AddNode(description["images"][static_cast<size_t>(i)], images[i]));

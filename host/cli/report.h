@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// A page that shows what is in pictures: one HTML file that needs no other.
+/// A self-contained HTML page that shows pictures and their nodes.
 
 #include "description.h"
 
@@ -8,9 +8,8 @@ namespace orvik::cli {
 
 class Report {
 public:
-    /// Adds a picture's tree with a thumbnail of every node. What fails to be read (a conversion that is not there,
-    /// say) stands in the page as the error's text, in place of the thumbnail. Errors: shortage of memory,
-    /// cancellation.
+    /// Adds a picture's tree with a thumbnail of every node. Where reading a node fails, for instance because there is
+    /// no conversion, the page shows the error's text instead. Errors: shortage of memory, cancellation.
     Result<void> Add(const Json& description, const Picture& picture);
     /// @param output  a path, a file URL, or "-" for standard output
     Result<void> Write(const std::string& output) const;

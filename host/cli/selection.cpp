@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kMaxDepth = 256;
 
-/// Slashes are easier to type; layer sets know backslashes.
+/// Layer sets separate names by backslashes; slashes are easier to type.
 std::string Normalize(std::string path) {
     std::ranges::replace(path, '/', '\\');
     return path;
@@ -109,6 +109,8 @@ Result<void> CopyRows(const Selection& selection, const RowsWish& wish, const Im
 Result<Selection> Select(const Picture& picture, const SelectionOptions& options) {
     const auto images = TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE));
     const int number = options.image.value_or(1);
+    if (images.IsEmpty())
+        return IllegalArgumentError("the file holds no image");
     if (number < 1 || number > images.GetCount())
         return IllegalArgumentError("there is no image @; the file has @", number, images.GetCount());
     Selection selection;
@@ -118,6 +120,8 @@ Result<Selection> Select(const Picture& picture, const SelectionOptions& options
     } else if (!options.paths.empty()) {
         const FoundNode found = TRY(FindByPath(selection.node, options.paths.front(), number));
         selection.node = found.node;
+        if (found.node->GetWidth() <= 0 || found.node->GetHeight() <= 0)
+            return IllegalArgumentError("'@' has no pixels", options.paths.front());
     }
     return selection;
 }

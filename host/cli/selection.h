@@ -19,17 +19,17 @@ struct SelectionOptions {
     bool IsWholePicture() const { return !image && paths.empty() && !composite; }
 };
 
-/// A node and what is wanted of it.
+/// A node, and which layers of it to composite.
 struct Selection {
     ImageBaseRef node;
     LayerSet layers;  ///< null for the node's own pixels
 };
 
-/// One path names a node whose own pixels are meant; several, or the wish to composite, name layers of the image.
-/// Errors: illegal arguments that name what is not there.
+/// A single path selects the pixels of that node; several, or `composite`, select layers of the image.
+/// Errors: illegal arguments that name what is missing.
 Result<Selection> Select(const Picture& picture, const SelectionOptions& options);
 
-/// A picture of one image that holds what was selected, with the metadata of its node. Without layers to composite the
+/// A picture of one image with the selected pixels and the metadata of their node. Without layers to composite the
 /// image keeps its pixel format; composited it has one with alpha.
 Result<ImageTextureRef> Flatten(const Selection& selection);
 

@@ -20,7 +20,7 @@ struct Raster {
     std::byte* GetRow(Int y) { return pixels.GetFirst() + y * width * 4; }
 };
 
-/// Sums of one pixel of the small picture. Colours are weighted with alpha, so that what cannot be seen has no colour.
+/// Sums of one pixel of the small picture. Colours are weighted with alpha, so that invisible pixels do not count.
 struct Sum {
     uint64_t weighted[3] = {};
     uint64_t alpha = 0;
@@ -110,7 +110,7 @@ Result<ImageTextureRef> MakeTexture(Raster& raster) {
     return texture;
 }
 
-/// A block in memory that has a name for as long as something writes to it.
+/// A block in memory that is mounted under a name while it is written.
 class NamedMemory {
 public:
     static Result<NamedMemory> Create() {

@@ -31,7 +31,8 @@ void DrawNode(std::string& out, const Json& node, const std::string& indent, boo
     out += indent + (last ? "└─ " : "├─ ") + TypeText(node);
     if (const auto name = node["name"].get<std::string>(); !name.empty())
         out += " \"" + Printable(name) + "\"";
-    out += "  " + SizeText(node) + "  " + FormatText(node);
+    if (HasPixels(node))
+        out += "  " + SizeText(node) + "  " + FormatText(node);
     if (const auto profile = node["colorprofile"].get<std::string>(); !profile.empty())
         out += "  " + Printable(profile);
     out += Printable(LookText(node)) + "\n";
@@ -51,7 +52,7 @@ void DrawExif(std::string& out, const Json& exif) {
 
 std::string Draw(const Json& picture, const FileFormat& format) {
     std::string out = Printable(picture["url"].get<std::string>()) + "  " + std::string(format->GetName().GetText()) +
-                      "  " + SizeText(picture) + "\n";
+                      (HasPixels(picture) ? "  " + SizeText(picture) : "") + "\n";
     const auto& images = picture["images"];
     for (size_t i = 0; i < images.size(); ++i)
         DrawNode(out, images[i], "", i + 1 == images.size());

@@ -1,13 +1,12 @@
 #pragma once
 /// @file
-/// What is in a picture, as a tree for people.
+/// The contents of a picture as a text tree.
 
 #include "description.h"
 
 namespace orvik::cli {
 
-/// A line for the picture, one for each node, and one more for the metadata of a node that has some;
-/// then a line for each entry of the Exif data.
+/// A line for the picture, one for each node, one more for a node with metadata, and one for each Exif entry.
 std::string Draw(const Json& picture, const FileFormat& format);
 
 }  // namespace orvik::cli

@@ -1,7 +1,7 @@
 # Completion of orvik for bash.
 
 _orvik() {
-    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command= word
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command= key= word names
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
             info | convert | pixels | formats | pixelformats)
@@ -12,16 +12,30 @@ _orvik() {
     done
     COMPREPLY=()
 
-    # bash splits at "=", so that "--set key" and "--set=key" both end in the key.
-    [[ $previous == = ]] && previous=${COMP_WORDS[COMP_CWORD - 2]}
+    # bash makes "=" a word of its own: "--set key=value" and "--set=key=value" are four and five words.
+    local -i at=COMP_CWORD-1
+    [[ $current == = ]] && current= at+=1
+    if [[ ${COMP_WORDS[at]} == = ]]; then
+        previous=${COMP_WORDS[at - 1]}
+        if [[ $previous != -* && ${COMP_WORDS[at - 2]} == = ]]; then
+            key=$previous previous=${COMP_WORDS[at - 3]}
+        elif [[ $previous != -* ]]; then
+            key=$previous previous=${COMP_WORDS[at - 2]}
+        fi
+    fi
     case $command:$previous in
         convert:--to | convert:-t)
             mapfile -t COMPREPLY < <(compgen -W "$(orvik formats 2>/dev/null | sed -n 's/^\([^ ]*\)  (.*/\1/p')" -- "$current")
             return
             ;;
         convert:--set | convert:-s)
-            compopt -o nospace
-            mapfile -t COMPREPLY < <(compgen -W "$(orvik formats 2>/dev/null | sed -n 's/^  --set \([^=]*=\).*/\1/p' | sort -u)" -- "$current")
+            if [[ $key ]]; then
+                names=$(orvik formats 2>/dev/null | sed -n "s/^  --set ${key##*.}=\([^ ]*|[^ ]*\) .*/\1/p" | tr '|' '\n' | sort -u)
+            else
+                compopt -o nospace
+                names=$(orvik formats 2>/dev/null | sed -n 's/^  --set \([^=]*=\).*/\1/p' | sort -u)
+            fi
+            mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
             return
             ;;
         convert:--profile | convert:-p)
@@ -30,7 +44,9 @@ _orvik() {
             return
             ;;
         pixels:--format | pixels:-f)
-            mapfile -t COMPREPLY < <(compgen -W "$(orvik pixelformats 2>/dev/null | cut -d' ' -f1)" -- "$current")
+            names=$(orvik pixelformats 2>/dev/null | cut -d' ' -f1)
+            [[ $current != net.* ]] && names=${names//net.orvik.image.pixelformat./}
+            mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
             return
             ;;
         *:--image | *:--path)

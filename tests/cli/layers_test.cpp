@@ -1,4 +1,4 @@
-// Layered pictures as the commands show, select and flatten them.
+// Pictures that no file format brings yet, as the commands show, select and flatten them.
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -69,6 +69,7 @@ protected:
             values.push_back(std::to_integer<int>(value));
         return values;
     }
+    std::string DrawTree() { return Draw(Describe("layers.psd", _picture).TakeValue(), _picture.format); }
     std::string SelectionError(const SelectionOptions& options) {
         const Result<Selection> selection = Select(_picture, options);
         return selection ? "" : std::string(selection.GetError()->ToString().GetText());
@@ -80,14 +81,31 @@ protected:
     ImageRef _image;
 };
 
-TEST_F(LayersTest, TreeTellsModesOpacitiesAndWhatIsHidden) {
-    const Json description = Describe("layers.psd", _picture).TakeValue();
-    const std::string text = Draw(description, _picture.format);
+TEST_F(LayersTest, TreeShowsModesOpacitiesAndHiddenLayers) {
+    const std::string text = DrawTree();
     EXPECT_THAT(text, HasSubstr("├─ layer \"Hidden\"  3 x 2  rgba.u8  hidden\n"));
-    EXPECT_THAT(text, HasSubstr("├─ folder \"Folder\"  0 x 0"));
+    EXPECT_THAT(text, HasSubstr("├─ folder \"Folder\"\n"));
     EXPECT_THAT(text, HasSubstr("└─ layer \"Green\"  3 x 2  rgba.u8  multiply, 50 %\n"));
     EXPECT_THAT(text, HasSubstr("└─ layermask \"Mask\"  3 x 2  alpha.u8\n"));
     EXPECT_THAT(text, HasSubstr("└─ layer \"Red\"  3 x 2  rgba.u8\n"));
+}
+
+TEST_F(LayersTest, TreeShowsFurtherImagesAndImagesBelowImages) {
+    const NodeSpec small{.name = "Level", .width = 1, .height = 1};
+    const ImageRef level = LayerTree::AddImage(_picture.texture, small, LayerTree::Plain(0, 0, 1));
+    EXPECT_THAT(DrawTree(), HasSubstr("└─ image \"Level\"  1 x 1  rgba.u8\n"));
+    const ImageRef below = ClassRef(imageclasses::kImage).Create<ImageInterface>().TakeValue();
+    ASSERT_TRUE(below->Init(3, 2, ClassRef(storageclasses::kNormal), PixelFormats::Get(pixelformats::kRgbaU8), {}));
+    ASSERT_TRUE(level->AddChildren(IMAGEHIERARCHY::IMAGE, below, ImageBaseRef()));
+    EXPECT_THAT(DrawTree(), HasSubstr("\n   └─ image  3 x 2  rgba.u8\n"));
+}
+
+TEST_F(LayersTest, FilesWithoutImagesAreShownAndNamedInErrors) {
+    _picture.texture = LayerTree::MakeTexture();
+    EXPECT_EQ(DrawTree(), "layers.psd  png\n");
+    EXPECT_EQ(SelectionError({}), "the file holds no image");
+    Report report;
+    EXPECT_TRUE(report.Add(Describe("sound.wav", _picture).TakeValue(), _picture));
 }
 
 TEST_F(LayersTest, SelectionsByPath) {
@@ -115,7 +133,8 @@ TEST_F(LayersTest, SelectionsByPath) {
     }
 }
 
-TEST_F(LayersTest, WhatIsNotThereIsNamed) {
+TEST_F(LayersTest, ErrorsNameWhatCannotBeSelected) {
+    EXPECT_EQ(SelectionError({.paths = {"Folder"}}), "'Folder' has no pixels");
     EXPECT_THAT(SelectionError({.image = 2}), HasSubstr("there is no image 2; the file has 1"));
     EXPECT_THAT(SelectionError({.paths = {"Folder/Blue"}}), HasSubstr("image 1 has no node 'Folder/Blue'"));
     EXPECT_THAT(SelectionError({.paths = {"Red", "folder/green"}}), HasSubstr("image 1 has no node 'folder/green'"));

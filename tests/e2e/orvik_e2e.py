@@ -27,21 +27,21 @@ if SANITIZED:
     os.environ.setdefault("TSAN_OPTIONS", "exitcode=99")
 
 
-def prepare_child(limits, interrupt):
-    """Runs in the child: signals as a shell in the foreground has them, and the limits."""
+def prepare_child(limits, interrupt, pipe):
+    """Runs in the child: signals as a shell in the foreground has them, unless a test says otherwise, and limits."""
     signal.signal(signal.SIGINT, interrupt)
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    signal.signal(signal.SIGPIPE, pipe)
     for kind, value in limits.items():
         resource.setrlimit(kind, (value, value))
 
 
-def start(*arguments, limits=None, interrupt=signal.SIG_DFL, **options):
+def start(*arguments, limits=None, interrupt=signal.SIG_DFL, pipe=signal.SIG_DFL, **options):
     options.setdefault("stdout", subprocess.PIPE)
     options.setdefault("stderr", subprocess.PIPE)
     return subprocess.Popen(
         [options.pop("program", PROGRAM), *map(str, arguments)],
         stdin=options.pop("stdin", subprocess.DEVNULL),
-        preexec_fn=lambda: prepare_child(limits or {}, interrupt),
+        preexec_fn=lambda: prepare_child(limits or {}, interrupt, pipe),
         **options,
     )
 
@@ -78,11 +78,10 @@ def noise(height, width, channels, dtype=np.uint8, seed=1):
 def write_sixteen_bit_png(path, pixels, *options):
     """By netpbm: Pillow writes no colours of 16 bits."""
     height, width = pixels.shape[:2]
-    kind = "P5" if pixels.ndim == 2 else "P6"
-    pnm = f"{kind} {width} {height} 65535\n".encode() + pixels.astype(">u2").tobytes()
-    with open(path, "wb") as file:
-        command = [find_tool("pnmtopng"), *options]
-        subprocess.run(command, input=pnm, stdout=file, check=True, stderr=subprocess.DEVNULL)
+    head = f"{'P5' if pixels.ndim == 2 else 'P6'} {width} {height} 65535\n"
+    command = [find_tool("pnmtopng"), *options]
+    made = subprocess.run(command, input=head.encode() + pixels.astype(">u2").tobytes(), capture_output=True, check=True)
+    path.write_bytes(made.stdout)
     return path
 
 

@@ -14,10 +14,6 @@ from PIL import Image
 from orvik_e2e import SAMPLE, OrvikTest, find_tool, main, noise, pillow_rgba, run, write_sixteen_bit_png
 
 
-def bmp_header_size(path):
-    return struct.unpack_from("<I", path.read_bytes(), 14)[0]
-
-
 def png_interlaced(path):
     return path.read_bytes()[28] == 1
 
@@ -25,17 +21,16 @@ def png_interlaced(path):
 class Convert(OrvikTest):
     def test_one_node_becomes_the_picture(self):
         pixels = noise(6, 9, 4)
-        bitmap = self.folder / "source.bmp"
-        self.ok("convert", self.save("source.png", pixels, "RGBA"), bitmap)
-        out = self.folder / "out.png"
+        source, out = self.folder / "source.tga", self.folder / "out.png"
+        self.ok("convert", self.save("source.png", pixels, "RGBA"), source)
         for selection in (["--image", "1"], ["--composite"]):
-            self.ok("convert", *selection, bitmap, out)
+            self.ok("convert", *selection, source, out)
             np.testing.assert_array_equal(pillow_rgba(out)[..., :3], pixels[..., :3], str(selection))
-        self.ok("convert", "--path", "Alpha", bitmap, out)
+        self.ok("convert", "--path", "Alpha", source, out)
         np.testing.assert_array_equal(pillow_rgba(out)[..., 0], pixels[..., 3])
         out.unlink()
-        self.fails(1, "convert", "--image", "2", bitmap, out, contains="no image 2")
-        self.fails(1, "convert", "--path", "Sky", bitmap, out, contains="no node 'Sky'")
+        self.fails(1, "convert", "--image", "2", source, out, contains="no image 2")
+        self.fails(1, "convert", "--path", "Sky", source, out, contains="no node 'Sky'")
         self.assertFalse(out.exists())
 
     def test_every_pair_of_formats(self):
@@ -75,8 +70,9 @@ class Convert(OrvikTest):
         out = self.folder / "out.bmp"
         for source, settings, size in (
             (opaque, (), 40),
-            (SAMPLE, (), 124),  # alpha is kept unless told otherwise
+            (SAMPLE, (), 108),  # keeps alpha; programs that read bitmaps know it
             (SAMPLE, ("bitmapinfoheader=V3",), 40),
+            (out, (), 40),
             (SAMPLE, ("bmp.export.bitmapinfoheader=V4",), 108),
             (opaque, ("net.orvik.mediasession.bmp.export.bitmapinfoheader=V5",), 124),
             (opaque, ("bitmapinfoheader=V3", "bitmapinfoheader=V5"), 124),
@@ -84,7 +80,7 @@ class Convert(OrvikTest):
             with self.subTest(source=source.name, settings=settings):
                 arguments = [argument for setting in settings for argument in ("--set", setting)]
                 self.ok("convert", *arguments, source, out)
-                self.assertEqual(bmp_header_size(out), size)
+                self.assertEqual(struct.unpack_from("<I", out.read_bytes(), 14), (size,))
 
     def test_wrong_settings(self):
         out = self.folder / "out.png"
@@ -100,18 +96,17 @@ class Convert(OrvikTest):
         ):
             with self.subTest(setting):
                 self.fails(2, "convert", "--set", setting, SAMPLE, out, contains=contains)
-        for value in ("high", "", "0.5x"):
-            self.fails(2, "convert", "--set", f"quality={value}", SAMPLE, "out.jpg", contains="needs a number")
-        for value in ("1.01", "-0.1", "nan", "inf"):
-            self.fails(2, "convert", "--set", f"quality={value}", SAMPLE, "out.jpg", contains="from 0 to 1")
+        for value, contains in (("high", "needs a number"), ("0.5x", "needs a number"), ("", "needs a number"),
+                                ("1.01", "from 0 to 1"), ("-0.1", "from 0 to 1"), ("nan", "from 0 to 1")):
+            self.fails(2, "convert", "--set", f"quality={value}", SAMPLE, "out.jpg", contains=contains)
         # Known before the file is looked at.
         self.fails(2, "convert", "--set", "nonsense=1", "missing.png", out, contains="no setting")
         self.assert_no_leftovers()
 
     def test_format_of_the_target(self):
         out = self.folder / "out.dat"
-        self.fails(2, "convert", SAMPLE, out, contains="--to")
-        self.fails(2, "convert", SAMPLE, self.folder / "out", contains="--to")
+        for name in ("out.dat", "out"):
+            self.fails(2, "convert", SAMPLE, self.folder / name, contains="--to")
         self.fails(2, "convert", "--to", "nonsense", SAMPLE, out, contains="nonsense")
         for name, magic in (("png", b"\x89PNG"), ("BMP", b"BM"), (".jpeg", b"\xff\xd8"), ("net.orvik.fileformat.imagebmp", b"BM")):
             with self.subTest(name):
@@ -130,16 +125,10 @@ class Convert(OrvikTest):
         out = self.folder / "out.png"
         for before, mask, after in ((None, 0o022, 0o644), (None, 0o077, 0o600), (0o640, 0o022, 0o640)):
             with self.subTest(before=before, mask=mask):
+                out.unlink(missing_ok=True)
                 if before:
-                    out.write_text("old")
-                    out.chmod(before)
-                elif out.exists():
-                    out.unlink()
-                previous = os.umask(mask)
-                try:
-                    self.ok("convert", SAMPLE, out)
-                finally:
-                    os.umask(previous)
+                    out.touch(before)
+                self.ok("convert", SAMPLE, out, umask=mask)
                 self.assertEqual(stat.S_IMODE(out.stat().st_mode), after)
 
     def test_link_stays_a_link(self):
@@ -180,13 +169,12 @@ class Convert(OrvikTest):
         with subprocess.Popen(["head", "-c", "5000", SAMPLE], stdout=subprocess.PIPE) as head:
             self.fails(1, "info", "-", stdin=head.stdout)
             head.stdout.close()
-        self.fails(1, "info", "-", stdin=subprocess.DEVNULL, contains="memory:standard input is not of a supported")
-        self.fails(1, "info", "/dev/null", contains="memory:/dev/null is not of a supported type")
+        self.fails(1, "info", "-", stdin=subprocess.DEVNULL, contains=": -: Image is not of a supported")
+        self.fails(1, "info", "/dev/null", contains=": /dev/null: Image is not of a supported type")
 
     def test_file_urls(self):
-        out = self.folder / "with space.bmp"
-        self.ok("convert", f"file://{SAMPLE}", f"file://{self.folder}/with%20space.bmp")
-        self.assertEqual(bmp_header_size(out), 124)
+        self.ok("convert", f"file://{SAMPLE}", f"file://{self.folder}/with%20space.png")
+        self.assertEqual(pillow_rgba(self.folder / "with space.png").tobytes(), pillow_rgba(SAMPLE).tobytes())
 
 
 if __name__ == "__main__":

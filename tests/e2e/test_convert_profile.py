@@ -76,12 +76,10 @@ class Profiles(OrvikTest):
             self.assert_near(np.asarray(image), linear(grey / 255) * 255)
         self.assertEqual(embedded(out)[16:20], b"GRAY")
 
-    def test_sixteen_bits_by_the_formula(self):
-        pixels = noise(20, 256, 3, np.uint16)
-        source = write_sixteen_bit_png(self.folder / "source.png", pixels)
-        out = self.convert(source, "linear")
-        raw = self.ok("pixels", "--format", "net.orvik.image.pixelformat.rgb.u16", out, "-o", "-")
-        self.assert_near(np.frombuffer(raw, np.uint16).reshape(pixels.shape), linear(pixels / 65535) * 65535, 32)
+        deep = noise(20, 256, 3, np.uint16)
+        out = self.convert(write_sixteen_bit_png(self.folder / "deep.png", deep), "linear")
+        raw = self.ok("pixels", "--format", "rgb.u16", out, "-o", "-")
+        self.assert_near(np.frombuffer(raw, np.uint16).reshape(deep.shape), linear(deep / 65535) * 65535, 32)
 
     def test_files_by_pillow(self):
         pixels = self.every_value()
@@ -147,10 +145,9 @@ class Profiles(OrvikTest):
 
     def test_what_is_no_profile(self):
         source, out = self.save("source.png", noise(4, 4, 3)), self.folder / "out.png"
-        text, empty = self.folder / "text.icc", self.folder / "empty.icc"
+        text, empty, cut = (self.folder / name for name in ("text.icc", "empty.icc", "cut.icc"))
         text.write_text("no profile, but longer than the header of one " * 9)
-        empty.write_bytes(b"")
-        cut = self.folder / "cut.icc"
+        empty.touch()
         cut.write_bytes(icc("a98").read_bytes()[:130])
         for profile, contains in (
             (text, "text.icc: found invalid magic number in color profile."),

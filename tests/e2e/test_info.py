@@ -1,103 +1,128 @@
-"""`orvik info`: the shape of its JSON and its tree."""
+"""`orvik info`, `formats` and `pixelformats`: the shape of their JSON and of their text."""
 
 import json
 
 from PIL import Image
 
-from orvik_e2e import SAMPLE, OrvikTest, main, noise
+from orvik_e2e import SAMPLE, OrvikTest, main, noise, run
 
 NODE_KEYS = {"type", "name", "width", "height", "pixelformat", "colorprofile", "metadata", "children"}
+MAKE, ORIENTATION = 0x010F, 0x0112
 
 
 class Info(OrvikTest):
-    def info(self, *files):
-        return json.loads(self.ok("info", "--json", *files))
+    def info(self, *arguments):
+        return json.loads(self.ok("info", "--json", *arguments))
 
-    def check_node(self, node):
+    def check_node(self, node, kind, pixel_format, width, height):
         self.assertEqual(set(node), NODE_KEYS)
-        for key in ("type", "name", "pixelformat", "colorprofile"):
-            self.assertIsInstance(node[key], str, key)
-        self.assertTrue(node["pixelformat"].startswith("net.orvik.image.pixelformat."))
+        self.assertEqual((node["type"], node["width"], node["height"]), (kind, width, height))
+        self.assertEqual(node["pixelformat"], "net.orvik.image.pixelformat." + pixel_format)
         for key in node["metadata"]:
             self.assertTrue(key.startswith("net.orvik.image."), key)
-        self.assertEqual(node["metadata"]["net.orvik.image.type"], node["type"])
-        for child in node["children"]:
-            self.check_node(child)
+        self.assertEqual(node["metadata"]["net.orvik.image.type"], kind)
 
-    def test_object_for_one_file(self):
+    def test_object_for_one_file_and_list_for_several(self):
         info = self.info(SAMPLE)
         self.assertEqual(set(info), {"url", "format", "width", "height", "images"})
-        self.assertEqual(info["url"], str(SAMPLE))
-        self.assertEqual(info["format"], "net.orvik.fileformat.imagepng")
-        self.assertEqual((info["width"], info["height"]), (320, 200))
-        self.assertEqual(len(info["images"]), 1)
-        image = info["images"][0]
-        self.check_node(image)
-        self.assertEqual((image["type"], image["width"], image["height"]), ("IMAGE", 320, 200))
+        self.assertEqual((info["url"], info["width"], info["height"]), (str(SAMPLE), 320, 200))
+        (image,) = info["images"]
+        self.check_node(image, "IMAGE", "rgba.u8", 320, 200)
         self.assertIn("sRGB", image["colorprofile"])
-        self.assertEqual(image["pixelformat"], "net.orvik.image.pixelformat.rgba.u8")
         self.assertEqual(image["children"], [])
         self.assertAlmostEqual(image["metadata"]["net.orvik.image.dpi"], 72, delta=0.01)
+        self.assertEqual(self.info(SAMPLE, SAMPLE), [info, info])
 
-    def test_list_for_several_files(self):
-        info = self.info(SAMPLE, SAMPLE)
-        self.assertIsInstance(info, list)
-        self.assertEqual([picture["url"] for picture in info], [str(SAMPLE)] * 2)
+    def test_failed_files_have_an_entry(self):
+        missing = self.folder / "missing.png"
+        failure = {"url": str(missing), "error": "cannot open: No such file or directory"}
+        for files, expected in (((missing,), failure), ((missing, SAMPLE), [failure, self.info(SAMPLE)])):
+            result = run("info", "--json", *files)
+            self.assertEqual((result.returncode, json.loads(result.stdout)), (1, expected))
+            self.assertEqual(result.stderr, f"orvik: {missing}: {failure['error']}\n")
 
     def test_formats_by_content_not_by_suffix(self):
-        for mode, channels in (("L", 1), ("LA", 2), ("RGB", 3), ("RGBA", 4)):
+        for mode, channels, family in (("L", 1, "grey"), ("LA", 2, "greya"), ("RGB", 3, "rgb"), ("RGBA", 4, "rgba")):
             with self.subTest(mode):
-                path = self.save("wrong.bmp", noise(3, 5, channels), mode, format="PNG")
-                info = self.info(path)
+                info = self.info(self.save("wrong.bmp", noise(3, 5, channels), mode, format="PNG"))
                 self.assertEqual(info["format"], "net.orvik.fileformat.imagepng")
-                image = info["images"][0]
-                self.check_node(image)
-                self.assertEqual((image["width"], image["height"]), (5, 3))
-                family = {"L": "grey", "LA": "greya", "RGB": "rgb", "RGBA": "rgba"}[mode]
-                self.assertEqual(image["pixelformat"], f"net.orvik.image.pixelformat.{family}.u8")
-        path = self.save("picture", noise(3, 5, 3), format="BMP")
-        self.assertEqual(self.info(path)["format"], "net.orvik.fileformat.imagebmp")
+                self.check_node(info["images"][0], "IMAGE", f"{family}.u8", 5, 3)
 
-    def test_alpha_child(self):
-        path = self.folder / "alpha.bmp"
+    def test_alpha_child_and_tree(self):
+        lines = self.ok("info", SAMPLE).decode().splitlines()
+        self.assertEqual(lines[0], f"{SAMPLE}  png  320 x 200")
+        self.assertTrue(lines[1].startswith("└─ image "), lines)
+        self.assertIn("dpi 72", lines[2])
+        path = self.folder / "alpha.tga"
         self.ok("convert", SAMPLE, path)
-        info = self.info(path)
-        self.assertEqual(info["format"], "net.orvik.fileformat.imagebmp")
-        image = info["images"][0]
-        self.check_node(image)
-        self.assertEqual([child["type"] for child in image["children"]], ["ALPHA"])
-        alpha = image["children"][0]
-        self.assertEqual((alpha["name"], alpha["width"], alpha["height"]), ("Alpha", 320, 200))
-        self.assertEqual(alpha["pixelformat"], "net.orvik.image.pixelformat.alpha.u8")
+        (alpha,) = self.info(path)["images"][0]["children"]
+        self.check_node(alpha, "ALPHA", "alpha.u8", 320, 200)
+        self.assertEqual(alpha["name"], "Alpha")
+        self.assertIn('\n   └─ alpha "Alpha"  320 x 200  alpha.u8', self.ok("info", path).decode())
 
     def test_headers_only(self):
-        whole = SAMPLE.read_bytes()
         path = self.folder / "cut.png"
-        path.write_bytes(whole[: len(whole) // 2])
-        cut = json.loads(self.ok("info", "--headers", "--json", path))
-        full = self.info(SAMPLE)
-        self.assertEqual(
-            [(n["type"], n["width"], n["height"], n["pixelformat"]) for n in cut["images"]],
-            [(n["type"], n["width"], n["height"], n["pixelformat"]) for n in full["images"]],
-        )
+        path.write_bytes(SAMPLE.read_bytes()[:6000])
+        cut, whole = self.info("--headers", path)["images"][0], self.info(SAMPLE)["images"][0]
+        self.assertEqual(cut, whole)
 
     def test_names_that_are_no_text(self):
         path = self.folder.as_posix().encode() + b"/n\xff.png"
         with open(path, "wb") as file:
             file.write(SAMPLE.read_bytes())
-        result = json.loads(self.ok("info", "--json", path.decode(errors="surrogateescape")))
-        self.assertTrue(result["url"].endswith("/n\ufffd.png"))
+        self.assertTrue(self.info(path.decode(errors="surrogateescape"))["url"].endswith("/n\ufffd.png"))
 
-    def test_tree(self):
-        text = self.ok("info", SAMPLE).decode()
-        lines = text.splitlines()
-        self.assertEqual(lines[0], f"{SAMPLE}  png  320 x 200")
-        self.assertTrue(lines[1].startswith("└─ image "), text)
-        self.assertIn("dpi 72", text)
-        path = self.folder / "alpha.bmp"
-        self.ok("convert", SAMPLE, path)
+    def test_exif(self):
+        exif = Image.Exif()
+        exif[MAKE], exif[ORIENTATION] = "Maker & Co\x1b[31m", 6
+        path = self.save("picture.jpg", noise(5, 7, 3), exif=exif)
+        self.assertEqual(self.info(path)["exif"], {"Make": "Maker & Co\x1b[31m", "Orientation": 6})
+        self.assertNotIn("exif", self.info("--headers", path))
+        self.assertNotIn("exif", self.info(self.save("plain.jpg", noise(5, 7, 3))))
         text = self.ok("info", path).decode()
-        self.assertIn('\n   └─ alpha "Alpha"  320 x 200  alpha.u8', text)
+        self.assertIn("\nexif\n   Make  Maker & Co\\x1b[31m\n   Orientation  6\n", text)
+
+
+class Lists(OrvikTest):
+    def test_formats(self):
+        formats = {entry["name"]: entry for entry in json.loads(self.ok("formats", "--json"))}
+        entry = formats["hdr"]
+        self.assertEqual(entry["id"], "net.orvik.fileformat.imagehdr")
+        self.assertEqual(entry["suffixes"], ["hdr", "rgbe", "pic"])
+        self.assertEqual(entry["read"], {"image": True, "video": False, "audio": False})
+        for key, hdr, bmp in (
+            ("image", True, True),
+            ("alphas", 0, 1),
+            ("colorprofile", False, True),
+            ("bitdepths", [32], [8]),
+            ("layers", False, False),
+            ("maximalresolution", None, 32000),
+        ):
+            self.assertEqual((entry["write"][key], formats["bmp"]["write"][key]), (hdr, bmp), key)
+        for name, settings in (("bmp", {"bitmapinfoheader", "disablesrgbconversion"}), ("jpg", {"baseline", "quality"})):
+            self.assertEqual({setting["name"] for setting in formats[name]["write"]["settings"]}, settings)
+        text = self.ok("formats").decode()
+        for name in formats:
+            self.assertRegex(text, rf"(?m)^{name}  \(")
+        self.assertIn("--set interlaced=true|false  in seven passes; default false\n", text)
+
+    def test_pixel_formats(self):
+        formats = {entry["id"]: entry for entry in json.loads(self.ok("pixelformats", "--json"))}
+        self.assertGreaterEqual(len(formats), 80)
+        for name, short, bits, channels, space in (
+            ("rgba.u8", "RGBA::U8", 32, ["red", "green", "blue", "alpha"], "rgb"),
+            ("bgr.u8", "BGR::U8", 24, ["blue", "green", "red"], "rgb"),
+            ("grey.u16", "GREY::U16", 16, ["grey"], "grey"),
+        ):
+            with self.subTest(name):
+                entry = formats["net.orvik.image.pixelformat." + name]
+                self.assertEqual((entry["bits"], entry["shortname"]), (bits, short))
+                self.assertEqual([channel["type"] for channel in entry["channels"]], channels)
+                self.assertEqual(sum(channel["bits"] for channel in entry["channels"]), bits)
+                self.assertEqual(entry["colorspace"], "net.orvik.image.colorspace." + space)
+                self.assertEqual(entry["alpha"], "alpha" in channels)
+        lines = self.ok("pixelformats").decode().splitlines()
+        self.assertEqual({line.split()[0] for line in lines}, set(formats))
 
 
 if __name__ == "__main__":

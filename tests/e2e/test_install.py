@@ -36,24 +36,12 @@ class Installed(OrvikTest):
         return result.stdout
 
     def test_files(self):
-        for name in (
-            "bin/orvik",
-            "include/orvik/objectbase.h",
-            "include/orvik/gfx_image.h",
-            "include/orvik/host.h",
-            "share/man/man1/orvik.1",
-            "share/bash-completion/completions/orvik",
-        ):
-            self.assertTrue((self.prefix / name).is_file(), name)
-        for name in (
-            "liborvik-core.so",
-            "liborvik-image.so",
-            "liborvik-host.so",
-            "orvik/modules/image.module",
-            "cmake/orvik-image/orvik-image-config.cmake",
-            "pkgconfig/orvik-image.pc",
-        ):
-            self.assertTrue((self.libraries / name).is_file(), name)
+        here = {path.relative_to(self.prefix).as_posix() for path in self.prefix.rglob("*")}
+        libraries = self.libraries.relative_to(self.prefix).as_posix()
+        self.assertLessEqual(
+            {"share/man/man1/orvik.1", "share/bash-completion/completions/orvik", f"{libraries}/liborvik-host.so",
+             f"{libraries}/orvik/modules/image.module", "include/orvik/gfx_image.h"}, here
+        )  # fmt: skip
 
     def test_no_trace_of_the_build_tree(self):
         for path in (*self.prefix.glob("bin/*"), *self.prefix.glob("lib/**/*.so*"), *self.prefix.glob("lib/**/*.module")):
@@ -65,11 +53,6 @@ class Installed(OrvikTest):
     def test_exported_symbols(self):
         text = self.call(["nm", "-D", "--defined-only", self.libraries / "orvik/modules/image.module"])
         self.assertEqual({line.split()[-1] for line in text.splitlines()}, {"g_orvik", "g_CpuYieldDelegate"})
-
-    def test_program(self):
-        program = str(self.prefix / "bin/orvik")
-        text = self.ok("info", SAMPLE, program=program, cwd="/").decode()
-        self.assertIn("320 x 200", text)
 
     def test_cmake_consumer(self):
         build = self.folder / "build"
@@ -90,17 +73,10 @@ class Installed(OrvikTest):
     def test_without_the_module(self):
         prefix = self.folder / "bare"
         shutil.copytree(self.prefix, prefix, symlinks=True)
-        module = next(prefix.glob("lib/**/image.module"))
-        module.rename(self.folder / "image.module")
-        program = str(prefix / "bin/orvik")
-        out = self.folder / "out.bmp"
-        for arguments in (
-            ("info", SAMPLE),
-            ("convert", SAMPLE, out),
-            ("pixels", SAMPLE, "-o", out),
-            ("formats",),
-            ("pixelformats", "--json"),
-        ):
+        program, out = str(prefix / "bin/orvik"), self.folder / "out.bmp"
+        self.assertIn(b"320 x 200", self.ok("info", SAMPLE, program=program, cwd="/"))
+        next(prefix.glob("lib/**/image.module")).rename(self.folder / "image.module")
+        for arguments in (("info", SAMPLE), ("convert", SAMPLE, out), ("pixels", SAMPLE, "-o", out), ("formats",)):
             with self.subTest(arguments[0]):
                 self.fails(1, *arguments, program=program, contains="image.module was not found")
         self.assertFalse(out.exists())

@@ -62,31 +62,26 @@ class Report(OrvikTest):
             self.assertIn(text, page.texts)
         np.testing.assert_array_equal(np.asarray(page.pictures[0]), np.broadcast_to(flat[0, 0], (11, 192, 4)))
 
-    def test_averages_without_the_colour_of_what_is_invisible(self):
+    def test_pixels_of_thumbnails(self):
+        # The colours of invisible pixels do not count; small pictures keep all of theirs.
         checks = np.zeros((384, 384, 4), np.uint8)
         checks[::2, ::2] = (250, 10, 20, 255)
         checks[1::2, 1::2] = (0, 255, 0, 0)
-        (picture,) = self.report(self.save("checks.png", checks, "RGBA")).pictures
-        np.testing.assert_array_equal(np.asarray(picture), np.broadcast_to(np.uint8((250, 10, 20, 64)), (192, 192, 4)))
-
-    def test_small_pictures_keep_their_pixels(self):
         pixels = noise(7, 5, 3)
-        (picture,) = self.report(self.save("small.png", pixels)).pictures
-        np.testing.assert_array_equal(np.asarray(picture)[..., :3], pixels)
+        mean, small = self.report(self.save("checks.png", checks, "RGBA"), self.save("small.png", pixels)).pictures
+        np.testing.assert_array_equal(np.asarray(mean), np.broadcast_to(np.uint8((250, 10, 20, 64)), (192, 192, 4)))
+        np.testing.assert_array_equal(np.asarray(small)[..., :3], pixels)
 
-    def test_names_are_text_not_markup(self):
+    def test_names_are_text_and_failed_files_are_left_out(self):
         path = self.save("<img src=x> & 'quotes'.png", noise(3, 3, 3), format="PNG")
-        page = self.report(path)
-        self.assertEqual(len(page.pictures), 1)
-        self.assertTrue(any("<img src=x> & 'quotes'.png" in text for text in page.texts))
-
-    def test_a_file_that_fails_is_told_and_the_others_stand_in_the_page(self):
         broken = self.folder / "broken.png"
         broken.write_bytes(SAMPLE.read_bytes()[:3000])
-        result = run("info", "--html", self.folder / "report.html", broken, SAMPLE)
+        result = run("info", "--html", self.folder / "report.html", broken, path)
         self.assertEqual(result.returncode, 1)
         self.assertIn("broken.png", result.stderr)
-        self.assertEqual(len(Page((self.folder / "report.html").read_text()).pictures), 1)
+        page = Page((self.folder / "report.html").read_text())
+        self.assertEqual(len(page.pictures), 1)
+        self.assertTrue(any("<img src=x> & 'quotes'.png" in text for text in page.texts))
 
     def test_a_browser_shows_pictures_over_a_checkerboard(self):
         browser = find_tool("chromium")
