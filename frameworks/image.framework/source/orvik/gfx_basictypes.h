@@ -84,19 +84,26 @@ struct PixelSpan {
     Int x = 0, y = 0, count = 0;
 };
 
-/// A run of pixels to read: first byte, the bit inside that byte where the first pixel starts (0 is the highest bit;
-/// nonzero only for formats below 8 bits), and the distance between pixels, which may be 0 or negative.
+/// A run of pixels to read: first byte, the distance between pixels, and the bit inside the first byte where the first
+/// pixel starts (0 is the highest bit; nonzero only for formats below 8 bits). The distance may be negative; 0 repeats
+/// one pixel, which has to be asked for.
 struct PixelLineConst {
-    const void* data = nullptr;
+    constexpr PixelLineConst(const void* first, BITS distance, int firstBit = 0)
+        : data(first), stride(distance), phase(firstBit) {}
+
+    const void* data;
     BITS stride;
-    int phase = 0;
+    int phase;
 };
 /// A run of pixels to write; as `PixelLineConst`.
 struct PixelLine {
-    void* data = nullptr;
-    BITS stride;
-    int phase = 0;
+    constexpr PixelLine(void* first, BITS distance, int firstBit = 0)
+        : data(first), stride(distance), phase(firstBit) {}
     operator PixelLineConst() const { return {data, stride, phase}; }  // NOLINT(google-explicit-constructor)
+
+    void* data;
+    BITS stride;
+    int phase;
 };
 
 template <>

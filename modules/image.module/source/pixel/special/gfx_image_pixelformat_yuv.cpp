@@ -45,7 +45,7 @@ struct FromYuvConversion {
                 }
             }
             side.Write(dst, done, block, ComponentType::U8, planes);
-            side.WriteAlpha(dst, done, block, nullptr, {});
+            side.WriteAlpha(dst, done, block, nullptr, {nullptr, BITS(0)});
         }
         return {};
     }
