@@ -236,6 +236,15 @@ inline constexpr Id kGreyaU8{"net.orvik.image.pixelformat.greya.u8"};
 inline constexpr Id kGreyaU16{"net.orvik.image.pixelformat.greya.u16"};
 inline constexpr Id kAlphaU8{"net.orvik.image.pixelformat.alpha.u8"};
 inline constexpr Id kAlphaU16{"net.orvik.image.pixelformat.alpha.u16"};
+inline constexpr Id kAlphaF32{"net.orvik.image.pixelformat.alpha.f32"};
+inline constexpr Id kAlphaF64{"net.orvik.image.pixelformat.alpha.f64"};
+inline constexpr Id kGreyF32{"net.orvik.image.pixelformat.grey.f32"};
+inline constexpr Id kGreyF64{"net.orvik.image.pixelformat.grey.f64"};
+inline constexpr Id kIndexedU1{"net.orvik.image.pixelformat.indexed.u1bit"};
+inline constexpr Id kIndexedU2{"net.orvik.image.pixelformat.indexed.u2bit"};
+inline constexpr Id kIndexedU4{"net.orvik.image.pixelformat.indexed.u4bit"};
+inline constexpr Id kIndexedU8{"net.orvik.image.pixelformat.indexed.u8bit"};
+inline constexpr Id kIndexedU16{"net.orvik.image.pixelformat.indexed.u16bit"};
 }  // namespace pixelformats
 
 template <>
