@@ -60,6 +60,8 @@ class MediaStreamFormatInterface : public virtual DataDictionaryObjectInterface 
 
 public:
     Result<Ref<Object>> Clone() const override {
+        if (IsAbsent())
+            return Unbound();
         Ref<MediaStreamFormatInterface> copy = TRY(NewObj<MediaStreamFormatInterface>());
         copy->_dictionary = _dictionary;
         return Ref<Object>(copy);
@@ -82,13 +84,15 @@ public:
     }
     template <class T>
     Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
-        return SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
+        Data data = TRY(Data::Create<T>(std::move(value)));
+        return SetData(key.GetId(), std::move(data));
     }
     Result<Data> GetData(const Id& id) const { return (*this)->GetData(id); }
     Result<void> SetData(const Id& id, Data data) {
         if (!*this)
             static_cast<ValueRef&>(*this) = ValueRef(TRY(NewObj<MediaStreamFormatInterface>()));
-        return TRY(MakeWritable())->SetData(id, std::move(data));
+        MediaStreamFormatInterface* object = TRY(MakeWritable());
+        return object->SetData(id, std::move(data));
     }
     String ToString() const { return *this ? (*this)->GetDictionary().ToString() : String("<null>"); }
 };
@@ -101,12 +105,17 @@ class MediaStreamPropertiesInterface : public virtual DataDictionaryObjectInterf
     ORVIK_INTERFACE(MediaStreamPropertiesInterface, "net.orvik.image.interface.mediastreamproperties");
 
 public:
-    /// Copies every entry of the format; a null format gives no entries.
+    /// Copies every entry of the format into the properties; entries under other keys stay. A null format has none.
     Result<void> Init(const MediaStreamFormat& format) {
-        _dictionary = format ? format->GetDictionary() : DataDictionary();
-        return {};
+        if (IsAbsent())
+            return Unbound();
+        return format ? _dictionary.Merge(format->GetDictionary()) : Result<void>();
     }
+    /// The same from the selected format of a stream; a null stream has no entries.
+    ORVIK_API Result<void> Init(const MediaStreamRef& stream);
     Result<Ref<Object>> Clone() const override {
+        if (IsAbsent())
+            return Unbound();
         Ref<MediaStreamPropertiesInterface> copy = TRY(NewObj<MediaStreamPropertiesInterface>());
         copy->_dictionary = _dictionary;
         return Ref<Object>(copy);
@@ -116,14 +125,15 @@ class MediaStreamProperties : public ValueRef<MediaStreamPropertiesInterface> {
 public:
     using ValueRef::ValueRef;
 
-    /// From a format: copies every entry.
+    /// @{ New properties with every entry of a format, or of the selected format of a stream. A null one has no
+    /// entries.
     static Result<MediaStreamProperties> FromFormat(const MediaStreamFormat& format) {
         Ref<MediaStreamPropertiesInterface> object = TRY(NewObj<MediaStreamPropertiesInterface>());
         TRY(object->Init(format));
         return MediaStreamProperties(std::move(object));
     }
-    /// From a stream: its selected format; a null stream gives no entries.
     ORVIK_API static Result<MediaStreamProperties> FromStream(const MediaStreamRef& stream);
+    /// @}
 
     template <class T>
     Result<T> Get(const Key<T>& key, SourceLocation where = SourceLocation::current()) const {
@@ -135,9 +145,11 @@ public:
     }
     template <class T>
     Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
+        Data data = TRY(Data::Create<T>(std::move(value)));
         if (!*this)
             *this = TRY(FromFormat({}));
-        return TRY(MakeWritable())->SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
+        MediaStreamPropertiesInterface* object = TRY(MakeWritable());
+        return object->SetData(key.GetId(), std::move(data));
     }
 };
 
