@@ -410,7 +410,7 @@ TEST_F(TextureOutputTest, HandsExifToTheTexture) {
         const ExifRef data = NewObj<FakeExif>().TakeValue();
         EXPECT_EQ(input->exif->IsSubscribed(), answer == S::ALL);
         EXPECT_EQ(ErrorIdOf(input->exif->HandleExifData(data)), answer == S::ALL ? Id() : errorid::kNullptr);
-        EXPECT_EQ(texture->Get(image::kExifData, ObjectRef()) == ObjectRef(data), answer == S::ALL);
+        EXPECT_EQ(texture->Get(image::kExifData, ExifRef()) == ExifRef(data), answer == S::ALL);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "orvik/hierarchyobject.h"
 #include "orvik/imageregionobservable.h"
 #include "orvik/layerset.h"
+#include "orvik/mediasession_audiodata.h"
 #include "orvik/mediasession_session.h"
 #include "orvik/mediasession_streamformat.h"
 
@@ -39,8 +40,10 @@ inline constexpr Key<TimeValue> kDuration{"net.orvik.image.duration"};
 inline constexpr Key<TimeValue> kSampleTime{"net.orvik.image.sampletime"};
 inline constexpr Key<ColorProfile> kColorProfile{"net.orvik.image.colorprofile"};
 inline constexpr Key<DataDictionary> kExportSettings{"net.orvik.image.exportsettings"};
-inline constexpr Key<ObjectRef> kAudioData{"net.orvik.image.audiodata"};
-inline constexpr Key<ObjectRef> kExifData{"net.orvik.image.exifdata"};
+/// On a texture: the sound that goes with its pictures.
+inline constexpr Key<AudioObjectRef> kAudioData{"net.orvik.image.audiodata"};
+/// On a texture.
+inline constexpr Key<ExifRef> kExifData{"net.orvik.image.exifdata"};
 inline constexpr Key<Int> kHotspotX{"net.orvik.image.hotspotx"};
 inline constexpr Key<Int> kHotspotY{"net.orvik.image.hotspoty"};
 inline constexpr Key<Int> kSubImageIndex{"net.orvik.image.subimageindex"};
