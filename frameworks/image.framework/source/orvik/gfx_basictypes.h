@@ -24,9 +24,6 @@ public:
 private:
     Int _bits = 0;
 };
-/// "net.orvik.image.bits"
-inline constexpr Id kBitsTypeId{"net.orvik.image.bits"};
-
 /// Start bit of each channel and a last entry with the bits per pixel.
 using ChannelOffsets = Block<const BITS>;
 
@@ -105,6 +102,22 @@ struct PixelLine {
     BITS stride;
     int phase;
 };
+
+/// Ids of the data types of this header.
+namespace datatypes {
+inline constexpr Id kBits{"net.orvik.image.bits"};
+inline constexpr Id kUpdateRegion{"net.orvik.image.updateregion"};
+inline constexpr Id kDrawDimensionInt{"net.orvik.image.drawdimensionint"};
+inline constexpr Id kDrawDimensionFloat{"net.orvik.image.drawdimensionfloat"};
+inline constexpr Id kDrawRectInt{"net.orvik.image.drawrectint"};
+inline constexpr Id kDrawRectFloat{"net.orvik.image.drawrectfloat"};
+inline constexpr Id kDrawPoint3dInt{"net.orvik.image.drawpoint3dint"};
+inline constexpr Id kDrawPoint3dFloat{"net.orvik.image.drawpoint3dfloat"};
+inline constexpr Id kDrawDimension3dInt{"net.orvik.image.drawdimension3dint"};
+inline constexpr Id kDrawDimension3dFloat{"net.orvik.image.drawdimension3dfloat"};
+inline constexpr Id kDrawVolumeInt{"net.orvik.image.drawvolumeint"};
+inline constexpr Id kDrawVolumeFloat{"net.orvik.image.drawvolumefloat"};
+}  // namespace datatypes
 
 template <>
 inline constexpr const char* kDataTypeName<BITS> = "orvik::BITS";

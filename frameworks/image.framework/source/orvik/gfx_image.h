@@ -75,12 +75,20 @@ ORVIK_API Block<const LayerKeyPair> GetLayerKeyPairs();
 
 class ImageBaseInterface;
 using ImageBaseRef = Ref<ImageBaseInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageBaseRef> = "orvik::ImageBaseRef";
 class ImageInterface;
 using ImageRef = Ref<ImageInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageRef> = "orvik::ImageRef";
 class ImageLayerInterface;
 using ImageLayerRef = Ref<ImageLayerInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageLayerRef> = "orvik::ImageLayerRef";
 class ImageTextureInterface;
 using ImageTextureRef = Ref<ImageTextureInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageTextureRef> = "orvik::ImageTextureRef";
 
 /// What all nodes share: dimensions, a pixel format, and line access by handlers.
 class ImageBaseInterface : public virtual MediaBaseInterface, public virtual HierarchyObjectInterface {
@@ -149,6 +157,8 @@ class ImageLayerInterface : public virtual ImageInterface {
 
 class MediaOutputUrlInterface;
 using MediaOutputUrlRef = Ref<MediaOutputUrlInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaOutputUrlRef> = "orvik::MediaOutputUrlRef";
 
 /// The root of an image tree and the road to files. It has no pixels of its own: it answers for the first image below
 /// it, and 0 or empty without one.

@@ -7,6 +7,25 @@
 
 namespace orvik {
 
+/// An array of dictionaries, one a cue point, as a value that copies share.
+class AudioMarkersInterface : public virtual Object {
+    ORVIK_INTERFACE(AudioMarkersInterface, "net.orvik.image.interface.audiomarkers");
+
+public:
+    Block<const DataDictionary> GetMarkers() const { return _markers.ToBlock(); }
+    Result<void> AddMarker(const DataDictionary& marker) {
+        if (IsAbsent())
+            return Unbound();
+        return _markers.Append(marker);
+    }
+
+private:
+    BaseArray<DataDictionary> _markers;
+};
+using AudioMarkersRef = Ref<AudioMarkersInterface>;
+template <>
+inline constexpr const char* kDataTypeName<AudioMarkersRef> = "orvik::AudioMarkersRef";
+
 /// Keys "net.orvik.mediaformat.*".
 namespace mediaformat {
 inline constexpr Key<MEDIAFORMATTYPE> kType{"net.orvik.mediaformat.type"};
@@ -45,6 +64,12 @@ inline constexpr Key<TimeValue> kVideoStartTime{"net.orvik.mediaformat.video.sta
 inline constexpr Key<Float> kAudioSampleRate{"net.orvik.mediaformat.audio.samplerate"};
 inline constexpr Key<Int> kAudioChannelCount{"net.orvik.mediaformat.audio.channelcount"};
 inline constexpr Key<Int> kAudioBitsPerChannel{"net.orvik.mediaformat.audio.bitsperchannel"};
+/// The cue points of a sound; each has the keys below, as far as its file gives them.
+inline constexpr Key<AudioMarkersRef> kAudioMarkerArray{"net.orvik.mediaformat.audio.markerarray"};
+inline constexpr Key<Int> kAudioMarkerIdentifier{"net.orvik.mediaformat.audio.marker.identifier"};
+inline constexpr Key<TimeValue> kAudioMarkerPosition{"net.orvik.mediaformat.audio.marker.position"};
+inline constexpr Key<String> kAudioMarkerLabel{"net.orvik.mediaformat.audio.marker.label"};
+inline constexpr Key<String> kAudioMarkerNote{"net.orvik.mediaformat.audio.marker.note"};
 }  // namespace mediaformat
 
 /// Keys "net.orvik.mediaproperty.*": facts of one delivered sample.
@@ -53,6 +78,11 @@ inline constexpr Key<TimeValue> kSampleTime{"net.orvik.mediaproperty.sampletime"
 inline constexpr Key<TimeValue> kSampleDuration{"net.orvik.mediaproperty.sampleduration"};
 inline constexpr Key<Int> kSkippedFrames{"net.orvik.mediaproperty.skippedframes"};
 }  // namespace mediaproperty
+
+namespace mediastream {
+/// Reserved; nothing sets or reads it.
+inline constexpr Key<Bool> kDummy{"net.orvik.mediastream.dummy"};
+}  // namespace mediastream
 
 /// The object behind a `MediaStreamFormat`.
 class MediaStreamFormatInterface : public virtual DataDictionaryObjectInterface {
@@ -99,6 +129,8 @@ public:
 
 class MediaStreamInterface;
 using MediaStreamRef = Ref<MediaStreamInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaStreamRef> = "orvik::MediaStreamRef";
 
 /// The description of one concrete sample of a stream: a copy-on-write dictionary with the keys of a format.
 class MediaStreamPropertiesInterface : public virtual DataDictionaryObjectInterface {

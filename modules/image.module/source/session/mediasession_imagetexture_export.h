@@ -49,7 +49,7 @@ private:
     Result<void> AttachStream(const MediaStreamRef& stream, const ImageBaseRef& node);
 
     ImageTextureRef _texture;
-    Bool _analyzed = false;
+    bool _analyzed = false;
     BaseArray<Record> _records;
     HashMap<HierarchyObjectRef, MediaStreamRef> _streamOfNode;
 };

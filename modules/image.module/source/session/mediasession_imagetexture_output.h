@@ -58,8 +58,8 @@ private:
 
     ImageTextureRef _texture;
     ClassRef _storage;
-    Bool _analyzed = false;
-    Bool _hasExportSettings = false;  ///< the first root image has given them to the texture
+    bool _analyzed = false;
+    bool _hasExportSettings = false;  ///< the first root image has given them to the texture
     Float _fps = kUnknownFps;
     TimeValue _duration;
     BaseArray<Record> _records;  ///< one for each image stream, parents before children

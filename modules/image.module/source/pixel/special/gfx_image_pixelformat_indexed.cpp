@@ -223,7 +223,7 @@ public:
     /// Knows the formats of whole components outside the inks. The conversion has the colours of the moment when it was
     /// asked for. Nothing finds indices for colours, so that from another format there is no conversion.
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool) const override {
+                                                   ChannelOffsets dstOffsets, Bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (_count == 0 || !dst || dst->GetRow().kind != FormatKind::Components ||
             !std::ranges::equal(srcOffsets, GetChannelOffsets()))
