@@ -118,10 +118,10 @@ struct Palette {
 /// Illegal argument "Illegal pixel format: @." for an id that is none.
 Result<PixelFormat> FindFormat(const String& text) {
     const Id id = TRY(Id::Create(text.GetText()));
-    const PixelFormat format = PixelFormats::Get(id);
-    if (!format)
-        return IllegalArgumentError("Illegal pixel format: @.", text);
-    return format;
+    if (PixelFormat format = FindPublished<PixelFormatInterface>(id))
+        return format;
+    // Not by `PixelFormats::Get`, which does not tell an unknown id from short memory.
+    return FindPublished<PixelFormatsInterface>(PixelFormatsInterface::kInterfaceId)->FindOrCreatePixelFormatById(id);
 }
 
 bool AreEqualFormats(const PixelFormat& a, const PixelFormat& b) {
@@ -130,7 +130,7 @@ bool AreEqualFormats(const PixelFormat& a, const PixelFormat& b) {
     if (a->GetId() != b->GetId())
         return false;
     const Result<Palette> first = Palette::Read(a), second = Palette::Read(b);
-    return first && second && first->entryFormat == second->entryFormat &&
+    return first && second && first->entryFormat->GetId() == second->entryFormat->GetId() &&
            std::ranges::equal(first->entries, second->entries);
 }
 
