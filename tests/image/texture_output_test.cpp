@@ -53,20 +53,27 @@ std::function<void(MediaStreamFormat&)> Named(const char* name) {
     return [name](MediaStreamFormat& format) { EXPECT_TRUE(format.Set(mediaformat::kStreamName, name)); };
 }
 
+/// Images stand below the texture in the order of the walk, whatever stream they hang below; all else below its parent.
 TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
     const std::vector<StreamSpec> specs = {
         {.type = T::IMAGE, .seed = 1, .describe = Named("picture")},
         {.type = T::ALPHA, .parent = 0, .seed = 2},
-        {.type = T::LAYERFOLDER, .parent = 0, .seed = 3, .describe = Named("folder")},
+        {.type = T::LAYERFOLDER, .parent = 0, .width = 0, .height = 0, .seed = 0, .describe = Named("folder")},
         {.type = T::LAYER, .parent = 2, .width = 5, .seed = 4, .describe = Named("layer")},
         {.type = T::LAYERMASK, .parent = 3, .seed = 5},
-        {.type = T::LAYERADJUSTMENT, .parent = 0, .seed = 6},
+        {.type = T::LAYERADJUSTMENT, .parent = 0, .width = 7, .height = 0, .seed = 0},
+        {.type = T::IMAGE, .parent = 0, .width = 2, .seed = 1, .describe = Named("half")},
+        {.type = T::IMAGE, .parent = 6, .width = 1, .seed = 3, .describe = Named("quarter")},
         {.type = T::IMAGE, .seed = 1, .describe = Named("second")},
+        {.type = T::ALPHA, .parent = 8, .seed = 6},
+        {.type = T::ALPHA, .parent = 6, .width = 2, .seed = 2},
+        {.type = T::IMAGE, .parent = 0, .seed = 2, .describe = Named("element")},
     };
     const std::vector<std::string> tree = {
-        "1 branch 1 image type 2 picture", "2 branch 2 layer type 3 ", "2 branch 3 layer type 6 folder",
-        "3 branch 3 layer type 4 layer",   "4 branch 4 layer type 5 ", "2 branch 3 layer type 7 ",
-        "1 branch 1 image type 2 second",
+        "1 branch 1 image type 2 picture", "2 branch 2 layer type 3 ",       "2 branch 3 layer type 6 folder",
+        "3 branch 3 layer type 4 layer",   "4 branch 4 layer type 5 ",       "2 branch 3 layer type 7 ",
+        "1 branch 1 image type 2 half",    "2 branch 2 layer type 3 ",       "1 branch 1 image type 2 quarter",
+        "1 branch 1 image type 2 element", "1 branch 1 image type 2 second", "2 branch 2 layer type 3 ",
     };
     Connect(specs);
     ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
@@ -80,13 +87,16 @@ TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
     ASSERT_TRUE(Run());
     EXPECT_EQ(Describe(), tree);  // nothing was added twice, and every type stands after the second Init too
     EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "analyze"), 1);
-    EXPECT_EQ(ReadRows(Node(0)), RowsOf(specs[0], format));
-    EXPECT_EQ(ReadRows(Node(0, IMAGEHIERARCHY::ALPHA, Node(0))), RowsOf(specs[1], format));
-    const ImageBaseRef folder = Node(0, IMAGEHIERARCHY::LAYER, Node(0));
-    const ImageBaseRef layer = Node(0, IMAGEHIERARCHY::LAYER, folder);
-    EXPECT_EQ(ReadRows(layer), RowsOf(specs[3], format));
-    EXPECT_EQ(ReadRows(Node(0, IMAGEHIERARCHY::MASK, layer)), RowsOf(specs[4], format));
-    EXPECT_EQ(texture->Get(image::kSampleTime, TimeValue()).GetSeconds(), 6.5);  // the last sample that finished
+    constexpr size_t kOrder[] = {0, 1, 2, 3, 4, 5, 6, 10, 7, 11, 8, 9};  // of the streams, as the tree has their nodes
+    size_t next = 0;
+    EXPECT_TRUE(WalkImages(texture, [&](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
+        if (branch != IMAGEHIERARCHY::TEXTURE) {
+            const StreamSpec& spec = specs[kOrder[next++]];
+            EXPECT_EQ(ReadRows(node), RowsOf(spec, format)) << next;
+        }
+        return true;
+    }));
+    EXPECT_EQ(texture->Get(image::kSampleTime, TimeValue()).GetSeconds(), 11.5);  // the last sample that finished
 
     ASSERT_TRUE(session->Close());
     EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "close import"), 0);  // the input stays open
@@ -127,7 +137,7 @@ TEST_F(TextureOutputTest, RefusesWhatIsIncompleteOrMisplaced) {
         {"no width", {{.describe = without(mediaformat::kWidth)}}, no, "width", 0},
         {"no height", {{}, {.describe = without(mediaformat::kHeight)}}, no, "height", 1},
         {"no streams", {}, errorid::kMediaSessionWrongType, "", 0},
-        {"image below an image", {{}, {.type = T::IMAGE, .parent = 0}}, misplaced, "", 1},
+        {"untyped below an image", {{}, {.type = T::UNDEFINED, .parent = 0}}, misplaced, "", 1},
         {"deep data below an image", {{}, {.type = T::DEEPIMAGEDATA, .parent = 0}}, misplaced, "", 1},
         {"mip level below an image", {{}, {.type = T::MIPMAP, .parent = 0}}, misplaced, "", 1},
         {"alpha below a layer", {{}, {.type = T::LAYER, .parent = 0}, {.type = T::ALPHA, .parent = 1}}, no, "", 2},
@@ -156,26 +166,31 @@ TEST_F(TextureOutputTest, WantsExactlyOneInput) {
     EXPECT_TRUE(g_log.empty());
 }
 
-/// A parent that is not in the walk: a stream that hangs below one that the output has never seen.
-TEST_F(TextureOutputTest, MissesAnUnknownParent) {
-    class Misplacing : public FakeImport {
+/// Sound beside pictures is passed over, alone it is a file of the wrong kind. A picture below it has no parent.
+TEST_F(TextureOutputTest, PassesOverAudioStreams) {
+    class WithAudio : public FakeImport {
     public:
         using FakeImport::FakeImport;
         Result<void> Analyze(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
-            TRY(FakeImport::Analyze(inputs, time, flags));
-            // An audio stream is no image and gets no record, yet an image stream hangs below it.
             const auto audio = TRY(ClassRef(mediaclasses::kStreamAudioImport).Create<MediaStreamInterface>());
+            TRY(AddOutputStream(audio));
+            TRY(FakeImport::Analyze(inputs, time, flags));
+            if (!hasPictureBelow)
+                return {};
             const auto image = TRY(ClassRef(mediaclasses::kStreamImport).Create<MediaStreamInterface>());
             TRY(image->AddFormat(Data(Int(0)), streams[0]->GetFormat(Data(Int(0)))));
-            TRY(audio->AddChild(MediaStreamInterface::kChildBranch, image));
-            return AddOutputStream(audio);
+            return audio->AddChild(MediaStreamInterface::kChildBranch, image);
         }
+        bool hasPictureBelow = false;
     };
-    ASSERT_TRUE(RegisterMediaSessionAudio(_publisher));
-    Connect<Misplacing>({{}});
-    const Result<void> ran = Run();
-    EXPECT_EQ(ErrorIdOf(ran), errorid::kMediaConverter);
-    EXPECT_EQ(MessageOf(ran), "Parent stream not found.");
+    Connect<WithAudio>({});
+    EXPECT_EQ(ErrorIdOf(Run()), errorid::kMediaSessionWrongType);
+    Connect<WithAudio>({{}, {}});
+    EXPECT_TRUE(Run());
+    EXPECT_EQ(Describe().size(), 2u);
+    Connect<WithAudio>({{}});
+    dynamic_cast<WithAudio&>(*import).hasPictureBelow = true;
+    EXPECT_EQ(MessageOf(Run()), "Parent stream not found.");
 }
 
 TEST_F(TextureOutputTest, FollowsTheSelection) {
@@ -190,10 +205,14 @@ TEST_F(TextureOutputTest, FollowsTheSelection) {
         {"none", {S::NONE, S::NONE, S::NONE}, {}, {}},
         {"content without structure", {kContent, kContent, kContent}, {}, {}},
         {"mixed", {S::STRUCTURE, S::ALL, S::NONE}, {a, b}, {"deliver 1"}},
-        {"a child brings its parent", {S::NONE, S::ALL, S::NONE}, {a, b}, {"deliver 1"}}};
+        {"a child brings its parent", {S::NONE, S::ALL, S::NONE}, {a, b}, {"deliver 1"}},
+        {"a child image does not", {S::NONE, S::ALL, S::NONE}, {"1 branch 1 image type 2 b"}, {"deliver 1"}}};
     for (const auto& [what, answers, nodes, delivered] : cases) {
         SCOPED_TRACE(what);
-        Connect(specs);
+        std::vector<StreamSpec> streams = specs;
+        if (nodes.size() == 1)
+            streams[1].type = T::IMAGE;
+        Connect(streams);
         size_t next = 0;
         std::vector<std::string> seen;
         ASSERT_TRUE(output->SetSelectionHandler([&](const MediaStreamRef&, const MediaStreamFormat& f) -> Result<S> {
@@ -278,7 +297,7 @@ TEST_F(TextureOutputTest, TakesTimingFromTheFirstStream) {
 TEST_F(TextureOutputTest, KeepsWhatWasDeliveredBeforeAFailure) {
     const std::vector<StreamSpec> specs = {
         {.type = T::IMAGE, .seed = 1},
-        {.type = T::LAYERFOLDER, .parent = 0, .width = 0, .height = 0},
+        {.type = T::LAYERFOLDER, .parent = 0, .width = 0, .height = 0},  // initialised all the same
         {.type = T::LAYER, .parent = 1, .width = 4, .height = 3, .seed = 2},
         {.type = T::LAYERMASK, .parent = 2, .height = 1, .seed = 3},
         {.type = T::ALPHA, .parent = 0, .height = 1, .seed = 4},
