@@ -108,24 +108,6 @@ TEST_F(LayersTest, PathsPickNodes) {
     }
 }
 
-/// What is said of the paths of nodes is what selects them.
-TEST_F(LayersTest, PathsOfNodesSelectThem) {
-    int layers = 0, alphas = 0;
-    ASSERT_TRUE(WalkImages(image, [&](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
-        const String path = TRY(GetLayerPath(node));
-        if (branch == IMAGEHIERARCHY::LAYER && node->GetWidth() > 0) {
-            ++layers;
-            EXPECT_EQ(Read(MakeLayerSet({path.GetCString()})), Read(LayerSet(), node)) << path.GetCString();
-        } else if (branch == IMAGEHIERARCHY::ALPHA && alphas < 2) {
-            ++alphas;
-            EXPECT_EQ(Read(MakeLayerSet({path.GetCString()}, M::ALPHAS)), Read(LayerSet(), node));
-        }
-        return true;
-    }));
-    EXPECT_EQ(layers, 7);
-    EXPECT_EQ(alphas, 2);
-}
-
 /// Paths start below the node that is asked.
 TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
     const ImageRef group = LayerTree::AddLayer(image, Named("group"), Red(90));

@@ -276,30 +276,5 @@ TEST_F(StorageKinds, ComponentsCheckTheirArguments) {
         EXPECT_EQ(ErrorIdOf(Fresh(storageclasses::kPlanes)->GetComponent(channel, {0, 0, 1}, pixels, 1, {})), kLacks);
 }
 
-TEST_F(StorageKinds, TellTheDirtyRectangleOnce) {
-    const std::pair<std::vector<PixelSpan>, std::vector<UpdateRegion>> cases[] = {
-        {{}, {}},
-        {{{3, 4, 0}}, {}},
-        {{{3, 4, 5}, {10, 1, 2}, {0, 9, 1}}, {{0, 1, 12, 9}}},
-    };
-    for (const Id& kind : kinds) {
-        for (const auto& [widened, expected] : cases) {
-            const Storage storage = Fresh(kind);
-            std::vector<UpdateRegion> told;
-            const RegionDelegate note = [&](const UpdateRegion& where) {
-                told.push_back(where);
-                return Result<void>();
-            };
-            auto writer = storage->SetPixelHandler(format, {}, {}, {}, SETPIXELHANDLERFLAGS::NONE, note).TakeValue();
-            for (const PixelSpan& span : widened)
-                writer.Widen(span);
-            storage->FreePixelHandler(writer);
-            EXPECT_FALSE(writer);
-            storage->FreePixelHandler(writer);
-            EXPECT_EQ(told, expected) << kind.GetText();
-        }
-    }
-}
-
 }  // namespace
 }  // namespace orvik

@@ -153,19 +153,6 @@ TEST_F(TextureOutputTest, RefusesWhatIsIncompleteOrMisplaced) {
     }
 }
 
-TEST_F(TextureOutputTest, WantsExactlyOneInput) {
-    Connect({{}});
-    const MediaConverterRef two[] = {import, import};
-    for (const MediaConverterInterface::Inputs inputs : {MediaConverterInterface::Inputs(), {two, 2}}) {
-        output = Make<MediaOutputTextureInterface>(mediaclasses::kOutputTexture);
-        EXPECT_EQ(ErrorIdOf(output->Analyze(inputs, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
-        EXPECT_TRUE(output->Analyze(inputs, {}, MEDIASESSIONFLAGS::NONE));  // it has run, in its way
-        EXPECT_EQ(ErrorIdOf(output->PrepareExecute(inputs, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
-        EXPECT_EQ(ErrorIdOf(output->Execute(inputs, {}, MEDIASESSIONFLAGS::NONE)), errorid::kIllegalState);
-    }
-    EXPECT_TRUE(g_log.empty());
-}
-
 /// Sound beside pictures is passed over, alone it is a file of the wrong kind. A picture below it has no parent.
 TEST_F(TextureOutputTest, PassesOverAudioStreams) {
     class WithAudio : public FakeImport {
@@ -387,24 +374,18 @@ TEST_F(TextureOutputTest, HandsTheMaskColourToTheStorage) {
     }
 }
 
-TEST_F(TextureOutputTest, TellsEachNodeOnceOfItsPixels) {
-    for (const bool hasService : {false, true}) {
-        if (hasService)
-            PublishRegionService();
-        Connect({{.width = 4, .height = 3}, {.type = T::ALPHA, .parent = 0, .width = 2, .height = 2}});
-        ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
-        std::vector<UpdateRegion> told;
-        for (const ImageBaseRef& node : {Node(0), Node(0, IMAGEHIERARCHY::ALPHA, Node(0))}) {
-            ASSERT_TRUE(node->ObservableRegionChanged()->AddObserver(
-                [&told, expected = node.GetPointer()](ImageBaseInterface* from, const UpdateRegion& region) {
-                    EXPECT_EQ(from, expected);
-                    told.push_back(region);
-                    return Result<void>();
-                }));
-        }
-        ASSERT_TRUE(Run());
-        EXPECT_EQ(told, (std::vector<UpdateRegion>{{0, 0, 4, 3}, {0, 0, 2, 2}}));
-    }
+TEST_F(TextureOutputTest, NotifiesEachNodeOnceOfItsPixels) {
+    Connect({{.width = 4, .height = 3}, {.type = T::ALPHA, .parent = 0, .width = 2, .height = 2}});
+    ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
+    std::vector<UpdateRegion> told;
+    for (const ImageBaseRef& node : {Node(0), Node(0, IMAGEHIERARCHY::ALPHA, Node(0))})
+        ASSERT_TRUE(
+            node->ObservableRegionChanged()->AddObserver([&told](ImageBaseInterface*, const UpdateRegion& region) {
+                told.push_back(region);
+                return Result<void>();
+            }));
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(told, (std::vector<UpdateRegion>{{0, 0, 4, 3}, {0, 0, 2, 2}}));
 }
 
 TEST_F(TextureOutputTest, HandsExifToTheTexture) {
