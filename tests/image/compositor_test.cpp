@@ -358,7 +358,7 @@ TEST_F(CompositorTest, BytesInNormalModeAreTheSameBothWays) {
 }
 
 /// Coordinates at the ends of their range lie beside every picture.
-TEST_F(CompositorTest, FarAwayLayersAreJustNotSeen) {
+TEST_F(CompositorTest, LayersFarOutsideAreNotSeen) {
     constexpr Int kMost = std::numeric_limits<Int>::max(), kLeast = std::numeric_limits<Int>::min();
     const ImageRef image = AddImage(5, 1);
     for (const Int x : {kMost, kLeast, Int(5), Int(-5), kMost - 4}) {

@@ -1,4 +1,5 @@
 // Where the two raster storages keep pixels, and how they hand them to conversions.
+#include <cstdio>
 #include <random>
 
 #include "image_fakes.h"
@@ -202,35 +203,91 @@ TEST(Planes, RefuseChannelsOfUnequalWidth) {
 
 /// Each channel is written and read alone; the others keep their values.
 TEST_F(PlanesFormatTest, ComponentsAreThoseOfTheirPlane) {
-    constexpr Int kWidth = 5, kHeight = 2;
-    for (const PixelFormat& format :
-         {PixelFormats::Get(pixelformats::kRgbU8), PixelFormats::Get(pixelformats::kRgbaU16),
-          PixelFormats::Get(pixelformats::kRgbaF64)}) {
-        SCOPED_TRACE(format->GetId().GetCString());
-        const auto storage = Make<ImagePixelStoragePlanes>(kWidth, kHeight, format);
-        const size_t bytes = size_t(format->GetChannelOffsets()[1].GetBytes());
-        const Int channels = format->GetChannelCount(), pixelBytes = format->GetBitsPerPixel().GetBytes();
-        const auto value = [](Int c, Int x, size_t b) { return std::byte(c * 40 + x * 8 + Int(b)); };
+    for (const Id& id : {pixelformats::kRgbU8, pixelformats::kRgbaU16, pixelformats::kRgbaF64}) {
+        SCOPED_TRACE(id.GetCString());
+        const PixelFormat format = PixelFormats::Get(id);
+        const auto storage = Make<ImagePixelStoragePlanes>(5, 2, format);
+        const Int bytes = format->GetChannelOffsets()[1].GetBytes(), channels = format->GetChannelCount();
+        std::vector<std::byte> expected(size_t(bytes * channels * 10));
         for (Int c = 0; c < channels; ++c) {
-            std::byte values[3 * 11] = {};
-            for (Int x = 2; x < 5; ++x) {
-                for (size_t b = 0; b < bytes; ++b)
-                    values[size_t(x - 2) * 11 + b] = value(c, x, b);
+            std::byte values[3 * 11] = {}, back[3 * 11] = {};
+            for (Int x = 0; x < 3; ++x) {
+                for (Int b = 0; b < bytes; ++b)
+                    expected[size_t((7 + x) * channels * bytes + c * bytes + b)] = values[x * 11 + b] =
+                        std::byte(1 + c * 40 + x * 8 + b);
             }
             ASSERT_TRUE(storage->SetComponent(c, {2, 1, 3}, values, 11, {}));
-            std::byte back[3 * 11] = {};
             ASSERT_TRUE(storage->GetComponent(c, {2, 1, 3}, back, 11, {}));
-            EXPECT_EQ(std::vector(back, std::end(back)), std::vector(values, std::end(values)));
-        }
-        std::vector<std::byte> expected(size_t(pixelBytes * kWidth * kHeight));
-        for (Int x = 2; x < 5; ++x) {
-            for (Int c = 0; c < channels; ++c) {
-                for (size_t b = 0; b < bytes; ++b)
-                    expected[size_t(pixelBytes * (kWidth + x)) + size_t(c) * bytes + b] = value(c, x, b);
-            }
+            EXPECT_TRUE(std::ranges::equal(back, values));
         }
         EXPECT_EQ(ReadAll(*storage, format), expected);
     }
+}
+
+/// Image nodes over the formats of the module.
+class RealFormatTest : public ModuleFixture {
+protected:
+    static ImageRef MakeImage(Int width, Int height, const PixelFormat& format) {
+        ImageRef image = ClassRef(imageclasses::kImage).Create<ImageInterface>().TakeValue();
+        const Result<void> done = image->Init(width, height, ClassRef(), format, {});
+        EXPECT_TRUE(done) << MessageOf(done);
+        return image;
+    }
+};
+
+/// Writes in one format over another, reads in a third; the expected bytes are worked out by hand.
+TEST_F(RealFormatTest, ConvertsOnTheWayInAndOut) {
+    const PixelFormat rgb8 = PixelFormats::Get(pixelformats::kRgbU8), bgra8 = PixelFormats::Get(pixelformats::kBgraU8),
+                      rgb16 = PixelFormats::Get(pixelformats::kRgbU16);
+    const ImageRef image = MakeImage(3, 2, rgb8);
+    auto writer = image->SetPixelHandler(bgra8, {}, {}, SETPIXELHANDLERFLAGS::NONE);
+    ASSERT_TRUE(writer) << MessageOf(writer);
+    const uint8_t source[] = {10, 20, 30, 40, 50, 60, 70, 80};  // two pixels: b g r a
+    ASSERT_TRUE(writer->write({1, 1, 2}, {source, BITS(32)}, {}));
+    EXPECT_FALSE(writer->write({2, 1, 2}, {source, BITS(32)}, {}));
+    // From right to left, each pixel of the source twice as far apart as it is wide.
+    const uint8_t spread[] = {1, 2, 3, 4, 0, 0, 0, 0, 5, 6, 7, 8};
+    ASSERT_TRUE(writer->write({0, 0, 2}, {spread + 8, BITS(-64)}, {}));
+    image->FreePixelHandler(*writer);
+    const auto read = [&](const PixelFormat& format, Int x, Int y, Int count) {
+        std::vector<uint8_t> bytes(size_t(format->GetBytesPerLine(count)));
+        auto reader = image->GetPixelHandler(format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
+        EXPECT_TRUE(reader && reader->read({x, y, count}, {bytes.data(), format->GetBitsPerPixel()}, {}));
+        return bytes;
+    };
+    using Bytes = std::vector<uint8_t>;
+    EXPECT_EQ(read(rgb8, 0, 0, 3), (Bytes{7, 6, 5, 3, 2, 1, 0, 0, 0}));
+    EXPECT_EQ(read(rgb8, 0, 1, 3), (Bytes{0, 0, 0, 30, 20, 10, 70, 60, 50}));
+    EXPECT_EQ(read(rgb16, 1, 1, 1), (Bytes{30, 30, 20, 20, 10, 10}));
+    EXPECT_EQ(read(bgra8, 2, 1, 1), (Bytes{50, 60, 70, 255}));
+}
+
+Int ResidentKilobytes() {
+    Int kilobytes = 0;
+    if (std::FILE* status = std::fopen("/proc/self/status", "r")) {
+        char line[256];
+        long value = 0;
+        while (std::fgets(line, sizeof(line), status)) {
+            if (std::sscanf(line, "VmRSS: %ld", &value) == 1)
+                kilobytes = value;
+        }
+        std::fclose(status);
+    }
+    return kilobytes;
+}
+
+/// Pixels cost memory when they are written, not when an image is made.
+TEST_F(RealFormatTest, FreshPixelsAreUntouchedPages) {
+    const PixelFormat format = PixelFormats::Get(pixelformats::kRgbaU8);
+    const Int before = ResidentKilobytes();
+    ASSERT_GT(before, 0);
+    const ImageRef image = MakeImage(8192, 8192, format);  // 256 MiB
+    EXPECT_LT(ResidentKilobytes() - before, 64 * 1024);
+    uint8_t pixel[4] = {1, 1, 1, 1};
+    auto reader = image->GetPixelHandler(format, format->GetChannelOffsets(), {}, GETPIXELHANDLERFLAGS::NONE, {});
+    ASSERT_TRUE(reader) << MessageOf(reader);
+    ASSERT_TRUE(reader->read({8191, 8191, 1}, {pixel, BITS(32)}, {}));
+    EXPECT_EQ(std::vector<int>(pixel, pixel + 4), std::vector<int>(4, 0));
 }
 
 }  // namespace

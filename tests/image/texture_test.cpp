@@ -285,7 +285,7 @@ TEST_F(TextureTest, SavesItsSound) {
 }
 
 /// A node in a layer branch is what its own key says; one that says nothing is no stream, its children stay.
-TEST_F(TextureTest, ExportJudgesLayersByTheirType) {
+TEST_F(TextureTest, ExportTakesTheTypeFromTheNode) {
     const std::pair<ITYPE, T> cases[] = {
         {ITYPE::LAYER, T::LAYER},        {ITYPE::LAYERMASK, T::LAYERMASK},
         {ITYPE::FOLDER, T::LAYERFOLDER}, {ITYPE::ADJUSTMENT, T::LAYERADJUSTMENT},
@@ -296,17 +296,16 @@ TEST_F(TextureTest, ExportJudgesLayersByTheirType) {
             SCOPED_TRACE(testing::Message() << int(branch) << " type " << int(type));
             const ImageTextureRef texture = MakeTexture();
             ImageBaseRef parent = texture;
-            const auto add = [&](const Id& nodeClass, IMAGEHIERARCHY where, ITYPE nodeType) {
-                const auto node = Make<ImageInterface>(nodeClass);
-                EXPECT_TRUE(node->Init(2, 1, ClassRef(), g_pixelFormat, {}));
-                EXPECT_TRUE(node->Set(image::kType, nodeType));
-                EXPECT_TRUE(parent->AddChildren(where, node, nullptr));
+            for (const auto& [where, nodeType] : {std::pair(IMAGEHIERARCHY::IMAGE, ITYPE::IMAGE),
+                                                  {IMAGEHIERARCHY::LAYER, ITYPE::LAYER},
+                                                  {branch, type},
+                                                  {IMAGEHIERARCHY::LAYER, ITYPE::LAYER}}) {
+                const auto node = Make<ImageInterface>(imageclasses::kRasterLayer);
+                ASSERT_TRUE(node->Init(2, 1, ClassRef(), g_pixelFormat, {}));
+                ASSERT_TRUE(node->Set(image::kType, nodeType));
+                ASSERT_TRUE(parent->AddChildren(where, node, nullptr));
                 parent = node;
-            };
-            add(imageclasses::kImage, IMAGEHIERARCHY::IMAGE, ITYPE::IMAGE);
-            add(imageclasses::kRasterLayer, IMAGEHIERARCHY::LAYER, ITYPE::LAYER);
-            add(imageclasses::kRasterLayer, branch, type);
-            add(imageclasses::kRasterLayer, IMAGEHIERARCHY::LAYER, ITYPE::LAYER);
+            }
             const auto output = NewObj<FakeExport>().TakeValue();
             MediaSessionRef session;
             ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, &session));
