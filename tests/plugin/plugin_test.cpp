@@ -115,28 +115,30 @@ TEST_F(Plugin, DeclarationsAreFoundById) {
         Id registry;
         const char* prefix;
         int found = 0;
-    } kinds[] = {{std::regex(R"(constexpr Key<[^{;]*>\s+k\w+\{"([^"]+)"\})"), kKeyRegistry, nullptr},
-                 {std::regex(R"(ORVIK_INTERFACE\((\w+),\s+"([^"]+)"\))"), kInterfaceRegistry, "orvik."},
-                 {std::regex(R"(constexpr const char\* kDataTypeName<\w+> = "([^"]+)")"), kDataTypeRegistry, nullptr}};
+    } kinds[] = {
+        {std::regex(R"x(constexpr Key<[^{;]*>\s+k\w+\{"([^"]+)"\})x"), kKeyRegistry, nullptr},
+        {std::regex(R"x(ORVIK_INTERFACE\((\w+),\s+"([^"]+)"\))x"), kInterfaceRegistry, "orvik."},
+        {std::regex(R"x(constexpr const char\* kDataTypeName<\w+> = "([^"]+)")x"), kDataTypeRegistry, nullptr},
+    };
     for (auto [pattern, registry, prefix, found] : kinds) {
         for (const auto& entry : std::filesystem::directory_iterator(IMAGE_HEADERS)) {
             std::ifstream file(entry.path());
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match, ++found) {
-        const std::string id = (*match)[prefix ? 2 : 1];
-        const Result<Id> made = Id::Create(id);
-        const auto declared = Registry::Find<DeclarationInterface>(registry, *made);
-        EXPECT_EQ(declared->GetName(), prefix ? prefix + (*match)[1].str() : id);
-        EXPECT_EQ(declared->GetDataType() == nullptr, prefix != nullptr) << id;
+            const std::string text{std::istreambuf_iterator<char>(file), {}};
+            for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match, ++found) {
+                const std::string id = (*match)[prefix ? 2 : 1];
+                const Result<Id> made = Id::Create(id);
+                const auto declared = Registry::Find<DeclarationInterface>(registry, *made);
+                EXPECT_EQ(declared->GetName(), prefix ? prefix + (*match)[1].str() : id);
+                EXPECT_EQ(declared->GetDataType() == nullptr, prefix != nullptr) << id;
+            }
+        }
+        EXPECT_EQ(Registry::GetEntries(registry).GetCount(), found + (registry == kDataTypeRegistry ? 13 : 0))
+            << registry.GetText();  // plain value types have an id beside their name
     }
-}
-EXPECT_EQ(Registry::GetEntries(registry).GetCount(), found + (registry == kDataTypeRegistry ? 13 : 0))
-    << registry.GetText();  // plain value types have an id beside their name
-}
-const auto width = Registry::Find<DeclarationInterface>(kKeyRegistry, mediaformat::kWidth.GetId());
-EXPECT_TRUE(*width->GetDataType() == GetDataType<Int>());
-const auto region = Registry::Find<DeclarationInterface>(kDataTypeRegistry, datatypes::kUpdateRegion);
-EXPECT_TRUE(*region->GetDataType() == GetDataType<UpdateRegion>());
+    const auto width = Registry::Find<DeclarationInterface>(kKeyRegistry, mediaformat::kWidth.GetId());
+    EXPECT_TRUE(*width->GetDataType() == GetDataType<Int>());
+    const auto region = Registry::Find<DeclarationInterface>(kDataTypeRegistry, datatypes::kUpdateRegion);
+    EXPECT_TRUE(*region->GetDataType() == GetDataType<UpdateRegion>());
 }
 
 TEST_F(Plugin, GetsItsLinksFromTheHost) {
