@@ -168,7 +168,7 @@ public:
         TRY(ConstructNames());
         // Instances with a table are never registered, which is what tells the others of their group and name.
         _group = FindPublished<PixelFormatGroupInterface>(TRY(MakeGroupId(_family)));
-        _shortName = MakeFormatShortName(_row);
+        _shortName = TRY(MakeFormatShortName(_row));
         const ImageChannel index = TRY(CreatePackedChannel(channeltypes::kUnknown, _row.packing));
         return AppendChannel(index);
     }
