@@ -1,6 +1,7 @@
 // Where the two raster storages keep pixels, and how they hand them to conversions.
-#include <cstdio>
+#include <fstream>
 #include <random>
+#include <unistd.h>
 
 #include "image_fakes.h"
 #include "storage/gfx_image_storage_normal.h"
@@ -263,17 +264,10 @@ TEST_F(RealFormatTest, ConvertsOnTheWayInAndOut) {
 }
 
 Int ResidentKilobytes() {
-    Int kilobytes = 0;
-    if (std::FILE* status = std::fopen("/proc/self/status", "r")) {
-        char line[256];
-        long value = 0;
-        while (std::fgets(line, sizeof(line), status)) {
-            if (std::sscanf(line, "VmRSS: %ld", &value) == 1)
-                kilobytes = value;
-        }
-        std::fclose(status);
-    }
-    return kilobytes;
+    std::ifstream status("/proc/self/statm");
+    Int all = 0, resident = 0;
+    status >> all >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 /// Pixels cost memory when they are written, not when an image is made.

@@ -374,20 +374,6 @@ TEST_F(TextureOutputTest, HandsTheMaskColourToTheStorage) {
     }
 }
 
-TEST_F(TextureOutputTest, NotifiesEachNodeOnceOfItsPixels) {
-    Connect({{.width = 4, .height = 3}, {.type = T::ALPHA, .parent = 0, .width = 2, .height = 2}});
-    ASSERT_TRUE(Run(MEDIASESSIONFLAGS::RUNONLYANALYZE));
-    std::vector<UpdateRegion> told;
-    for (const ImageBaseRef& node : {Node(0), Node(0, IMAGEHIERARCHY::ALPHA, Node(0))})
-        ASSERT_TRUE(
-            node->ObservableRegionChanged()->AddObserver([&told](ImageBaseInterface*, const UpdateRegion& region) {
-                told.push_back(region);
-                return Result<void>();
-            }));
-    ASSERT_TRUE(Run());
-    EXPECT_EQ(told, (std::vector<UpdateRegion>{{0, 0, 4, 3}, {0, 0, 2, 2}}));
-}
-
 TEST_F(TextureOutputTest, HandsExifToTheTexture) {
     class FakeExif : public ExifInterface {};
     class WithExif : public FakeImport {

@@ -229,22 +229,5 @@ TEST_F(Plugin, RefusesFilesThatAreNoModules) {
     EXPECT_THAT(g_undone, IsEmpty());
 }
 
-TEST_F(Plugin, DetectionForgetsAModulesFormats) {
-    const Result<MemoryFileRef> file = CreateMemoryFile(std::as_bytes(std::span("no picture at all")));
-    ASSERT_TRUE(file);
-    const Result<Url> url = MountMemoryFile("plugin", *file);
-    ASSERT_TRUE(url);
-    {
-        const Module image = LoadModule(IMAGE_MODULE);
-        const Result<FileFormat> detected = FileFormatDetectionCache::DetectFile(*url);
-        ASSERT_TRUE(detected);
-        EXPECT_FALSE(*detected);
-    }
-    const Result<FileFormat> detected = FileFormatDetectionCache::DetectFile(*url);
-    ASSERT_TRUE(detected);
-    EXPECT_FALSE(*detected);
-    UnmountMemoryFile("plugin");
-}
-
 }  // namespace
 }  // namespace orvik

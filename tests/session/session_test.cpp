@@ -184,19 +184,6 @@ TEST_F(Session, ConvertersMayConnectOthersMeanwhile) {
     EXPECT_EQ(std::count(_log.begin(), _log.end(), "first.Execute(41)"), 1);
 }
 
-TEST_F(Session, KeepsItsConvertersAliveAndNotTheOtherWayRound) {
-    auto input = Input();
-    auto output = Output();
-    const WeakRef<FakeInput> watched(input);
-    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
-    EXPECT_EQ(_session->GetStrongCount(), 1);
-    input = nullptr;
-    EXPECT_TRUE(watched.Get());
-    _session = nullptr;
-    EXPECT_FALSE(watched.Get());
-    EXPECT_EQ(output->GetStrongCount(), 1);
-}
-
 // --- Converters
 // -------------------------------------------------------------------------------------------------------
 
