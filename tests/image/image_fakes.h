@@ -298,8 +298,7 @@ public:
                 TRY(source->GetPixelStream(properties, pixelFormat, ColorProfile(), GETPIXELHANDLERFLAGS::NONE));
             rows.emplace_back();
             rows.back().resize(size_t(height));
-            for (Int i = 0; i < height; ++i) {
-                const Int y = bottomUp ? height - 1 - i : i;
+            for (Int y = height - 1; y >= 0; --y) {  // bottom up, as some files are
                 std::vector<std::byte> row(size_t((bits * width).GetBytes()));
                 TRY(handler.read({0, y, width}, {row.data(), bits}, {}));
                 rows.back()[size_t(y)] = row;
@@ -318,7 +317,6 @@ public:
     std::vector<MediaStreamRef> streams;
     std::vector<std::vector<std::vector<std::byte>>> rows;  ///< stream, row, byte
     AudioObjectRef audio;
-    bool bottomUp = false;
 };
 
 /// All bytes of a node, read in its own format.

@@ -96,10 +96,8 @@ TEST_F(SubImageTest, ChecksTheRectangle) {
         {{{0, 0}, {1, kMin}}, false},
     };
     for (const auto& [rectangle, fits] : cases) {
-        SCOPED_TRACE(testing::Message() << rectangle.position.x << ", " << rectangle.position.y << ", "
-                                        << rectangle.size.width << ", " << rectangle.size.height);
         const auto part = _image->CreateSubImagePart(rectangle);
-        EXPECT_EQ(ErrorIdOf(part), fits ? Id() : errorid::kIllegalArgument);
+        EXPECT_EQ(ErrorIdOf(part), fits ? Id() : errorid::kIllegalArgument) << rectangle.position.x;
         EXPECT_EQ(MessageOf(part), "");
     }
     const auto untyped = ClassRef(imageclasses::kBase).Create<ImageBaseInterface>().TakeValue();

@@ -261,22 +261,31 @@ TEST_F(TextureOutputTest, CopiesKeys) {
               0.5);  // the first image's
 }
 
+/// The first stream decides, also with a rate of 0. Closing keeps what is known, a reset asks anew.
 TEST_F(TextureOutputTest, TakesTimingFromTheFirstStream) {
     const auto timed = [](Float fps) {
-        return [fps](MediaStreamFormat& f) {
-            if (fps != 0) {
-                EXPECT_TRUE(f.Set(mediaformat::kVideoFps, fps));
-                EXPECT_TRUE(f.Set(mediaformat::kVideoDuration, TimeValue::FromSeconds(fps / 10)));
-            }
-        };
+        return StreamSpec{.describe = [fps](MediaStreamFormat& f) {
+            EXPECT_TRUE(fps == 0 || f.Set(mediaformat::kVideoFps, fps));
+            EXPECT_TRUE(fps == 0 || f.Set(mediaformat::kVideoDuration, TimeValue::FromSeconds(fps / 10)));
+        }};
     };
-    const std::tuple<Float, Float, Float> cases[] = {{25, 30, 25}, {0, 30, 0}, {12, 0, 12}};
-    for (const auto& [first, second, expected] : cases) {
-        Connect({{.describe = timed(first)}, {.describe = timed(second)}});
+    for (const auto& [first, second] : {std::pair(25.0, 30.0), {0.0, 30.0}, {12.0, 0.0}}) {
+        Connect({timed(first), timed(second)});
         ASSERT_TRUE(Run());
-        EXPECT_EQ(texture->Get(image::kFps, 0), expected);
-        EXPECT_EQ(texture->Has(image::kFps.GetId()), expected != 0);
-        EXPECT_EQ(texture->Get(image::kDuration, TimeValue()).GetSeconds(), expected / 10);
+        EXPECT_EQ(texture->Has(image::kFps.GetId()), first != 0);
+        EXPECT_EQ(texture->Get(image::kFps, 0), first);
+        EXPECT_EQ(texture->Get(image::kDuration, TimeValue()).GetSeconds(), first / 10);
+    }
+    for (const bool resets : {false, true}) {
+        Connect({{}});
+        ASSERT_TRUE(Run());
+        ASSERT_TRUE(resets ? output->ResetConverter() : output->Close({}));
+        session = Make<MediaSessionInterface>(mediaclasses::kSession);
+        ASSERT_TRUE(session->ConnectMediaConverter(
+            NewObj<FakeImport>(std::vector{timed(24)}, PixelFormat(format)).TakeValue(), output));
+        ASSERT_TRUE(Run());
+        EXPECT_EQ(Describe().size(), 2u);
+        EXPECT_EQ(texture->Get(image::kFps, 0), resets ? 24 : 0);
     }
 }
 
@@ -324,53 +333,19 @@ TEST_F(TextureOutputTest, KeepsWhatWasDeliveredBeforeAFailure) {
     EXPECT_EQ(steps, 5 * 3 + 7);  // beginning, handler and end of each stream, and the rows
 }
 
-/// After a close the known rate stays, after a reset it is asked anew.
-TEST_F(TextureOutputTest, CloseKeepsTheRateAndResetForgetsIt) {
-    for (const bool resets : {false, true}) {
-        Connect({{}});  // its rate of 0 is known now
-        ASSERT_TRUE(Run());
-        ASSERT_TRUE(resets ? output->ResetConverter() : output->Close({}));
-        const MediaSessionRef next = Make<MediaSessionInterface>(mediaclasses::kSession);
-        session = nullptr;
-        const auto timed = [](MediaStreamFormat& f) { EXPECT_TRUE(f.Set(mediaformat::kVideoFps, 24)); };
-        ASSERT_TRUE(next->ConnectMediaConverter(
-            NewObj<FakeImport>(std::vector<StreamSpec>{{.describe = timed}}, PixelFormat(format)).TakeValue(), output));
-        ASSERT_TRUE(next->Convert({}, MEDIASESSIONFLAGS::NONE));
-        EXPECT_EQ(Describe().size(), 2u);
-        EXPECT_EQ(texture->Get(image::kFps, 0), resets ? 24 : 0);
-    }
-}
-
 /// A mask is filled with its own colour where nothing is delivered.
 TEST_F(TextureOutputTest, HandsTheMaskColourToTheStorage) {
-    class Filling : public ImagePixelStorageInterface {
-    public:
-        Result<void> Init(Int, Int, const PixelFormat&, Block<const std::byte> color) override {
-            std::string text = "fill";
-            for (const std::byte b : color)
-                text += " " + std::to_string(std::to_integer<int>(b));
-            g_log.push_back(text);
-            return UnsupportedOperationError();
-        }
-    };
-    constexpr Id kClass{"net.orvik.test.filling"};
-    ASSERT_TRUE(_publisher.PublishClass<Filling>(kClass));
-    const struct {
-        Int color;
-        const char* expected;
-    } cases[] = {{-1, "fill 0 0"}, {0, "fill 0 0"}, {200, "fill 200 200"}, {300, "fill 255 255"}};
-    for (const auto& [color, expected] : cases) {
+    for (const auto& [color, expected] : {std::pair(-1, 0), {0, 0}, {200, 200}, {300, 255}}) {
         Connect({{},
                  {.type = T::LAYER, .parent = 0},
-                 {.type = T::LAYERMASK, .parent = 1, .describe = [color = color](MediaStreamFormat& f) {
-                      EXPECT_TRUE(f.Set(mediaformat::kLayerMaskDefColor, color));
+                 {.type = T::LAYERMASK, .parent = 1, .height = 0, .describe = [color = color](MediaStreamFormat& f) {
+                      EXPECT_TRUE(f.Set(mediaformat::kLayerMaskDefColor, color) && f.Set(mediaformat::kHeight, 1));
                   }}});
-        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef(kClass)));
-        ASSERT_TRUE(output->SetSelectionHandler([](const MediaStreamRef&, const MediaStreamFormat& f) -> Result<S> {
-            return f.Get(mediaformat::kType, T::UNDEFINED) == T::LAYERMASK ? S::ALL : S::STRUCTURE;
-        }));
-        EXPECT_EQ(ErrorIdOf(Run()), errorid::kUnsupportedOperation);
-        EXPECT_EQ(g_log.back(), expected);
+        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef(storageclasses::kVoxel)));
+        ASSERT_TRUE(Run());  // without any row for the mask
+        const ImageBaseRef mask =
+            Node(0, IMAGEHIERARCHY::MASK, Node(0, IMAGEHIERARCHY::LAYER, Node(0, IMAGEHIERARCHY::IMAGE)));
+        EXPECT_EQ(ReadRows(mask).at(0), std::vector<std::byte>(6, std::byte(expected)));
     }
 }
 

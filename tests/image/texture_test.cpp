@@ -336,14 +336,11 @@ TEST_F(TextureTest, SaveReportsProgressAndStopsWhereTheObserverFails) {
         std::vector<Float> fractions;
         int stopAt = 0;
     };
-    for (const bool bottomUp : {false, true}) {
-        const auto output = NewObj<Watching>().TakeValue();
-        output->bottomUp = bottomUp;
-        ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, nullptr));
-        ASSERT_EQ(output->fractions.size(), 16u);  // one a row
-        for (size_t i = 0; i < 16; ++i)
-            EXPECT_DOUBLE_EQ(output->fractions[i], Float(i + 1) / 16);
-    }
+    const auto output = NewObj<Watching>().TakeValue();
+    ASSERT_TRUE(texture->Save(output, MEDIASESSIONFLAGS::NONE, nullptr));
+    ASSERT_EQ(output->fractions.size(), 16u);  // one a row
+    for (size_t i = 0; i < 16; ++i)
+        EXPECT_DOUBLE_EQ(output->fractions[i], Float(i + 1) / 16);
 
     const auto stopped = NewObj<Watching>().TakeValue();
     stopped->stopAt = 3;
