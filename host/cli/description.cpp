@@ -22,7 +22,7 @@ Json FindKey(const Json& node, std::string_view key) {
 
 /// The Exif data of the file by name of the tag; null without any.
 Result<Json> DescribeExif(const ImageTextureRef& texture) {
-    const ExifRef exif = Cast<ExifInterface>(texture->Get(image::kExifData, ObjectRef()));
+    const ExifRef exif = texture->Get(image::kExifData, ExifRef());
     if (!exif)
         return Json();
     const DataDictionary dictionary = TRY(exif->GetExifDictionary());

@@ -243,7 +243,7 @@ TEST_F(JpegMpfTest, ExifGoesToTheHostsService) {
                                  {JPEG_APP0 + 1, {'E', 'x', 'i', 'f'}},
                                  {JPEG_APP0 + 1, kExifBlock}});
     const auto exifOf = [](const ImageTextureRef& texture) {
-        return Cast<FakeExif>(texture->Get(image::kExifData, ObjectRef()));
+        return Cast<FakeExif>(texture->Get(image::kExifData, ExifRef()));
     };
     // Without a host there is no stream.
     EXPECT_FALSE(Loaded(file)->Has(image::kExifData.GetId()));

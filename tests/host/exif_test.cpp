@@ -251,7 +251,7 @@ TEST_F(ExifTest, AgreesWithExiftool) {
         SCOPED_TRACE(entry.path().filename().string());
         const auto picture =
             ImageTextureInterface::LoadTexture(Url(entry.path().string()), {}, MEDIASESSIONFLAGS::NONE, {}, {});
-        const ExifRef exif = picture ? Cast<ExifInterface>((*picture)->Get(image::kExifData, ObjectRef())) : ExifRef();
+        const ExifRef exif = picture ? (*picture)->Get(image::kExifData, ExifRef()) : ExifRef();
         if (!exif)
             continue;
         const Result<ExifRef> direct = service->OpenJpgFromUrl(Url(entry.path().string()));

@@ -139,8 +139,9 @@ protected:
         g_log.clear();
         FakeRegionObservable::failResize = false;
         for (const auto registerUnit :
-             {RegisterLayerSet, RegisterImageStorages, RegisterImages, RegisterMediaSession, RegisterTextureConverters,
-              RegisterMediaSessionOutputConverterBase, RegisterMediaSessionProgress, RegisterMediaSessionUrlOutput}) {
+             {RegisterMediaSessionAudio, RegisterLayerSet, RegisterImageStorages, RegisterImages, RegisterMediaSession,
+              RegisterTextureConverters, RegisterMediaSessionOutputConverterBase, RegisterMediaSessionProgress,
+              RegisterMediaSessionUrlOutput}) {
             const Result<void> registered = registerUnit(_publisher);
             ASSERT_TRUE(registered) << MessageOf(registered);
         }
@@ -167,7 +168,7 @@ struct StreamSpec {
     MEDIAFORMATTYPE type = MEDIAFORMATTYPE::IMAGE;
     int parent = -1;  ///< index of the parent stream
     Int width = 3, height = 2;
-    int seed = 1;
+    int seed = 1;  ///< 0: a layer without area, which is subscribed and never delivered
     std::function<void(MediaStreamFormat&)> describe = {};  ///< sets or takes back keys
 };
 
@@ -214,7 +215,7 @@ public:
     Result<void> Execute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
         TRY(RequireNoInputs(inputs));
         for (size_t i = 0; i < streams.size(); ++i) {
-            if (!streams[i]->IsSubscribed())
+            if (!streams[i]->IsSubscribed() || _specs[i].seed == 0)
                 continue;
             g_log.push_back("deliver " + std::to_string(i));
             MediaStreamProperties properties = TRY(MediaStreamProperties::FromStream(streams[i]));
@@ -282,6 +283,10 @@ public:
     Result<void> Execute(Inputs inputs, TimeValue time, MEDIASESSIONFLAGS flags) override {
         TRY(ExecuteInput(inputs, time, flags));
         for (const MediaStreamRef& stream : streams) {
+            if (const auto sound = Cast<MediaStreamAudioDataExportInterface>(stream)) {
+                audio = sound->GetAudioObject();
+                continue;
+            }
             const auto source = Cast<MediaStreamImageDataExportInterface>(stream);
             const MediaStreamFormat format = stream->GetFormat(stream->GetSelectedFormat());
             const PixelFormat pixelFormat = TRY(format.Get(mediaformat::kPixelFormat));
@@ -293,8 +298,7 @@ public:
                 TRY(source->GetPixelStream(properties, pixelFormat, ColorProfile(), GETPIXELHANDLERFLAGS::NONE));
             rows.emplace_back();
             rows.back().resize(size_t(height));
-            for (Int i = 0; i < height; ++i) {
-                const Int y = bottomUp ? height - 1 - i : i;
+            for (Int y = height - 1; y >= 0; --y) {  // bottom up, as some files are
                 std::vector<std::byte> row(size_t((bits * width).GetBytes()));
                 TRY(handler.read({0, y, width}, {row.data(), bits}, {}));
                 rows.back()[size_t(y)] = row;
@@ -312,7 +316,7 @@ public:
 
     std::vector<MediaStreamRef> streams;
     std::vector<std::vector<std::vector<std::byte>>> rows;  ///< stream, row, byte
-    bool bottomUp = false;
+    AudioObjectRef audio;
 };
 
 /// All bytes of a node, read in its own format.

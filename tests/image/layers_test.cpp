@@ -108,24 +108,6 @@ TEST_F(LayersTest, PathsPickNodes) {
     }
 }
 
-/// What is said of the paths of nodes is what selects them.
-TEST_F(LayersTest, PathsOfNodesSelectThem) {
-    int layers = 0, alphas = 0;
-    ASSERT_TRUE(WalkImages(image, [&](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
-        const String path = TRY(GetLayerPath(node));
-        if (branch == IMAGEHIERARCHY::LAYER && node->GetWidth() > 0) {
-            ++layers;
-            EXPECT_EQ(Read(MakeLayerSet({path.GetCString()})), Read(LayerSet(), node)) << path.GetCString();
-        } else if (branch == IMAGEHIERARCHY::ALPHA && alphas < 2) {
-            ++alphas;
-            EXPECT_EQ(Read(MakeLayerSet({path.GetCString()}, M::ALPHAS)), Read(LayerSet(), node));
-        }
-        return true;
-    }));
-    EXPECT_EQ(layers, 7);
-    EXPECT_EQ(alphas, 2);
-}
-
 /// Paths start below the node that is asked.
 TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
     const ImageRef group = LayerTree::AddLayer(image, Named("group"), Red(90));
@@ -141,29 +123,28 @@ TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
         String("inner\\leaf"));
 }
 
+/// Layers that are off or have no pixels do not hide the image's own, unless a path asks for them.
 TEST_F(LayersTest, DisabledAndEmptyLayers) {
     const ImageTextureRef other = LayerTree::MakeTexture();
     const ImageRef flat = LayerTree::AddImage(other, kPixel, Red(1));
-    EXPECT_EQ(Read(MakeLayerSet({}), flat), 1);  // no layers: the image itself
-    NodeSpec hidden = kPixel;
-    hidden.enabled = false;
-    LayerTree::AddLayer(flat, hidden, Red(2));
     EXPECT_EQ(Read(MakeLayerSet({}), flat), 1);
-    LayerTree::AddFolder(flat, {.name = "empty"});
-    EXPECT_EQ(Read(MakeLayerSet({}), flat), 0);  // there is a layer, and nothing in it
-    EXPECT_EQ(Read(MakeLayerSet({"empty"}), flat), 0);
-    NodeSpec described = kPixel;
+    NodeSpec hidden = kPixel, described = kPixel;
+    hidden.enabled = false;
     described.hasPixels = false;
+    described.name = "described";
+    LayerTree::AddLayer(flat, hidden, Red(2));
+    LayerTree::AddFolder(flat, {.name = "empty"});
     LayerTree::AddLayer(flat, described);
     LayerTree::AddLayer(flat, {.type = ITYPE::ADJUSTMENT, .hasPixels = false});
-    EXPECT_EQ(Read(MakeLayerSet({}), flat), 0);
+    EXPECT_EQ(Read(MakeLayerSet({}), flat), 1);
+    EXPECT_EQ(Read(MakeLayerSet({"empty", "described"}), flat), 0);
     LayerTree::AddLayer(flat, kPixel, Red(3));
     EXPECT_EQ(Read(MakeLayerSet({}), flat), 3);
     const ImageRef folder = LayerTree::AddFolder(flat, {.name = "off", .enabled = false});
     LayerTree::AddLayer(folder, Named("in"), Red(4));
     EXPECT_EQ(Read(MakeLayerSet({}), flat), 3);
-    EXPECT_EQ(Read(MakeLayerSet({"off\\in"}), flat), 4);
-    EXPECT_EQ(Read(MakeLayerSet({"off"}), flat), 4);
+    for (const char* path : {"off\\in", "off"})
+        EXPECT_EQ(Read(MakeLayerSet({path}), flat), 4);
 }
 
 /// One layer that needs no blending keeps its bits, which floats between would not: 16 bits, and a NaN.

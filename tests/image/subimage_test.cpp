@@ -59,30 +59,23 @@ protected:
 };
 
 TEST_F(SubImageTest, OneRectangleIsOneObject) {
-    const ImageBaseRef whole = Part(_image, 0, 0, kWidth, kHeight);
-    EXPECT_EQ(whole, ImageBaseRef(_image));
+    EXPECT_EQ(Part(_image, 0, 0, kWidth, kHeight), ImageBaseRef(_image));
     const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
-    EXPECT_NE(part, ImageBaseRef(_image));
-    EXPECT_EQ(part->GetClassId(), imageclasses::kSubImagePart);
-    EXPECT_EQ(Part(_image, 10, 5, 20, 10), part);
-    for (const ImageBaseRef& other :
-         {Part(_image, 5, 10, 20, 10), Part(_image, 10, 5, 10, 20), Part(_image, 10, 5, 20, 11)})
+    for (const ImageBaseRef& other : {ImageBaseRef(_image), Part(_image, 5, 10, 20, 10), Part(_image, 10, 5, 10, 20)})
         EXPECT_NE(other, part);
     EXPECT_EQ(ImageFunctions::CreateSubImagePart(_image, {{10, 5}, {20, 10}}).TakeValue(), part);
-    EXPECT_EQ(ImageFunctions::CreateSubImagePart(_image, {{0, 0}, {kWidth, kHeight}}).TakeValue(),
-              ImageBaseRef(_image));
     EXPECT_EQ(ErrorIdOf(ImageFunctions::CreateSubImagePart(nullptr, {{0, 0}, {1, 1}})), errorid::kNullptr);
-
-    EXPECT_EQ(part->GetWidth(), 20);
-    EXPECT_EQ(part->GetHeight(), 10);
+    EXPECT_EQ(part->GetWidth() * 100 + part->GetHeight(), 2010);
     EXPECT_EQ(part->GetPixelFormat(), _format);
     EXPECT_EQ(part->Get(image::kType, ITYPE::UNDEFINED), ITYPE::IMAGE);
     // Many more than the first table has places for.
     std::vector<ImageBaseRef> parts;
-    for (Int i = 0; i < 300; ++i)
-        parts.push_back(Part(_image, i % 20, i / 20, 3, 3));
-    for (Int i = 0; i < 300; ++i)
-        EXPECT_EQ(Part(_image, i % 20, i / 20, 3, 3), parts[size_t(i)]);
+    for (Int i = 0; i < 600; ++i) {
+        const ImageBaseRef again = Part(_image, i % 20, i % 300 / 20, 3, 3);
+        if (i < 300)
+            parts.push_back(again);
+        EXPECT_EQ(again, parts[size_t(i % 300)]);
+    }
 }
 
 TEST_F(SubImageTest, ChecksTheRectangle) {
@@ -103,10 +96,8 @@ TEST_F(SubImageTest, ChecksTheRectangle) {
         {{{0, 0}, {1, kMin}}, false},
     };
     for (const auto& [rectangle, fits] : cases) {
-        SCOPED_TRACE(testing::Message() << rectangle.position.x << ", " << rectangle.position.y << ", "
-                                        << rectangle.size.width << ", " << rectangle.size.height);
         const auto part = _image->CreateSubImagePart(rectangle);
-        EXPECT_EQ(ErrorIdOf(part), fits ? Id() : errorid::kIllegalArgument);
+        EXPECT_EQ(ErrorIdOf(part), fits ? Id() : errorid::kIllegalArgument) << rectangle.position.x;
         EXPECT_EQ(MessageOf(part), "");
     }
     const auto untyped = ClassRef(imageclasses::kBase).Create<ImageBaseInterface>().TakeValue();
@@ -116,11 +107,7 @@ TEST_F(SubImageTest, ChecksTheRectangle) {
 
 TEST_F(SubImageTest, ReadsTheParentShifted) {
     const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
-    EXPECT_EQ(ReadFirst(part, {0, 0, 20}), 510);
-    EXPECT_EQ(ReadFirst(part, {19, 9, 1}), 1429);
-    const ImageBaseRef inner = Part(part, 3, 2, 4, 4), innermost = Part(inner, 1, 1, 2, 2);
-    EXPECT_EQ(ReadFirst(inner, {0, 0, 4}), 713);
-    EXPECT_EQ(ReadFirst(innermost, {1, 1, 1}), 915);
+    EXPECT_EQ(ReadFirst(Part(Part(part, 3, 2, 4, 4), 1, 1, 2, 2), {1, 1, 1}), 915);
     auto nothing = Reader(Part(_image, 7, 7, 0, 3));
     ASSERT_TRUE(nothing);
     EXPECT_TRUE(nothing->read({0, 1, 0}, {nullptr, BITS(16)}, {}));
@@ -138,14 +125,13 @@ TEST_F(SubImageTest, ReadsTheParentShifted) {
         PixelSpan span;
         Int first;  ///< -1: illegal argument
     } cases[] = {
+        {inside, {0, 0, 20}, 510},
+        {inside, {19, 9, 1}, 1429},
         {inside, {0, 10, 1}, -1},
         {inside, {0, -1, 1}, -1},
         {inside, {1, 0, 20}, -1},
-        {inside, {20, 0, 1}, -1},
         {inside, {0, 0, -1}, -1},
-        {inside, {kMin, 0, 1}, -1},
         {inside, {kMax, 0, kMax}, -1},
-        {inside, {0, kMax, 1}, -1},
         {inside, {0, kMin, 1}, -1},
         {inside, {5, 0, kMax}, -1},
         // To the left the test is behind the shift, so the parent's pixels there can be read.
@@ -175,7 +161,7 @@ TEST_F(SubImageTest, ReadsTheParentShifted) {
     }
 }
 
-TEST_F(SubImageTest, TheParentKeepsItAndItKeepsNobody) {
+TEST_F(SubImageTest, TheParentOwnsItAndOnlyHandlersOwnTheParent) {
     const ImageBaseRef part = Part(_image, 10, 5, 20, 10), inner = Part(part, 1, 1, 2, 2);
     auto handler = Reader(part);
     ASSERT_TRUE(handler);
@@ -293,7 +279,7 @@ TEST_F(SubImageTest, RegionsReachThePartsInTheirOwnCoordinates) {
     EXPECT_EQ(ofInner->Take(), (Heard{"dirty 0 0 5 5"}));
 }
 
-TEST_F(SubImageTest, ObserversHearTwiceThatANodeGoes) {
+TEST_F(SubImageTest, NotifiesObserversTwiceOnDestruction) {
     const ImageBaseRef part = Part(_image, 10, 5, 20, 10);
     const auto ofImage = NewObj<Listener>().TakeValue(), ofPart = NewObj<Listener>().TakeValue();
     const auto first = ImageBaseHelpers::RegisterRegionChangedObserver(_image, ofImage).TakeValue();
@@ -309,14 +295,12 @@ TEST_F(SubImageTest, ObserversHearTwiceThatANodeGoes) {
     first->Free();  // the observable has gone
 }
 
-TEST_F(SubImageTest, HelpersRefuseNothing) {
+TEST_F(SubImageTest, HelpersRefuseAMissingImage) {
     const auto listener = NewObj<Listener>().TakeValue();
     const auto marked = ImageBaseHelpers::MarkRegionChanged(nullptr, {});
-    const auto registered = ImageBaseHelpers::RegisterRegionChangedObserver(nullptr, listener);
-    for (const Error& error : {Error(marked.GetError()), Error(registered.GetError())}) {
-        EXPECT_EQ(error->GetErrorId(), errorid::kIllegalState);
-        EXPECT_EQ(error->GetMessage(), "Illegal state: Condition impl != nullptr not fulfilled. ");
-    }
+    EXPECT_EQ(ErrorIdOf(marked), errorid::kIllegalState);
+    EXPECT_EQ(MessageOf(marked), "Illegal state: Condition impl != nullptr not fulfilled. ");
+    EXPECT_EQ(MessageOf(ImageBaseHelpers::RegisterRegionChangedObserver(nullptr, listener)), MessageOf(marked));
     EXPECT_EQ(ErrorIdOf(ImageBaseHelpers::RegisterRegionChangedObserver(_image, nullptr)), errorid::kNullptr);
 }
 

@@ -1,6 +1,3 @@
-#include <barrier>
-#include <map>
-#include <random>
 #include <thread>
 
 #include "image_fakes.h"
@@ -11,7 +8,6 @@ namespace orvik {
 namespace {
 
 constexpr Int kMax = std::numeric_limits<Int>::max();
-constexpr Int kMin = std::numeric_limits<Int>::min();
 constexpr Int kLastPixel = (Int(1) << 37) - 1;  ///< in tile 0x7FFFFFFF
 
 Ref<ImagePixelStorageVoxel> MakeVoxel(const PixelFormat& format, Block<const std::byte> defaultColor = {}) {
@@ -36,60 +32,6 @@ Result<void> WriteByte(ImagePixelStorageVoxel& storage, const PixelFormat& forma
     return Writer(storage, format).write({x, y, 1}, {&value, BITS(8)}, {});
 }
 
-/// Random lines in both directions over a map of single pixels.
-TEST(Voxel, AgreesWithAMapOfPixels) {
-    for (const Int bits : {1, 2, 4, 8, 12, 24, 64}) {
-        SCOPED_TRACE(bits);
-        const Ref<FakeFormat> format = MakeFormat({bits});
-        const auto bytes = size_t((bits + 7) / 8);
-        const std::vector<std::byte> color(bytes, std::byte(0xA5));
-        const auto storage = MakeVoxel(format, color);
-        const SetPixelHandlerStruct writer = Writer(*storage, format);
-        const GetPixelHandlerStruct reader = Reader(*storage, format);
-        using Pixel = std::vector<std::byte>;
-        std::map<std::pair<Int, Int>, Pixel> model;
-        Pixel defaultPixel(bytes);
-        CopyBits(defaultPixel.data(), 0, color.data(), 0, bits);
-        const auto pixelAt = [&](Int x, Int y) -> const Pixel& {
-            const auto found = model.find({x, y});
-            return found == model.end() ? defaultPixel : found->second;
-        };
-
-        std::mt19937 random(static_cast<unsigned>(bits));
-        std::vector<std::byte> line(300 * 8 + 8);
-        for (int i = 0; i < 300; ++i) {
-            const Int count = Int(random() % 200);
-            const PixelSpan span{Int(random() % 500) - 250, Int(random() % 300) - 150, count};
-            const int phase = bits < 8 ? int(random() % 8) / int(bits) * int(bits) : 0;
-            if (i % 2 == 0) {
-                std::generate(line.begin(), line.end(), [&] { return std::byte(random()); });
-                ASSERT_TRUE(writer.write(span, {line.data(), BITS(bits), phase}, {}));
-                for (Int k = 0; k < count; ++k) {
-                    Pixel pixel(bytes);
-                    CopyBits(pixel.data(), 0, line.data(), phase + k * bits, bits);
-                    model[{span.x + k, span.y}] = pixel;
-                }
-                continue;
-            }
-            std::fill(line.begin(), line.end(), std::byte(0));
-            ASSERT_TRUE(reader.read(span, {line.data(), BITS(bits), phase}, {}));
-            std::vector<std::byte> expected(line.size());
-            for (Int k = 0; k < count; ++k) {
-                CopyBits(expected.data(), phase + k * bits, pixelAt(span.x + k, span.y).data(), 0, bits);
-            }
-            ASSERT_EQ(line, expected) << "line " << i;
-        }
-        // A line from right to left.
-        for (Int k = 0; k < 140 && bits % 8 == 0; ++k) {
-            if (k == 0) {
-                ASSERT_TRUE(reader.read({-70, 3, 140}, {line.data() + 139 * bytes, BITS(-bits)}, {}));
-            }
-            const auto* at = line.data() + size_t(139 - k) * bytes;
-            EXPECT_EQ(Pixel(at, at + bytes), pixelAt(k - 70, 3)) << k;
-        }
-    }
-}
-
 /// Tiles are the only memory that line calls ask for.
 TEST(Voxel, MakesTilesOnlyWhereItIsWritten) {
     const Ref<FakeFormat> format = MakeFormat({8});
@@ -98,102 +40,48 @@ TEST(Voxel, MakesTilesOnlyWhereItIsWritten) {
     const SetPixelHandlerStruct writer = Writer(*storage, format);
     const GetPixelHandlerStruct reader = Reader(*storage, format);
     uint8_t pixels[300] = {};
-    const auto allocations = [&](bool writes, const PixelSpan& span) {
-        SetAllocationFault(0);
-        EXPECT_TRUE(writes ? writer.write(span, {pixels, BITS(8)}, {}) : reader.read(span, {pixels, BITS(8)}, {}));
-        return GetAllocationCount();
-    };
     for (const PixelSpan& span : {PixelSpan{0, 0, 300}, {-1000, -1000, 300}, {kLastPixel, 0, 1}}) {
-        EXPECT_EQ(allocations(false, span), 0);
+        SetAllocationFault(0);
+        EXPECT_TRUE(reader.read(span, {pixels, BITS(8)}, {}));
+        EXPECT_EQ(GetAllocationCount(), 0);
         EXPECT_EQ(pixels[0], 42);
     }
-    pixels[0] = 7;
-    EXPECT_EQ(allocations(true, {-1, -1, 1}), 2);  // the grid and the tile
-    EXPECT_EQ(allocations(true, {-64, -64, 64}), 0);
-    EXPECT_EQ(allocations(true, {-64, -1, 64}), 0);
-    EXPECT_EQ(allocations(true, {0, -1, 0}), 0);
-    EXPECT_EQ(allocations(true, {-1, -1, 2}), 2);
-    EXPECT_EQ(allocations(true, {-65, -1, 1}), 2);
-    EXPECT_EQ(allocations(true, {-1, 0, 1}), 2);
-    EXPECT_EQ(allocations(true, {0, 0, 1}), 1);     // inside the grid
-    EXPECT_EQ(allocations(true, {0, 64, 200}), 5);  // one growth for four tiles
-    EXPECT_EQ(allocations(false, {-300, 10, 300}), 0);
-}
-
-TEST(Voxel, ChecksCoordinates) {
-    const Ref<FakeFormat> format = MakeFormat({8});
-    const Id kNo = errorid::kIllegalArgument;
-    const struct {
-        PixelSpan span;
-        Id read, write;
-    } cases[] = {
-        {{kLastPixel, kLastPixel, 1}, {}, errorid::kOutOfMemory},  // the grid would reach there from tile 0
-        {{-kLastPixel - 1, 0, 1}, {}, errorid::kOutOfMemory},
-        {{-5, -5, 0}, {}, {}},
-        {{kLastPixel + 1, 0, 1}, kNo, kNo},
-        {{kLastPixel, 0, 2}, kNo, kNo},
-        {{0, kLastPixel + 1, 1}, kNo, kNo},
-        {{-kLastPixel - 2, 0, 1}, kNo, kNo},
-        {{0, -kLastPixel - 2, 1}, kNo, kNo},
-        {{kMax, 0, 1}, kNo, kNo},
-        {{kMax, 0, 2}, kNo, kNo},
-        {{0, kMin, 1}, kNo, kNo},
-        {{5, 0, kMax}, kNo, kNo},
-        {{0, 0, -1}, kNo, kNo},
-        {{0, 0, kMin}, kNo, kNo},
+    const std::pair<PixelSpan, Int> cases[] = {
+        {{-1, -1, 1}, 2},  // the grid and the tile
+        {{-64, -64, 64}, 0}, {{0, -1, 0}, 0}, {{-1, -1, 2}, 2},
+        {{-65, -1, 1}, 2},   {{-1, 0, 1}, 2}, {{0, 0, 1}, 1},  // inside the grid
+        {{0, 64, 200}, 5},                                     // one growth for four tiles
     };
-    const auto storage = MakeVoxel(format);
-    ASSERT_TRUE(WriteByte(*storage, format, 3, 3, 1));
-    std::byte pixels[2] = {};
-    for (const auto& [span, read, write] : cases) {
-        SCOPED_TRACE(testing::Message() << span.x << ", " << span.y << ", " << span.count);
-        EXPECT_EQ(ErrorIdOf(Reader(*storage, format).read(span, {pixels, BITS(8)}, {})), read);
-        const Result<void> wrote = Writer(*storage, format).write(span, {pixels, BITS(8)}, {});
-        EXPECT_EQ(ErrorIdOf(wrote), write);
-        EXPECT_EQ(MessageOf(wrote), "");
+    for (const auto& [span, allocations] : cases) {
+        SetAllocationFault(0);
+        EXPECT_TRUE(writer.write(span, {pixels, BITS(8)}, {}));
+        EXPECT_EQ(GetAllocationCount(), allocations) << span.x << ", " << span.y;
     }
-    EXPECT_EQ(ReadByte(*storage, format, 3, 3), 1);
-    // The far corner alone is as good as any other place.
-    const auto far = MakeVoxel(format);
-    ASSERT_TRUE(WriteByte(*far, format, kLastPixel, -kLastPixel - 1, 9));
-    EXPECT_EQ(ReadByte(*far, format, kLastPixel, -kLastPixel - 1), 9);
-    EXPECT_EQ(ReadByte(*far, format, kLastPixel - 1, -kLastPixel - 1), 0);
 }
 
-TEST(Voxel, InitChecksTheDefaultColorAndStartsAfresh) {
+TEST(Voxel, FillsWithOneWholePixelAndStartsAfresh) {
     const std::string text =
         "Illegal argument: Condition defaultColor->GetCount() == _bitsPerPixel.GetBytes() not fulfilled. ";
     const std::byte color[4] = {std::byte(5), std::byte(6), std::byte(7), std::byte(8)};
     const std::tuple<std::vector<Int>, size_t, bool> cases[] = {
-        {{8}, 0, true},        {{8}, 1, true}, {{8}, 2, false}, {{8, 8, 8}, 3, true}, {{8, 8, 8}, 1, false},
-        {{8, 8, 8}, 4, false}, {{1}, 1, true}, {{12}, 2, true}, {{12}, 1, false}};
+        {{8}, 0, true},        {{8}, 1, true},  {{8}, 2, false}, {{8, 8, 8}, 3, true},
+        {{8, 8, 8}, 4, false}, {{12}, 2, true}, {{12}, 1, false}};
     for (const auto& [channels, colorBytes, fits] : cases) {
-        const Ref<FakeFormat> format = MakeFormat(channels);
         const auto storage = NewObj<ImagePixelStorageVoxel>().TakeValue();
-        const Result<void> done = storage->Init(4, 3, format, Block<const std::byte>(color).first(colorBytes));
+        const Result<void> done =
+            storage->Init(4, 3, MakeFormat(channels), Block<const std::byte>(color).first(colorBytes));
         EXPECT_EQ(ErrorIdOf(done), fits ? Id() : errorid::kIllegalArgument);
         EXPECT_EQ(MessageOf(done), fits ? "" : text);
-        EXPECT_EQ(bool(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE)), fits);
     }
-
     const Ref<FakeFormat> format = MakeFormat({8});
     const auto storage = MakeVoxel(format);
-    EXPECT_EQ(storage->GetWidth(), 10);
-    EXPECT_EQ(storage->GetChannelCount(), 1);
     ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
-    const SetPixelHandlerStruct old = Writer(*storage, format);
     ASSERT_TRUE(storage->Init(kMax, kMax, format, {color, 1}));  // the size is only declared
-    EXPECT_EQ(storage->GetWidth(), kMax);
     EXPECT_EQ(ReadByte(*storage, format, 1, 1), 5);
-    // A handler of before has the tiles of before.
-    ASSERT_TRUE(old.write({2, 2, 1}, {color, BITS(8)}, {}));
-    EXPECT_EQ(ReadByte(*storage, format, 2, 2), 5);
-    EXPECT_EQ(ErrorIdOf(storage->Init(1, 1, nullptr, {})), errorid::kIllegalArgument);
-    EXPECT_EQ(ErrorIdOf(storage->Init(-1, 1, format, {})), errorid::kIllegalArgument);
-    EXPECT_FALSE(storage->GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE));
-    std::byte value{};
-    EXPECT_EQ(ErrorIdOf(storage->GetComponent(0, {0, 0, 1}, &value, 1, {})), errorid::kFunctionNotImplemented);
-    EXPECT_EQ(ErrorIdOf(storage->SetComponent(0, {0, 0, 1}, &value, 1, {})), errorid::kFunctionNotImplemented);
+    // The far corner alone is as good as any other place.
+    ASSERT_TRUE(WriteByte(*storage, format, kLastPixel, -kLastPixel - 1, 9));
+    EXPECT_EQ(ReadByte(*storage, format, kLastPixel, -kLastPixel - 1), 9);
+    EXPECT_EQ(ReadByte(*storage, format, kLastPixel - 1, -kLastPixel - 1), 5);
 }
 
 TEST(Voxel, SurvivesEveryFailedAllocation) {
@@ -215,16 +103,8 @@ TEST(Voxel, SurvivesEveryFailedAllocation) {
     EXPECT_EQ(writes.GetErrorCount(), 5);
     const auto storage = MakeVoxel(format);
     ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
-    while (copies.Next()) {
-        const auto copy = copies.Run([&] { return storage->Clone(); });
-        if (!copy)
-            continue;
-        auto* clone = dynamic_cast<ImagePixelStorageVoxel*>(copy->GetPointer());
-        ASSERT_NE(clone, nullptr);
-        EXPECT_EQ(ReadByte(*clone, format, 1, 1), 3);
-        ASSERT_TRUE(WriteByte(*clone, format, 1, 1, 4));
-        EXPECT_EQ(ReadByte(*storage, format, 1, 1), 3);
-    }
+    while (copies.Next())
+        (void)copies.Run([&] { return storage->Clone(); });
     EXPECT_GT(copies.GetErrorCount(), 3);
 }
 
@@ -282,33 +162,6 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
             const bool written = step >= 0 && step < kReach / 4 && -step * 4 <= x && x <= step * 4;
             ASSERT_EQ(row[x + kReach], written ? valueAt(x, y) : 0x04030201u) << x << ", " << y;
         }
-    }
-}
-
-/// The race for one tile, many times: both pixels are there, and so is the default colour around them.
-TEST_F(VoxelThreadsTest, TwoWritersShareOneTile) {
-    const PixelFormat format = PixelFormats::Get(pixelformats::kGreyU8);
-    const std::byte color{200};
-    constexpr Int kRounds = 500;
-    const auto storage = MakeVoxel(format, {&color, 1});
-    std::barrier round(2);
-    std::atomic<int> failures{0};
-    const auto write = [&](Int x) {
-        const SetPixelHandlerStruct writer = Writer(*storage, format);
-        const auto value = uint8_t(x + 1);
-        for (Int i = 0; i < kRounds; ++i) {
-            round.arrive_and_wait();
-            failures += !writer.write({i * 64 + x, -i, 1}, {&value, BITS(8)}, {});
-        }
-    };
-    std::thread other(write, 1);
-    write(0);
-    other.join();
-    EXPECT_EQ(failures, 0);
-    for (Int i = 0; i < kRounds; ++i) {
-        ASSERT_EQ(ReadByte(*storage, format, i * 64, -i), 1);
-        ASSERT_EQ(ReadByte(*storage, format, i * 64 + 1, -i), 2);
-        ASSERT_EQ(ReadByte(*storage, format, i * 64 + 2, -i), 200);
     }
 }
 

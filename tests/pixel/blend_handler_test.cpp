@@ -125,8 +125,9 @@ TEST_F(BlendTest, EmptyRunsTouchNothing) {
         for (const char* mode : {"over", "applyalpha"}) {
             const auto blend = FindBlend(mode, FormatOf(name), FormatOf(name), 0.5);
             ASSERT_TRUE(blend);
-            EXPECT_TRUE((*blend)({}, {}, {}, 0, {}));
-            EXPECT_TRUE((*blend)({}, {}, {}, -5, {}));
+            const PixelLine none{nullptr, BITS(0)};
+            EXPECT_TRUE((*blend)(none, none, none, 0, {}));
+            EXPECT_TRUE((*blend)(none, none, none, -5, {}));
         }
     }
 }

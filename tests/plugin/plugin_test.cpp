@@ -1,10 +1,13 @@
 // The module as a host meets it: a shared object that is opened at run time. This program does not link its objects.
 #include <dlfcn.h>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
+#include <regex>
 
 #include "support/result_matchers.h"
 
+#include "orvik/declarations.h"
 #include "orvik/iomemory.h"
 #include "orvik/lockservices.h"
 #include "orvik/mediasession_output.h"
@@ -75,12 +78,18 @@ TEST_F(Plugin, IsThereWhileItIsLoaded) {
         const Module module = LoadModule(IMAGE_MODULE);
         ASSERT_TRUE(module);
         EXPECT_EQ(module.GetId().GetText(), "net.orvik.image.module");
-        for (const Id& id : {mediaclasses::kMediaBase, mediaclasses::kStreamBase, mediaclasses::kStreamImageBase,
-                             mediaclasses::kStreamImport, mediaclasses::kStreamExport, mediaclasses::kStreamExif,
-                             mediaclasses::kStreamAudioImport, mediaclasses::kStreamFormat,
-                             mediaclasses::kStreamProperties, mediaclasses::kConverterBase, mediaclasses::kOutputBase,
-                             mediaclasses::kOutputUrlBase, mediaclasses::kSession, mediaclasses::kSessionProgress,
-                             mediaclasses::kOutputTexture, mediaclasses::kExportFromTexture}) {
+        std::vector<Id> classes = {mediaclasses::kMediaBase,         mediaclasses::kStreamImport,
+                                   mediaclasses::kStreamExport,      mediaclasses::kStreamExif,
+                                   mediaclasses::kStreamAudioExport, mediaclasses::kAudioObject,
+                                   mediaclasses::kOutputUrlBase,     mediaclasses::kSession,
+                                   mediaclasses::kOutputTexture,     mediaclasses::kExportFromTexture};
+        // File formats and handlers are classes as well as entries of registries.
+        for (const Id& registry : {kFileFormatRegistry, kFileFormatHandlerRegistry}) {
+            for (const Registry::Entry& entry : Registry::GetEntries(registry))
+                classes.push_back(entry.id);
+        }
+        ASSERT_GE(classes.size(), 20u);
+        for (const Id& id : classes) {
             const Result<ObjectRef> object = ClassRef(id).Create();
             ASSERT_TRUE(object) << id.GetText();
             EXPECT_EQ((*object)->GetClassId(), id);
@@ -96,6 +105,40 @@ TEST_F(Plugin, IsThereWhileItIsLoaded) {
     ExpectUnresolved("after");
     EXPECT_EQ(Library(IMAGE_MODULE).handle, nullptr) << "the library is closed";
     EXPECT_TRUE(LoadModule(IMAGE_MODULE)) << "and can be opened again";
+}
+
+/// Whoever has an id finds the key, interface or data type that a public header declares under it.
+TEST_F(Plugin, DeclarationsAreFoundById) {
+    const Module module = LoadModule(IMAGE_MODULE);
+    const struct {
+        std::regex pattern;  ///< the id, and the name unless it is the id
+        Id registry;
+        const char* prefix;
+        int found = 0;
+    } kinds[] = {
+        {std::regex(R"x(constexpr Key<[^{;]*>\s+k\w+\{"([^"]+)"\})x"), kKeyRegistry, nullptr},
+        {std::regex(R"x(ORVIK_INTERFACE\((\w+),\s+"([^"]+)"\))x"), kInterfaceRegistry, "orvik."},
+        {std::regex(R"x(constexpr const char\* kDataTypeName<\w+> = "([^"]+)")x"), kDataTypeRegistry, nullptr},
+    };
+    for (auto [pattern, registry, prefix, found] : kinds) {
+        for (const auto& entry : std::filesystem::directory_iterator(IMAGE_HEADERS)) {
+            std::ifstream file(entry.path());
+            const std::string text{std::istreambuf_iterator<char>(file), {}};
+            for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match, ++found) {
+                const std::string id = (*match)[prefix ? 2 : 1];
+                const Result<Id> made = Id::Create(id);
+                const auto declared = Registry::Find<DeclarationInterface>(registry, *made);
+                EXPECT_EQ(declared->GetName(), prefix ? prefix + (*match)[1].str() : id);
+                EXPECT_EQ(declared->GetDataType() == nullptr, prefix != nullptr) << id;
+            }
+        }
+        EXPECT_EQ(Registry::GetEntries(registry).GetCount(), found + (registry == kDataTypeRegistry ? 13 : 0))
+            << registry.GetText();  // plain value types have an id beside their name
+    }
+    const auto width = Registry::Find<DeclarationInterface>(kKeyRegistry, mediaformat::kWidth.GetId());
+    EXPECT_TRUE(*width->GetDataType() == GetDataType<Int>());
+    const auto region = Registry::Find<DeclarationInterface>(kDataTypeRegistry, datatypes::kUpdateRegion);
+    EXPECT_TRUE(*region->GetDataType() == GetDataType<UpdateRegion>());
 }
 
 TEST_F(Plugin, GetsItsLinksFromTheHost) {
@@ -167,7 +210,7 @@ TEST_F(Plugin, TwoModules) {
     EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
 }
 
-TEST_F(Plugin, TheSameModuleTwiceIsRefused) {
+TEST_F(Plugin, RefusesTheSameModuleTwice) {
     const Module image = LoadModule(IMAGE_MODULE);
     EXPECT_THAT(Module::Load(Url(IMAGE_MODULE)), FailsAs(errorid::kIllegalState));
     // A copy is another library with the same ids: nothing of it stays, nothing of the first goes.
@@ -179,28 +222,11 @@ TEST_F(Plugin, TheSameModuleTwiceIsRefused) {
     EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
 }
 
-TEST_F(Plugin, FilesThatAreNoModules) {
+TEST_F(Plugin, RefusesFilesThatAreNoModules) {
     EXPECT_THAT(Module::Load(Url("no/such.module")), FailsAs(errorid::kIo));
     EXPECT_THAT(Module::Load(Url(__FILE__)), FailsAs(errorid::kIo));
     EXPECT_THAT(Module::Load(Url(IMAGE_FRAMEWORK)), FailsAs(errorid::kIllegalArgument));
     EXPECT_THAT(g_undone, IsEmpty());
-}
-
-TEST_F(Plugin, DetectionForgetsAModulesFormats) {
-    const Result<MemoryFileRef> file = CreateMemoryFile(std::as_bytes(std::span("no picture at all")));
-    ASSERT_TRUE(file);
-    const Result<Url> url = MountMemoryFile("plugin", *file);
-    ASSERT_TRUE(url);
-    {
-        const Module image = LoadModule(IMAGE_MODULE);
-        const Result<FileFormat> detected = FileFormatDetectionCache::DetectFile(*url);
-        ASSERT_TRUE(detected);
-        EXPECT_FALSE(*detected);
-    }
-    const Result<FileFormat> detected = FileFormatDetectionCache::DetectFile(*url);
-    ASSERT_TRUE(detected);
-    EXPECT_FALSE(*detected);
-    UnmountMemoryFile("plugin");
 }
 
 }  // namespace

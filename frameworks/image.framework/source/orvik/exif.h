@@ -16,6 +16,8 @@ public:
     virtual Result<DataDictionary> GetExifDictionary() const { return Unbound(); }
 };
 using ExifRef = Ref<ExifInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ExifRef> = "orvik::ExifRef";
 
 /// Opens Exif data. Published by the host under its interface id; without it, importers leave Exif data out.
 class ExifStaticInterface : public virtual Object {

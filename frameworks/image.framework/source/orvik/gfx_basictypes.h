@@ -24,9 +24,6 @@ public:
 private:
     Int _bits = 0;
 };
-/// "net.orvik.image.bits"
-inline constexpr Id kBitsTypeId{"net.orvik.image.bits"};
-
 /// Start bit of each channel and a last entry with the bits per pixel.
 using ChannelOffsets = Block<const BITS>;
 
@@ -84,20 +81,43 @@ struct PixelSpan {
     Int x = 0, y = 0, count = 0;
 };
 
-/// A run of pixels to read: first byte, the bit inside that byte where the first pixel starts (0 is the highest bit;
-/// nonzero only for formats below 8 bits), and the distance between pixels, which may be 0 or negative.
+/// A run of pixels to read: first byte, the distance between pixels, and the bit inside the first byte where the first
+/// pixel starts (0 is the highest bit; nonzero only for formats below 8 bits). The distance may be negative; 0 repeats
+/// one pixel, which has to be asked for.
 struct PixelLineConst {
-    const void* data = nullptr;
+    constexpr PixelLineConst(const void* first, BITS distance, int firstBit = 0)
+        : data(first), stride(distance), phase(firstBit) {}
+
+    const void* data;
     BITS stride;
-    int phase = 0;
+    int phase;
 };
 /// A run of pixels to write; as `PixelLineConst`.
 struct PixelLine {
-    void* data = nullptr;
-    BITS stride;
-    int phase = 0;
+    constexpr PixelLine(void* first, BITS distance, int firstBit = 0)
+        : data(first), stride(distance), phase(firstBit) {}
     operator PixelLineConst() const { return {data, stride, phase}; }  // NOLINT(google-explicit-constructor)
+
+    void* data;
+    BITS stride;
+    int phase;
 };
+
+/// Ids of the data types of this header.
+namespace datatypes {
+inline constexpr Id kBits{"net.orvik.image.bits"};
+inline constexpr Id kUpdateRegion{"net.orvik.image.updateregion"};
+inline constexpr Id kDrawDimensionInt{"net.orvik.image.drawdimensionint"};
+inline constexpr Id kDrawDimensionFloat{"net.orvik.image.drawdimensionfloat"};
+inline constexpr Id kDrawRectInt{"net.orvik.image.drawrectint"};
+inline constexpr Id kDrawRectFloat{"net.orvik.image.drawrectfloat"};
+inline constexpr Id kDrawPoint3dInt{"net.orvik.image.drawpoint3dint"};
+inline constexpr Id kDrawPoint3dFloat{"net.orvik.image.drawpoint3dfloat"};
+inline constexpr Id kDrawDimension3dInt{"net.orvik.image.drawdimension3dint"};
+inline constexpr Id kDrawDimension3dFloat{"net.orvik.image.drawdimension3dfloat"};
+inline constexpr Id kDrawVolumeInt{"net.orvik.image.drawvolumeint"};
+inline constexpr Id kDrawVolumeFloat{"net.orvik.image.drawvolumefloat"};
+}  // namespace datatypes
 
 template <>
 inline constexpr const char* kDataTypeName<BITS> = "orvik::BITS";

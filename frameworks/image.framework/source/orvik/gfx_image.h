@@ -7,6 +7,7 @@
 #include "orvik/hierarchyobject.h"
 #include "orvik/imageregionobservable.h"
 #include "orvik/layerset.h"
+#include "orvik/mediasession_audiodata.h"
 #include "orvik/mediasession_session.h"
 #include "orvik/mediasession_streamformat.h"
 
@@ -43,8 +44,10 @@ inline constexpr Key<TimeValue> kDuration{"net.orvik.image.duration"};
 inline constexpr Key<TimeValue> kSampleTime{"net.orvik.image.sampletime"};
 inline constexpr Key<ColorProfile> kColorProfile{"net.orvik.image.colorprofile"};
 inline constexpr Key<DataDictionary> kExportSettings{"net.orvik.image.exportsettings"};
-inline constexpr Key<ObjectRef> kAudioData{"net.orvik.image.audiodata"};
-inline constexpr Key<ObjectRef> kExifData{"net.orvik.image.exifdata"};
+/// On a texture: the sound that goes with its pictures.
+inline constexpr Key<AudioObjectRef> kAudioData{"net.orvik.image.audiodata"};
+/// On a texture.
+inline constexpr Key<ExifRef> kExifData{"net.orvik.image.exifdata"};
 inline constexpr Key<Int> kHotspotX{"net.orvik.image.hotspotx"};
 inline constexpr Key<Int> kHotspotY{"net.orvik.image.hotspoty"};
 inline constexpr Key<Int> kSubImageIndex{"net.orvik.image.subimageindex"};
@@ -76,12 +79,20 @@ ORVIK_API Block<const LayerKeyPair> GetLayerKeyPairs();
 
 class ImageBaseInterface;
 using ImageBaseRef = Ref<ImageBaseInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageBaseRef> = "orvik::ImageBaseRef";
 class ImageInterface;
 using ImageRef = Ref<ImageInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageRef> = "orvik::ImageRef";
 class ImageLayerInterface;
 using ImageLayerRef = Ref<ImageLayerInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageLayerRef> = "orvik::ImageLayerRef";
 class ImageTextureInterface;
 using ImageTextureRef = Ref<ImageTextureInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageTextureRef> = "orvik::ImageTextureRef";
 
 /// What all nodes share: dimensions, a pixel format, and line access by handlers.
 class ImageBaseInterface : public virtual MediaBaseInterface, public virtual HierarchyObjectInterface {
@@ -150,6 +161,8 @@ class ImageLayerInterface : public virtual ImageInterface {
 
 class MediaOutputUrlInterface;
 using MediaOutputUrlRef = Ref<MediaOutputUrlInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaOutputUrlRef> = "orvik::MediaOutputUrlRef";
 
 /// The root of an image tree and the road to files. It has no pixels of its own: it answers for the first image below
 /// it, and 0 or empty without one.

@@ -23,7 +23,9 @@ using Pix64f = double;
 
 template <>
 inline constexpr const char* kDataTypeName<Pix16f> = "orvik::Pix16f";
-inline constexpr Id kPix16fTypeId{"net.orvik.image.pix16f"};
+namespace datatypes {
+inline constexpr Id kPix16f{"net.orvik.image.pix16f"};
+}  // namespace datatypes
 
 /// The nine component types in the order of every table of the pixel model. `None` marks channels whose values are no
 /// whole components (packed, shared-exponent, chroma-subsampled and indexed pixels).
@@ -48,8 +50,12 @@ ORVIK_API const DataType* DataTypeOf(ComponentType type) noexcept;
 
 class ImageChannelTypeInterface;
 using ImageChannelType = Ref<ImageChannelTypeInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageChannelType> = "orvik::ImageChannelType";
 class ImageChannelInterface;
 using ImageChannel = Ref<ImageChannelInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImageChannel> = "orvik::ImageChannel";
 
 inline constexpr Id kImageChannelTypeRegistry{"net.orvik.image.registry.imagechanneltypes"};
 

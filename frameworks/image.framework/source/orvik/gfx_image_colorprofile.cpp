@@ -61,7 +61,7 @@ Result<String> ColorProfile::GetInfo(COLORPROFILEINFO info) const {
     return _entry->GetInfo(info);
 }
 
-bool ColorProfile::CheckCompatiblePixelFormat(const PixelFormat& format) const {
+Bool ColorProfile::CheckCompatiblePixelFormat(const PixelFormat& format) const {
     return _entry->CheckCompatiblePixelFormat(format);
 }
 
@@ -86,7 +86,7 @@ Result<void> ColorProfile::DescribeIO(DataSerialize& io) {
     return {};
 }
 
-bool ColorProfile::IsEqual(const ColorProfile& other) const {
+Bool ColorProfile::IsEqual(const ColorProfile& other) const {
     if (_entry == other._entry)
         return true;
     if (!HasProfile() || !other.HasProfile())

@@ -97,12 +97,12 @@ public:
     Result<void> WriteProfileToFile(const Url& url) const;
     Result<String> GetInfo(COLORPROFILEINFO info) const;
     uint32_t GetCrc() const { return _entry->GetCrc(); }
-    bool HasProfile() const { return _entry->HasProfile(); }
-    bool CheckCompatiblePixelFormat(const PixelFormat& format) const;
-    bool IsMonitorProfileMode() const { return _entry->IsMonitorProfileMode(); }
+    Bool HasProfile() const { return _entry->HasProfile(); }
+    Bool CheckCompatiblePixelFormat(const PixelFormat& format) const;
+    Bool IsMonitorProfileMode() const { return _entry->IsMonitorProfileMode(); }
     uint64_t GetHashCode() const { return _entry->GetHashCode(); }
     ColorSpace GetColorSpace() const;
-    Result<void> SetMonitorProfileMode(bool on) { return _entry->SetMonitorProfileMode(on); }
+    Result<void> SetMonitorProfileMode(Bool on) { return _entry->SetMonitorProfileMode(on); }
     /// The description, or "<<no profile>>".
     String ToString() const;
     /// One field "_profile": the bytes, none for the empty profile. Read bytes are opened as by
@@ -110,7 +110,7 @@ public:
     Result<void> DescribeIO(DataSerialize& io);
 
     /// Same entry, or equal bytes. Two empty profiles are equal.
-    bool IsEqual(const ColorProfile& other) const;
+    Bool IsEqual(const ColorProfile& other) const;
     friend bool operator==(const ColorProfile& a, const ColorProfile& b) { return a.IsEqual(b); }
     const Ref<ColorProfileInterface>& GetEntry() const { return _entry; }
 

@@ -2,7 +2,13 @@
 
 namespace orvik::PixelFormats {
 
-PixelFormat Get(const Id& id) { return FindPublished<PixelFormatInterface>(id); }
+PixelFormat Get(const Id& id) {
+    if (PixelFormat known = FindPublished<PixelFormatInterface>(id))
+        return known;
+    const auto service = FindPublished<PixelFormatsInterface>(PixelFormatsInterface::kInterfaceId);
+    const Result<PixelFormat> made = service->FindOrCreatePixelFormatById(id);
+    return made ? *made : PixelFormat::Unresolved();
+}
 
 Result<PixelFormat> FindOrCreatePixelFormat(Block<const ImageChannel> channels) {
     return FindPublished<PixelFormatsInterface>(PixelFormatsInterface::kInterfaceId)->FindOrCreatePixelFormat(channels);

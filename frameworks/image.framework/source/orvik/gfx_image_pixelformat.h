@@ -10,6 +10,8 @@ namespace orvik {
 
 class PixelFormatGroupInterface;
 using PixelFormatGroup = Ref<PixelFormatGroupInterface>;
+template <>
+inline constexpr const char* kDataTypeName<PixelFormatGroup> = "orvik::PixelFormatGroup";
 
 enum class CONVERTPIXELFLAGS : int32_t { NONE = 0, FORCECOLORPROFILECONVERSION = 1 };
 enum class GETPIXELHANDLERFLAGS : int32_t {
@@ -25,7 +27,7 @@ enum class SETPIXELFLAGS : int32_t { NONE = 0, DEEPIMAGE = 2 };
 /// True when `flags` holds all bits of `bit`.
 template <class E>
 requires std::is_enum_v<E>
-constexpr bool HasFlag(E flags, E bit) {
+constexpr Bool HasFlag(E flags, E bit) {
     return (static_cast<int>(flags) & static_cast<int>(bit)) == static_cast<int>(bit);
 }
 
@@ -81,7 +83,7 @@ public:
     virtual Result<ConvertPixelFunc> GetConvertPixelFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
                                                          ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
                                                          ColorProfile* dstProfile, CONVERTPIXELFLAGS flags,
-                                                         bool& isColorProfileConversion) const {
+                                                         Bool& isColorProfileConversion) const {
         (void)srcFormat, (void)srcOffsets, (void)dstOffsets, (void)srcProfile, (void)dstProfile, (void)flags;
         (void)isColorProfileConversion;
         return Unbound();
@@ -107,13 +109,13 @@ public:
     }
     /// Direct conversion from a source format into this one; an empty delegate when the pair is not known.
     virtual Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                             ChannelOffsets dstOffsets, bool defaultOffsets) const {
+                                                             ChannelOffsets dstOffsets, Bool defaultOffsets) const {
         (void)srcFormat, (void)srcOffsets, (void)dstOffsets, (void)defaultOffsets;
         return Unbound();
     }
     /// Direct conversion out of this format into a destination; an empty delegate when the pair is not known.
     virtual Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                           ChannelOffsets dstOffsets, bool defaultOffsets) const {
+                                                           ChannelOffsets dstOffsets, Bool defaultOffsets) const {
         (void)dstFormat, (void)srcOffsets, (void)dstOffsets, (void)defaultOffsets;
         return Unbound();
     }
@@ -148,6 +150,8 @@ public:
     }
 };
 using PixelFormatDynamic = Ref<PixelFormatDynamicInterface>;
+template <>
+inline constexpr const char* kDataTypeName<PixelFormatDynamic> = "orvik::PixelFormatDynamic";
 
 /// A format whose pixels are indices into a colour table of its own.
 ///
@@ -190,6 +194,8 @@ public:
     }
 };
 using PixelFormatIndexedColor = Ref<PixelFormatIndexedColorInterface>;
+template <>
+inline constexpr const char* kDataTypeName<PixelFormatIndexedColor> = "orvik::PixelFormatIndexedColor";
 
 /// What the module publishes as "net.orvik.image.interface.pixelformats".
 class PixelFormatsInterface : public virtual Object {
@@ -200,6 +206,12 @@ public:
         (void)channels;
         return Unbound();
     }
+    /// The format made at run time that an id describes, see `PixelFormats::Get`. Illegal argument "Illegal pixel
+    /// format: @." for an id that describes none.
+    virtual Result<PixelFormat> FindOrCreatePixelFormatById(const Id& id) {
+        (void)id;
+        return Unbound();
+    }
 };
 
 /// Registry of the groups; each group has a registry of its formats.
@@ -207,9 +219,11 @@ inline constexpr Id kPixelFormatRegistry{"net.orvik.image.registry.pixelformats"
 
 namespace PixelFormats {
 /// The published format of an id, for instance "net.orvik.image.pixelformat.rgba.u8"; unresolved for an unknown one.
-/// Every format is also a published object under its id.
+/// Every format is also a published object under its id. The id of a format made at run time lists its channels, for
+/// instance "net.orvik.image.pixelformat.red.u8_depth.f32", so that the format is found where it has not been made yet.
 ORVIK_API PixelFormat Get(const Id& id);
-/// The shared format with exactly these channels: a fixed one where the catalogue has it, else one made at run time.
+/// The shared format with exactly these channels: a fixed one where the catalogue has it, else one made at run time,
+/// which then stands in the registry "net.orvik.image.registry.dynamic".
 /// "FindOrCreatePixelFormat() needs at least 1 channel." for an empty list. Failures are remembered too.
 ORVIK_API Result<PixelFormat> FindOrCreatePixelFormat(Block<const ImageChannel> channels);
 /// A new indexed format with a table of `count` entries, all zero, of `entryFormat`.
@@ -236,6 +250,15 @@ inline constexpr Id kGreyaU8{"net.orvik.image.pixelformat.greya.u8"};
 inline constexpr Id kGreyaU16{"net.orvik.image.pixelformat.greya.u16"};
 inline constexpr Id kAlphaU8{"net.orvik.image.pixelformat.alpha.u8"};
 inline constexpr Id kAlphaU16{"net.orvik.image.pixelformat.alpha.u16"};
+inline constexpr Id kAlphaF32{"net.orvik.image.pixelformat.alpha.f32"};
+inline constexpr Id kAlphaF64{"net.orvik.image.pixelformat.alpha.f64"};
+inline constexpr Id kGreyF32{"net.orvik.image.pixelformat.grey.f32"};
+inline constexpr Id kGreyF64{"net.orvik.image.pixelformat.grey.f64"};
+inline constexpr Id kIndexedU1{"net.orvik.image.pixelformat.indexed.u1bit"};
+inline constexpr Id kIndexedU2{"net.orvik.image.pixelformat.indexed.u2bit"};
+inline constexpr Id kIndexedU4{"net.orvik.image.pixelformat.indexed.u4bit"};
+inline constexpr Id kIndexedU8{"net.orvik.image.pixelformat.indexed.u8bit"};
+inline constexpr Id kIndexedU16{"net.orvik.image.pixelformat.indexed.u16bit"};
 }  // namespace pixelformats
 
 template <>

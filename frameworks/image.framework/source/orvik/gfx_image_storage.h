@@ -50,7 +50,7 @@ struct SetPixelHandlerStruct {
     Int maxX = std::numeric_limits<Int>::min(), maxY = std::numeric_limits<Int>::min();  ///< inclusive
 
     explicit operator bool() const { return static_cast<bool>(write); }
-    bool IsDirty() const { return minX <= maxX && minY <= maxY; }
+    Bool IsDirty() const { return minX <= maxX && minY <= maxY; }
     void Widen(const PixelSpan& span) {
         if (span.count <= 0)
             return;
@@ -127,7 +127,17 @@ public:
         (void)channel, (void)span, (void)source, (void)stride, (void)flags;
         return Unbound();
     }
+    /// Equal size, format and pixels for storages that are data, which the normal one is; any other equals itself only.
+    virtual Bool IsEqual(const ImagePixelStorageInterface& other) const {
+        return static_cast<const Object*>(this) == static_cast<const Object*>(&other);
+    }
+    /// Equal for equal storages.
+    virtual uint64_t GetHashCode() const {
+        return IsAbsent() ? 0 : HashPointerBits(reinterpret_cast<uintptr_t>(static_cast<const Object*>(this)));
+    }
 };
 using ImagePixelStorageRef = Ref<ImagePixelStorageInterface>;
+template <>
+inline constexpr const char* kDataTypeName<ImagePixelStorageRef> = "orvik::ImagePixelStorageRef";
 
 }  // namespace orvik

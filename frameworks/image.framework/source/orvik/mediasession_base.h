@@ -57,8 +57,12 @@ ORVIK_ERROR_MAKER(MediaStreamEOFError, MediaStreamEOFErrorInterface, errorid::kM
 
 class MediaSessionInterface;
 using MediaSessionRef = Ref<MediaSessionInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaSessionRef> = "orvik::MediaSessionRef";
 class MediaConverterInterface;
 using MediaConverterRef = Ref<MediaConverterInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaConverterRef> = "orvik::MediaConverterRef";
 
 /// Base of converters, streams and images: a dictionary and a weak link to the session.
 class ORVIK_API MediaBaseInterface : public virtual DataDictionaryObjectInterface,

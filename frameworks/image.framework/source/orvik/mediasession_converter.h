@@ -62,6 +62,8 @@ public:
     }
 };
 using MediaOutputRef = Ref<MediaOutputInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaOutputRef> = "orvik::MediaOutputRef";
 
 /// Capability keys: answered by a converter's `GetData`, never stored.
 namespace mediacapability {

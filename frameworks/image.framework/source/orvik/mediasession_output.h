@@ -20,6 +20,8 @@ public:
     virtual Result<void> SetOutputTexture(const ImageTextureRef& texture, const ClassRef& storage) { return Unbound(); }
 };
 using MediaOutputTextureRef = Ref<MediaOutputTextureInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaOutputTextureRef> = "orvik::MediaOutputTextureRef";
 
 /// Base of every exporter: writes one file at a URL.
 class MediaOutputUrlInterface : public virtual MediaOutputInterface {
@@ -47,6 +49,8 @@ public:
     virtual Id GetExporterClass() const { return Unbound(); }
 };
 using MediaSessionFileFormatHandler = Ref<MediaSessionFileFormatHandlerInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaSessionFileFormatHandler> = "orvik::MediaSessionFileFormatHandler";
 
 /// Export settings that several formats read.
 namespace mediaexport {
@@ -57,6 +61,19 @@ inline constexpr Key<Id> kBmpInfoHeader{"net.orvik.mediasession.bmp.export.bitma
 /// Only quantisation values of 8 bits, which every reader takes.
 inline constexpr Key<Bool> kJpgBaseline{"net.orvik.mediasession.jpg.export.baseline"};
 inline constexpr Key<Bool> kPngInterlaced{"net.orvik.mediasession.png.export.interlaced"};
+/// @{ For exporters of other modules, which agree on these names; nothing here reads them.
+inline constexpr Key<DataDictionary> kCustomData{"net.orvik.mediasession.export.customdata"};
+inline constexpr Key<Int> kDataRate{"net.orvik.mediasession.export.datarate"};
+inline constexpr Key<Int> kKeyFrames{"net.orvik.mediasession.export.keyframes"};
+inline constexpr Key<Id> kAviType{"net.orvik.mediasession.avi.export.avitype"};
+inline constexpr Key<Id> kAviHandler{"net.orvik.mediasession.avi.export.avihandler"};
+inline constexpr Key<DataDictionary> kMfPresets{"net.orvik.mediasession.mf.export.group.presets"};
+inline constexpr Key<DataDictionary> kMfOptions{"net.orvik.mediasession.mf.export.group.options"};
+inline constexpr Key<Float> kMfAudioSampleRate{"net.orvik.mediasession.mf.export.audio.samplerate"};
+inline constexpr Key<Int> kMfAudioKilobitRate{"net.orvik.mediasession.mf.export.audio.kilobitrate"};
+inline constexpr Key<Id> kMfAudioCodec{"net.orvik.mediasession.mf.export.audio.codec"};
+inline constexpr Key<Id> kMfCodec{"net.orvik.mediasession.mf.export.codec"};
+/// @}
 }  // namespace mediaexport
 
 /// Finds the importer of a URL, connects it with `output` in a new session, and runs it.

@@ -13,6 +13,8 @@ namespace orvik {
 
 class MediaSessionProgressInterface;
 using MediaSessionProgressRef = Ref<MediaSessionProgressInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaSessionProgressRef> = "orvik::MediaSessionProgressRef";
 
 /// Gets the progress object, the fraction 0 ... 1, the elapsed and the expected total time.
 using ProgressDelegate = Delegate<Result<void>(const MediaSessionProgressRef& progress, Float fraction,

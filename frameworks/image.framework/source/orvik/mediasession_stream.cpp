@@ -34,4 +34,8 @@ Result<MediaStreamProperties> MediaStreamProperties::FromStream(const MediaStrea
     return FromFormat(stream->GetFormat(stream->GetSelectedFormat()));
 }
 
+Result<void> MediaStreamPropertiesInterface::Init(const MediaStreamRef& stream) {
+    return Init(stream->GetFormat(stream->GetSelectedFormat()));
+}
+
 }  // namespace orvik

@@ -116,24 +116,6 @@ public:
     virtual Result<void> SetSourceStream(const MediaStreamRef& source) { return Unbound(); }
 };
 
-class MediaStreamAudioDataImportInterface : public virtual MediaStreamInterface {
-    ORVIK_INTERFACE(MediaStreamAudioDataImportInterface, "net.orvik.image.interface.mediastreamaudiodataimport");
-
-public:
-    using InitDelegate = Delegate<Result<void>(const MediaStreamProperties& properties)>;
-    using AudioDelegate = Delegate<Result<void>(Block<const std::byte> samples)>;
-    using FinishDelegate = Delegate<Result<void>(const MediaStreamProperties& properties)>;
-
-    virtual Result<void> SetCallbackHandler(const InitDelegate& init, const AudioDelegate& audio,
-                                            const FinishDelegate& finish) {
-        return Unbound();
-    }
-    virtual Result<void> InitStream(const MediaStreamProperties& properties) { return Unbound(); }
-    /// Delivers the samples; illegal argument without a delegate.
-    virtual Result<void> SetAudioDataCallback(Block<const std::byte> samples) { return Unbound(); }
-    virtual Result<void> FinishStream(const MediaStreamProperties& properties) { return Unbound(); }
-};
-
 /// Visits a stream and its descendants depth first, parents before children. The visitor gets the stream, its parent
 /// (null at the root) and the depth; false stops the whole walk, an error ends it. A tree deeper than 256 levels is
 /// refused as an illegal state. Children that are no streams are passed over.
@@ -150,6 +132,8 @@ inline constexpr Id kStreamImport{"net.orvik.image.class.mediastreamimagedataimp
 inline constexpr Id kStreamExport{"net.orvik.image.class.mediastreamimagedataexport"};
 inline constexpr Id kStreamExif{"net.orvik.image.class.mediastreamexifdata"};
 inline constexpr Id kStreamAudioImport{"net.orvik.image.class.mediastreamaudiodataimport"};
+inline constexpr Id kStreamAudioExport{"net.orvik.image.class.mediastreamaudiodataexport"};
+inline constexpr Id kAudioObject{"net.orvik.image.class.audioobject"};
 inline constexpr Id kStreamFormat{"net.orvik.image.class.mediastreamformat"};
 inline constexpr Id kStreamProperties{"net.orvik.image.class.mediastreamproperties"};
 inline constexpr Id kConverterBase{"net.orvik.image.class.mediaconverterbase"};

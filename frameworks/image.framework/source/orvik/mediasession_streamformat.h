@@ -7,6 +7,25 @@
 
 namespace orvik {
 
+/// An array of dictionaries, one a cue point, as a value that copies share.
+class AudioMarkersInterface : public virtual Object {
+    ORVIK_INTERFACE(AudioMarkersInterface, "net.orvik.image.interface.audiomarkers");
+
+public:
+    Block<const DataDictionary> GetMarkers() const { return _markers.ToBlock(); }
+    Result<void> AddMarker(const DataDictionary& marker) {
+        if (IsAbsent())
+            return Unbound();
+        return _markers.Append(marker);
+    }
+
+private:
+    BaseArray<DataDictionary> _markers;
+};
+using AudioMarkersRef = Ref<AudioMarkersInterface>;
+template <>
+inline constexpr const char* kDataTypeName<AudioMarkersRef> = "orvik::AudioMarkersRef";
+
 /// Keys "net.orvik.mediaformat.*".
 namespace mediaformat {
 inline constexpr Key<MEDIAFORMATTYPE> kType{"net.orvik.mediaformat.type"};
@@ -45,6 +64,12 @@ inline constexpr Key<TimeValue> kVideoStartTime{"net.orvik.mediaformat.video.sta
 inline constexpr Key<Float> kAudioSampleRate{"net.orvik.mediaformat.audio.samplerate"};
 inline constexpr Key<Int> kAudioChannelCount{"net.orvik.mediaformat.audio.channelcount"};
 inline constexpr Key<Int> kAudioBitsPerChannel{"net.orvik.mediaformat.audio.bitsperchannel"};
+/// The cue points of a sound; each has the keys below, as far as its file gives them.
+inline constexpr Key<AudioMarkersRef> kAudioMarkerArray{"net.orvik.mediaformat.audio.markerarray"};
+inline constexpr Key<Int> kAudioMarkerIdentifier{"net.orvik.mediaformat.audio.marker.identifier"};
+inline constexpr Key<TimeValue> kAudioMarkerPosition{"net.orvik.mediaformat.audio.marker.position"};
+inline constexpr Key<String> kAudioMarkerLabel{"net.orvik.mediaformat.audio.marker.label"};
+inline constexpr Key<String> kAudioMarkerNote{"net.orvik.mediaformat.audio.marker.note"};
 }  // namespace mediaformat
 
 /// Keys "net.orvik.mediaproperty.*": facts of one delivered sample.
@@ -54,12 +79,19 @@ inline constexpr Key<TimeValue> kSampleDuration{"net.orvik.mediaproperty.sampled
 inline constexpr Key<Int> kSkippedFrames{"net.orvik.mediaproperty.skippedframes"};
 }  // namespace mediaproperty
 
+namespace mediastream {
+/// Reserved; nothing sets or reads it.
+inline constexpr Key<Bool> kDummy{"net.orvik.mediastream.dummy"};
+}  // namespace mediastream
+
 /// The object behind a `MediaStreamFormat`.
 class MediaStreamFormatInterface : public virtual DataDictionaryObjectInterface {
     ORVIK_INTERFACE(MediaStreamFormatInterface, "net.orvik.image.interface.mediastreamformat");
 
 public:
     Result<Ref<Object>> Clone() const override {
+        if (IsAbsent())
+            return Unbound();
         Ref<MediaStreamFormatInterface> copy = TRY(NewObj<MediaStreamFormatInterface>());
         copy->_dictionary = _dictionary;
         return Ref<Object>(copy);
@@ -82,32 +114,40 @@ public:
     }
     template <class T>
     Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
-        return SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
+        Data data = TRY(Data::Create<T>(std::move(value)));
+        return SetData(key.GetId(), std::move(data));
     }
     Result<Data> GetData(const Id& id) const { return (*this)->GetData(id); }
     Result<void> SetData(const Id& id, Data data) {
         if (!*this)
             static_cast<ValueRef&>(*this) = ValueRef(TRY(NewObj<MediaStreamFormatInterface>()));
-        return TRY(MakeWritable())->SetData(id, std::move(data));
+        MediaStreamFormatInterface* object = TRY(MakeWritable());
+        return object->SetData(id, std::move(data));
     }
     String ToString() const { return *this ? (*this)->GetDictionary().ToString() : String("<null>"); }
 };
 
 class MediaStreamInterface;
 using MediaStreamRef = Ref<MediaStreamInterface>;
+template <>
+inline constexpr const char* kDataTypeName<MediaStreamRef> = "orvik::MediaStreamRef";
 
 /// The description of one concrete sample of a stream: a copy-on-write dictionary with the keys of a format.
 class MediaStreamPropertiesInterface : public virtual DataDictionaryObjectInterface {
     ORVIK_INTERFACE(MediaStreamPropertiesInterface, "net.orvik.image.interface.mediastreamproperties");
 
 public:
-    /// Copies every entry of the format into this; other entries stay. A null format has none.
+    /// Copies every entry of the format into the properties; entries under other keys stay. A null format has none.
     Result<void> Init(const MediaStreamFormat& format) {
         if (IsAbsent())
             return Unbound();
         return format ? _dictionary.Merge(format->GetDictionary()) : Result<void>();
     }
+    /// The same from the selected format of a stream; a null stream has no entries.
+    ORVIK_API Result<void> Init(const MediaStreamRef& stream);
     Result<Ref<Object>> Clone() const override {
+        if (IsAbsent())
+            return Unbound();
         Ref<MediaStreamPropertiesInterface> copy = TRY(NewObj<MediaStreamPropertiesInterface>());
         copy->_dictionary = _dictionary;
         return Ref<Object>(copy);
@@ -117,14 +157,15 @@ class MediaStreamProperties : public ValueRef<MediaStreamPropertiesInterface> {
 public:
     using ValueRef::ValueRef;
 
-    /// From a format: copies every entry.
+    /// @{ New properties with every entry of a format, or of the selected format of a stream. A null one has no
+    /// entries.
     static Result<MediaStreamProperties> FromFormat(const MediaStreamFormat& format) {
         Ref<MediaStreamPropertiesInterface> object = TRY(NewObj<MediaStreamPropertiesInterface>());
         TRY(object->Init(format));
         return MediaStreamProperties(std::move(object));
     }
-    /// From a stream: its selected format; a null stream gives no entries.
     ORVIK_API static Result<MediaStreamProperties> FromStream(const MediaStreamRef& stream);
+    /// @}
 
     template <class T>
     Result<T> Get(const Key<T>& key, SourceLocation where = SourceLocation::current()) const {
@@ -136,9 +177,11 @@ public:
     }
     template <class T>
     Result<void> Set(const Key<T>& key, std::type_identity_t<T> value) {
+        Data data = TRY(Data::Create<T>(std::move(value)));
         if (!*this)
             *this = TRY(FromFormat({}));
-        return TRY(MakeWritable())->SetData(key.GetId(), TRY(Data::Create<T>(std::move(value))));
+        MediaStreamPropertiesInterface* object = TRY(MakeWritable());
+        return object->SetData(key.GetId(), std::move(data));
     }
 };
 

@@ -7,6 +7,8 @@
 
 namespace orvik {
 
+/// Keys, interfaces and data types of the framework, by id.
+Result<void> RegisterDeclarations(Publisher& publisher);
 /// Channel types and channel classes.
 Result<void> RegisterChannels(Publisher& publisher);
 /// Colour spaces. Channel types look them up when asked, so the order of these two does not matter.

@@ -319,7 +319,7 @@ Result<void> ColorProfileConvertImpl::ConvertBlock(const PixelLine& dst, const P
 
     TRY(_src.bridge(srcNative, count, src, kNone));
     // Read before the colours are written, which may be to the same line.
-    PixelLine alpha;
+    PixelLine alpha{nullptr, BITS(0)};
     if (_alpha) {
         alpha = {alphaBuffer, _dst.alphaFormat->GetBitsPerPixel(), 0};
         const bool inSource = !_src.hasAlpha || _src.alphaIsReal;

@@ -40,9 +40,9 @@ struct StreamChain {
     }
 };
 
-/// Decides which streams a layer set wants. Images pass that it names, by number ("#1" is the first) or by stream name,
-/// and what hangs below an image comes and goes with it. Of the layers only those get pixels whose path is selected, or
-/// that lie in a folder whose path is; the others keep their place in the tree. A mask follows its layer.
+/// Decides which streams a layer set wants. It names images by number ("#1" is the first) or by stream name, and what
+/// hangs below an image is loaded with it or left out with it. Of the layers only those get pixels whose path is
+/// selected, or that lie in a folder whose path is; the others keep their place in the tree. A mask follows its layer.
 struct SelectStreams {
     LayerSet layers;
 
@@ -52,16 +52,24 @@ struct SelectStreams {
         const StreamChain chain = TRY(StreamChain::Find(stream));
         if (!chain.hasImage)
             return SELECTIONHANDLERRESULT::ALL;
-        if (!IsImageSelected(chain.formats[chain.formats.GetCount() - 1]))
+        const bool isImageSelected = TRY(IsImageSelected(chain.formats[chain.formats.GetCount() - 1]));
+        if (!isImageSelected)
             return SELECTIONHANDLERRESULT::NONE;
-        return TRY(IsContentSelected(chain)) ? SELECTIONHANDLERRESULT::ALL : SELECTIONHANDLERRESULT::STRUCTURE;
+        const bool isContentSelected = TRY(IsContentSelected(chain));
+        return isContentSelected ? SELECTIONHANDLERRESULT::ALL : SELECTIONHANDLERRESULT::STRUCTURE;
     }
 
 private:
-    bool IsImageSelected(const MediaStreamFormat& format) const {
+    Result<bool> IsImageSelected(const MediaStreamFormat& format) const {
         const String selected = layers->GetSelectedImage();
-        return selected.IsEmpty() || selected == FormatString("#@", format.Get(mediaformat::kSubImageIndex, 0) + 1) ||
-               selected == format.Get(mediaformat::kStreamName, String());
+        if (selected.IsEmpty() || selected == format.Get(mediaformat::kStreamName, String()))
+            return true;
+        // An index from a file may be the greatest number.
+        const auto number = static_cast<uint64_t>(format.Get(mediaformat::kSubImageIndex, 0)) + 1;
+        const String text = FormatString("#@", static_cast<Int>(number));
+        if (text.IsEmpty())
+            return OutOfMemoryError();
+        return selected == text;
     }
 
     Result<bool> IsContentSelected(const StreamChain& chain) const {

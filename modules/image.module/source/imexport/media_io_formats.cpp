@@ -112,6 +112,19 @@ constexpr FileFormatEntry kFormats[] = {
     },
 };
 
+/// What a format publishes beside its importer and exporter. A creation function has no state, so each row has its own.
+struct FormatClasses {
+    CreateFunction format;
+    CreateFunction handler;
+};
+
+template <size_t... Row>
+constexpr std::array<FormatClasses, sizeof...(Row)> MakeFormatClasses(std::index_sequence<Row...>) {
+    return {FormatClasses{CreateFileFormat<kFormats[Row]>, CreateFileFormatHandler<kFormats[Row]>}...};
+}
+
+constexpr auto kFormatClasses = MakeFormatClasses(std::make_index_sequence<std::size(kFormats)>());
+
 }  // namespace
 
 Block<const FileFormatEntry> GetFileFormatTable() { return kFormats; }
@@ -126,16 +139,20 @@ const FileFormatEntry* FindFileFormatEntry(const Id& format) {
 
 Result<void> RegisterFileFormats(Publisher& publisher) {
     TRY(publisher.PublishClass<FileFormatImageBase>(FileFormatImageBase::kClassId));
-    for (const FileFormatEntry& entry : kFormats) {
+    for (size_t row = 0; row < std::size(kFormats); ++row) {
+        const FileFormatEntry& entry = kFormats[row];
         TRY(publisher.PublishClass(entry.importer, entry.makeImporter));
         if (entry.makeExporter)
             TRY(publisher.PublishClass(entry.exporter, entry.makeExporter));
         if (entry.publishMore)
             TRY(entry.publishMore(publisher));
-        const ObjectRef format(TRY(NewObj<FileFormatImpl>(entry)));
+        // A class and its one object share an id.
+        TRY(publisher.PublishClass(entry.format, kFormatClasses[row].format));
+        TRY(publisher.PublishClass(entry.handler, kFormatClasses[row].handler));
+        const ObjectRef format = TRY(ClassRef(entry.format).Create());
         TRY(publisher.PublishObject(entry.format, format));
         TRY(publisher.AddToRegistry(kFileFormatRegistry, entry.format, format));
-        const ObjectRef handler(TRY(NewObj<FileFormatHandlerImpl>(entry)));
+        const ObjectRef handler = TRY(ClassRef(entry.handler).Create());
         TRY(publisher.PublishObject(entry.handler, handler));
         TRY(publisher.AddToRegistry(kFileFormatHandlerRegistry, entry.handler, handler));
     }

@@ -8,23 +8,15 @@ Result<void> StartImageModule(Publisher& publisher) {
     // The order decides the order of the registries, and with it in which order formats are offered and asked.
     using Register = Result<void> (*)(Publisher&);
     static constexpr Register kUnits[] = {
-        RegisterChannels,
-        RegisterColorSpaces,
-        RegisterColorProfiles,
-        RegisterColorProfileConvert,
-        RegisterPixelBlends,
-        RegisterPixelFormats,
-        RegisterImageStorages,
-        RegisterImageFunctions,
-        RegisterImages,
-        RegisterFileFormats,
-        RegisterLayerSet,
-        RegisterMediaSession,
-        RegisterMediaSessionAudio,
-        RegisterTextureConverters,
-        RegisterMediaSessionOutputConverterBase,
-        RegisterMediaSessionProgress,
-        RegisterMediaSessionUrlOutput,
+        RegisterDeclarations,         RegisterChannels,
+        RegisterColorSpaces,          RegisterColorProfiles,
+        RegisterColorProfileConvert,  RegisterPixelBlends,
+        RegisterPixelFormats,         RegisterImageStorages,
+        RegisterImageFunctions,       RegisterImages,
+        RegisterFileFormats,          RegisterLayerSet,
+        RegisterMediaSession,         RegisterMediaSessionAudio,
+        RegisterTextureConverters,    RegisterMediaSessionOutputConverterBase,
+        RegisterMediaSessionProgress, RegisterMediaSessionUrlOutput,
     };
     for (const Register registerUnit : kUnits)
         TRY(registerUnit(publisher));

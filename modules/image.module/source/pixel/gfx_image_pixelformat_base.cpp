@@ -130,7 +130,7 @@ private:
 Result<ConvertPixelFunc> PixelFormatBase::GetConvertPixelFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
                                                               ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
                                                               ColorProfile* dstProfile, CONVERTPIXELFLAGS flags,
-                                                              bool& isColorProfileConversion) const {
+                                                              Bool& isColorProfileConversion) const {
     if (!srcFormat)
         return IllegalArgumentError("srcformat must not be nullptr.");
     const bool fixedOffsetsAllowed = !isColorProfileConversion;

@@ -41,15 +41,15 @@ public:
     Result<ConvertPixelFunc> GetConvertPixelFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
                                                  ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
                                                  ColorProfile* dstProfile, CONVERTPIXELFLAGS flags,
-                                                 bool& isColorProfileConversion) const override;
+                                                 Bool& isColorProfileConversion) const override;
     Result<void> ConvertPixelFromSlow(const PixelLine& dst, Int count, const PixelLineConst& src,
                                       const PixelFormat& srcFormat, const ColorProfile* srcProfile,
                                       ColorProfile* dstProfile, CONVERTPIXELFLAGS flags) const override;
     /// The bases know no partner.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override;
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override;
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool defaultOffsets) const override;
+                                                   ChannelOffsets dstOffsets, Bool defaultOffsets) const override;
     String GetShortName() const override { return _shortName; }
 
 protected:

@@ -139,14 +139,20 @@ constexpr std::array<CreateFunction, kFormatCount> MakeCreateFunctions(std::inde
 }
 constexpr auto kCreateFunctions = MakeCreateFunctions(std::make_index_sequence<kFormatCount>());
 
-Result<Id> MakeId(const String& text) { return Id::Create(text.GetText()); }
+/// Text that found no memory is empty, and an empty id would be refused for another reason.
+Result<Id> MakeId(const String& text) {
+    if (text.IsEmpty())
+        return OutOfMemoryError();
+    return Id::Create(text.GetText());
+}
 
 Result<void> RegisterFormat(Publisher& publisher, const FormatRow& row, CreateFunction create,
                             const PixelFormatGroup& group, const Id& groupRegistry) {
     const Id classId = TRY(MakeFormatClassId(row));
     TRY(publisher.PublishClass(classId, create));
     const PixelFormat format = TRY(ClassRef(classId).Create<PixelFormatInterface>());
-    TRY(format->Init(group, MakeFormatShortName(row)));
+    const String shortName = TRY(MakeFormatShortName(row));
+    TRY(format->Init(group, shortName));
     TRY(publisher.PublishObject(format->GetId(), format));
     TRY(publisher.AddToRegistry(groupRegistry, format->GetId(), format));
     return {};
@@ -164,8 +170,11 @@ Result<Id> MakeFormatId(const FormatRow& row) {
 Result<Id> MakeFormatClassId(const FormatRow& row) {
     return MakeId(FormatString("net.orvik.image.class.pixelformat.@.@", GetFamilyRow(row.family).name, row.variant));
 }
-String MakeFormatShortName(const FormatRow& row) {
-    return FormatString("@::@", GetFamilyRow(row.family).name, row.variant);
+Result<String> MakeFormatShortName(const FormatRow& row) {
+    const String name = FormatString("@::@", GetFamilyRow(row.family).name, row.variant);
+    if (name.IsEmpty())
+        return OutOfMemoryError();
+    return name;
 }
 Result<Id> MakeGroupId(const FamilyRow& row) {
     return MakeId(FormatString("net.orvik.image.pixelformat.@group", row.name).ToLower());

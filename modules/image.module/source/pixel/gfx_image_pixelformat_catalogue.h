@@ -84,7 +84,7 @@ Result<Id> MakeFormatId(const FormatRow& row);
 /// "net.orvik.image.class.pixelformat.RGBA.U8"
 Result<Id> MakeFormatClassId(const FormatRow& row);
 /// "RGBA::U8"
-String MakeFormatShortName(const FormatRow& row);
+Result<String> MakeFormatShortName(const FormatRow& row);
 /// "net.orvik.image.pixelformat.rgbagroup"
 Result<Id> MakeGroupId(const FamilyRow& row);
 /// "net.orvik.image.registry.rgba"

@@ -18,7 +18,7 @@ public:
     Bool IsIdenticalPixel(const void* a, const void* b, Int tolerance) const override;
     /// Knows this format itself: whole pixels are copied.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override;
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override;
 
 protected:
     /// Appends a channel behind the others. Its place counts in whole channels; packed formats set places of their own.

@@ -13,6 +13,7 @@ namespace {
 constexpr Id kDynamicGroup{"net.orvik.image.pixelformat.dynamicgroup"};
 constexpr Id kDynamicRegistry{"net.orvik.image.registry.dynamic"};
 constexpr std::string_view kTypePrefix = "net.orvik.image.imagechanneltype.";
+constexpr std::string_view kFormatPrefix = "net.orvik.image.pixelformat.";
 
 std::string_view GetTypeName(const Id& type) {
     const std::string_view text = type.GetText();
@@ -60,10 +61,11 @@ public:
             return IllegalArgumentError("PixelFormat belongs to two different color spaces: @, @", _colorSpace, space);
         if (type->GetId() == channeltypes::kUnused)
             return {};
-        if (!_shortName.IsEmpty())
-            TRY(_shortName.Append(" "));
-        return _shortName.Append(
-            FormatString("@{short} @", GetShortForm(type->GetId()), GetComponentName(channel->GetComponentType())));
+        const String item = FormatString("@@{short} @", _shortName.IsEmpty() ? "" : " ", GetShortForm(type->GetId()),
+                                         GetComponentName(channel->GetComponentType()));
+        if (item.IsEmpty())
+            return OutOfMemoryError();
+        return _shortName.Append(item);
     }
     /// From here on the format is immutable.
     void Seal() { _sealed = true; }
@@ -137,23 +139,110 @@ public:
         ChannelKey owned = TRY(key.Copy());
         const String id = TRY(MakeId(channels));
         Result<PixelFormat> made = CreateFormat(id, channels);
+        if (made)
+            made = Publish(*made);
         // A list that cannot be a format never can be one, but memory may be free another time.
         if (made || !made.GetError()->IsKindOf(errorid::kOutOfMemory))
             TRY(_formats.Set(std::move(owned), made));
         return made;
     }
 
+    Result<PixelFormat> FindOrCreatePixelFormatById(const Id& id) override {
+        const BaseArray<ImageChannel> channels = TRY(ParseId(id));
+        PixelFormat format = TRY(FindOrCreatePixelFormat(channels.ToBlock()));
+        if (format->GetId() != id)  // these channels have a published format under another name
+            return IllegalArgumentError("Illegal pixel format: @.", id);
+        return format;
+    }
+
 private:
+    /// Enters a format into its registry and under its id, as the fixed ones are. An attempt that ran out of memory
+    /// between the two leaves its format behind; the next one takes that.
+    /// @return the format that is published
+    Result<PixelFormat> Publish(const PixelFormat& made) {
+        PixelFormat format = Registry::Find<PixelFormatInterface>(kDynamicRegistry, made->GetId());
+        if (!format) {
+            TRY(_publisher.AddToRegistry(kDynamicRegistry, made->GetId(), made));
+            format = made;
+        }
+        if (!FindPublishedObject(format->GetId()))
+            TRY(_publisher.PublishObject(format->GetId(), format));
+        return format;
+    }
+
+    /// The channels that an id of `MakeId` lists. A type's name may hold dots and underscores itself, so that an item
+    /// ends only at the name of a component that an underscore or the end follows.
+    static Result<BaseArray<ImageChannel>> ParseId(const Id& id) {
+        BaseArray<ImageChannel> channels;
+        std::string_view text = id.GetText();
+        if (!text.starts_with(kFormatPrefix))
+            return IllegalArgumentError("Illegal pixel format: @.", id);
+        text.remove_prefix(kFormatPrefix.size());
+        while (!text.empty()) {
+            size_t length = 0;
+            const ImageChannel channel = TRY(ParseChannel(text, length));
+            if (!channel)
+                return IllegalArgumentError("Illegal pixel format: @.", id);
+            TRY(channels.Append(channel));
+            text.remove_prefix(std::min(length + 1, text.size()));
+        }
+        return channels;
+    }
+    /// @param length  of the item at the start of `text`
+    /// @return null when no channel type and component stand there
+    static Result<ImageChannel> ParseChannel(std::string_view text, size_t& length) {
+        constexpr size_t kLongestTypeName = 256, kLongestComponentName = 3;
+        for (size_t dot = text.find('.'); dot < kLongestTypeName; dot = text.find('.', dot + 1)) {
+            const std::string_view behind = text.substr(dot + 1, kLongestComponentName + 1);
+            const std::string_view name = behind.substr(0, behind.find('_'));
+            const ComponentType component = ComponentOfName(name);
+            if (component == ComponentType::None)
+                continue;
+            length = dot + 1 + name.size();
+            for (const std::string_view prefix : {kTypePrefix, std::string_view()}) {
+                String type = TRY(String::Create(prefix));
+                const String typeName = TRY(String::Create(text.substr(0, dot)));
+                TRY(type.Append(typeName));
+                const Id typeId = TRY(Id::Create(type.GetText()));
+                if (const ImageChannel channel = channeltypes::GetChannel(typeId, component))
+                    return channel;
+            }
+        }
+        return ImageChannel();
+    }
+    /// @param name  in lower case
+    static ComponentType ComponentOfName(std::string_view name) {
+        const auto equals = [](char lower, char upper) { return lower == (upper | 0x20) || lower == upper; };
+        for (int i = 0; i < kComponentTypeCount; ++i) {
+            const std::string_view known = GetComponentName(static_cast<ComponentType>(i));
+            if (std::ranges::equal(name, known, equals))
+                return static_cast<ComponentType>(i);
+        }
+        return ComponentType::None;
+    }
+
     /// "net.orvik.image.pixelformat." and the channels, for instance "red.u8_depth.f32".
     static Result<String> MakeId(Block<const ImageChannel> channels) {
-        String text;
+        String text = TRY(String::Create(kFormatPrefix));
+        bool isFirst = true;
         for (const ImageChannel& channel : channels) {
-            const String item = FormatString("@@.@", std::string_view(text.IsEmpty() ? "" : "_"),
-                                             GetTypeName(channel->GetChannelType()->GetId()),
-                                             GetComponentName(channel->GetComponentType()));
-            TRY(text.Append(item.ToLower()));
+            // By steps that can fail: an id that lacks a part would be that of another format.
+            const std::string_view component = GetComponentName(channel->GetComponentType());
+            for (const std::string_view part :
+                 {std::string_view(isFirst ? "" : "_"), GetTypeName(channel->GetChannelType()->GetId()),
+                  std::string_view("."), component}) {
+                const String piece = TRY(String::Create(part));
+                TRY(text.Append(piece));
+            }
+            isFirst = false;
         }
-        return FormatString("net.orvik.image.pixelformat.@", text);
+        return ToLowerCase(text);
+    }
+    static Result<String> ToLowerCase(const String& text) {
+        String lower = text.ToLower();
+        if (lower.IsEmpty())
+            return OutOfMemoryError();
+        return lower;
     }
 
     /// All or nothing: with a part of them, lists that have a format would get another one.
@@ -172,8 +261,9 @@ private:
         return {};
     }
 
-    std::mutex _lock;
+    std::mutex _lock;  ///< over the two below
     HashMap<ChannelKey, Result<PixelFormat>> _formats;
+    Publisher _publisher;  ///< takes the formats back with this service, so before those that were published earlier
 };
 
 }  // namespace
@@ -191,8 +281,9 @@ Result<void> RegisterDynamicPixelFormats(Publisher& publisher) {
             const ImageChannel channels[] = {channeltypes::GetChannel(channeltypes::kRed, component),
                                              channeltypes::GetChannel(channeltypes::kGreen, component)};
             const size_t count = std::string_view(name) == "red" ? 1 : 2;
-            const String id =
-                FormatString("net.orvik.image.pixelformat.dynamic.@@", name, GetComponentName(component)).ToLower();
+            const String id = FormatString("@dynamic.@@", kFormatPrefix, name, GetComponentName(component)).ToLower();
+            if (id.IsEmpty())
+                return OutOfMemoryError();
             const PixelFormat format = TRY(CreateFormat(id, {channels, count}));
             TRY(publisher.PublishObject(format->GetId(), format));
             TRY(publisher.AddToRegistry(kDynamicRegistry, format->GetId(), format));

@@ -86,7 +86,7 @@ String PixelFormatFixed::PixToString(const void* pixel) const {
 
 Result<ConvertPixelFunc> PixelFormatFixed::GetConvertPixelFromFunc(const PixelFormat& srcFormat,
                                                                    ChannelOffsets srcOffsets, ChannelOffsets dstOffsets,
-                                                                   bool defaultOffsets) const {
+                                                                   Bool defaultOffsets) const {
     const PixelFormatFixed* src = Get(srcFormat);
     if (_row.kind != FormatKind::Components || !src || !IsDirectSource(src->GetRow()))
         return PixelFormatChannels::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);

@@ -18,7 +18,7 @@ public:
     String PixToString(const void* pixel) const override;
     /// Knows all formats of the general families except alpha.f16, which goes channel by channel.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override;
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override;
     const FormatRow& GetRow() const { return _row; }
     /// @return the format's object when it is one of the catalogue, else null
     static const PixelFormatFixed* Get(const PixelFormat& format) {

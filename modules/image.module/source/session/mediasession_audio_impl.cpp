@@ -1,6 +1,7 @@
 #include "session/mediasession_audio_impl.h"
 
 #include "base/registration.h"
+#include "session/audioobject_impl.h"
 
 namespace orvik {
 
@@ -27,7 +28,9 @@ Result<void> MediaStreamAudioDataImportImpl::FinishStream(const MediaStreamPrope
 }
 
 Result<void> RegisterMediaSessionAudio(Publisher& publisher) {
-    return publisher.PublishClass<MediaStreamAudioDataImportImpl>(mediaclasses::kStreamAudioImport);
+    TRY(publisher.PublishClass<AudioObjectImpl>(mediaclasses::kAudioObject));
+    TRY(publisher.PublishClass<MediaStreamAudioDataImportImpl>(mediaclasses::kStreamAudioImport));
+    return publisher.PublishClass<MediaStreamAudioDataExportImpl>(mediaclasses::kStreamAudioExport);
 }
 
 }  // namespace orvik

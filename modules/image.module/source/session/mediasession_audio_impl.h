@@ -1,8 +1,10 @@
 #pragma once
 /// @file
-/// The stream that carries audio samples.
+/// The streams that carry sound.
 
 #include "session/mediasession_streamimpl.h"
+
+#include "orvik/mediasession_audiodata.h"
 
 namespace orvik {
 
@@ -20,6 +22,21 @@ private:
     InitDelegate _init;
     AudioDelegate _audio;
     FinishDelegate _finish;
+};
+
+class MediaStreamAudioDataExportImpl : public virtual MediaStreamAudioDataExportInterface, public MediaStreamBaseImpl {
+public:
+    Result<void> InitWithAudioData(const AudioObjectRef& audio) override {
+        _audio = audio;
+        return {};
+    }
+    AudioObjectRef GetAudioObject() const override { return _audio; }
+    Result<void> SetCallbackHandler() override { return {}; }
+    Result<void> InitStream() override { return {}; }
+    Result<void> FinishStream() override { return {}; }
+
+private:
+    AudioObjectRef _audio;
 };
 
 }  // namespace orvik

@@ -1,5 +1,7 @@
 #include "session/mediasession_imagetexture_export.h"
 
+#include "orvik/mediasession_audiodata.h"
+
 namespace orvik {
 namespace {
 
@@ -119,11 +121,12 @@ Result<void> MediaStreamExportFromImageTextureImpl::SetInputTexture(const ImageT
 
 Result<void> MediaStreamExportFromImageTextureImpl::Analyze(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) {
     TRY(RequireNoInputs(inputs));
-    if (_analysed)
+    if (_analyzed)
         return {};
-    _analysed = true;
+    _analyzed = true;
     if (!_texture)
         return IllegalStateError();
+    TRY(AddAudioStream());
     const ImageVisitor visit = [this](const ImageBaseRef& node, IMAGEHIERARCHY branch) -> Result<Bool> {
         TRY(VisitNode(node, branch));
         return true;
@@ -132,13 +135,29 @@ Result<void> MediaStreamExportFromImageTextureImpl::Analyze(Inputs inputs, TimeV
     return {};
 }
 
+/// In front of all pictures, since a format may have to place the sound before them.
+Result<void> MediaStreamExportFromImageTextureImpl::AddAudioStream() {
+    const AudioObjectRef audio = _texture->Get(image::kAudioData, AudioObjectRef());
+    if (!audio)
+        return {};
+    MediaStreamFormat format;
+    TRY(format.Set(mediaformat::kAudioSampleRate, audio->GetSampleRate()));
+    TRY(format.Set(mediaformat::kAudioChannelCount, audio->GetChannelCount()));
+    TRY(format.Set(mediaformat::kAudioBitsPerChannel, audio->GetBitsPerChannel()));
+    const auto stream = TRY(ClassRef(mediaclasses::kStreamAudioExport).Create<MediaStreamAudioDataExportInterface>());
+    TRY(stream->AddFormat(Data(Int(0)), format));
+    TRY(stream->InitWithAudioData(audio));
+    return AddOutputStream(stream);
+}
+
 Result<void> MediaStreamExportFromImageTextureImpl::VisitNode(const ImageBaseRef& node, IMAGEHIERARCHY branch) {
     const MEDIAFORMATTYPE type = ToFormatType(node, branch);
     if (type == MEDIAFORMATTYPE::UNDEFINED)
         return {};
     const auto stream = TRY(ClassRef(mediaclasses::kStreamExport).Create<MediaStreamImageDataExportInterface>());
     const Ref<Source> source = TRY(NewObj<Source>(node));
-    TRY(stream->AddFormat(Data(Int(0)), TRY(DescribeNode(node, type))));
+    const MediaStreamFormat format = TRY(DescribeNode(node, type));
+    TRY(stream->AddFormat(Data(Int(0)), format));
     TRY(stream->SetCallbackHandler(
         {},
         [source](const MediaStreamProperties&, const PixelFormat& format, const ColorProfile& profile,
@@ -196,7 +215,7 @@ Result<void> MediaStreamExportFromImageTextureImpl::Close(Inputs inputs) {
     _records.Reset();
     _streamOfNode.Reset();
     ResetOutputStreams();
-    _analysed = false;
+    _analyzed = false;
     for (const MediaConverterRef& input : inputs) {
         const BaseArray<MediaConverterRef> feeding = TRY(input->GetInputConverter());
         TRY(input->Close(feeding.ToBlock()));

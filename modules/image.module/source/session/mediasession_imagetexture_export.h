@@ -17,7 +17,8 @@ public:
     virtual Result<void> SetInputTexture(const ImageTextureRef& texture) { return Unbound(); }
 };
 
-/// One stream for each image, alpha, layer, mask and deep image, in the shape of the tree. The exporter pulls: rows
+/// A stream for the texture's sound, if it has one, then one for each image, alpha, layer, mask and deep image, in the
+/// shape of the tree. The exporter pulls: rows
 /// come from the node's storage in the format that the exporter asks for. Each row read is reported as progress of this
 /// input's own job, which is also where a cancelled save stops.
 class MediaStreamExportFromImageTextureImpl : public virtual MediaStreamExportFromImageTextureInterface,
@@ -42,12 +43,13 @@ private:
         Ref<Source> source;
     };
 
+    Result<void> AddAudioStream();
     Result<void> VisitNode(const ImageBaseRef& node, IMAGEHIERARCHY branch);
     Result<MediaStreamFormat> DescribeNode(const ImageBaseRef& node, MEDIAFORMATTYPE type) const;
     Result<void> AttachStream(const MediaStreamRef& stream, const ImageBaseRef& node);
 
     ImageTextureRef _texture;
-    Bool _analysed = false;
+    bool _analyzed = false;
     BaseArray<Record> _records;
     HashMap<HierarchyObjectRef, MediaStreamRef> _streamOfNode;
 };

@@ -34,7 +34,7 @@ constexpr bool IsLayer(MEDIAFORMATTYPE type) {
     return type >= MEDIAFORMATTYPE::LAYERFOLDER && type <= MEDIAFORMATTYPE::LAYERMASK;
 }
 
-/// The branch below its parent where the node of a stream hangs.
+/// The branch below its parent's node where the node of a stream hangs. Images are placed below the texture.
 Result<IMAGEHIERARCHY> ToBranch(MEDIAFORMATTYPE type) {
     switch (type) {
         case MEDIAFORMATTYPE::ALPHA:
@@ -106,7 +106,7 @@ public:
     void SetNode(ImageRef node) { _node = std::move(node); }
     const ImageRef& GetNode() const { return _node; }
 
-    /// The real storage comes to be here. A layer can be empty, and an empty one has no pixels to store.
+    /// Gives the node its real storage. A layer can be empty, and an empty one has no pixels to store.
     Result<void> InitStream(const MediaStreamProperties& properties) {
         _facts = properties->GetDictionary();
         TRY(_node->Set(image::kColorProfile, _facts.Get(mediaformat::kColorProfile, ColorProfile())));
@@ -146,7 +146,7 @@ Result<void> MediaOutputTextureImpl::SetOutputTexture(const ImageTextureRef& tex
 }
 
 void MediaOutputTextureImpl::Clear() noexcept {
-    _analysed = false;
+    _analyzed = false;
     _hasExportSettings = false;
     _duration = TimeValue();
     while (!_records.IsEmpty())
@@ -167,9 +167,9 @@ Result<void> MediaOutputTextureImpl::Close(Inputs) {
 }
 
 Result<void> MediaOutputTextureImpl::Analyze(Inputs inputs, TimeValue targetTime, MEDIASESSIONFLAGS flags) {
-    if (_analysed)
+    if (_analyzed)
         return {};
-    _analysed = true;
+    _analyzed = true;
     TRY(AnalyzeInput(inputs, targetTime, flags));
     const BaseArray<MediaStreamRef> roots = TRY(inputs[0]->GetOutputStreams(false));
     const StreamVisitor visit = [this](const MediaStreamRef& stream, const MediaStreamRef& parent,
@@ -290,6 +290,11 @@ Result<void> MediaOutputTextureImpl::PlaceInTree(const Record& record, const Ima
     const Int* parentIndex = _recordOfStream.Find(record.parent);
     if (!parentIndex)
         return MediaConverterError("Parent stream not found.");
+    // An image cannot hang below an image. Streams are visited parents first, and each is placed when it is visited:
+    // so the end of the list is right behind the parent and its earlier children. A parent that is not wanted is not
+    // built for it; as the texture's first image it would answer for the texture without having pixels.
+    if (record.type == MEDIAFORMATTYPE::IMAGE)
+        return _texture->AddChildren(IMAGEHIERARCHY::IMAGE, node, nullptr);
     const ImageRef parent = TRY(Build(*parentIndex));
     return parent->AddChildren(TRY(ToBranch(record.type)), node, nullptr);
 }
@@ -309,7 +314,7 @@ Result<void> MediaOutputTextureImpl::CopyPictureKeys(const Record& record) {
 Result<void> MediaOutputTextureImpl::SubscribeExif(const MediaStreamRef& stream) {
     TRY(stream->SubscribeStream(stream->GetSelectedFormat()));
     return Cast<MediaStreamExifDataInterface>(stream)->SetCallbackHandler(
-        [texture = _texture](const ExifRef& exif) { return texture->Set(image::kExifData, ObjectRef(exif)); });
+        [texture = _texture](const ExifRef& exif) { return texture->Set(image::kExifData, exif); });
 }
 
 Result<void> MediaOutputTextureImpl::SubscribePixels(const MediaStreamRef& stream, const Record& record) {

@@ -8,7 +8,7 @@
 
 namespace orvik {
 
-/// Builds a node for each image stream while the session analyses, first with a nodata storage. A subscribed stream
+/// Builds a node for each image stream during Analyze, first with a nodata storage. A subscribed stream
 /// gets its real storage when the importer starts to deliver, and the importer writes rows straight into it: there is
 /// no buffer in between. What was built stays in the texture when a later step fails.
 class MediaOutputTextureImpl : public virtual MediaOutputTextureInterface, public MediaOutputBaseImpl {
@@ -58,8 +58,8 @@ private:
 
     ImageTextureRef _texture;
     ClassRef _storage;
-    Bool _analysed = false;
-    Bool _hasExportSettings = false;  ///< the first root image has given them to the texture
+    bool _analyzed = false;
+    bool _hasExportSettings = false;  ///< the first root image has given them to the texture
     Float _fps = kUnknownFps;
     TimeValue _duration;
     BaseArray<Record> _records;  ///< one for each image stream, parents before children

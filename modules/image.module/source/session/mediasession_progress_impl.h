@@ -34,7 +34,7 @@ private:
     TimeValue _startTime;  ///< of the first report that changed a value
     TimeValue _lastNotification;
     BaseArray<Job> _jobs;
-    Bool _started = false;
+    bool _started = false;
     Float _fraction = 0;
 };
 

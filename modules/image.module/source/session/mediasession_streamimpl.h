@@ -21,7 +21,7 @@ public:
 private:
     Data _selected;
     HashMap<Data, MediaStreamFormat> _formats;
-    Bool _subscribed = false;
+    bool _subscribed = false;
 };
 
 /// Base of the streams that carry image data.

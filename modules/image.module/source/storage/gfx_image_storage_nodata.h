@@ -6,8 +6,8 @@
 
 namespace orvik {
 
-/// Carries a description where only that is wanted, as while a session analyses a file. Handlers can be made, so that a
-/// chain of conversions can be set up; a call of their line functions is a function-not-implemented error.
+/// Carries a description where only that is wanted, as during Analyze. Handlers can be made, so that a chain of
+/// conversions can be set up; a call of their line functions is a function-not-implemented error.
 class ImagePixelStorageNoData : public ImagePixelStorageRasterBase {
 public:
     Result<void> Init(Int width, Int height, const PixelFormat& format, Block<const std::byte> defaultColor) override;

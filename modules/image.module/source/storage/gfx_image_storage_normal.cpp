@@ -81,30 +81,70 @@ Result<Ref<Object>> ImagePixelStorageNormal::Clone() const {
     return Ref<Object>(copy);
 }
 
+namespace {
+
+/// The colours that indices stand for; without any for a format that is not of indices or has no table.
+struct Palette {
+    PixelFormat entryFormat;
+    BaseArray<std::byte> entries;
+
+    static Result<Palette> Read(const PixelFormat& format) {
+        Palette palette;
+        const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
+        if (!indexed || indexed->GetColorTableSize() == 0)
+            return palette;
+        palette.entryFormat = indexed->GetColorTablePixelFormat();
+        const Int bytes = palette.entryFormat->GetBitsPerPixel().GetBytes();
+        TRY(palette.entries.Resize(indexed->GetColorTableSize() * bytes));
+        for (Int i = 0; i < indexed->GetColorTableSize(); ++i)
+            TRY(indexed->GetIndex(i, palette.entryFormat, palette.entries.GetFirst() + i * bytes));
+        return palette;
+    }
+    /// An instance of `published`, a format of indices, with these colours.
+    Result<PixelFormat> Apply(const PixelFormat& published) const {
+        const Int bytes = entryFormat->GetBitsPerPixel().GetBytes();
+        if (bytes == 0 || entries.GetCount() % bytes != 0)
+            return IllegalArgumentError("A colour table of @ bytes does not hold whole pixels of @.",
+                                        entries.GetCount(), entryFormat);
+        const Int count = entries.GetCount() / bytes;
+        PixelFormatIndexedColor format =
+            TRY(PixelFormats::CreateIndexed(published->GetBitsPerPixel().GetBits(), entryFormat, count));
+        for (Int i = 0; i < count; ++i)
+            TRY(format->SetIndex(i, entryFormat, entries.GetFirst() + i * bytes));
+        return PixelFormat(format);
+    }
+};
+
+/// Illegal argument "Illegal pixel format: @." for an id that is none.
+Result<PixelFormat> FindFormat(const String& text) {
+    const Id id = TRY(Id::Create(text.GetText()));
+    if (PixelFormat format = FindPublished<PixelFormatInterface>(id))
+        return format;
+    // Not by `PixelFormats::Get`, which does not tell an unknown id from short memory.
+    return FindPublished<PixelFormatsInterface>(PixelFormatsInterface::kInterfaceId)->FindOrCreatePixelFormatById(id);
+}
+
+bool AreEqualFormats(const PixelFormat& a, const PixelFormat& b) {
+    if (a == b || !a || !b)
+        return a == b;
+    if (a->GetId() != b->GetId())
+        return false;
+    const Result<Palette> first = Palette::Read(a), second = Palette::Read(b);
+    return first && second && first->entryFormat->GetId() == second->entryFormat->GetId() &&
+           std::ranges::equal(first->entries, second->entries);
+}
+
+}  // namespace
+
 /// The serialised fields. They say some things twice, as the storage's own description does.
 struct ImagePixelStorageNormal::Description {
     Int width = 0, height = 0, bytesPerLine = 0, bitsPerPixel = 0, channels = 0;
     BaseArray<Int> channelOffsets;
     String pixelFormatId;
     BaseArray<std::byte> pixels;
+    String paletteFormatId;
+    Palette palette;
 };
-
-namespace {
-
-/// The first registered format with an id, group by group.
-Result<PixelFormat> FindRegisteredFormat(const String& id) {
-    const BaseArray<Registry::Entry> groups = TRY(Registry::CopyEntries(kPixelFormatRegistry));
-    for (const Registry::Entry& entry : groups) {
-        const BaseArray<PixelFormat> formats = TRY(Cast<PixelFormatGroupInterface>(entry.object)->GetEntries());
-        for (const PixelFormat& format : formats) {
-            if (format->GetId().GetText() == id.GetText())
-                return format;
-        }
-    }
-    return IllegalArgumentError("Illegal pixel format: @.", id);
-}
-
-}  // namespace
 
 Result<void> ImagePixelStorageNormal::DescribeIO(DataSerialize& io) {
     Description fields;
@@ -126,16 +166,32 @@ Result<void> ImagePixelStorageNormal::DescribeIO(DataSerialize& io) {
     TRY(io.Field("_channelOffsets", fields.channelOffsets));
     TRY(io.Field("_pixelFormatId", fields.pixelFormatId));
     if (!io.IsReading())
-        return io.Field("_data", _raster ? _raster->GetData() : fields.pixels);
-    TRY(io.Field("_data", fields.pixels));
-    return Restore(fields);
+        TRY(io.Field("_data", _raster ? _raster->GetData() : fields.pixels));
+    else
+        TRY(io.Field("_data", fields.pixels));
+    PixelFormat format = io.IsReading() || !_raster ? PixelFormat() : _raster->GetFormat();
+    if (io.IsReading() && (!fields.pixelFormatId.IsEmpty() || fields.width != 0 || fields.height != 0))
+        format = TRY(FindFormat(fields.pixelFormatId));
+    // Only formats of indices have two more fields, which are empty without a table.
+    if (Cast<PixelFormatIndexedColorInterface>(format)) {
+        if (!io.IsReading()) {
+            fields.palette = TRY(Palette::Read(format));
+            fields.paletteFormatId = TRY(String::Create(fields.palette.entryFormat->GetId().GetText()));
+        }
+        TRY(io.Field("_paletteFormatId", fields.paletteFormatId));
+        TRY(io.Field("_palette", fields.palette.entries));
+        if (io.IsReading() && !fields.paletteFormatId.IsEmpty()) {
+            fields.palette.entryFormat = TRY(FindFormat(fields.paletteFormatId));
+            format = TRY(fields.palette.Apply(format));
+        }
+    }
+    return io.IsReading() ? Restore(fields, format) : Result<void>();
 }
 
-/// Takes the fields for true only as far as they agree with the format.
-Result<void> ImagePixelStorageNormal::Restore(Description& fields) {
+/// The fields must agree with the format.
+Result<void> ImagePixelStorageNormal::Restore(Description& fields, const PixelFormat& format) {
     Ref<PixelRaster> raster;
-    if (!fields.pixelFormatId.IsEmpty() || fields.width != 0 || fields.height != 0) {
-        const PixelFormat format = TRY(FindRegisteredFormat(fields.pixelFormatId));
+    if (format) {
         raster = TRY(PixelRaster::Create(fields.width, fields.height, format));
         const auto isOffset = [](Int bits, BITS offset) { return bits == offset.GetBits(); };
         if (fields.bytesPerLine != raster->GetBytesPerLine() ||
@@ -151,19 +207,24 @@ Result<void> ImagePixelStorageNormal::Restore(Description& fields) {
     return {};
 }
 
-bool ImagePixelStorageNormal::operator==(const ImagePixelStorageNormal& other) const {
-    if (_width != other._width || _height != other._height || GetPixelFormat() != other.GetPixelFormat())
+Bool ImagePixelStorageNormal::IsEqual(const ImagePixelStorageInterface& other) const {
+    const auto* normal = dynamic_cast<const ImagePixelStorageNormal*>(&other);
+    if (!normal || _width != normal->_width || _height != normal->_height)
         return false;
-    if (!_raster || !other._raster)
-        return !_raster && !other._raster;
-    return std::ranges::equal(_raster->GetPixels(), other._raster->GetPixels());
+    if (!_raster || !normal->_raster)
+        return !_raster && !normal->_raster;
+    return AreEqualFormats(_raster->GetFormat(), normal->_raster->GetFormat()) &&
+           std::ranges::equal(_raster->GetPixels(), normal->_raster->GetPixels());
 }
 
 uint64_t ImagePixelStorageNormal::GetHashCode() const {
     uint64_t hash =
         HashPointerBits(static_cast<uint64_t>(_width)) * 31 + HashPointerBits(static_cast<uint64_t>(_height));
-    if (_raster)
-        hash = (hash * 31 + HashOf<PixelFormat>()(_raster->GetFormat())) * 31 + ComputeCrc32c(_raster->GetPixels());
+    if (_raster) {
+        // By the id of the format: formats with equal colours are different objects.
+        const uint64_t format = _raster->GetFormat()->GetId().GetValue();
+        hash = (hash * 31 + HashPointerBits(format)) * 31 + ComputeCrc32c(_raster->GetPixels());
+    }
     return hash;
 }
 

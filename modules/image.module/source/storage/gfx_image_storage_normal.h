@@ -21,17 +21,17 @@ public:
     const Ref<PixelRaster>& GetRaster() const { return _raster; }
     /// Copies the whole block.
     Result<Ref<Object>> Clone() const override;
-    /// Size, format and pixels. Reading finds the format by its id among the groups of registered formats: illegal
-    /// argument "Illegal pixel format: @." when none has it, and when the numbers contradict the format.
+    /// Size, format and pixels; for indices also the colours that they stand for. Reading finds the format by its id:
+    /// illegal argument "Illegal pixel format: @." when none has it, and when the numbers contradict the format.
     Result<void> DescribeIO(DataSerialize& io) override;
 
-    /// Equal size, format and pixels.
-    bool operator==(const ImagePixelStorageNormal& other) const;
-    uint64_t GetHashCode() const;
+    /// Equal size, format and pixels. Formats with colour tables are equal when their ids and colours are.
+    Bool IsEqual(const ImagePixelStorageInterface& other) const override;
+    uint64_t GetHashCode() const override;
 
 private:
     struct Description;
-    Result<void> Restore(Description& description);
+    Result<void> Restore(Description& description, const PixelFormat& format);
     struct Components;
     Result<Components> FindComponents(Int channel, const PixelSpan& span) const;
 };

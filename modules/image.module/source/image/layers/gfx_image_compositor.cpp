@@ -24,14 +24,11 @@ struct WorkingFormats {
 
     /// The owner's profile when it describes such pixels; else the caller's, so that layers in other inks meet there.
     static WorkingFormats Find(const ImageBaseRef& owner, const PixelRequest& request) {
-        constexpr Id kAlphaF32{"net.orvik.image.pixelformat.alpha.f32"},
-            kAlphaF64{"net.orvik.image.pixelformat.alpha.f64"};
-        constexpr Id kGreyF32{"net.orvik.image.pixelformat.grey.f32"}, kGreyF64{"net.orvik.image.pixelformat.grey.f64"};
         WorkingFormats formats;
         formats.pixels = ImagePixelBlendInterface::GetOptimalPixelFormat({&request.format, 1});
         const bool doubles = formats.pixels == PixelFormats::Get(pixelformats::kRgbaF64);
-        formats.alpha = PixelFormats::Get(doubles ? kAlphaF64 : kAlphaF32);
-        formats.grey = PixelFormats::Get(doubles ? kGreyF64 : kGreyF32);
+        formats.alpha = PixelFormats::Get(doubles ? pixelformats::kAlphaF64 : pixelformats::kAlphaF32);
+        formats.grey = PixelFormats::Get(doubles ? pixelformats::kGreyF64 : pixelformats::kGreyF32);
         formats.pixelStride = formats.pixels->GetBitsPerPixel();
         formats.maskStride = formats.alpha->GetBitsPerPixel();
         formats.profile = owner->Get(image::kColorProfile, ColorProfile());

@@ -127,7 +127,9 @@ Result<LayerSelection> SelectLayers(const ImageBaseRef& owner, const LayerSet& l
     LayerCollector collector(owner, layers);
     TRY(collector.Run());
     LayerSelection selection;
-    if (collector.HasFound()) {
+    // Layers without pixels show nothing, and where no path asks for them they do not hide the image's own pixels.
+    const bool showsOwn = collector.GetLayers().IsEmpty() && !HasSelectedLayers(layers) && HasOwnPixels(owner);
+    if (collector.HasFound() && !showsOwn) {
         selection.kind = LayerSelection::Kind::Layers;
         selection.nodes = std::move(collector.GetLayers());
         std::reverse(selection.nodes.begin(), selection.nodes.end());

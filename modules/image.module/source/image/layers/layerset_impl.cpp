@@ -58,7 +58,7 @@ Result<void> LayerSetImpl::DescribeIO(DataSerialize& io) {
     std::sort(paths.begin(), paths.end());
     String selectedImage = _selectedImage;
     Int mode = static_cast<Int>(_layersetMode);
-    Bool calculateAlpha = _calculateAlpha;
+    bool calculateAlpha = _calculateAlpha;
     TRY(io.Field("_layers", paths));
     TRY(io.Field("_selectedImage", selectedImage));
     TRY(io.Field("_layersetMode", mode));

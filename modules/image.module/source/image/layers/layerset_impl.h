@@ -26,7 +26,7 @@ private:
     HashSet<String> _layers;
     String _selectedImage;
     LAYERSETMODE _layersetMode = LAYERSETMODE::LAYERS;
-    Bool _calculateAlpha = false;
+    bool _calculateAlpha = false;
 };
 
 }  // namespace orvik

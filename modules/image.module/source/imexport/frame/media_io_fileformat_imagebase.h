@@ -49,4 +49,15 @@ private:
     const FileFormatEntry& _entry;
 };
 
+/// @{ The creation functions of a row's classes. Each object they make is as good as the one in the registry.
+template <const FileFormatEntry& Entry>
+Result<ObjectRef> CreateFileFormat() {
+    return ObjectRef(TRY(NewObj<FileFormatImpl>(Entry)));
+}
+template <const FileFormatEntry& Entry>
+Result<ObjectRef> CreateFileFormatHandler() {
+    return ObjectRef(TRY(NewObj<FileFormatHandlerImpl>(Entry)));
+}
+/// @}
+
 }  // namespace orvik

@@ -125,7 +125,7 @@ public:
     /// RGB and RGBA of U16, F32 and F64; the same into the other direction. Other components of the same inks go
     /// channel by channel.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override {
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override {
         const PixelFormatFixed* src = Get(srcFormat);
         const bool fromColors = src && IsPartner(src->GetRow());
         if (!fromColors && !(src && IsInversion(src->GetRow())))
@@ -137,7 +137,7 @@ public:
                           : ConvertPixelFunc::Create(InversionConversion{from, to});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool) const override {
+                                                   ChannelOffsets dstOffsets, Bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (!dst || !IsPartner(dst->GetRow()))
             return ConvertPixelFunc();

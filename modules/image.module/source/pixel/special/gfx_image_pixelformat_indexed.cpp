@@ -168,7 +168,7 @@ public:
         TRY(ConstructNames());
         // Instances with a table are never registered, which is what tells the others of their group and name.
         _group = FindPublished<PixelFormatGroupInterface>(TRY(MakeGroupId(_family)));
-        _shortName = MakeFormatShortName(_row);
+        _shortName = TRY(MakeFormatShortName(_row));
         const ImageChannel index = TRY(CreatePackedChannel(channeltypes::kUnknown, _row.packing));
         return AppendChannel(index);
     }
@@ -223,7 +223,7 @@ public:
     /// Knows the formats of whole components outside the inks. The conversion has the colours of the moment when it was
     /// asked for. Nothing finds indices for colours, so that from another format there is no conversion.
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool) const override {
+                                                   ChannelOffsets dstOffsets, Bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (_count == 0 || !dst || dst->GetRow().kind != FormatKind::Components ||
             !std::ranges::equal(srcOffsets, GetChannelOffsets()))

@@ -139,7 +139,7 @@ public:
     /// Knows this format, the one with the same colours that differs in alpha, and RGB and ARGB of U8, U16, F32 and
     /// F64; the same into the other direction.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override {
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override {
         const PixelFormatFixed* src = Get(srcFormat);
         if (!src || src == this || !std::ranges::equal(dstOffsets, GetChannelOffsets()))
             return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
@@ -149,7 +149,7 @@ public:
         return ConvertPixelFunc::Create(CompressConversion{_layout, side});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool) const override {
+                                                   ChannelOffsets dstOffsets, Bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         // Words among each other are the destination's matter.
         if (!dst || !IsPartner(dst->GetRow()) || !std::ranges::equal(srcOffsets, GetChannelOffsets()))

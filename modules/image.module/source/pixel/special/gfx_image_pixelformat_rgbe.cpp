@@ -93,7 +93,7 @@ public:
 
     /// Knows itself and RGB of U8, U16 and the floats; the same into the other direction.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override {
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override {
         const PixelFormatFixed* src = Get(srcFormat);
         if (!src || !IsPartner(src->GetRow()) || !std::ranges::equal(dstOffsets, GetChannelOffsets()))
             return PixelFormatFixed::GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
@@ -101,7 +101,7 @@ public:
         return ConvertPixelFunc::Create(EncodeConversion{side});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool) const override {
+                                                   ChannelOffsets dstOffsets, Bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (!dst || !IsPartner(dst->GetRow()) || !std::ranges::equal(srcOffsets, GetChannelOffsets()))
             return ConvertPixelFunc();

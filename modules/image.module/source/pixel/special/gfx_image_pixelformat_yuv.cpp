@@ -45,7 +45,7 @@ struct FromYuvConversion {
                 }
             }
             side.Write(dst, done, block, ComponentType::U8, planes);
-            side.WriteAlpha(dst, done, block, nullptr, {});
+            side.WriteAlpha(dst, done, block, nullptr, {nullptr, BITS(0)});
         }
         return {};
     }
@@ -122,7 +122,7 @@ public:
     /// Knows this format, the RGB formats of U8 except ABGR, and RGB of U16, F32 and F64; the same into the other
     /// direction. The other variant is refused with "YUV unsupported": it is reached through RGB.
     Result<ConvertPixelFunc> GetConvertPixelFromFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
-                                                     ChannelOffsets dstOffsets, bool defaultOffsets) const override {
+                                                     ChannelOffsets dstOffsets, Bool defaultOffsets) const override {
         const PixelFormatFixed* src = Get(srcFormat);
         if (src && src != this && src->GetRow().kind == FormatKind::SharedChroma)
             return UnsupportedArgumentError("YUV unsupported");
@@ -132,7 +132,7 @@ public:
         return ConvertPixelFunc::Create(ToYuvConversion{side, GetLuma()});
     }
     Result<ConvertPixelFunc> GetConvertPixelToFunc(const PixelFormat& dstFormat, ChannelOffsets srcOffsets,
-                                                   ChannelOffsets dstOffsets, bool) const override {
+                                                   ChannelOffsets dstOffsets, Bool) const override {
         const PixelFormatFixed* dst = Get(dstFormat);
         if (dst && dst != this && dst->GetRow().kind == FormatKind::SharedChroma)
             return UnsupportedArgumentError("YUV unsupported");
