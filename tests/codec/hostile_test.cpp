@@ -117,52 +117,6 @@ TEST_F(HostileTest, LimitOfDecodedBuffersHolds) {
     EXPECT_EQ(TryLoad(file), "ok");
 }
 
-/// Calls `run` with the n-th allocation failing, or with all from the n-th on, until it makes fewer than n.
-/// @param check  sees what a run gave that did without
-template <class Run, class Check>
-void ExpectOutOfMemory(bool sticky, const Run& run, const Check& check) {
-    Int failures = 0;
-    bool isReached = true;
-    for (Int n = 1; isReached; ++n) {
-        SCOPED_TRACE(n);
-        SetAllocationFault(n, sticky);
-        const auto result = run();
-        isReached = GetAllocationCount() >= n;
-        SetAllocationFault(0);
-        if (result) {
-            check(result);
-        } else {
-            EXPECT_TRUE(isReached);
-            EXPECT_EQ(KindOf(result), "outofmemory");
-            ++failures;
-        }
-    }
-    EXPECT_GT(failures, 20);
-}
-
-TEST_F(HostileTest, ShortMemoryIsAnErrorOrDoesNotMatter) {
-    const ScratchDirectory scratch;
-    for (const Sample& sample : MakeSamples()) {
-        const Result<ImageTextureRef> good = Load(sample.bytes);  // also fills what is remembered between loads
-        ASSERT_TRUE(good);
-        const Bytes pixels = RgbaOf(*good);
-        const bool isWritten = Format(sample.format).makeExporter;
-        const Bytes goodFile = isWritten ? *Save(*good, sample.format) : Bytes();
-        const Url source = Mount(sample.bytes), target(scratch.Path("saved"));
-        for (const bool sticky : {false, true}) {
-            SCOPED_TRACE(testing::Message() << sample.name << (sticky ? ", sticky" : ""));
-            ExpectOutOfMemory(
-                sticky, [&] { return Load(source); },
-                [&](const Result<ImageTextureRef>& texture) { EXPECT_EQ(RgbaOf(*texture), pixels); });
-            if (!isWritten)
-                continue;
-            ExpectOutOfMemory(
-                sticky, [&] { return SaveTo(*good, sample.format, target); },
-                [&](const Result<void>&) { EXPECT_EQ(ReadFile(scratch.Path("saved")), goodFile); });
-        }
-    }
-}
-
 /// Gives out its bytes a few at a time, and fails at the n-th request.
 class FailingInput : public InputStreamInterface {
 public:

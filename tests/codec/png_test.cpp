@@ -1,9 +1,15 @@
 // PNG: files that libpng makes for the test, and files written here that libpng reads for the test.
 
+#include <zlib.h>
+
 #include "codec_support.h"
 #include "format_table.h"
+#include "imexport/png/media_io_png_library.h"
+#include "jpeg_direct.h"
 #include "png_direct.h"
 #include "tool_support.h"
+
+#include "orvik/memory.h"
 
 namespace codectest {
 namespace {
@@ -202,8 +208,122 @@ TEST_F(PngTest, LibraryErrorsKeepTheirText) {
     EXPECT_EQ(MessageOf(loaded), "PNG Error: IHDR: CRC error");
 }
 
-TEST_F(PngTest, HonestRatiosOf1000To1Load) {
-    EXPECT_EQ(RgbaOf(Loaded(WritePng({.width = 900000, .height = 1, .rows = Bytes(2700000)}))).size(), 3600000u);
+TEST_F(PngTest, ReadsTheWidestPicturesThatItWrites) {
+    constexpr Int kWidth = 1100000;  // a ratio of 1000 to 1
+    for (const auto& [width, height] : {std::pair(kWidth, Int(1)), std::pair(Int(1), kWidth)}) {
+        const Result<Bytes> file = Save(MakeTexture({width, height, pixelformats::kGreyU8, Bytes(kWidth, 7)}), "png");
+        ASSERT_TRUE(file);
+        EXPECT_EQ(PixelsOf(FirstImage(Loaded(*file)), pixelformats::kGreyU8), Bytes(kWidth, 7));
+    }
+}
+
+/// A chunk with its check sum.
+Bytes MakeChunk(std::string_view type, const Bytes& content) {
+    Bytes chunk(4);
+    Put32(chunk, 0, uint32_t(content.size()), true);
+    chunk.insert(chunk.end(), type.begin(), type.end());
+    chunk.insert(chunk.end(), content.begin(), content.end());
+    const uint32_t sum = uint32_t(crc32(0, chunk.data() + 4, uInt(chunk.size() - 4)));
+    chunk.resize(chunk.size() + 4);
+    Put32(chunk, chunk.size() - 4, sum, true);
+    return chunk;
+}
+Bytes Deflated(const Bytes& bytes) {
+    uLongf size = compressBound(uLong(bytes.size()));
+    Bytes deflated(size);
+    EXPECT_EQ(compress(deflated.data(), &size, bytes.data(), uLong(bytes.size())), Z_OK);
+    deflated.resize(size);
+    return deflated;
+}
+Bytes Joined(std::string_view head, const Bytes& tail) {
+    Bytes bytes(head.begin(), head.end());
+    bytes.insert(bytes.end(), tail.begin(), tail.end());
+    return bytes;
+}
+/// The file with a chunk behind its header.
+Bytes WithChunk(Bytes file, const Bytes& chunk) {
+    file.insert(file.begin() + 33, chunk.begin(), chunk.end());
+    return file;
+}
+const PngPicture kOnePixel{.width = 1, .height = 1, .rows = {1, 2, 3}};
+
+TEST_F(PngTest, UnusedChunksAreNeitherInflatedNorKept) {
+    using namespace std::string_view_literals;
+    const Bytes text = Deflated(Bytes(100000, 'x'));
+    const std::pair<const char*, Bytes> chunks[] = {
+        {"tEXt", Joined("k\0text"sv, Bytes(1000, 'x'))},
+        {"tEXt", Joined("k\0"sv, Bytes(17 << 20, 'x'))},  // more than the library may hold
+        {"zTXt", Joined("k\0\0"sv, text)},
+        {"iTXt", Joined("k\0\1\0en\0k\0"sv, text)},
+        {"sPLT", Joined("k\0\10"sv, Bytes(600))},
+        {"eXIf", Joined("II*\0"sv, Bytes(1000))},
+        {"pCAL", Joined("k\0\0\0\0\0\0\0\0\0\0\2m\0001\0002"sv, {})},
+        {"sCAL", Joined("\0011\0002"sv, {})},
+    };
+    const Bytes plain = WritePng(kOnePixel);
+    const auto countAllocations = [](const Bytes& file) {
+        const Url url = Mount(file);
+        SetAllocationFault(0);
+        const Result<ImageTextureRef> loaded = Load(url);
+        const Int count = GetAllocationCount();
+        EXPECT_EQ(MessageOf(loaded), "");
+        return count;
+    };
+    countAllocations(plain);
+    const Int count = countAllocations(plain);
+    for (const auto& [type, content] : chunks)
+        EXPECT_EQ(countAllocations(WithChunk(plain, MakeChunk(type, content))), count) << type;
+}
+
+TEST_F(PngTest, ProfilesAreBoundedOnceInflated) {
+    for (const Int size : {Int(15) << 20, Int(17) << 20}) {
+        Bytes profile = ProfileBytes(colorprofiles::kLinearRgb);
+        profile.resize(size_t(size));
+        Put32(profile, 0, uint32_t(size), true);
+        using namespace std::string_view_literals;
+        const ImageTextureRef texture =
+            Loaded(WithChunk(WritePng(kOnePixel), MakeChunk("iCCP", Joined("k\0\0"sv, Deflated(profile)))));
+        const ColorProfile loaded = FirstImage(texture)->Get(image::kColorProfile, ColorProfile());
+        EXPECT_EQ(loaded == colorprofiles::Get(colorprofiles::kSrgb), size > 16 << 20) << size;
+    }
+}
+
+TEST_F(PngTest, TheLibraryHoldsNoMoreThanTheFileJustifies) {
+    Bytes file = WritePng(kOnePixel);
+    const Bytes header = MakeChunk("IHDR", {0x7F, 0xFF, 0xFF, 0, 0, 0, 0, 1, 8, 2, 0, 0, 0});
+    std::copy(header.begin(), header.end(), file.begin() + 8);
+    const Result<InputStreamRef> stream = Mount(file).OpenInputStream();
+    ASSERT_TRUE(stream);
+    PngLibrary library;
+    ASSERT_TRUE(library.OpenForReading(*stream));
+    ASSERT_TRUE(library.Call([](png_structp png, png_infop info) { png_read_info(png, info); }));
+    EXPECT_EQ(KindOf(library.Call([](png_structp png, png_infop info) { png_read_update_info(png, info); })),
+              "outofmemory");
+}
+
+TEST_F(PngTest, ShortMemoryNeverDropsTheProfile) {
+    const Bytes profile = ProfileBytes(colorprofiles::kLinearRgb);
+    PngPicture picture = kOnePixel;
+    picture.profileName = "p";
+    picture.profile = profile;
+    const Url url = Mount(WritePng(picture));
+    const ColorProfile wanted = *ColorProfile::OpenProfileFromMemory(AsBlock(profile));
+    ASSERT_TRUE(Load(url));
+    int failures = 0;
+    bool isReached = true;
+    for (Int n = 1; isReached; ++n) {
+        SetAllocationFault(n);
+        const Result<ImageTextureRef> loaded = Load(url);
+        isReached = GetAllocationCount() >= n;
+        SetAllocationFault(0);
+        if (loaded) {
+            EXPECT_EQ(FirstImage(*loaded)->Get(image::kColorProfile, ColorProfile()), wanted) << n;
+        } else {
+            EXPECT_EQ(KindOf(loaded), "outofmemory") << n;
+            ++failures;
+        }
+    }
+    EXPECT_GT(failures, 20);
 }
 
 TEST_F(PngTest, ModuleInformation) {
@@ -324,6 +444,35 @@ TEST_F(PngTest, GreyRowsGetAProfileOfTheirSpace) {
     const PngPicture written = Written(texture);
     EXPECT_EQ(written.rows, made.rows);
     EXPECT_EQ(written.profile, ProfileBytes(colorprofiles::kSgrey));
+}
+
+/// A file without a profile counts as sRGB, which grey pixels cannot be converted from.
+TEST_F(PngTest, GreyHasTheLightOfItsColorsInRgb) {
+    const Bytes greys = {0, 85, 170, 255};  // of which two bits are enough
+    Bytes colors, wide;
+    for (const uint8_t grey : greys) {
+        colors.insert(colors.end(), 3, grey);
+        wide.insert(wide.end(), 2, grey);
+    }
+    const auto lightOf = [](const Bytes& file) {
+        const Result<Bytes> hdr = Save(Loaded(file), "hdr");
+        EXPECT_TRUE(hdr);
+        const Bytes pixels = PixelsOf(FirstImage(Loaded(hdr.GetValueOr(Bytes()))), pixelformats::kRgbF32);
+        std::vector<float> light(pixels.size() / sizeof(float));
+        std::memcpy(light.data(), pixels.data(), pixels.size());
+        return light;
+    };
+    const std::vector<float> wanted =
+        lightOf(WritePng({.width = 4, .height = 1, .colorType = PNG_COLOR_TYPE_RGB, .rows = colors}));
+    ASSERT_NEAR(wanted[3], 0.0908, 0.001);
+    const std::pair<const char*, Bytes> files[] = {
+        {"png 8", WritePng({.width = 4, .height = 1, .colorType = PNG_COLOR_TYPE_GRAY, .rows = greys})},
+        {"png 16", WritePng({.width = 4, .height = 1, .colorType = PNG_COLOR_TYPE_GRAY, .bitDepth = 16, .rows = wide})},
+        {"png 2", WritePng({.width = 4, .height = 1, .colorType = PNG_COLOR_TYPE_GRAY, .bitDepth = 2, .rows = {0x1B}})},
+        {"jpeg", WriteJpeg({.width = 4, .height = 1, .colorSpace = JCS_GRAYSCALE, .rows = greys, .quality = 100})},
+    };
+    for (const auto& [what, file] : files)
+        EXPECT_THAT(lightOf(file), testing::Pointwise(testing::FloatNear(0.01f), wanted)) << what;
 }
 
 /// What others seldom write, as they read it.

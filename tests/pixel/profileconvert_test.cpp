@@ -348,7 +348,8 @@ TEST_F(ProfileConvertTest, PixelConversionTakesTheTransformWhereProfilesDecide) 
         const char* dst;
         const ColorProfile* dstProfile;
         CONVERTPIXELFLAGS flags;
-        bool converts;  ///< else plain arithmetic
+        bool converts;                           ///< else plain arithmetic
+        const ColorProfile* startsAt = nullptr;  ///< what a conversion takes the source for, where it is not sRGB
     } kCases[] = {
         {"spaces differ", "rgb.u8", &srgb, "grey.u8", &linearGrey, kNone, true},
         {"same space", "rgb.u8", &srgb, "rgb.u16", &linear, kNone, false},
@@ -358,7 +359,11 @@ TEST_F(ProfileConvertTest, PixelConversionTakesTheTransformWhereProfilesDecide) 
         {"equal profiles, forced", "rgb.u8", &linear, "rgb.u16", &linear, kForce, false},
         {"inks", "rgb.u8", &srgb, "cmyk.u8", &cmyk, kNone, true},
         {"failure is dropped", "rgb.u8", &sgrey, "grey.u8", &linearGrey, kNone, false},
-        {"failure is dropped, forced", "rgb.u8", &blackInk, "rgb.u16", &srgb, kForce, false},
+        {"failure is dropped, forced", "rgb.u8", &srgb, "rgb.u16", &sgrey, kForce, false},
+        {"source profile of another space", "grey.u8", &srgb, "grey.u16", &linearGrey, kNone, false},
+        {"source profile of another space, forced", "grey.u8", &srgb, "rgb.f32", &linear, kForce, true, &sgrey},
+        {"the same in one space", "rgba.u8", &blackInk, "rgb.u16", &gamma, kForce, true},
+        {"source profile of another space without a default", "cmyk.u8", &srgb, "cmyk.u16", &cmyk, kForce, false},
     };
     for (const auto& entry : kCases) {
         const PixelFormat src = FormatOf(entry.src), dst = FormatOf(entry.dst);
@@ -373,7 +378,7 @@ TEST_F(ProfileConvertTest, PixelConversionTakesTheTransformWhereProfilesDecide) 
         if (!converts) {
             wanted = ConvertBytes(dst, src, pixels.data(), 90);
         } else {
-            ASSERT_TRUE(BareConvert(entry.srcProfile ? *entry.srcProfile : srgb, WordOf(src), pixels.data(),
+            ASSERT_TRUE(BareConvert(entry.startsAt ? *entry.startsAt : srgb, WordOf(src), pixels.data(),
                                     *entry.dstProfile, WordOf(dst), wanted.data(), 90));
         }
         ASSERT_TRUE(

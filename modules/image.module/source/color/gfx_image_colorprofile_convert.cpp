@@ -21,8 +21,8 @@ struct NativeWord {
     std::string_view name;
     cmsUInt32Number word;
 };
-/// All formats that the library takes as they are. ACMYK keeps its alpha behind the inks, which the library calls an
-/// extra channel.
+/// All formats that the library reads and writes directly. ACMYK keeps its alpha behind the inks, which the library
+/// calls an extra channel.
 constexpr NativeWord kNativeWords[] = {
     {"rgb.u8", 0x40019},    {"rgb.u16", 0x4001A},    {"rgb.f32", 0x44001C},   {"rgb.f64", 0x440018},
     {"bgr.u8", 0x40419},    {"bgr.u16", 0x4041A},    {"bgr.f32", 0x44041C},   {"rgba.u8", 0x40099},
@@ -36,7 +36,7 @@ constexpr NativeWord kNativeWords[] = {
 };
 constexpr std::string_view kFormatPrefix = "net.orvik.image.pixelformat.";
 
-/// @return 0 for a format that the library does not take
+/// @return 0 for a format that the library does not know
 cmsUInt32Number FindWord(const PixelFormat& format) {
     const Id id = format->GetId();
     std::string_view name(id.GetText());
@@ -158,7 +158,7 @@ std::optional<TransferCurve> FindCurve(const PixelFormat& srcFormat, const Color
 Result<PixelFormat> ColorProfileConvertImpl::FindNearestNativeFormat(const PixelFormat& format) {
     if (!format)
         return IllegalArgumentError("no profile found");
-    // Indices are as wide as their number asks for; what has to be kept are the colours.
+    // The width of an index says nothing about the precision of its colour.
     if (const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
         indexed && indexed->GetColorTablePixelFormat())
         return FindNearestNativeFormat(indexed->GetColorTablePixelFormat());
@@ -174,7 +174,7 @@ Result<PixelFormat> ColorProfileConvertImpl::FindNearestNativeFormat(const Pixel
 }
 
 Result<void> ColorProfileConvertImpl::Side::Init(const PixelFormat& format, ChannelOffsets offsets) {
-    // What the library takes as it is need not be rearranged: the numbers are the same ones.
+    // A format that the library knows is not rearranged: the values are the same.
     word = FindWord(format);
     native = word ? format : TRY(FindNearestNativeFormat(format));
     if (!word)

@@ -31,9 +31,10 @@ public:
 
     /// @return the open profile with these bytes, or null
     Ref<ColorProfileImpl> Find(uint32_t crc, Block<const std::byte> bytes);
-    /// Enters a profile, unless one with its bytes came in meanwhile: then that one is the answer.
+    /// Adds a profile.
+    /// @return the profile, or one with the same bytes that another thread has added meanwhile
     Result<Ref<ColorProfileImpl>> Insert(const Ref<ColorProfileImpl>& profile);
-    /// Called by a profile that goes.
+    /// Called by the destructor of a profile.
     void Leave(uint32_t crc);
 
 private:
@@ -59,12 +60,15 @@ public:
         _table = table;
         _crc = crc;
         ColorLibrary& library = table.GetObject()->GetLibrary();
+        const ColorLibrary::MemoryWatch watch(library);
         if (bytes.size() <= 0xFFFFFFFF)
             _handle = cmsOpenProfileFromMemTHR(library.GetContext(), _bytes.GetFirst(),
                                                static_cast<cmsUInt32Number>(bytes.size()));
+        if (_handle)
+            _description = TRY(ReadInfo(COLORPROFILEINFO::DESCRIPTION));
+        TRY(watch.Check());
         if (!_handle)
             return LibraryError(library, "cmsOpenProfileFromMem failed.");
-        _description = ReadInfo(COLORPROFILEINFO::DESCRIPTION);
         return {};
     }
 
@@ -84,7 +88,12 @@ public:
             return IllegalStateError("no profile found");
         if (info < COLORPROFILEINFO::DESCRIPTION || info > COLORPROFILEINFO::COPYRIGHT)
             return IllegalArgumentError("Unknown profile info @.", info);
-        return info == COLORPROFILEINFO::DESCRIPTION ? _description : ReadInfo(info);
+        if (info == COLORPROFILEINFO::DESCRIPTION)
+            return _description;
+        const ColorLibrary::MemoryWatch watch(_table.GetObject()->GetLibrary());
+        String text = TRY(ReadInfo(info));
+        TRY(watch.Check());
+        return text;
     }
     uint32_t GetCrc() const override { return _crc; }
     Bool HasProfile() const override { return _handle != nullptr; }
@@ -119,13 +128,13 @@ public:
     void* GetLibraryHandle() const override { return _handle; }
 
     Block<const std::byte> GetBytes() const { return _bytes.ToBlock(); }
-    /// Every variant of sRGB is taken for the built-in one, except linear ones.
+    /// Every variant of sRGB is replaced by the built-in profile, except linear ones.
     bool IsVariantOfSrgb() const {
         return _description.ContainsIgnoringCase("SRGB IEC61966-2") && !_description.ContainsIgnoringCase("LINEAR");
     }
 
 private:
-    String ReadInfo(COLORPROFILEINFO info) const {
+    Result<String> ReadInfo(COLORPROFILEINFO info) const {
         constexpr size_t kLength = 2048 / sizeof(wchar_t);
         wchar_t wide[kLength] = {};
         cmsGetProfileInfo(_handle, static_cast<cmsInfoType>(info), cmsNoLanguage, cmsNoCountry, wide,
@@ -133,7 +142,10 @@ private:
         char16_t text[kLength];
         const size_t length = wcsnlen(wide, kLength);
         std::transform(wide, wide + length, text, [](wchar_t c) { return static_cast<char16_t>(c); });
-        return String::FromUtf16({text, length}).GetValueOr(String());
+        Result<String> read = String::FromUtf16({text, length});
+        if (!read && !read.GetError()->IsKindOf(errorid::kOutOfMemory))
+            return String();  // damaged characters
+        return read;
     }
 
     Ref<ProfileTable> _table;
@@ -145,13 +157,13 @@ private:
 };
 
 Ref<ColorProfileImpl> ProfileTable::Find(uint32_t crc, Block<const std::byte> bytes) {
-    Ref<ColorProfileImpl> found;  // dropped after the lock: if it is the last one it takes the lock itself
+    Ref<ColorProfileImpl> found;  // released after the lock, which the destructor of a profile takes too
     {
         std::lock_guard guard(_lock);
         if (const WeakRef<ColorProfileImpl>* entry = _entries.Find(crc))
             found = entry->Get();
     }
-    // Equal sums of different bytes happen to whoever wants them to: such profiles do not share.
+    // Collisions of a CRC can be made on purpose; such profiles share nothing.
     return found && std::ranges::equal(found->GetBytes(), bytes) ? found : nullptr;
 }
 
@@ -226,9 +238,13 @@ constexpr BuiltInRow kBuiltIns[] = {
 
 Result<BaseArray<std::byte>> BuildProfileBytes(ColorLibrary& library, const BuiltInRow& row) {
     const cmsContext context = library.GetContext();
+    const ColorLibrary::MemoryWatch watch(library);
     const ScopedProfile profile{row.build(context)};
-    if (!profile.handle || !WriteTextTag(context, profile.handle, cmsSigProfileDescriptionTag, row.description) ||
-        !WriteTextTag(context, profile.handle, cmsSigCopyrightTag, L"No copyright, use freely"))
+    const bool built = profile.handle &&
+                       WriteTextTag(context, profile.handle, cmsSigProfileDescriptionTag, row.description) &&
+                       WriteTextTag(context, profile.handle, cmsSigCopyrightTag, L"No copyright, use freely");
+    TRY(watch.Check());
+    if (!built)
         return LibraryError(library, "Building a color profile failed.");
     return SaveBuiltProfile(library, profile.handle);
 }

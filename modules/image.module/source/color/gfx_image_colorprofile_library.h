@@ -1,18 +1,19 @@
 #pragma once
 /// @file
-/// The colour library (lcms2) as this module uses it: one context with an error slot, transforms, and what building a
-/// profile needs.
+/// The colour library (lcms2) as this module uses it: one context with an error slot, transforms, and helpers that
+/// build profiles.
 
 #include <array>
 #include <atomic>
 #include <lcms2.h>
+#include <mutex>
 
 #include "orvik/basearray.h"
 #include "orvik/gfx_image_colorprofile.h"
 
 namespace orvik {
 
-/// Owns a transform of the library. May run on several threads at once.
+/// Owns a transform of the library. Several threads may run it at once.
 class ColorTransform final : public Object {
 public:
     explicit ColorTransform(cmsHTRANSFORM handle) : _handle(handle) {}
@@ -23,7 +24,7 @@ private:
     cmsHTRANSFORM _handle;
 };
 
-/// What a transform is made from.
+/// The parameters of a transform.
 struct TransformRecipe {
     Ref<ColorProfileInterface> src, dst;
     cmsUInt32Number srcWord = 0, dstWord = 0;  ///< layouts of the pixels, in the library's words
@@ -33,6 +34,22 @@ struct TransformRecipe {
 /// The library's context. Lives as long as any profile or transform.
 class ColorLibrary final : public Object {
 public:
+    /// Notices when the library is refused memory. It often goes on without, and then gives other colours or texts.
+    class MemoryWatch {
+    public:
+        explicit MemoryWatch(const ColorLibrary& library) : _library(library), _before(library._refusals) {}
+        /// Out of memory if the library was refused any since construction, be it on another thread.
+        Result<void> Check() const {
+            if (_library._refusals != _before)
+                return OutOfMemoryError();
+            return {};
+        }
+
+    private:
+        const ColorLibrary& _library;
+        uint64_t _before;
+    };
+
     ~ColorLibrary() override;
     Result<void> Construct();
     cmsContext GetContext() const { return _context; }
@@ -41,24 +58,27 @@ public:
     /// The library behind an open profile of this module; null for an empty profile.
     static Ref<ColorLibrary> Of(const ColorProfile& profile);
 
-    /// Makes a transform, or hands out one of the last ones made. Holds no lock while the transform is made. The
-    /// transform must go before the library does.
+    /// Makes a transform, or returns one of the most recent. Holds no lock while the transform is made. The transform
+    /// must be released before the library is.
     /// Errors: "cmsCreateTransform failed", with the library's error as cause.
     Result<Ref<ColorTransform>> GetTransform(const TransformRecipe& recipe);
 
 private:
-    /// Does not keep its profiles alive: the profile table lets go of a profile with its last user.
+    /// Holds its profiles weakly: a profile leaves the profile table with its last user.
     struct Slot {
         WeakRef<ColorProfileInterface> src, dst;
         TransformRecipe words;  ///< without profiles
         Ref<ColorTransform> transform;
     };
-    static void OnError(cmsContext context, cmsUInt32Number code, const char* text);
+    /// What the library calls.
+    struct Hooks;
     Ref<ColorTransform> FindTransform(const TransformRecipe& recipe);
 
     cmsContext _context = nullptr;
     std::atomic<const ErrorInterface*> _newest{nullptr};
-    SpinLock _lock;  ///< guards the two below
+    std::atomic<uint64_t> _refusals{0};  ///< allocations of the library that failed
+    std::recursive_mutex _spareMutex;    ///< for profiles that were opened when there was no memory for their own
+    SpinLock _lock;                      ///< guards the two below
     std::array<Slot, 8> _slots;
     size_t _oldest = 0;
 };
@@ -91,7 +111,7 @@ struct ScopedCurve {
 /// Writes a tag as a text unit for language "en", country "US". False when memory is short.
 bool WriteTextTag(cmsContext context, cmsHPROFILE profile, cmsTagSignature tag, const wchar_t* text);
 
-/// The bytes of a profile that this module has built, with a fixed creation date, so that they repeat in every run.
+/// The bytes of a profile that this module has built, with a fixed creation date, so that every run gives the same.
 /// Errors: "Calculating color profile size failed.", "Writing color profile failed.".
 Result<BaseArray<std::byte>> SaveBuiltProfile(ColorLibrary& library, cmsHPROFILE profile);
 

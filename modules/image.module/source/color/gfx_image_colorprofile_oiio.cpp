@@ -107,9 +107,13 @@ bool WriteTables(cmsContext context, cmsHPROFILE profile, Sampling& sampling) {
            cmsWriteTag(profile, cmsSigBToA0Tag, b2a);
 }
 
-Result<std::wstring> ToWide(const String& text) {
+/// With a zero behind it. The library stores one unit of UTF-16 per character.
+Result<BaseArray<wchar_t>> ToWide(const String& text) {
     const std::u16string units = TRY(text.ToUtf16());
-    return std::wstring(units.begin(), units.end());  // the library stores one unit of UTF-16 a character
+    BaseArray<wchar_t> wide;
+    TRY(wide.Resize(Int(units.size()) + 1));
+    std::ranges::copy(units, wide.GetFirst());
+    return wide;
 }
 
 }  // namespace
@@ -118,16 +122,20 @@ Result<BaseArray<std::byte>> BakeOiioProfile(ColorLibrary& library, const OiioPr
     if (!processor)
         return NullptrError();
     const cmsContext context = library.GetContext();
-    const std::wstring description = TRY(ToWide(FormatString("\"@\". Baked by Orvik OIIO.", processor->GetName())));
-    const std::wstring copyright = TRY(ToWide(processor->GetCopyright()));
+    const BaseArray<wchar_t> description =
+        TRY(ToWide(FormatString("\"@\". Baked by Orvik OIIO.", processor->GetName())));
+    const BaseArray<wchar_t> copyright = TRY(ToWide(processor->GetCopyright()));
     (void)library.TakeError();
+    const ColorLibrary::MemoryWatch watch(library);
 
     cmsCIExyY white;
     cmsWhitePointFromTemp(&white, kWhiteTemperature);
     const ScopedProfile lab(cmsCreateLab4ProfileTHR(context, &white)), xyz(cmsCreateXYZProfileTHR(context));
     const ScopedProfile profile(cmsCreateProfilePlaceholder(context));
-    if (!lab.handle || !xyz.handle || !profile.handle)
+    if (!lab.handle || !xyz.handle || !profile.handle) {
+        TRY(watch.Check());
         return LibraryError(library, "Building a color profile failed.");
+    }
     cmsSetProfileVersion(profile.handle, 4.2);
     cmsSetDeviceClass(profile.handle, cmsSigDisplayClass);
     cmsSetColorSpace(profile.handle, cmsSigRgbData);
@@ -140,11 +148,12 @@ Result<BaseArray<std::byte>> BakeOiioProfile(ColorLibrary& library, const OiioPr
                                                          INTENT_PERCEPTUAL, kTransformFlags));
     Sampling sampling{*processor, xyzToLab.handle, labToXyz.handle, {}};
     const bool built = xyzToLab.handle && labToXyz.handle &&
-                       WriteTextTag(context, profile.handle, cmsSigProfileDescriptionTag, description.c_str()) &&
-                       WriteTextTag(context, profile.handle, cmsSigCopyrightTag, copyright.c_str()) &&
+                       WriteTextTag(context, profile.handle, cmsSigProfileDescriptionTag, description.GetFirst()) &&
+                       WriteTextTag(context, profile.handle, cmsSigCopyrightTag, copyright.GetFirst()) &&
                        WriteTables(context, profile.handle, sampling);
     if (sampling.error)
         return sampling.error;
+    TRY(watch.Check());
     if (!built)
         return LibraryError(library, "Building a color profile failed.");
     return SaveBuiltProfile(library, profile.handle);

@@ -94,6 +94,13 @@ bool IsIndexed(const PixelFormat& format) {
     return dynamic_cast<const PixelFormatIndexedColorInterface*>(format.GetPointer()) != nullptr;
 }
 
+/// The default of the format, for a source without profile or with one of another colour space, such as a grey file
+/// that carries sRGB. A default that no transform can start from does not replace `given`.
+ColorProfile ChooseDefaultProfile(const PixelFormat& format, const ColorProfile& given) {
+    const ColorProfile own = format->GetDefaultColorProfile();
+    return given.HasProfile() && !own.CheckCompatiblePixelFormat(format) ? given : own;
+}
+
 }  // namespace
 
 /// Marks that this thread searches a route from a source into a format, until the scope ends.
@@ -172,8 +179,8 @@ Result<ConvertPixelFunc> PixelFormatBase::ConvertByProfiles(const PixelFormat& s
     if (!source.HasProfile() && !force)
         return ConvertPixelFunc();
     if (dstProfile && dstProfile->HasProfile()) {
-        if (!source.HasProfile())
-            source = srcFormat->GetDefaultColorProfile();
+        if (!source.HasProfile() || (force && !source.CheckCompatiblePixelFormat(srcFormat)))
+            source = ChooseDefaultProfile(srcFormat, source);
         if (!(source == *dstProfile) && (force || !sameSpace)) {
             const auto create = [&]() -> Result<ConvertPixelFunc> {
                 const ColorProfileConvert transform =

@@ -1,28 +1,50 @@
 #include "imexport/png/media_io_png_library.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+
+#include "orvik/mediasession_limits.h"
+
 namespace orvik {
 namespace {
 
-/// @{ Bounds while reading. Larger pictures and chunks are no honest files; what a picture may take is tested apart.
-constexpr png_uint_32 kMaxReadSide = 1000000;
-constexpr png_uint_32 kMaxChunks = 1000;
-constexpr png_alloc_size_t kMaxChunkBytes = 8000000;
-/// @}
-constexpr png_uint_32 kMaxWriteSide = 0x7FFFFFFF;
+/// Every side that the format allows. Whether the file can hold such a picture is for the importer to test.
+constexpr png_uint_32 kLargestSide = 0x7FFFFFFF;
+/// Of a chunk, and of a profile once it is inflated. A profile in a JPEG cannot be larger than 255 segments.
+constexpr png_alloc_size_t kLargestChunk = 16 << 20;
+/// What the library may hold besides rows: a profile, and the state of the inflation.
+constexpr Int kMostWithoutRows = Int(kLargestChunk) + (1 << 20);
+/// Rows that the library holds at once: the one that arrives, the one before, and a spare one for other versions.
+constexpr Int kRowsHeld = 3;
+constexpr Int kRowSlack = 4096;
+constexpr Int kBestDeflate = 1032;  // a match of 258 bytes in two bits
+
+/// Chunks that no importer asks for, and that the library would inflate or keep.
+constexpr png_byte kUnusedChunks[] = "bKGD\0eXIf\0hIST\0iTXt\0oFFs\0pCAL\0sBIT\0sCAL\0sPLT\0tEXt\0tIME\0zTXt";
+constexpr int kUnusedChunkCount = sizeof(kUnusedChunks) / 5;
+
+/// A block knows its size, so that what is freed leaves the sum.
+struct alignas(std::max_align_t) BlockHeader {
+    Int bytes;
+};
 
 }  // namespace
 
 Result<void> PngLibrary::OpenForReading(const InputStreamRef& input) {
     Close();
     _input = input;
+    const Int fileBytes = input->BytesAvailable();
+    if (fileBytes < 0 || __builtin_mul_overflow(fileBytes, kBestDeflate, &_longestRow))
+        _longestRow = std::numeric_limits<Int>::max();
     _png = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, this, OnError, OnWarning, this, OnAllocate, OnFree);
     TRY(CreateInfos());
     return Call([this](png_structp png, png_infop) {
         png_set_read_fn(png, this, OnRead);
         png_set_sig_bytes(png, 0);
-        png_set_user_limits(png, kMaxReadSide, kMaxReadSide);
-        png_set_chunk_cache_max(png, kMaxChunks);
-        png_set_chunk_malloc_max(png, kMaxChunkBytes);
+        png_set_user_limits(png, kLargestSide, kLargestSide);
+        png_set_chunk_malloc_max(png, kLargestChunk);
+        png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, kUnusedChunks, kUnusedChunkCount);
     });
 }
 
@@ -34,7 +56,7 @@ Result<void> PngLibrary::OpenForWriting(const OutputStreamRef& output) {
     TRY(CreateInfos());
     return Call([this](png_structp png, png_infop) {
         png_set_write_fn(png, this, OnWrite, OnFlush);
-        png_set_user_limits(png, kMaxWriteSide, kMaxWriteSide);
+        png_set_user_limits(png, kLargestSide, kLargestSide);
     });
 }
 
@@ -52,7 +74,7 @@ Result<void> PngLibrary::CreateInfos() {
 
 void PngLibrary::Close() noexcept {
     if (_png) {
-        (void)Call([this](png_structp, png_infop) {  // what fails while everything goes interests nobody
+        (void)Call([this](png_structp, png_infop) {  // errors during teardown are irrelevant
             if (_writes) {
                 png_destroy_info_struct(_png, &_endInfo);  // which the next call does not know
                 png_destroy_write_struct(&_png, &_info);
@@ -99,14 +121,42 @@ void PngLibrary::OnError(png_structp png, png_const_charp text) {
 
 void PngLibrary::OnWarning(png_structp, png_const_charp) {}
 
-png_voidp PngLibrary::OnAllocate(png_structp png, png_alloc_size_t size) {
-    void* block = Allocate(size);
-    if (!block)
-        static_cast<PngLibrary*>(png_get_mem_ptr(png))->_shortOfMemory = true;
-    return block;
+/// What the library may hold in all. Rows count as soon as their length is known, but only those that the file's
+/// length can fill and the bound on a decoded buffer permits.
+Int PngLibrary::GetMemoryBound() const {
+    if (_writes)
+        return std::numeric_limits<Int>::max();
+    const size_t rowBytes = _info ? png_get_rowbytes(_png, _info) : 0;
+    if (rowBytes > size_t(std::min(_longestRow, GetDecodeBufferLimit())))
+        return kMostWithoutRows;
+    return kMostWithoutRows + kRowsHeld * (Int(rowBytes) + kRowSlack);
 }
 
-void PngLibrary::OnFree(png_structp, png_voidp block) { Free(block); }
+void* PngLibrary::TakeMemory(size_t size) noexcept {
+    const Int bound = GetMemoryBound();
+    void* const block =
+        size <= size_t(std::max(bound - _bytesHeld, Int(0))) ? Allocate(sizeof(BlockHeader) + size) : nullptr;
+    if (!block) {
+        _shortOfMemory = true;
+        return nullptr;
+    }
+    _bytesHeld += Int(size);
+    return new (block) BlockHeader{Int(size)} + 1;
+}
+
+void PngLibrary::ReturnMemory(void* memory) noexcept {
+    BlockHeader* const block = static_cast<BlockHeader*>(memory) - 1;
+    _bytesHeld -= block->bytes;
+    Free(block);
+}
+
+png_voidp PngLibrary::OnAllocate(png_structp png, png_alloc_size_t size) {
+    return static_cast<PngLibrary*>(png_get_mem_ptr(png))->TakeMemory(size);
+}
+
+void PngLibrary::OnFree(png_structp png, png_voidp memory) {
+    static_cast<PngLibrary*>(png_get_mem_ptr(png))->ReturnMemory(memory);
+}
 
 void PngLibrary::OnRead(png_structp png, png_bytep to, size_t count) {
     if (!static_cast<PngLibrary*>(png_get_io_ptr(png))->ReadInput(to, count))

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// libpng behind a fence: its long jumps end here as results, its memory and bytes come from the framework.
+/// Wraps libpng: turns its long jumps into results, and supplies memory and bytes from the framework.
 
 #include <csetjmp>
 #include <png.h>
@@ -23,8 +23,8 @@ public:
     Result<void> OpenForWriting(const OutputStreamRef& output);
     void Close() noexcept;
 
-    /// Runs `step(png, info)`, which may be left by a long jump at any call of the library. It holds nothing with a
-    /// destructor, for none would run.
+    /// Runs `step(png, info)`, which a long jump may leave at any call of the library, so it must hold nothing with a
+    /// destructor.
     /// @return the error of the stream or allocator that made the library give up, else its own as "PNG Error: @"
     template <class F>
     Result<void> Call(F step) {
@@ -33,7 +33,8 @@ public:
             return {};
         return TakeError();
     }
-    /// True when an allocation failed, also if the library went on without what it was for.
+    /// True when an allocation failed or would have exceeded the bound on a file's memory, also if the library went on
+    /// without what it was for.
     bool RanShortOfMemory() const { return _shortOfMemory; }
 
 private:
@@ -49,11 +50,14 @@ private:
     void HoldError(const char* text) noexcept;
     bool ReadInput(void* to, size_t count) noexcept;
     bool WriteOutput(const void* from, size_t count) noexcept;
+    Int GetMemoryBound() const;
+    void* TakeMemory(size_t size) noexcept;
+    void ReturnMemory(void* memory) noexcept;
 
     [[noreturn]] static void OnError(png_structp png, png_const_charp text);
     static void OnWarning(png_structp png, png_const_charp text);
     static png_voidp OnAllocate(png_structp png, png_alloc_size_t size);
-    static void OnFree(png_structp png, png_voidp block);
+    static void OnFree(png_structp png, png_voidp memory);
     static void OnRead(png_structp png, png_bytep to, size_t count);
     static void OnWrite(png_structp png, png_bytep from, size_t count);
     static void OnFlush(png_structp png);
@@ -62,6 +66,8 @@ private:
     png_infop _info = nullptr, _endInfo = nullptr;
     bool _writes = false;
     bool _shortOfMemory = false;
+    Int _bytesHeld = 0;   ///< by the library, as it asked for them
+    Int _longestRow = 0;  ///< in bytes, that the file's length can fill
     Error _error;
     InputStreamRef _input;
     OutputStreamRef _output;
