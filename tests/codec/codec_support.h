@@ -12,9 +12,11 @@
 #include "orvik/gfx_image.h"
 #include "orvik/mediasession_output.h"
 
+namespace peers {}
 namespace codectest {
 
 using namespace orvik;
+using namespace peers;
 using Bytes = std::vector<uint8_t>;
 
 inline Block<const std::byte> AsBlock(const Bytes& bytes) { return std::as_bytes(Block<const uint8_t>(bytes)); }
