@@ -1,7 +1,7 @@
 // BMP: files put together byte by byte, with pixels written by hand; files written here compared byte by byte.
 
-#include "bmp_parts.h"
 #include "format_table.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {

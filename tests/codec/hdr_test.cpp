@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "hdr_parts.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {
@@ -261,18 +261,6 @@ TEST_F(HdrTest, WritesRowsByTheRules) {
     }
 }
 
-TEST_F(HdrTest, ConvertsToLinearUnlessToldNotTo) {
-    const ImageTextureRef texture = MakeTexture({1, 1, pixelformats::kRgbU8, {188, 188, 188}});
-    ASSERT_TRUE(FirstImage(texture)->Set(image::kColorProfile, colorprofiles::Get(colorprofiles::kSrgb)));
-    for (const auto& [keepsColors, expected] : {std::pair(false, 0.5), std::pair(true, 188.0 / 255)}) {
-        DataDictionary settings;
-        ASSERT_TRUE(settings.Set(mediaexport::kDisableSrgbConversion, keepsColors));
-        ASSERT_TRUE(texture->Set(image::kExportSettings, settings));
-        const ImageTextureRef saved = Loaded(Save(texture, "hdr").GetValueOr(Bytes()));
-        EXPECT_NEAR(PictureOf(saved).ToFloats()[0], expected, 0.01);
-    }
-}
-
 // --- Other programs --------------------------------------------------------------------------------------------------
 
 struct Size {
@@ -281,16 +269,12 @@ struct Size {
 const Size kSizes[] = {{1, 1}, {1, 9}, {7, 3}, {8, 1}, {9, 2}, {37, 21}, {129, 5}, {32767, 1}, {32768, 1}};
 constexpr Int kWidestForMagick = 16000;
 
-class HdrToolsTest : public HdrTest {
+class HdrToolsTest : public ToolTest {
 protected:
     void SetUp() override {
-        HdrTest::SetUp();
-        if (!HasTool("oiiotool") || !HasTool("convert-im6.q16"))
-            GTEST_SKIP() << "no other program is installed";
+        ToolTest::SetUp();
+        RequireTools({"oiiotool", "convert-im6.q16"});
     }
-    ScratchDirectory _scratch;
-
-    std::string Quoted(const std::string& name) const { return "'" + _scratch.Path(name) + "'"; }
     /// Through a TIFF, which ends in its pixels.
     std::vector<float> ReadByOiiotool(const std::string& name, const Size& size) {
         EXPECT_TRUE(RunShell("oiiotool " + Quoted(name) + " -d float --compression none -o " + Quoted("floats.tif")));

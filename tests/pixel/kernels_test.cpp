@@ -240,44 +240,5 @@ TEST(Kernels, InfiniteAndNotANumberBetweenNumbers) {
     }
 }
 
-TEST(Kernels, AllLevelsConvertFormatsToTheSameBytes) {
-    const char* const kNames[] = {"rgb.u8",   "bgr.u8",   "rgba.u8",  "bgra.u8",   "argb.u8",  "xrgb.u8",   "grey.u8",
-                                  "greya.u8", "agrey.u8", "alpha.u8", "rgb.u16",   "rgba.u16", "agrey.u16", "rgb.u32",
-                                  "rgba.s32", "rgb.f16",  "rgba.f16", "greya.f16", "rgb.f32",  "rgba.f32",  "bgra.f32",
-                                  "grey.f32", "rgb.f64",  "rgba.f64", "agrey.f64"};
-    const Bytes source = FiniteBytes(3000 * 32 + 64, 9);
-    const auto convertAll = [&] {
-        std::vector<Bytes> results;
-        for (const char* src : kNames) {
-            for (const char* dst : kNames) {
-                const PixelFormat from = FormatOf(src), to = FormatOf(dst);
-                const Result<ConvertPixelFunc> convert = FindConversion(to, from);
-                EXPECT_TRUE(convert);
-                const BITS srcBits = from->GetBitsPerPixel(), dstBits = to->GetBitsPerPixel();
-                for (const Int count : {1, 5, 63, 64, 65, 300, 3000}) {
-                    Bytes& out = results.emplace_back(size_t(to->GetBytesPerLine(count)) + 64, kCanary);
-                    EXPECT_TRUE((*convert)({out.data(), dstBits}, count, {source.data(), srcBits}, {}));
-                    Bytes inPlace(source.begin(), source.begin() + Int(out.size()));
-                    std::fill_n(inPlace.rbegin(), 64, kCanary);
-                    EXPECT_TRUE(
-                        srcBits != dstBits ||
-                        ((*convert)({inPlace.data(), dstBits}, count, {inPlace.data(), srcBits}, {}) && inPlace == out))
-                        << src << " to " << dst << " in place, " << count << " pixels";
-                }
-            }
-        }
-        return results;
-    };
-    std::vector<Bytes> expected;
-    for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
-        const LevelScope level(*kernels);
-        Publisher publisher;  // formats remember their conversions, so each level starts anew
-        ASSERT_TRUE(StartImageModule(publisher));
-        std::vector<Bytes> results = convertAll();
-        EXPECT_TRUE(expected.empty() || results == expected) << kernels->name;
-        expected = std::move(results);
-    }
-}
-
 }  // namespace
 }  // namespace orvik
