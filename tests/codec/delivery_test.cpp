@@ -1,4 +1,4 @@
-// What every importer owes to those who listen: from any place of a stream, step by step, in bounded buffers.
+// What every importer guarantees its listeners: files from any place of a stream, progress in steps, bounded buffers.
 
 #include <map>
 
@@ -21,7 +21,7 @@ protected:
 };
 
 /// The file begins in the middle of a stream, for instance as a part of another file.
-TEST_F(DeliveryTest, FilesMayBeginAnywhereInAStream) {
+TEST_F(DeliveryTest, LoadsFromTheMiddleOfAStream) {
     for (const Sample& sample : MakeSamples()) {
         SCOPED_TRACE(sample.name);
         Bytes container(37, 0x5A);

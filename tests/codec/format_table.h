@@ -18,7 +18,7 @@ struct Sample {
     Bytes bytes;
 };
 
-/// A file of the corpus that lawfully differs from all peers, and why. One that agrees again fails the test.
+/// A file of the corpus that differs from all peers for a good reason. One that agrees again fails the test.
 struct CorpusDifference {
     const char* file;
     const char* reason;
@@ -57,7 +57,7 @@ struct TestedFormat {
     std::vector<Sample> (*makeSamples)();  ///< one for each variant of the format
 
     /// @{ Damage.
-    size_t mostPicturesOfCutFiles = 0;             ///< prefixes of a sample that may give a picture all the same
+    size_t mostPicturesOfCutFiles = 0;             ///< prefixes of a sample that may give a picture nevertheless
     void (*mendDamage)(Bytes& file) = nullptr;     ///< restores check sums that would hide damage; null for none
     std::vector<Sample> (*makeBombs)() = nullptr;  ///< small files that ask for gigabytes
     /// @}

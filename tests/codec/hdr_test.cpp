@@ -238,7 +238,7 @@ Bytes MakeRgbe(Int width, Noise& noise, uint32_t sameness) {
     return rgbe;
 }
 
-TEST_F(HdrTest, WritesRowsByTheRules) {
+TEST_F(HdrTest, EncodesRuns) {
     Noise noise(41);
     for (const Int width : {1, 4, 7, 8, 9, 10, 11, 12, 31, 127, 128, 129, 130, 131, 255, 256, 260, 500, 32767, 32768}) {
         for (const uint32_t sameness : {0u, 4u, 9u, 14u, 16u}) {
@@ -287,7 +287,7 @@ protected:
     }
 };
 
-TEST_F(HdrToolsTest, OthersReadWhatWeWrite) {
+TEST_F(HdrToolsTest, OthersReadItsFiles) {
     Noise noise(51);
     for (const Size& size : kSizes) {
         SCOPED_TRACE(testing::Message() << size.width << " x " << size.height);
@@ -308,13 +308,13 @@ TEST_F(HdrToolsTest, OthersReadWhatWeWrite) {
     }
 }
 
-TEST_F(HdrToolsTest, WeReadWhatOthersWrite) {
+TEST_F(HdrToolsTest, ReadsFilesOfOthers) {
     Noise noise(53);
     for (const Size& size : kSizes) {
         const std::string head = "P6\n" + std::to_string(size.width) + " " + std::to_string(size.height) + "\n65535\n";
         Bytes words = noise.Make(size_t(size.width * size.height) * 6);
         for (size_t i = 6; i < words.size(); ++i) {
-            if (i / 60 % 2)  // runs beside noise
+            if (i / 60 % 2)  // runs between noise
                 words[i] = words[i - 6];
         }
         WriteFile(_scratch.Path("in.ppm"), HdrFile(head, words));

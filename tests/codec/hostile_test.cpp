@@ -33,7 +33,7 @@ std::string TryLoad(std::string_view format, const Bytes& file) {
 }
 
 #ifdef __SANITIZE_ADDRESS__
-TEST_F(HostileTest, MemoryIsWatched) {
+TEST_F(HostileTest, MemoryWatchCounts) {
     const MemoryWatch watch;
     EXPECT_FALSE(Bytes(3000000).empty());
     EXPECT_GE(watch.GetPeakBytes(), 3000000u);
@@ -130,7 +130,7 @@ void ExpectOutOfMemory(bool sticky, const Run& run, const Check& check) {
     EXPECT_GT(failures, 20);
 }
 
-TEST_F(HostileTest, ShortMemoryIsAnErrorOrDoesNotMatter) {
+TEST_F(HostileTest, AllocationFailureIsAnErrorOrHarmless) {
     const ScratchDirectory scratch;
     for (const Sample& sample : MakeSamples()) {
         if (!TestedFormatOf(sample.format).hasPictures)
@@ -180,7 +180,7 @@ private:
     Int _failAt;
 };
 
-TEST_F(HostileTest, FailingInputIsItsOwnError) {
+TEST_F(HostileTest, InputErrorsArriveUnchanged) {
     for (const Sample& sample : MakeSamples()) {
         SCOPED_TRACE(sample.name);
         const Ref<FailingInput> whole = *NewObj<FailingInput>(sample.bytes, 0);
@@ -193,7 +193,7 @@ TEST_F(HostileTest, FailingInputIsItsOwnError) {
     }
 }
 
-TEST_F(HostileTest, FailingOutputIsAnError) {
+TEST_F(HostileTest, OutputErrorsAreReported) {
     const ScratchDirectory scratch;
     signal(SIGXFSZ, SIG_IGN);
     Noise noise(3);

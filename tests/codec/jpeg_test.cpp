@@ -71,7 +71,7 @@ TEST_F(JpegTest, ReadsWhatTheBareLibraryReads) {
     }
 }
 
-TEST_F(JpegTest, InksStayInvertedAndAreWrittenAsRgb) {
+TEST_F(JpegTest, KeepsInksInvertedAndWritesRgb) {
     // 255 of an inverted ink is no ink: white.
     JpegPicture made{.width = 8, .height = 8, .colorSpace = JCS_CMYK, .quality = 100, .horizontal = 1, .vertical = 1};
     made.rows = Bytes(8 * 8 * 4, 255);
@@ -140,7 +140,7 @@ TEST_F(JpegTest, CarriesColorProfiles) {
         EXPECT_EQ(ProfileOf(texture) == colorprofiles::Get(colorprofiles::kLinearRgb), extra == 0);
         EXPECT_EQ(ReadJpeg(Save(texture, "jpg").GetValueOr(Bytes())).profile, made.profile);
     }
-    // One that makes no sense costs only itself, and so does a piece without the others.
+    // An invalid profile is dropped without the picture, and so is an incomplete one.
     JpegPicture senseless = MakePicture(16, 16), incomplete = MakePicture(16, 16);
     senseless.profile = Bytes(600, 7);
     incomplete.segments = {{JPEG_APP0 + 2, {'I', 'C', 'C', '_', 'P', 'R', 'O', 'F', 'I', 'L', 'E', 0, 2, 3, 1, 2, 3}}};
@@ -228,7 +228,7 @@ TEST_F(JpegTest, WritesWhatTheBareLibraryWrites) {
     }
 }
 
-TEST_F(JpegTest, HoldsToItsSettings) {
+TEST_F(JpegTest, AppliesExportSettings) {
     const struct {
         Data quality, baseline, dpi;  ///< empty: not set
         ExpectedFile expected;
@@ -275,7 +275,7 @@ TEST_F(JpegTest, HoldsToItsSettings) {
 
 // --- Detection -------------------------------------------------------------------------------------------------------
 
-TEST_F(JpegTest, DetectsByThreeSegments) {
+TEST_F(JpegTest, DetectsThreeSegments) {
     const auto format = FindPublished<FileFormatInterface>("net.orvik.fileformat.imagejpg");
     const struct {
         const char* what;
@@ -345,7 +345,7 @@ TEST_F(JpegTest, CutFilesEndInAPicture) {
     }
 }
 
-TEST_F(JpegTest, CutFilesKeepWhatIsThere) {
+TEST_F(JpegTest, CutFilesKeepTheirFirstRows) {
     Noise noise(9);
     const Bytes rows = noise.Make(64 * 64 * 3);
     const Bytes file = WriteJpeg({.width = 64, .height = 64, .rows = rows, .horizontal = 1, .vertical = 1});
@@ -356,19 +356,19 @@ TEST_F(JpegTest, CutFilesKeepWhatIsThere) {
     EXPECT_NE(whole, half);
 }
 
-TEST_F(JpegTest, PromisesAreMeasuredByTheFile) {
+TEST_F(JpegTest, RefusesSizesThatTheFileCannotHold) {
     for (const Sample& sample : TestedFormatOf("jpg").makeSamples()) {
         SCOPED_TRACE(sample.name);
         EXPECT_EQ(KindOf(Load(ResizeJpeg(sample.bytes, 65500, 65500))), "mediasessionwrongtype");
         EXPECT_EQ(KindOf(Load(ResizeJpeg(sample.bytes, 700, 500))), "ok");  // a file that ends early is a picture
     }
-    // A large picture of one colour is honest: hardly more than a bit for each block.
+    // A large picture of one colour is valid: hardly more than a bit per block.
     const Bytes flat = WriteJpeg({.width = 4000, .height = 3000, .rows = Bytes(36000000, 80), .progressive = true});
     EXPECT_LT(flat.size(), 100000u);
     EXPECT_EQ(KindOf(Load(flat)), "ok");
 }
 
-TEST_F(JpegTest, ScansAreCounted) {
+TEST_F(JpegTest, LimitsTheNumberOfScans) {
     Bytes file = WriteJpeg({.width = 8,
                             .height = 8,
                             .colorSpace = JCS_GRAYSCALE,
@@ -388,7 +388,7 @@ TEST_F(JpegTest, ScansAreCounted) {
     EXPECT_EQ(MessageOf(Load(many)), "Error loading jpg: more than 500 scans");
 }
 
-TEST_F(JpegTest, EmptyAndForeignFiles) {
+TEST_F(JpegTest, ReportsEmptyAndForeignFiles) {
     const auto handler = FindHandlerBySuffix("jpg");
     const auto analyze = [&](const Bytes& file) {
         const auto importer = Cast<MediaInputInterface>(*handler->CreateHandler(Mount(file)));
@@ -399,7 +399,7 @@ TEST_F(JpegTest, EmptyAndForeignFiles) {
     EXPECT_EQ(analyze({0xFF, 0xD8}), "Error loading jpg: JPEG datastream contains no image");
 }
 
-TEST_F(JpegTest, ManySmallSegments) {
+TEST_F(JpegTest, ManySegmentsCostLittleMemory) {
     // Segments of nothing, and as many pieces of no Exif data, before the picture.
     const Bytes good = TestedFormatOf("jpg").makeSamples()[0].bytes;
     Bytes file(good.begin(), good.begin() + 2);
@@ -414,7 +414,8 @@ TEST_F(JpegTest, ManySmallSegments) {
     EXPECT_LE(watch.GetPeakBytes(), size_t(4) << 20);
 }
 
-// --- Other programs, beside the walks over all formats --------------------------------------------------------------
+// --- Other programs, for what the walks over all formats leave out
+// --------------------------------------------------------------
 
 class JpegToolsTest : public ToolTest {
 protected:
@@ -427,7 +428,7 @@ protected:
     }
 };
 
-TEST_F(JpegToolsTest, WeReadTheirInks) {
+TEST_F(JpegToolsTest, ReadsInksOfOthers) {
     Bytes rows;
     Noise noise(23);
     for (int i = 0; i < 23 * 11 * 4; ++i)  // smooth enough for compression
@@ -461,7 +462,7 @@ TEST_F(JpegToolsTest, InksAreConvertedByTheirProfile) {
     ExpectNear(PixelsOf(FirstImage(*Load(Url(_scratch.Path("srgb.tga")))), pixelformats::kRgbU8), judge, 1);
 }
 
-TEST_F(JpegToolsTest, WeReadTheirSetsOfPictures) {
+TEST_F(JpegToolsTest, ReadsPictureSetsOfOthers) {
     Run("convert-im6.q16 -size 64x48 gradient:red-blue -depth 8 " + Quoted("0.ppm"));
     Run("convert-im6.q16 -size 17x33 gradient:green-white -depth 8 " + Quoted("1.ppm"));
     Run(Pillow("p = [Image.open(f) for f in sys.argv[2:]]; "

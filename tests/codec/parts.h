@@ -72,11 +72,11 @@ struct TgaParts {
 /// A file of indices, 2 x 2 unless the caller changes that.
 TgaParts Mapped(uint8_t depth, uint8_t mapBits, uint16_t first, uint16_t length, Bytes map, Bytes pixels);
 
-/// The pixels in packets: random ones, lawful ones.
+/// The pixels in random valid packets.
 /// @param pixelBytes  bytes of one pixel
 Bytes PackInRuns(const Bytes& pixels, int pixelBytes, Noise& noise);
 
-/// RGBA of 8 bits, read by the letter of the format from a whole file in memory. Empty for what is no TGA.
+/// RGBA of 8 bits, decoded straight from the definition of the format. Empty for what is no TGA.
 Bytes DecodeTgaSlowly(const Bytes& file);
 
 }  // namespace codectest

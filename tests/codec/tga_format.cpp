@@ -98,9 +98,9 @@ std::vector<ForeignWriter> MakeTgaWriters() {
     };
 }
 
-/// Where peers read a file in another way, and lawfully: a row from right to left goes on in the row before, 5 bits are
-/// not widened by their upper bits, 16 bits of grey are one value, map entries of four bytes are alpha, blue, green,
-/// red.
+/// Where peers read a file differently, and the format allows both: a row from right to left goes on in the row before,
+/// 5 bits are not widened by their upper bits, 16 bits of grey are one value, map entries of four bytes are alpha,
+/// blue, green, red.
 bool AgreesWithTheSlowDecoder(const std::string& path, const ImageTextureRef& texture) {
     const Bytes file = ReadFile(path);
     const uint8_t kind = file[2] & 7, mapBits = file[7], depth = file[16], descriptor = file[17];

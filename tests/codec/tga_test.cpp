@@ -8,7 +8,7 @@ namespace {
 class TgaTest : public CodecTest {};
 
 /// Both the importer and the judge of the other tests, by pixels written down here.
-TEST_F(TgaTest, ReadsByTheLetter) {
+TEST_F(TgaTest, ReadsEveryKind) {
     const Bytes bgr = {1, 2, 3, 4, 5, 6, 11, 12, 13, 14, 15, 16};
     const Bytes bottomUp = {13, 12, 11, 255, 16, 15, 14, 255, 3, 2, 1, 255, 6, 5, 4, 255};
     // Index 256 is no entry.
@@ -92,7 +92,7 @@ TEST_F(TgaTest, DescribesItsStreams) {
     EXPECT_FALSE(AlphaOf(FirstImage(*texture)));
 }
 
-TEST_F(TgaTest, PalettesAreAsLongAsTheirMap) {
+TEST_F(TgaTest, PaletteLengthFollowsTheMap) {
     const struct {
         uint16_t first, length;
         Int entries;
@@ -172,13 +172,13 @@ TEST_F(TgaTest, RefusesDamage) {
     }
 }
 
-TEST_F(TgaTest, IndicesWithoutAMapAreDescribedOnly) {
+TEST_F(TgaTest, IndicesWithoutAMapAreNotDecoded) {
     const Bytes file = TgaParts{.imageType = 1, .depth = 8, .pixels = Bytes(4)}.Make();
     EXPECT_THAT(MessageOf(Load(file)), testing::StartsWith("No pixel conversion found"));
     EXPECT_TRUE(Load(file, MEDIASESSIONFLAGS::RUNONLYANALYZE));
 }
 
-TEST_F(TgaTest, RowsBeforeABrokenPacketArrive) {
+TEST_F(TgaTest, DeliversRowsBeforeABrokenPacket) {
     Bytes packets;
     for (int i = 0; i < 2000; ++i)
         packets.insert(packets.end(), {0xFF, uint8_t(i == 0 ? 77 : 5)});
@@ -191,7 +191,7 @@ TEST_F(TgaTest, RowsBeforeABrokenPacketArrive) {
     EXPECT_EQ(grey[128], 5);
 }
 
-TEST_F(TgaTest, TheWeakTestComesLast) {
+TEST_F(TgaTest, DetectsPlausibleHeaders) {
     const auto claims = [](const Bytes& file) {
         const auto format = Registry::Find<FileFormatInterface>(kFileFormatRegistry, Format("tga").format);
         return *format->Detect(Url(), *OpenMemoryInput(AsBlock(file)));

@@ -52,7 +52,7 @@ const Kind kKinds[] = {
 class ReadersTest : public ToolTest, public testing::WithParamInterface<std::string_view> {};
 class WritersTest : public ReadersTest {};
 
-TEST_P(ReadersTest, ReadWhatWeWrite) {
+TEST_P(ReadersTest, ReadSavedFiles) {
     const TestedFormat& format = TestedFormatOf(GetParam());
     std::vector<const Reader*> readers;
     for (const Reader& reader : kReaders) {
@@ -102,7 +102,7 @@ TEST_P(ReadersTest, ReadWhatWeWrite) {
     }
 }
 
-TEST_P(WritersTest, WriteWhatWeRead) {
+TEST_P(WritersTest, FilesLoadWithTheirPixels) {
     const TestedFormat& format = TestedFormatOf(GetParam());
     Noise noise(5);
     std::string missing;
@@ -189,7 +189,7 @@ TEST_F(MetadataToolsTest, ProfileAndResolutionGoBothWays) {
     }
 }
 
-TEST_F(MetadataToolsTest, PngcheckAcceptsOurFiles) {
+TEST_F(MetadataToolsTest, PngcheckAcceptsSavedFiles) {
     if (!HasTool("pngcheck"))
         GTEST_SKIP() << "pngcheck is not installed";
     Noise noise(11);

@@ -1,5 +1,5 @@
-// Every level of kernels against the scalar form: places, lengths and runs in place. The values of the component table
-// are covered over their whole range in arithmetic_test.cpp.
+// Every level of kernels against the scalar form: addresses, lengths, and runs in place. The values of the component
+// table are covered over their whole range in arithmetic_test.cpp.
 
 #include <cstdlib>
 #include <gmock/gmock.h>
@@ -32,7 +32,7 @@ std::vector<std::string> LevelNames() {
     return names;
 }
 
-TEST(Kernels, PlainLoopsAreTheFirstLevel) {
+TEST(Kernels, ScalarIsTheFirstLevel) {
     const std::vector<std::string> names = LevelNames();
     ASSERT_FALSE(names.empty());
     EXPECT_EQ(names[0], "scalar");
@@ -43,7 +43,7 @@ TEST(Kernels, PlainLoopsAreTheFirstLevel) {
 #endif
 }
 
-TEST(Kernels, UseTheLevelAskedFor) {
+TEST(Kernels, UsesTheLevelOfTheEnvironment) {
     const char* const wanted = std::getenv("ORVIK_SIMD");
     if (!wanted)
         GTEST_SKIP() << "ORVIK_SIMD is not set";
@@ -214,7 +214,7 @@ TEST(Kernels, MeansOfPixelsOfEveryLengthAndPlace) {
 }
 
 TEST(Kernels, InfiniteAndNotANumberBetweenNumbers) {
-    // Such a value takes its neighbours along a road of their own.
+    // Such a value sends its neighbours down another path.
     constexpr Int kCount = 130;
     const std::tuple<ComponentType, ComponentType, uint32_t> kCases[] = {
         {ComponentType::F16, ComponentType::F32, 0x7C01},     {ComponentType::F16, ComponentType::F32, 0xFE55},
