@@ -300,17 +300,6 @@ TEST_F(JpegTest, DetectsThreeSegments) {
     }
 }
 
-TEST_F(JpegTest, ModuleInformation) {
-    const auto info = FindPublished<DataDictionaryObjectInterface>("net.orvik.moduleinfo.jpeglib");
-    const auto text = [&](const char* key) {
-        const Result<Data> data = info->GetData(*Id::Create(key));
-        return data ? data->ToString() : String();
-    };
-    EXPECT_EQ(text("net.orvik.moduleinfo.name"), String("jpeglib"));
-    EXPECT_EQ(text("net.orvik.moduleinfo.description"), String("Jpeg image i/o library"));
-    EXPECT_EQ(text("net.orvik.moduleinfo.version"), String("6.2"));
-}
-
 // --- Damage ----------------------------------------------------------------------------------------------------------
 
 size_t FindScan(const Bytes& file) { return FindSegment(file, {0xDA}); }

@@ -182,26 +182,26 @@ TEST_F(BlendFormulaTest, NaNStaysInItsChannel) {
 template <class T>
 std::vector<T> MakeWildPixels(size_t count, unsigned seed) {
     using Limits = std::numeric_limits<T>;
-    const T kSpecials[] = {T(0),
-                           T(-0.0),
-                           T(1),
-                           T(0.5),
-                           T(-1),
-                           T(2),
-                           T(0.0001),
-                           T(1e-30),
-                           T(1e30),
-                           Limits::infinity(),
-                           -Limits::infinity(),
-                           Limits::quiet_NaN(),
-                           Limits::denorm_min(),
-                           Limits::max(),
-                           Limits::lowest(),
-                           T(1) - Limits::epsilon()};
+    const double kSpecials[] = {0,
+                                -0.0,
+                                1,
+                                0.5,
+                                -1,
+                                2,
+                                0.0001,
+                                1e-30,
+                                1e30,
+                                Limits::infinity(),
+                                -Limits::infinity(),
+                                Limits::quiet_NaN(),
+                                Limits::denorm_min(),
+                                Limits::max(),
+                                Limits::lowest(),
+                                T(1) - Limits::epsilon()};
     std::mt19937 random(seed);
     std::vector<T> out(count * 4);
     for (T& value : out)
-        value = random() % 8 ? T(random() % 4096) / T(4095) : kSpecials[random() % std::size(kSpecials)];
+        value = random() % 8 ? T(random() % 4096) / T(4095) : T(kSpecials[random() % std::size(kSpecials)]);
     return out;
 }
 
