@@ -6,7 +6,7 @@ FUZZ_SECONDS ?= 60
 
 CTEST = ctest --output-on-failure --no-tests=error -j$(JOBS)
 PACKAGES = cmake/install-packages.sh cmake/packages-build.txt
-SOURCES = $(shell find frameworks modules host tests fuzz benchmarks examples -name '*.h' -o -name '*.cpp')
+SOURCES = $(shell find frameworks modules host tests fuzz benchmarks peers examples -name '*.h' -o -name '*.cpp')
 .PHONY: build run test asan tsan bench fuzz tidy format install clean help
 
 # Configures once with tests off; `test` turns them on in the same tree.

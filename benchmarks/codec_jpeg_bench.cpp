@@ -1,7 +1,7 @@
 // JPEG against bare libjpeg.
 
+#include "bare_peers.h"
 #include "codec_cases.h"
-#include "libjpeg_direct.h"
 
 #include "orvik/mediasession_output.h"
 

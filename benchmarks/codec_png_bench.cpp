@@ -1,7 +1,7 @@
 // PNG against bare libpng.
 
+#include "bare_peers.h"
 #include "codec_cases.h"
-#include "libpng_direct.h"
 
 namespace bench {
 

@@ -13,10 +13,9 @@
 #include <unistd.h>
 #include <vector>
 
+#include "bare_peers.h"
 #include "codec_bench.h"
 #include "fresh_memory.h"
-#include "libjpeg_direct.h"
-#include "libpng_direct.h"
 #include "test_picture.h"
 
 extern char** environ;

@@ -1,7 +1,7 @@
 // BMP, as the tests of all formats see it.
 
-#include "bmp_parts.h"
 #include "format_table.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {

@@ -1,7 +1,7 @@
 // BMP: files put together byte by byte, with pixels written by hand; files written here compared byte by byte.
 
-#include "bmp_parts.h"
 #include "format_table.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {
@@ -153,7 +153,7 @@ TEST_F(BmpTest, RefusesDamage) {
     }
 }
 
-TEST_F(BmpTest, PicturesWithoutPixelsAreNoError) {
+TEST_F(BmpTest, LoadsPicturesWithoutPixels) {
     for (const auto& [width, height] : {std::pair(0, 2), {2, 0}, {0, 0}}) {
         for (const uint32_t compression : {0u, 1u}) {
             SCOPED_TRACE(testing::Message() << width << " " << height << " " << compression);
@@ -165,7 +165,7 @@ TEST_F(BmpTest, PicturesWithoutPixelsAreNoError) {
     }
 }
 
-TEST_F(BmpTest, PixelOffsetCounts) {
+TEST_F(BmpTest, HonorsThePixelOffset) {
     Bytes file = BmpParts{.rows = kRows24}.Make();
     file.insert(file.begin() + 54, 10, 0xAA);
     for (const auto& [offset, red] : {std::pair(64, 13), {0, 0xAA}}) {  // 0: the rows follow the header
@@ -201,7 +201,7 @@ TEST_F(BmpTest, Palettes) {
          Rgba({first, second, third, first})},
         {"8 bits, an index beyond the table", Indexed(8, 4, 1, three, {2, 0, 3, 255}),
          Rgba({third, first, black, black})},
-        {"fewer colours than told are there", excessive, Rgba({0x000007FF})},
+        {"the header counts more colours than there are", excessive, Rgba({0x000007FF})},
         {"core header, 1 bit", Indexed(1, 2, 1, {1, 2, 3, 4, 5, 6}, {0x40, 0, 0, 0}, 12), Rgba({first, second})},
         {"core header, 8 bits", Indexed(8, 3, 1, core, {1, 0, 2, 0}, 12), Rgba({second, first, black})},
         {"a fourth byte makes all alphas count", Indexed(8, 4, 1, {1, 2, 3, 0, 4, 5, 6, 55}, {0, 1, 1, 2}),
@@ -229,7 +229,7 @@ TEST_F(BmpTest, Palettes) {
 // --- 16 bits ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BmpTest, SixteenBits) {
-    // The bits are not repeated in the low ones, but for 4 bits beside an alpha.
+    // The bits are not repeated in the low ones, except for 4 bits next to an alpha.
     const Bytes pixels555 = {0x00, 0xFC, 0xE0, 0x03, 0x5F, 0x84, 0, 0},
                 five = Rgba({0xF80000FF, 0x00F800FF, 0x0810F8FF});
     BmpParts unmasked = Masked16(108, 1, 2, 4, 0, pixels555);
@@ -257,8 +257,8 @@ TEST_F(BmpTest, SixteenBits) {
 
 // --- Run lengths -----------------------------------------------------------------------------------------------------
 
-/// A file whose colours tell their index: red is 10 times as much.
-BmpParts TellingRuns(int bits, int width, int height, Bytes data) {
+/// A file whose colours identify their index: red is 10 times the index.
+BmpParts IndexedRuns(int bits, int width, int height, Bytes data) {
     Bytes palette;
     for (int i = 0; i < 16; ++i)
         palette.insert(palette.end(), {0, 0, uint8_t(10 * i), 0});
@@ -327,7 +327,7 @@ TEST_F(BmpTest, RunLengths) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const Result<ImageTextureRef> texture = Load(TellingRuns(c.bits, c.width, -c.height, c.data).Make());
+        const Result<ImageTextureRef> texture = Load(IndexedRuns(c.bits, c.width, -c.height, c.data).Make());
         EXPECT_EQ(MessageOf(texture), c.message);
         EXPECT_EQ(KindOf(texture), *c.message ? kWrongType : "ok");
         if (!texture)
@@ -338,12 +338,12 @@ TEST_F(BmpTest, RunLengths) {
             indices += "0123456789ABCDEF"[rgba[i] / 10];
         EXPECT_EQ(indices, c.indices);
     }
-    ExpectPixels(TellingRuns(8, 1, 2, {1, 7, 0, 0, 1, 9, 0, 1}).Make(), Rgba({0x5A0000FF, 0x460000FF}));  // bottom up
+    ExpectPixels(IndexedRuns(8, 1, 2, {1, 7, 0, 0, 1, 9, 0, 1}).Make(), Rgba({0x5A0000FF, 0x460000FF}));  // bottom up
 }
 
 /// Two fields bound the runs: the smaller one counts.
-TEST_F(BmpTest, FieldsBoundTheRuns) {
-    const Bytes good = TellingRuns(8, 2, 1, {2, 7, 0, 1}).Make();
+TEST_F(BmpTest, HeaderFieldsLimitTheRuns) {
+    const Bytes good = IndexedRuns(8, 2, 1, {2, 7, 0, 1}).Make();
     ASSERT_TRUE(Load(good));
     const struct {
         size_t offset;
@@ -363,9 +363,9 @@ TEST_F(BmpTest, FieldsBoundTheRuns) {
     }
 }
 
-TEST_F(BmpTest, RowsBeforeBrokenRunsStay) {
+TEST_F(BmpTest, DeliversRowsBeforeBrokenRuns) {
     const ImageTextureRef texture = MakeTexture();  // one that fails to load is not handed out
-    const Bytes file = TellingRuns(8, 2, 2, {2, 7, 0, 0, 2}).Make();
+    const Bytes file = IndexedRuns(8, 2, 2, {2, 7, 0, 0, 2}).Make();
     EXPECT_EQ(MessageOf(LoadInto(texture, "bmp", Mount(file))), kCropped);
     EXPECT_EQ(RgbaOf(texture), Rgba({0x000000FF, 0x000000FF, 0x460000FF, 0x460000FF}));
 }
@@ -436,7 +436,7 @@ TEST_F(BmpTest, Writes) {
         {"resolution", {.dpi = 300, .aspectRatio = 0.5}, rgba, resolved},
         {"V3 is sRGB", {"V3", false, true}, rgb, Expected(40, 24, 1, 1, srgb100)},
         {"V4 is sRGB", {"V4", false, true}, rgb, Expected(108, 24, 1, 1, srgb100)},
-        {"but for who does not want it", {"V4", true, true}, rgb, Expected(108, 24, 1, 1, linear100)},
+        {"V4 keeps its colours on request", {"V4", true, true}, rgb, Expected(108, 24, 1, 1, linear100)},
         {"V5 has the profile", {"V5", false, true}, rgb, Expected(124, 24, 1, 1, linear100, linear)},
     };
     for (const auto& c : cases) {
@@ -453,7 +453,7 @@ TEST_F(BmpTest, Writes) {
     EXPECT_EQ(MessageOf(SaveAs({"V6"}, rgb)), "Invalid header type: V6.");
 }
 
-/// What others seldom or never write, as they read it.
+/// Variants that other programs rarely write, judged by their readers.
 TEST_F(BmpTest, OthersReadRareVariants) {
     Noise noise(9);
     const char* const kMagick = "convert-im6.q16";
@@ -468,8 +468,8 @@ TEST_F(BmpTest, OthersReadRareVariants) {
         {"2 bits", "bmptopnm", "bmptopnm", Indexed(2, 13, 3, noise.Make(16), noise.Make(12))},
         {"core header of 4 bits", "bmptopnm", "bmptopnm", Indexed(4, 5, 2, noise.Make(48), noise.Make(8), 12)},
         {"444", kMagick, kToRgb, Masked16(40, 0xF00, 0xF0, 0xF, 0, noise.Make(8)), 15},
-        {"jumps of 8 bits", kMagick, kToRgb, TellingRuns(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1})},
-        {"jumps of 4 bits", kMagick, kToRgb, TellingRuns(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1})},
+        {"jumps of 8 bits", kMagick, kToRgb, IndexedRuns(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1})},
+        {"jumps of 4 bits", kMagick, kToRgb, IndexedRuns(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1})},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);

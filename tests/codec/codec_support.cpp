@@ -1,5 +1,7 @@
 #include "codec_support.h"
 
+#include "imexport/frame/media_io_importer.h"
+
 namespace codectest {
 namespace {
 
@@ -81,6 +83,18 @@ Result<ImageTextureRef> LoadAs(std::string_view formatName, const Url& url) {
     return texture;
 }
 
+Result<ImageTextureRef> LoadFromStream(std::string_view formatName, const InputStreamRef& stream) {
+    const ObjectRef importer = TRY(ClassRef(Format(formatName).importer).Create());
+    dynamic_cast<FileImporter&>(*importer).SetSourceStream(stream);
+    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
+    const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
+    TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
+    const auto session = TRY(ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>());
+    TRY(session->ConnectMediaConverter(Cast<MediaConverterInterface>(importer), output));
+    TRY(session->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
+    return texture;
+}
+
 ImageTextureRef Loaded(const Bytes& bytes) {
     const Result<ImageTextureRef> texture = Load(bytes);
     EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
@@ -114,6 +128,72 @@ Bytes RgbaOf(const ImageTextureRef& texture) {
     return rgba;
 }
 
+Bytes PixelsOfAll(const ImageTextureRef& texture) {
+    Bytes all;
+    for (const HierarchyObjectRef& child : texture->GetChildren(Int(IMAGEHIERARCHY::IMAGE))) {
+        const auto image = Cast<ImageBaseInterface>(child);
+        for (const ImageBaseRef& node : {image, AlphaOf(image)}) {
+            const Bytes pixels = node ? PixelsOf(node, pixelformats::kRgbaU8) : Bytes();
+            all.insert(all.end(), pixels.begin(), pixels.end());
+        }
+    }
+    return all;
+}
+
+namespace {
+
+Result<void> Subscribe(const MediaStreamRef& stream, Delivery& delivery) {
+    TRY(stream->SubscribeStream(Data(Int(0))));
+    ++delivery.streams;
+    if (const auto image = Cast<MediaStreamImageDataImportInterface>(stream)) {
+        delivery.tallest = std::max(delivery.tallest, stream->GetFormat(Data(Int(0))).Get(mediaformat::kHeight, 0));
+        return image->SetCallbackHandler(
+            {},
+            [&delivery](const MediaStreamProperties&, ChannelOffsets, SETPIXELHANDLERFLAGS) {
+                SetPixelHandlerStruct handler;
+                handler.write = [&delivery](const PixelSpan&, const PixelLineConst&, SETPIXELFLAGS) -> Result<void> {
+                    ++delivery.rows;
+                    return {};
+                };
+                return Result<SetPixelHandlerStruct>(std::move(handler));
+            },
+            {});
+    }
+    if (const auto audio = Cast<MediaStreamAudioDataImportInterface>(stream))
+        return audio->SetCallbackHandler({}, [](Block<const std::byte>) -> Result<void> { return {}; }, {});
+    return {};
+}
+
+Result<void> RunImporter(std::string_view formatName, const InputStreamRef& stream,
+                         const Delegate<void()>& beforeExecute, Delivery& delivery) {
+    const ObjectRef object = TRY(ClassRef(Format(formatName).importer).Create());
+    dynamic_cast<FileImporter&>(*object).SetSourceStream(stream);
+    const auto importer = Cast<MediaConverterInterface>(object);
+    const auto session = TRY(ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>());
+    TRY(importer->ConnectToSession(session));
+    TRY(session->GetProgress()->InitProgress(TimeValue(), TimeValue()));
+    TRY(session->GetProgress()->ObservableProgressNotification()->AddObserver(
+        [&delivery](const MediaSessionProgressRef&, Float fraction, TimeValue, TimeValue) -> Result<void> {
+            delivery.progress.push_back(fraction);
+            return {};
+        }));
+    TRY(importer->Analyze({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
+    for (const MediaStreamRef& each : TRY(importer->GetOutputStreams(true)))
+        TRY(Subscribe(each, delivery));
+    if (beforeExecute)
+        beforeExecute();
+    TRY(importer->PrepareExecute({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
+    return importer->Execute({}, TimeValue(), MEDIASESSIONFLAGS::NONE);
+}
+
+}  // namespace
+
+Delivery Deliver(std::string_view formatName, const InputStreamRef& stream, const Delegate<void()>& beforeExecute) {
+    Delivery delivery;
+    delivery.kind = KindOf(RunImporter(formatName, stream, beforeExecute, delivery));
+    return delivery;
+}
+
 Bytes ProfileBytes(const ColorProfile& profile) {
     const Block<const std::byte> bytes = Expect(profile.WriteProfileToMemory(), Block<const std::byte>());
     const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
@@ -133,7 +213,8 @@ const FileFormatEntry& Format(std::string_view name) {
 
 std::vector<FileFormatEntry> WrittenFormats() {
     std::vector<FileFormatEntry> written;
-    std::ranges::copy_if(GetFileFormatTable(), std::back_inserter(written), &FileFormatEntry::makeExporter);
+    std::ranges::copy_if(GetFileFormatTable(), std::back_inserter(written),
+                         [](const FileFormatEntry& entry) { return entry.makeExporter && entry.output.image; });
     return written;
 }
 

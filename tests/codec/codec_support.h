@@ -12,9 +12,11 @@
 #include "orvik/gfx_image.h"
 #include "orvik/mediasession_output.h"
 
+namespace peers {}
 namespace codectest {
 
 using namespace orvik;
+using namespace peers;
 using Bytes = std::vector<uint8_t>;
 
 inline Block<const std::byte> AsBlock(const Bytes& bytes) { return std::as_bytes(Block<const uint8_t>(bytes)); }
@@ -33,6 +35,8 @@ inline Result<ImageTextureRef> LoadAs(std::string_view formatName, const Bytes& 
 }
 /// The same into a texture that is there, which keeps what came before an error.
 Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const Url& url);
+/// From where the stream stands.
+Result<ImageTextureRef> LoadFromStream(std::string_view formatName, const InputStreamRef& stream);
 /// Fails the test on an error, and goes on with a picture of one pixel.
 ImageTextureRef Loaded(const Bytes& bytes);
 
@@ -43,6 +47,8 @@ ImageBaseRef AlphaOf(const ImageBaseRef& image);
 
 /// All pixels of a node, tightly packed, from the top. Fails the test and gives nothing on an error.
 Bytes PixelsOf(const ImageBaseRef& node, const Id& format);
+/// The same of all images of a texture, one after the other.
+Bytes PixelsOfAll(const ImageTextureRef& texture);
 /// RGBA of 8 bits of the first image, with the alpha of its alpha child where there is one.
 Bytes RgbaOf(const ImageTextureRef& texture);
 
@@ -63,8 +69,17 @@ ImageTextureRef MakeTexture(const Picture& picture);
 Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName);
 Result<void> SaveTo(const ImageTextureRef& texture, std::string_view formatName, const Url& url);
 const FileFormatEntry& Format(std::string_view name);
-/// The rows of the formats that can be written.
+/// The rows of the formats that pictures can be written in.
 std::vector<FileFormatEntry> WrittenFormats();
+
+/// What an importer gives to a listener that subscribes to every stream and keeps no pixels.
+struct Delivery {
+    std::string kind;  ///< of the first error, or "ok"
+    Int streams = 0, rows = 0, tallest = 0;
+    std::vector<Float> progress;  ///< what an observer saw
+};
+/// @param beforeExecute  called when the streams are known
+Delivery Deliver(std::string_view formatName, const InputStreamRef& stream, const Delegate<void()>& beforeExecute = {});
 
 /// "ok", or the last word of the error's class id, for instance "mediasessionwrongtype".
 template <class T>

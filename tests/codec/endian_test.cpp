@@ -37,36 +37,29 @@ TEST(Endian, NamesTheUrlThatItOpened) {
     reader.Attach(*OpenMemoryInput(AsBlock(kBytes)), BYTEORDER::BIG);
     EXPECT_TRUE(reader.GetUrl().IsEmpty());
     EXPECT_EQ(*reader.ReadU16(), 0x0102);
-}
-
-TEST(Endian, ShortReadIsTheStreamsError) {
     EXPECT_EQ(KindOf(ReaderOf(BYTEORDER::BIG, {1, 2, 3}).ReadU32()), "io");
     EXPECT_EQ(KindOf(EndianReader().ReadU8()), "nullptr");
 }
 
-TEST(Endian, WritesWhatItReads) {
-    for (const BYTEORDER order : {BYTEORDER::BIG, BYTEORDER::LITTLE}) {
+TEST(Endian, WritesInBothOrders) {
+    const struct {
+        BYTEORDER order;
+        Bytes bytes;  ///< before the zeros
+    } cases[] = {{BYTEORDER::BIG, {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xFF, 0xFE, 0x3F, 0xC0,
+                                   0,    0,    0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}},
+                 {BYTEORDER::LITTLE, {0x12, 0x56, 0x34, 0xDE, 0xBC, 0x9A, 0x78, 0xFE, 0xFF, 0,   0,
+                                      0xC0, 0x3F, 0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11}}};
+    for (const auto& [order, bytes] : cases) {
         const MemoryFileRef file = *CreateMemoryFile();
         EndianWriter out;
         out.Attach(*OpenMemoryOutput(file), order);
         ASSERT_TRUE(out.WriteU8(0x12) && out.WriteU16(0x3456) && out.WriteU32(0x789ABCDE) && out.WriteS16(-2) &&
-                    out.WriteS32(-3) && out.WriteU64(0x1122334455667788) && out.WriteF32(-0.75f) &&
-                    out.WriteF64(1e300) && out.WriteZeros(130) && out.WriteS64(-5) && out.GetStream()->Close());
-        EndianReader in;
-        in.Attach(*OpenMemoryInput(file), order);
-        EXPECT_EQ(*in.ReadU8(), 0x12);
-        EXPECT_EQ(*in.ReadU16(), 0x3456);
-        EXPECT_EQ(*in.ReadU32(), 0x789ABCDEu);
-        EXPECT_EQ(*in.ReadS16(), -2);
-        EXPECT_EQ(*in.ReadS32(), -3);
-        EXPECT_EQ(*in.ReadU64(), 0x1122334455667788u);
-        EXPECT_EQ(*in.ReadF32(), -0.75f);
-        EXPECT_EQ(*in.ReadF64(), 1e300);
-        Bytes zeros(130, 1);
-        ASSERT_TRUE(in.ReadBlock(std::as_writable_bytes(Block<uint8_t>(zeros))));
-        EXPECT_EQ(zeros, Bytes(130));
-        EXPECT_EQ(*in.ReadS64(), -5);
-        EXPECT_EQ(int(file->GetBytes()[1]), order == BYTEORDER::BIG ? 0x34 : 0x56);
+                    out.WriteF32(1.5f) && out.WriteU64(0x1122334455667788) && out.WriteZeros(130) &&
+                    out.GetStream()->Close());
+        Bytes expected = bytes;
+        expected.resize(bytes.size() + 130);
+        const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
+        EXPECT_EQ(Bytes(first, first + file->GetBytes().GetCount()), expected);
     }
 }
 

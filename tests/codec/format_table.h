@@ -18,7 +18,7 @@ struct Sample {
     Bytes bytes;
 };
 
-/// A file of the corpus that lawfully differs from all peers, and why. One that agrees again fails the test.
+/// A file of the corpus that differs from all peers for a good reason. One that agrees again fails the test.
 struct CorpusDifference {
     const char* file;
     const char* reason;
@@ -30,6 +30,7 @@ struct ExportVariant {
     DataDictionary settings = {};
     Bytes (*keeps)(Bytes rgba) = nullptr;  ///< what the file can hold of an RGBA picture; null for all
     int tolerance = 0;                     ///< steps by which a byte may be off
+    bool isLossy = false;                  ///< others must read what a load of the file gives
     /// @{ Programs that cannot read this, or not a single pixel of it, by the names of the table of readers.
     std::vector<std::string_view> unreadable = {};
     std::vector<std::string_view> unreadablePixel = {};
@@ -44,6 +45,7 @@ struct ForeignWriter {
     std::string command;
     Bytes (*keeps)(Bytes rgba) = nullptr;  ///< makes a picture that the file can hold; null when it holds any
     int tolerance = 0;
+    bool isLossy = false;  ///< judged by what ImageMagick reads of the file
 };
 
 /// Pillow saves an image of a mode in a format, both in its words.
@@ -55,7 +57,7 @@ struct TestedFormat {
     std::vector<Sample> (*makeSamples)();  ///< one for each variant of the format
 
     /// @{ Damage.
-    size_t mostPicturesOfCutFiles = 0;             ///< prefixes of a sample that may give a picture all the same
+    size_t mostPicturesOfCutFiles = 0;             ///< prefixes of a sample that may give a picture nevertheless
     void (*mendDamage)(Bytes& file) = nullptr;     ///< restores check sums that would hide damage; null for none
     std::vector<Sample> (*makeBombs)() = nullptr;  ///< small files that ask for gigabytes
     /// @}
@@ -67,7 +69,10 @@ struct TestedFormat {
     bool announcesLate = false;  ///< adds its job to the progress when it begins with the pixels, not before
     /// @}
 
-    bool hasVideo = false;  ///< what the importer says of itself
+    /// @{ What the importer gives.
+    bool hasPictures = true;
+    bool hasVideo = false;
+    /// @}
 
     /// @{ Capabilities of the exporter; for a format that is written.
     bool embedsProfiles = false;
@@ -80,6 +85,7 @@ struct TestedFormat {
     std::string_view corpusFolder = {};  ///< where it is not the name
     std::vector<CorpusDifference> differences = {};
     int fewestCompared = 0, fewestRefused = 0;
+    const char* whyNotCompared = nullptr;  ///< for a format of which no file is compared with a peer
     /// What the peers make of the pixels; null where it is what a load gives.
     Bytes (*peersRgba)(const ImageTextureRef& texture) = nullptr;
     /// Judges a picture whose hash no peer has; null where pixels are exact.

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "format_table.h"
-#include "hdr_parts.h"
+#include "parts.h"
 
 namespace codectest {
 namespace {

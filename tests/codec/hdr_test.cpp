@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "hdr_parts.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {
@@ -238,7 +238,7 @@ Bytes MakeRgbe(Int width, Noise& noise, uint32_t sameness) {
     return rgbe;
 }
 
-TEST_F(HdrTest, WritesRowsByTheRules) {
+TEST_F(HdrTest, EncodesRuns) {
     Noise noise(41);
     for (const Int width : {1, 4, 7, 8, 9, 10, 11, 12, 31, 127, 128, 129, 130, 131, 255, 256, 260, 500, 32767, 32768}) {
         for (const uint32_t sameness : {0u, 4u, 9u, 14u, 16u}) {
@@ -261,18 +261,6 @@ TEST_F(HdrTest, WritesRowsByTheRules) {
     }
 }
 
-TEST_F(HdrTest, ConvertsToLinearUnlessToldNotTo) {
-    const ImageTextureRef texture = MakeTexture({1, 1, pixelformats::kRgbU8, {188, 188, 188}});
-    ASSERT_TRUE(FirstImage(texture)->Set(image::kColorProfile, colorprofiles::Get(colorprofiles::kSrgb)));
-    for (const auto& [keepsColors, expected] : {std::pair(false, 0.5), std::pair(true, 188.0 / 255)}) {
-        DataDictionary settings;
-        ASSERT_TRUE(settings.Set(mediaexport::kDisableSrgbConversion, keepsColors));
-        ASSERT_TRUE(texture->Set(image::kExportSettings, settings));
-        const ImageTextureRef saved = Loaded(Save(texture, "hdr").GetValueOr(Bytes()));
-        EXPECT_NEAR(PictureOf(saved).ToFloats()[0], expected, 0.01);
-    }
-}
-
 // --- Other programs --------------------------------------------------------------------------------------------------
 
 struct Size {
@@ -281,16 +269,12 @@ struct Size {
 const Size kSizes[] = {{1, 1}, {1, 9}, {7, 3}, {8, 1}, {9, 2}, {37, 21}, {129, 5}, {32767, 1}, {32768, 1}};
 constexpr Int kWidestForMagick = 16000;
 
-class HdrToolsTest : public HdrTest {
+class HdrToolsTest : public ToolTest {
 protected:
     void SetUp() override {
-        HdrTest::SetUp();
-        if (!HasTool("oiiotool") || !HasTool("convert-im6.q16"))
-            GTEST_SKIP() << "no other program is installed";
+        ToolTest::SetUp();
+        RequireTools({"oiiotool", "convert-im6.q16"});
     }
-    ScratchDirectory _scratch;
-
-    std::string Quoted(const std::string& name) const { return "'" + _scratch.Path(name) + "'"; }
     /// Through a TIFF, which ends in its pixels.
     std::vector<float> ReadByOiiotool(const std::string& name, const Size& size) {
         EXPECT_TRUE(RunShell("oiiotool " + Quoted(name) + " -d float --compression none -o " + Quoted("floats.tif")));
@@ -303,7 +287,7 @@ protected:
     }
 };
 
-TEST_F(HdrToolsTest, OthersReadWhatWeWrite) {
+TEST_F(HdrToolsTest, OthersReadItsFiles) {
     Noise noise(51);
     for (const Size& size : kSizes) {
         SCOPED_TRACE(testing::Message() << size.width << " x " << size.height);
@@ -324,13 +308,13 @@ TEST_F(HdrToolsTest, OthersReadWhatWeWrite) {
     }
 }
 
-TEST_F(HdrToolsTest, WeReadWhatOthersWrite) {
+TEST_F(HdrToolsTest, ReadsFilesOfOthers) {
     Noise noise(53);
     for (const Size& size : kSizes) {
         const std::string head = "P6\n" + std::to_string(size.width) + " " + std::to_string(size.height) + "\n65535\n";
         Bytes words = noise.Make(size_t(size.width * size.height) * 6);
         for (size_t i = 6; i < words.size(); ++i) {
-            if (i / 60 % 2)  // runs beside noise
+            if (i / 60 % 2)  // runs between noise
                 words[i] = words[i - 6];
         }
         WriteFile(_scratch.Path("in.ppm"), HdrFile(head, words));

@@ -48,6 +48,37 @@ std::vector<Sample> MakeJpegBombs() {
     return bombs;
 }
 
+std::vector<ExportVariant> MakeJpegVariants() {
+    std::vector<ExportVariant> variants;
+    for (const double quality : {0.1, 0.8, 1.0}) {
+        ExportVariant variant{.name = testing::PrintToString(quality), .tolerance = 1, .isLossy = true};
+        EXPECT_TRUE(variant.settings.Set(mediaexport::kQuality, quality));
+        variants.push_back(variant);
+    }
+    return variants;
+}
+
+std::vector<ForeignWriter> MakeJpegWriters() {
+    std::vector<ForeignWriter> writers = {PillowWriter("Pillow", "RGB", "JPEG"),
+                                          PillowWriter("Pillow, grey", "L", "JPEG")};
+    const auto fromPpm = [&](const char* tool, const char* what, const std::string& command) {
+        writers.push_back({what,
+                           {"convert-im6.q16", tool},
+                           "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I -alpha off ppm:- | " + command});
+    };
+    for (const char* how :
+         {"-quality 90", "-quality 90 -sample 1x1", "-quality 90 -sample 2x1", "-quality 90 -sample 1x2",
+          "-quality 90 -sample 4x2,1x1,1x1", "-quality 90 -optimize", "-quality 50 -progressive -sample 2x2",
+          "-quality 50 -arithmetic", "-quality 90 -grayscale", "-quality 90 -rgb", "-quality 90 -restart 1"})
+        fromPpm("cjpeg", how, "cjpeg " + std::string(how) + " > %O");
+    fromPpm("gm", "GraphicsMagick", "gm convert - -quality 60 jpg:%O");
+    fromPpm("convert-im6.q16", "ImageMagick, 422", "convert-im6.q16 - -quality 75 -sampling-factor 4:2:2 jpg:%O");
+    fromPpm("convert-im6.q16", "ImageMagick, interlaced", "convert-im6.q16 - -quality 75 -interlace JPEG jpg:%O");
+    for (ForeignWriter& writer : writers)
+        writer.tolerance = 1, writer.isLossy = true;
+    return writers;
+}
+
 /// As libjpeg's own program, and inks as Pillow has them: within a step.
 bool AgreesWithPrograms(const std::string& path, const ImageTextureRef& texture) {
     const ImageBaseRef image = FirstImage(texture);
@@ -89,6 +120,8 @@ TestedFormat TestedJpeg() {
     };
     jpeg.fewestCompared = 80;
     jpeg.fewestRefused = 5;
+    jpeg.makeVariants = MakeJpegVariants;
+    jpeg.makeWriters = MakeJpegWriters;
     return jpeg;
 }
 

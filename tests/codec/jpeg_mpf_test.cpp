@@ -131,7 +131,7 @@ private:
     String _image;
 };
 
-TEST_F(JpegMpfTest, SelectedPictureAloneIsDecoded) {
+TEST_F(JpegMpfTest, DecodesTheSelectedPictureOnly) {
     const Bytes file = Join({}, {MakeJpeg(8, 24, 120)});
     for (const Int wanted : {1, 2}) {
         const LayerSet layers(*NewObj<SelectOne>(FormatString("#@", wanted)));
@@ -143,7 +143,7 @@ TEST_F(JpegMpfTest, SelectedPictureAloneIsDecoded) {
     }
 }
 
-TEST_F(JpegMpfTest, OddIndexes) {
+TEST_F(JpegMpfTest, ChecksTheIndex) {
     const Bytes second = MakeJpeg(8, 8, 120);
     const std::string failed = "ReadApp2Marker failed.";
     const struct {
@@ -182,7 +182,7 @@ TEST_F(JpegMpfTest, OddIndexes) {
     }
 }
 
-TEST_F(JpegMpfTest, OtherSegmentsAreNoIndex) {
+TEST_F(JpegMpfTest, IgnoresSegmentsThatAreNoIndex) {
     const std::vector<Bytes> payloads = {{'M', 'P', 'F', 0},
                                          {'M', 'P', 'F', 0, 'I', 'I', 42},
                                          {'M', 'P', 'F', 0, 'I', 'I', 0, 42, 8, 0, 0, 0},
@@ -193,7 +193,7 @@ TEST_F(JpegMpfTest, OtherSegmentsAreNoIndex) {
     }
 }
 
-TEST_F(JpegMpfTest, PicturesThatAreNotThere) {
+TEST_F(JpegMpfTest, ReportsMissingPictures) {
     const Bytes second = MakeJpeg(8, 8, 120);
     Bytes file = Join({}, {second});
     file.resize(file.size() - second.size());
@@ -203,8 +203,8 @@ TEST_F(JpegMpfTest, PicturesThatAreNotThere) {
     EXPECT_EQ(MessageOf(Load(Join({}, {Bytes(100, 1)}))), "Error loading jpg: Not a JPEG file: starts with 0x01 0x01");
 }
 
-TEST_F(JpegMpfTest, ManyPicturesAtTheSamePlaceAreBounded) {
-    // An index of 4000 pictures, all of them the first: honest as long as it is small.
+TEST_F(JpegMpfTest, LimitsOverlappingPictures) {
+    // An index of 4000 pictures, all of them the first: valid as long as it is small.
     Index index;
     index.offsets.assign(4000, 0);
     EXPECT_EQ(KindOf(Load(MakeJpeg(640, 480, 50, {index.Make()}))), "mediasessionwrongtype");
@@ -214,7 +214,7 @@ TEST_F(JpegMpfTest, ManyPicturesAtTheSamePlaceAreBounded) {
 
 // --- Exif ------------------------------------------------------------------------------------------------------------
 
-/// Knows nothing of Exif: keeps the bytes it was given.
+/// Keeps the bytes that it was given.
 class FakeExif : public ExifInterface {
 public:
     explicit FakeExif(Bytes block) : block(std::move(block)) {}
@@ -237,7 +237,7 @@ public:
 
 const Bytes kExifBlock = {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 1, 2, 3};
 
-TEST_F(JpegMpfTest, ExifGoesToTheHostsService) {
+TEST_F(JpegMpfTest, PassesExifToTheHost) {
     const Bytes file = MakeJpeg(8, 8, 90,
                                 {{JPEG_APP0 + 1, {'h', 't', 't', 'p', ':', '/', '/'}},
                                  {JPEG_APP0 + 1, {'E', 'x', 'i', 'f'}},

@@ -2,8 +2,9 @@
 
 #include <numeric>
 
-#include "codec_support.h"
+#include "format_table.h"
 #include "jpeg_direct.h"
+#include "tool_support.h"
 
 namespace codectest {
 namespace {
@@ -70,7 +71,7 @@ TEST_F(JpegTest, ReadsWhatTheBareLibraryReads) {
     }
 }
 
-TEST_F(JpegTest, InksStayInvertedAndAreWrittenAsRgb) {
+TEST_F(JpegTest, KeepsInksInvertedAndWritesRgb) {
     // 255 of an inverted ink is no ink: white.
     JpegPicture made{.width = 8, .height = 8, .colorSpace = JCS_CMYK, .quality = 100, .horizontal = 1, .vertical = 1};
     made.rows = Bytes(8 * 8 * 4, 255);
@@ -139,7 +140,7 @@ TEST_F(JpegTest, CarriesColorProfiles) {
         EXPECT_EQ(ProfileOf(texture) == colorprofiles::Get(colorprofiles::kLinearRgb), extra == 0);
         EXPECT_EQ(ReadJpeg(Save(texture, "jpg").GetValueOr(Bytes())).profile, made.profile);
     }
-    // One that makes no sense costs only itself, and so does a piece without the others.
+    // An invalid profile is dropped without the picture, and so is an incomplete one.
     JpegPicture senseless = MakePicture(16, 16), incomplete = MakePicture(16, 16);
     senseless.profile = Bytes(600, 7);
     incomplete.segments = {{JPEG_APP0 + 2, {'I', 'C', 'C', '_', 'P', 'R', 'O', 'F', 'I', 'L', 'E', 0, 2, 3, 1, 2, 3}}};
@@ -150,48 +151,35 @@ TEST_F(JpegTest, CarriesColorProfiles) {
     }
 }
 
-TEST_F(JpegTest, RowsAreDecodedIntoThePicture) {
-    const ImageTextureRef texture = MakeTexture({4, 3, pixelformats::kRgbU8, Bytes(36)});
-    const auto image = Cast<ImageInterface>(FirstImage(texture));
-    const auto handlerFor = [&](const Id& format, const ColorProfile& profile) {
-        return *image->SetPixelHandler(PixelFormats::Get(format), {}, profile, SETPIXELHANDLERFLAGS::NONE);
-    };
-    SetPixelHandlerStruct same = handlerFor(pixelformats::kRgbU8, ColorProfile());
-    ASSERT_TRUE(same.locate);
-    std::byte* const row = same.locate({1, 2, 3});
-    ASSERT_TRUE(row);
-    std::memset(row, 7, 9);
-    Bytes expected(36);
-    std::fill(expected.begin() + 27, expected.end(), uint8_t(7));
-    EXPECT_EQ(PixelsOf(image, pixelformats::kRgbU8), expected);
-    for (const PixelSpan& outside : {PixelSpan{0, 3, 1}, PixelSpan{0, -1, 1}, PixelSpan{-1, 0, 1}, PixelSpan{2, 0, 3}})
-        EXPECT_FALSE(same.locate(outside));
-    // Where pixels change on the way, there is no such place.
-    EXPECT_FALSE(handlerFor(pixelformats::kBgrU8, ColorProfile()).locate);
-    EXPECT_FALSE(handlerFor(pixelformats::kRgbU8, colorprofiles::Get(colorprofiles::kLinearRgb)).locate);
-}
-
-TEST_F(JpegTest, RowsAreEncodedFromThePicture) {
+TEST_F(JpegTest, RowsOfTheSameFormatAreUsedInPlace) {
     Bytes pixels(36);
     std::iota(pixels.begin(), pixels.end(), uint8_t(1));
     const ImageTextureRef texture = MakeTexture({4, 3, pixelformats::kRgbU8, pixels});
     const auto image = Cast<ImageInterface>(FirstImage(texture));
-    const auto handlerFor = [&](const Id& format, const Id& profile) {
+    const auto setFor = [&](const Id& format, const ColorProfile& profile) {
+        return *image->SetPixelHandler(PixelFormats::Get(format), {}, profile, SETPIXELHANDLERFLAGS::NONE);
+    };
+    const auto getFor = [&](const Id& format, const Id& profile) {
         return *image->GetPixelHandler(PixelFormats::Get(format), {}, colorprofiles::Get(profile),
                                        GETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION, LayerSet());
     };
+    SetPixelHandlerStruct set = setFor(pixelformats::kRgbU8, ColorProfile());
     // Pixels without a profile are sRGB, so nothing changes on the way.
-    GetPixelHandlerStruct same = handlerFor(pixelformats::kRgbU8, colorprofiles::kSrgb);
-    ASSERT_TRUE(same.find);
-    const Result<const std::byte*> found = same.find({1, 2, 3});
-    ASSERT_TRUE(found);
-    EXPECT_EQ(0, std::memcmp(*found, pixels.data() + 27, 9));
+    GetPixelHandlerStruct get = getFor(pixelformats::kRgbU8, colorprofiles::kSrgb);
+    ASSERT_TRUE(set.locate && get.find);
+    const std::byte* const row = set.locate({1, 2, 3});
+    const Result<const std::byte*> found = get.find({1, 2, 3});
+    ASSERT_TRUE(row && found);
+    EXPECT_EQ(*found, row);
+    EXPECT_EQ(0, std::memcmp(row, pixels.data() + 27, 9));
     for (const PixelSpan& outside : {PixelSpan{0, 3, 1}, PixelSpan{0, -1, 1}, PixelSpan{-1, 0, 1}, PixelSpan{2, 0, 3}})
-        EXPECT_FALSE(same.find(outside));
-    same.Free();
-    EXPECT_FALSE(same.find);
-    EXPECT_FALSE(handlerFor(pixelformats::kBgrU8, colorprofiles::kSrgb).find);
-    EXPECT_FALSE(handlerFor(pixelformats::kRgbU8, colorprofiles::kLinearRgb).find);
+        EXPECT_FALSE(set.locate(outside) || get.find(outside));
+    get.Free();
+    EXPECT_FALSE(get.find);
+    EXPECT_FALSE(setFor(pixelformats::kBgrU8, ColorProfile()).locate);
+    EXPECT_FALSE(setFor(pixelformats::kRgbU8, colorprofiles::Get(colorprofiles::kLinearRgb)).locate);
+    EXPECT_FALSE(getFor(pixelformats::kBgrU8, colorprofiles::kSrgb).find);
+    EXPECT_FALSE(getFor(pixelformats::kRgbU8, colorprofiles::kLinearRgb).find);
 }
 
 // --- Writing ---------------------------------------------------------------------------------------------------------
@@ -240,7 +228,7 @@ TEST_F(JpegTest, WritesWhatTheBareLibraryWrites) {
     }
 }
 
-TEST_F(JpegTest, HoldsToItsSettings) {
+TEST_F(JpegTest, AppliesExportSettings) {
     const struct {
         Data quality, baseline, dpi;  ///< empty: not set
         ExpectedFile expected;
@@ -287,7 +275,7 @@ TEST_F(JpegTest, HoldsToItsSettings) {
 
 // --- Detection -------------------------------------------------------------------------------------------------------
 
-TEST_F(JpegTest, DetectsByThreeSegments) {
+TEST_F(JpegTest, DetectsThreeSegments) {
     const auto format = FindPublished<FileFormatInterface>("net.orvik.fileformat.imagejpg");
     const struct {
         const char* what;
@@ -312,15 +300,182 @@ TEST_F(JpegTest, DetectsByThreeSegments) {
     }
 }
 
-TEST_F(JpegTest, ModuleInformation) {
-    const auto info = FindPublished<DataDictionaryObjectInterface>("net.orvik.moduleinfo.jpeglib");
-    const auto text = [&](const char* key) {
-        const Result<Data> data = info->GetData(*Id::Create(key));
-        return data ? data->ToString() : String();
+// --- Damage ----------------------------------------------------------------------------------------------------------
+
+size_t FindScan(const Bytes& file) { return FindSegment(file, {0xDA}); }
+
+/// True when a cut goes through tables or the head of a scan between the scans: half of these is an error.
+bool IsInTables(const Bytes& file, size_t firstData, size_t cut) {
+    for (size_t at = firstData; at + 4 < file.size(); ++at) {
+        if (file[at] != 0xFF || (file[at + 1] != 0xC4 && file[at + 1] != 0xDA))
+            continue;
+        const size_t end = at + 2 + (size_t(file[at + 2]) << 8 | file[at + 3]);
+        if (cut > at && cut < end)
+            return true;
+        at = end - 1;
+    }
+    return false;
+}
+
+TEST_F(JpegTest, CutFilesEndInAPicture) {
+    for (const Sample& sample : TestedFormatOf("jpg").makeSamples()) {
+        SCOPED_TRACE(sample.name);
+        const Bytes& file = sample.bytes;
+        const size_t scan = FindScan(file);
+        const size_t data = scan + 2 + (size_t(file[scan + 2]) << 8 | file[scan + 3]);
+        for (size_t length = 0; length <= file.size(); ++length) {
+            const bool loads(Load(Bytes(file.begin(), file.begin() + long(length))));
+            if (length <= scan) {
+                EXPECT_FALSE(loads) << length;
+            } else if (length >= data && !IsInTables(file, data, length)) {
+                EXPECT_TRUE(loads) << length;
+            }
+        }
+    }
+}
+
+TEST_F(JpegTest, CutFilesKeepTheirFirstRows) {
+    Noise noise(9);
+    const Bytes rows = noise.Make(64 * 64 * 3);
+    const Bytes file = WriteJpeg({.width = 64, .height = 64, .rows = rows, .horizontal = 1, .vertical = 1});
+    const Bytes whole = RgbaOf(*Load(file));
+    const Bytes half = RgbaOf(*Load(Bytes(file.begin(), file.begin() + long(file.size() * 3 / 4))));
+    const size_t firstQuarter = 64 * 16 * 4;
+    EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + firstQuarter, half.begin()));
+    EXPECT_NE(whole, half);
+}
+
+TEST_F(JpegTest, RefusesSizesThatTheFileCannotHold) {
+    for (const Sample& sample : TestedFormatOf("jpg").makeSamples()) {
+        SCOPED_TRACE(sample.name);
+        EXPECT_EQ(KindOf(Load(ResizeJpeg(sample.bytes, 65500, 65500))), "mediasessionwrongtype");
+        EXPECT_EQ(KindOf(Load(ResizeJpeg(sample.bytes, 700, 500))), "ok");  // a file that ends early is a picture
+    }
+    // A large picture of one colour is valid: hardly more than a bit per block.
+    const Bytes flat = WriteJpeg({.width = 4000, .height = 3000, .rows = Bytes(36000000, 80), .progressive = true});
+    EXPECT_LT(flat.size(), 100000u);
+    EXPECT_EQ(KindOf(Load(flat)), "ok");
+}
+
+TEST_F(JpegTest, LimitsTheNumberOfScans) {
+    Bytes file = WriteJpeg({.width = 8,
+                            .height = 8,
+                            .colorSpace = JCS_GRAYSCALE,
+                            .rows = Bytes(64, 90),
+                            .progressive = true,
+                            .horizontal = 1,
+                            .vertical = 1});
+    const size_t scan = FindScan(file);
+    // The first scan again and again.
+    const uint8_t mark[] = {0xFF, 0xC4};
+    const auto end = std::search(file.begin() + long(scan) + 2, file.end(), std::begin(mark), std::end(mark));
+    ASSERT_NE(end, file.end());
+    const Bytes once(file.begin() + long(scan), end);
+    Bytes many(file.begin(), end);
+    for (int i = 0; i < 600; ++i)
+        many.insert(many.end(), once.begin(), once.end());
+    EXPECT_EQ(MessageOf(Load(many)), "Error loading jpg: more than 500 scans");
+}
+
+TEST_F(JpegTest, ReportsEmptyAndForeignFiles) {
+    const auto handler = FindHandlerBySuffix("jpg");
+    const auto analyze = [&](const Bytes& file) {
+        const auto importer = Cast<MediaInputInterface>(*handler->CreateHandler(Mount(file)));
+        return MessageOf(importer->Analyze({}, {}, MEDIASESSIONFLAGS::NONE));
     };
-    EXPECT_EQ(text("net.orvik.moduleinfo.name"), String("jpeglib"));
-    EXPECT_EQ(text("net.orvik.moduleinfo.description"), String("Jpeg image i/o library"));
-    EXPECT_EQ(text("net.orvik.moduleinfo.version"), String("6.2"));
+    EXPECT_EQ(analyze({}), "Error loading jpg: Empty input file");
+    EXPECT_EQ(analyze({1, 2, 3, 4}), "Error loading jpg: Not a JPEG file: starts with 0x01 0x02");
+    EXPECT_EQ(analyze({0xFF, 0xD8}), "Error loading jpg: JPEG datastream contains no image");
+}
+
+TEST_F(JpegTest, ManySegmentsCostLittleMemory) {
+    // Segments of nothing, and as many pieces of no Exif data, before the picture.
+    const Bytes good = TestedFormatOf("jpg").makeSamples()[0].bytes;
+    Bytes file(good.begin(), good.begin() + 2);
+    for (int i = 0; i < 200000; ++i) {
+        const uint8_t segments[] = {0xFF, 0xE1, 0, 2, 0xFF, 0xE2, 0, 7, 'E', 'x', 'i', 'f', 'x'};
+        file.insert(file.end(), std::begin(segments), std::end(segments));
+    }
+    file.insert(file.end(), good.begin() + 2, good.end());
+    const Url url = Mount(file);
+    const MemoryWatch watch;
+    EXPECT_EQ(KindOf(Load(url)), "ok");
+    EXPECT_LE(watch.GetPeakBytes(), size_t(4) << 20);
+}
+
+// --- Other programs, for what the walks over all formats leave out
+// --------------------------------------------------------------
+
+class JpegToolsTest : public ToolTest {
+protected:
+    void SetUp() override {
+        ToolTest::SetUp();
+        RequireTools({"djpeg", "convert-im6.q16", "exiftool", "PIL"});
+    }
+    static std::string Pillow(const std::string& script) {
+        return "/usr/bin/python3 -c 'import sys; from PIL import Image; " + script + "' ";
+    }
+};
+
+TEST_F(JpegToolsTest, ReadsInksOfOthers) {
+    Bytes rows;
+    Noise noise(23);
+    for (int i = 0; i < 23 * 11 * 4; ++i)  // smooth enough for compression
+        rows.push_back(uint8_t(60 + i / 4 % 23 * 4 + i / 92 * 5 + i % 4 * 10 + noise.Next() % 9));
+    WriteFile(_scratch.Path("in.cmyk"), rows);
+    const std::string in = Quoted("in.cmyk"), file = Quoted("theirs.jpg");
+    for (const std::string& writer : {Pillow("Image.frombytes(\"CMYK\", (23, 11), open(sys.argv[1], \"rb\").read())"
+                                             ".save(sys.stdout.buffer, \"JPEG\", quality=95)") +
+                                          in,
+                                      "convert-im6.q16 -size 23x11 -depth 8 cmyk:" + in + " -quality 95 jpg:-"}) {
+        SCOPED_TRACE(writer);
+        Run(writer + " > " + file);
+        const Bytes own =
+            PixelsOf(FirstImage(*Load(Url(_scratch.Path("theirs.jpg")))), "net.orvik.image.pixelformat.cmyk.u8");
+        ExpectNear(own, Run(Pillow("sys.stdout.buffer.write(Image.open(sys.argv[1]).tobytes())") + file), 1);
+        ExpectNear(own, rows, 12);
+    }
+}
+
+TEST_F(JpegToolsTest, InksAreConvertedByTheirProfile) {
+    const std::string path =
+        SharedDirectory() + "/corpus/jpeg/twelvemonkeys/warning-embedded-color-profile-invalid-ignored-cmyk.jpg";
+    if (!RunShell("test -f '" + path + "'"))
+        GTEST_SKIP() << "no corpus at " << path;
+    ASSERT_TRUE(SaveTo(*Load(Url(path)), "tga", Url(_scratch.Path("srgb.tga"))));
+    const Bytes judge = Run(Pillow("import io; from PIL import ImageCms; i = Image.open(sys.argv[1]); "
+                                   "p = io.BytesIO(i.info[\"icc_profile\"]); s = ImageCms.createProfile(\"sRGB\"); "
+                                   "i = ImageCms.profileToProfile(i, p, s, outputMode=\"RGB\"); "
+                                   "sys.stdout.buffer.write(i.tobytes())") +
+                            "'" + path + "'");
+    ExpectNear(PixelsOf(FirstImage(*Load(Url(_scratch.Path("srgb.tga")))), pixelformats::kRgbU8), judge, 1);
+}
+
+TEST_F(JpegToolsTest, ReadsPictureSetsOfOthers) {
+    Run("convert-im6.q16 -size 64x48 gradient:red-blue -depth 8 " + Quoted("0.ppm"));
+    Run("convert-im6.q16 -size 17x33 gradient:green-white -depth 8 " + Quoted("1.ppm"));
+    Run(Pillow("p = [Image.open(f) for f in sys.argv[2:]]; "
+               "p[0].save(sys.argv[1], format=\"MPO\", save_all=True, append_images=p[1:])") +
+        Quoted("theirs.mpo") + " " + Quoted("0.ppm") + " " + Quoted("1.ppm"));
+    std::vector<std::string> files = {_scratch.Path("theirs.mpo")};
+    const std::string ofCorpus = SharedDirectory() + "/corpus/jpeg/pillow/ignore_frame_size.mpo";
+    if (RunShell("test -f '" + ofCorpus + "'"))
+        files.push_back(ofCorpus);
+    for (const std::string& path : files) {
+        SCOPED_TRACE(path);
+        const Result<ImageTextureRef> texture = Load(Url(path));
+        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+        int index = 0;
+        for (auto child = (*texture)->GetFirstChild(Int(IMAGEHIERARCHY::IMAGE)); child; child = child->GetNext()) {
+            const auto image = Cast<ImageBaseInterface>(child);
+            const Bytes own = PixelsOf(image, pixelformats::kRgbU8);
+            const std::string picture = index == 0 ? "cat" : "exiftool -b -MPImage2";
+            ExpectNear(own, Run(picture + " '" + path + "' | djpeg -rgb -ppm | tail -c " + std::to_string(own.size())),
+                       1);
+            EXPECT_EQ(image->Get(image::kSubImageIndex, -1), index++);
+        }
+        EXPECT_EQ(index, 2);
+    }
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // TGA, as the tests of all formats see it.
 
 #include "format_table.h"
-#include "tga_parts.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {
@@ -12,31 +12,17 @@ std::vector<Sample> MakeTgaSamples() {
     std::vector<Sample> samples;
     const auto add = [&](const char* name, const TgaParts& parts) { samples.push_back({name, "tga", parts.Make()}); };
     add("tga of 24 bits", {.width = 3, .height = 3, .pixels = noise.Make(27)});
+    const Bytes packets = {0x85, 1, 2, 3, 4, 2, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 0x80, 9, 9, 9, 9};
     add("tga of 32 bits in runs",
-        {.imageType = 10, .width = 5, .height = 2, .depth = 32, .descriptor = 0x28, .pixels = {0x85, 1, 2, 3, 4, 2,
-                                                                                               1,    1, 1, 1, 2, 2,
-                                                                                               2,    2, 3, 3, 3, 3,
-                                                                                               0x80, 9, 9, 9, 9}});
+        {.imageType = 10, .width = 5, .height = 2, .depth = 32, .descriptor = 0x28, .pixels = packets});
     add("tga of 16 bits from right to left",
         {.width = 4, .height = 3, .depth = 16, .descriptor = 0x10, .pixels = noise.Make(24)});
-    add("tga with a map in runs", {.id = {1, 2},
-                                   .mapType = 1,
-                                   .imageType = 9,
-                                   .mapFirst = 2,
-                                   .mapLength = 3,
-                                   .mapBits = 24,
-                                   .width = 4,
-                                   .depth = 8,
-                                   .map = noise.Make(9),
-                                   .pixels = {0x83, 3, 3, 2, 3, 4, 5}});
-    add("tga of 16-bit indices", {.mapType = 1,
-                                  .imageType = 1,
-                                  .mapLength = 2,
-                                  .mapBits = 15,
-                                  .width = 4,
-                                  .depth = 16,
-                                  .map = noise.Make(4),
-                                  .pixels = {0, 0, 1, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 0}});
+    TgaParts inRuns = Mapped(8, 24, 2, 3, noise.Make(9), {0x83, 3, 3, 2, 3, 4, 5});
+    inRuns.imageType = 9, inRuns.width = 4, inRuns.id = {1, 2};
+    add("tga with a map in runs", inRuns);
+    TgaParts wide = Mapped(16, 15, 0, 2, noise.Make(4), {0, 0, 1, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 0});
+    wide.width = 4;
+    add("tga of 16-bit indices", wide);
     add("tga in grey of 16 bits", {.imageType = 3, .width = 4, .height = 4, .depth = 16, .pixels = noise.Make(32)});
     return samples;
 }
@@ -46,20 +32,12 @@ std::vector<Sample> MakeTgaBombs() {
     std::vector<Sample> bombs;
     for (const uint16_t side : std::initializer_list<uint16_t>{0x7FFF, 0x1000}) {
         for (const uint8_t type : Bytes{1, 2, 3, 9, 10, 11}) {
-            for (const uint8_t depth : Bytes{8, 16, 24, 32, 255})
-                bombs.push_back({testing::PrintToString(side), "tga",
-                                 TgaParts{.mapType = 1,
-                                          .imageType = type,
-                                          .mapFirst = 0xFFFF,
-                                          .mapLength = uint16_t(side == 0x1000 ? 1 : 0xFFFF),
-                                          .mapBits = 24,
-                                          .width = side,
-                                          .height = side,
-                                          .depth = depth,
-                                          .descriptor = 0x10,
-                                          .map = {1, 2, 3},
-                                          .pixels = {0xFF, 1, 2, 3, 4}}
-                                     .Make()});
+            for (const uint8_t depth : Bytes{8, 16, 24, 32, 255}) {
+                const uint16_t entries = side == 0x1000 ? 1 : 0xFFFF;
+                TgaParts parts = Mapped(depth, 24, 0xFFFF, entries, {1, 2, 3}, {0xFF, 1, 2, 3, 4});
+                parts.imageType = type, parts.width = parts.height = side, parts.descriptor = 0x10;
+                bombs.push_back({testing::PrintToString(side), "tga", parts.Make()});
+            }
         }
     }
     return bombs;
@@ -120,9 +98,9 @@ std::vector<ForeignWriter> MakeTgaWriters() {
     };
 }
 
-/// Where peers read a file in another way, and lawfully: a row from right to left goes on in the row before, 5 bits are
-/// not widened by their upper bits, 16 bits of grey are one value, map entries of four bytes are alpha, blue, green,
-/// red.
+/// Where peers read a file differently, and the format allows both: a row from right to left goes on in the row before,
+/// 5 bits are not widened by their upper bits, 16 bits of grey are one value, map entries of four bytes are alpha,
+/// blue, green, red.
 bool AgreesWithTheSlowDecoder(const std::string& path, const ImageTextureRef& texture) {
     const Bytes file = ReadFile(path);
     const uint8_t kind = file[2] & 7, mapBits = file[7], depth = file[16], descriptor = file[17];

@@ -6,7 +6,7 @@ import unittest
 
 from orvik_e2e import SOURCE, find_tool, main
 
-FOLDERS = ("frameworks", "modules", "host", "tests", "fuzz", "benchmarks", "examples")
+FOLDERS = ("frameworks", "modules", "host", "tests", "fuzz", "benchmarks", "peers", "examples")
 CORE = SOURCE / "frameworks/core.framework/source/orvik"
 IMAGE = SOURCE / "frameworks/image.framework/source/orvik"
 MODULE = SOURCE / "modules/image.module/source"

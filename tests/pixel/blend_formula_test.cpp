@@ -115,7 +115,7 @@ void CompareWithReals(const std::string& mode, double opacity) {
         for (int c = 0; c < 4; ++c) {
             const Real want = expected.c[c];
             if (!std::isfinite(want))
-                continue;  // an alpha of 0 in spite of a source: only alphas out of range bring it about
+                continue;  // the result has alpha 0 although the source has not: only alphas out of range give that
             ASSERT_LE(std::fabs(out[i + c] - want), kTolerance * expected.magnitude)
                 << mode << " channel " << c << " gives " << out[i + c] << " instead of " << want << " opacity "
                 << opacity << " bg " << bg[i] << " " << bg[i + 1] << " " << bg[i + 2] << " " << bg[i + 3] << " fg "
@@ -124,7 +124,7 @@ void CompareWithReals(const std::string& mode, double opacity) {
     }
 }
 
-TEST_F(BlendFormulaTest, GridEqualsEvaluationInHigherPrecision) {
+TEST_F(BlendFormulaTest, MatchesEvaluationInHigherPrecision) {
     for (const std::string& mode : FrameModes()) {
         for (const double opacity : {0.0, 0.5, 1.0}) {
             CompareWithReals<float>(mode, opacity);
@@ -133,7 +133,7 @@ TEST_F(BlendFormulaTest, GridEqualsEvaluationInHigherPrecision) {
     }
 }
 
-TEST_F(BlendFormulaTest, NothingInFrontLeavesTheBackgroundsBits) {
+TEST_F(BlendFormulaTest, TransparentForegroundKeepsTheBackgroundsBits) {
     const float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
     const std::vector<float> bg = {0.3f, -0.0f, nan, 0.7f, infinity, 1e30f, -2, 0, 0.1f, 0.2f, 0.3f, nan};
     const std::vector<float> transparent = {nan, infinity, 0, 0, 0.5f, -1, 7, -0.0f, nan, nan, nan, 0};
@@ -145,7 +145,7 @@ TEST_F(BlendFormulaTest, NothingInFrontLeavesTheBackgroundsBits) {
     }
 }
 
-TEST_F(BlendFormulaTest, OverNothingTheForegroundStands) {
+TEST_F(BlendFormulaTest, TransparentBackgroundGivesTheForeground) {
     const std::vector<double> bg = {0.25, 0.5, 0.75, 0}, fg = {0.1, 0.6, 0.9, 0.8};
     for (const std::string& mode : FrameModes()) {
         EXPECT_THAT(Blend(mode, bg, fg, 1), testing::ElementsAre(0.1, 0.6, 0.9, 0.8)) << mode;
@@ -182,26 +182,26 @@ TEST_F(BlendFormulaTest, NaNStaysInItsChannel) {
 template <class T>
 std::vector<T> MakeWildPixels(size_t count, unsigned seed) {
     using Limits = std::numeric_limits<T>;
-    const T kSpecials[] = {T(0),
-                           T(-0.0),
-                           T(1),
-                           T(0.5),
-                           T(-1),
-                           T(2),
-                           T(0.0001),
-                           T(1e-30),
-                           T(1e30),
-                           Limits::infinity(),
-                           -Limits::infinity(),
-                           Limits::quiet_NaN(),
-                           Limits::denorm_min(),
-                           Limits::max(),
-                           Limits::lowest(),
-                           T(1) - Limits::epsilon()};
+    const double kSpecials[] = {0,
+                                -0.0,
+                                1,
+                                0.5,
+                                -1,
+                                2,
+                                0.0001,
+                                1e-30,
+                                1e30,
+                                Limits::infinity(),
+                                -Limits::infinity(),
+                                Limits::quiet_NaN(),
+                                Limits::denorm_min(),
+                                Limits::max(),
+                                Limits::lowest(),
+                                T(1) - Limits::epsilon()};
     std::mt19937 random(seed);
     std::vector<T> out(count * 4);
     for (T& value : out)
-        value = random() % 8 ? T(random() % 4096) / T(4095) : kSpecials[random() % std::size(kSpecials)];
+        value = random() % 8 ? T(random() % 4096) / T(4095) : T(kSpecials[random() % std::size(kSpecials)]);
     return out;
 }
 
@@ -234,7 +234,7 @@ void CompareLevels(const std::string& mode, size_t count, double opacity) {
         ASSERT_EQ(gaps[i], T(7)) << "written between pixels";
 }
 
-TEST_F(BlendFormulaTest, EveryLevelGivesTheBitsOfSinglePixels) {
+TEST_F(BlendFormulaTest, EveryLevelMatchesSinglePixels) {
     std::set<pixel::BlendKernel<float>> kernels;
     for (const pixel::KernelSet* level : pixel::GetKernelSets()) {
         const LevelScope scope(*level);

@@ -76,22 +76,53 @@ ComponentType ComponentOfVariant(const std::string& variant) {
 
 TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
     std::vector<std::string> expectedGroups, groups;
+    int count = 0;
     for (const ExpectedFamily& family : kFamilies) {
-        const std::string lower = Lower(family.name);
-        expectedGroups.push_back("net.orvik.image.pixelformat." + lower + "group");
+        const std::string name = family.name, prefix = "net.orvik.image.pixelformat." + Lower(name);
+        expectedGroups.push_back(prefix + "group");
         const auto group = FindPublished<PixelFormatGroupInterface>(IdOf(expectedGroups.back()));
         const Result<BaseArray<PixelFormat>> entries = group->GetEntries();
-        ASSERT_TRUE(entries) << family.name;
-        std::vector<std::string> expected, found;
-        for (const std::string& variant : Split(family.variants))
-            expected.push_back(family.name + std::string("::") + variant);
-        for (const PixelFormat& format : *entries) {
-            found.push_back(TextOf(format->GetShortName()));
+        const std::vector<std::string> variants = Split(family.variants), types = Split(family.channels);
+        ASSERT_TRUE(entries && size_t(entries->GetCount()) == variants.size()) << name;
+        EXPECT_EQ(Registry::GetEntries(IdOf("net.orvik.image.registry." + Lower(name))).GetCount(),
+                  entries->GetCount());
+        for (const std::string& variant : variants) {
+            const PixelFormat format = (*entries)[&variant - variants.data()];
+            const std::string id = prefix + "." + Lower(variant);
+            SCOPED_TRACE(id);
+            ++count;
             EXPECT_EQ(format->GetPixelFormatGroup(), group);
+            EXPECT_EQ(PixelFormats::Get(IdOf(id)), format);
+            EXPECT_EQ(TextOf(format->GetId()), id);
+            EXPECT_EQ(TextOf(format->GetShortName()), name + "::" + variant);
+            const std::string classId = "net.orvik.image.class.pixelformat." + name + "." + variant;
+            EXPECT_EQ(TextOf(format->GetClassId()), classId);
+            const auto other = ClassRef(IdOf(classId)).Create<PixelFormatInterface>();
+            ASSERT_TRUE(other);
+            EXPECT_FALSE(*other == format);
+            EXPECT_EQ((*other)->GetId(), format->GetId());
+
+            ASSERT_EQ(format->GetChannelCount(), Int(types.size()));
+            const ComponentType component = ComponentOfVariant(variant);
+            std::vector<Int> offsets = {0};
+            for (size_t i = 0; i < types.size(); ++i) {
+                const ImageChannel& channel = format->GetChannels()[i];
+                EXPECT_EQ(TextOf(channel->GetChannelType()->GetId()), "net.orvik.image.imagechanneltype." + types[i]);
+                EXPECT_EQ(channel->GetComponentType(), component);
+                if (component != ComponentType::None) {
+                    EXPECT_EQ(channel, channeltypes::GetChannel(channel->GetChannelType()->GetId(), component));
+                    offsets.push_back(Int(i + 1) * GetComponentBits(component));
+                }
+            }
+            EXPECT_TRUE(component == ComponentType::None || BitsOf(format->GetChannelOffsets()) == offsets);
+            EXPECT_EQ(format->GetBitsPerPixel(), format->GetChannelOffsets().back());
+            EXPECT_EQ(format->HasAlpha(), std::string(family.channels).find("alpha") != std::string::npos);
+            EXPECT_EQ(format->GetPackedPixelCount(), family.space == std::string("yuv") ? 2 : 1);
+            EXPECT_EQ(TextOf(format->GetColorSpace()->GetId()),
+                      *family.space ? "net.orvik.image.colorspace." + std::string(family.space) : "");
         }
-        EXPECT_EQ(found, expected);
-        EXPECT_EQ(Registry::GetEntries(IdOf("net.orvik.image.registry." + lower)).GetCount(), Int(expected.size()));
     }
+    EXPECT_EQ(count, 83);
     expectedGroups.push_back("net.orvik.image.pixelformat.dynamicgroup");
     for (const Registry::Entry& entry : Registry::GetEntries(kPixelFormatRegistry))
         groups.push_back(TextOf(entry.id));
@@ -100,52 +131,6 @@ TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
     const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
     ASSERT_TRUE(all);
     EXPECT_EQ(all->GetCount(), 83 + 16);
-}
-
-TEST_F(CatalogueTest, EveryFormatIsDescribed) {
-    int count = 0;
-    for (const ExpectedFamily& family : kFamilies) {
-        for (const std::string& variant : Split(family.variants)) {
-            ++count;
-            const std::string id = "net.orvik.image.pixelformat." + Lower(family.name + std::string(".") + variant);
-            const PixelFormat format = PixelFormats::Get(IdOf(id));
-            ASSERT_TRUE(format) << id;
-            EXPECT_EQ(TextOf(format->GetId()), id);
-            EXPECT_EQ(TextOf(format->GetShortName()), family.name + std::string("::") + variant);
-            const std::string classId = "net.orvik.image.class.pixelformat." + std::string(family.name) + "." + variant;
-            EXPECT_EQ(TextOf(format->GetClassId()), classId);
-            const auto other = ClassRef(IdOf(classId)).Create<PixelFormatInterface>();
-            ASSERT_TRUE(other) << classId;
-            EXPECT_FALSE(*other == format);
-            EXPECT_EQ((*other)->GetId(), format->GetId());
-
-            const std::vector<std::string> types = Split(family.channels);
-            ASSERT_EQ(format->GetChannelCount(), Int(types.size())) << id;
-            const ComponentType component = ComponentOfVariant(variant);
-            for (size_t i = 0; i < types.size(); ++i) {
-                const ImageChannel& channel = format->GetChannels()[i];
-                EXPECT_EQ(TextOf(channel->GetChannelType()->GetId()), "net.orvik.image.imagechanneltype." + types[i]);
-                EXPECT_EQ(channel->GetComponentType(), component) << id;
-                if (component != ComponentType::None) {
-                    EXPECT_EQ(channel, channeltypes::GetChannel(channel->GetChannelType()->GetId(), component));
-                }
-            }
-            if (component != ComponentType::None) {
-                std::vector<Int> offsets;
-                for (size_t i = 0; i <= types.size(); ++i)
-                    offsets.push_back(Int(i) * GetComponentBits(component));
-                EXPECT_EQ(BitsOf(format->GetChannelOffsets()), offsets) << id;
-            }
-            EXPECT_EQ(format->GetBitsPerPixel(), format->GetChannelOffsets().back());
-            const bool hasAlpha = std::string(family.channels).find("alpha") != std::string::npos;
-            EXPECT_EQ(format->HasAlpha(), hasAlpha) << id;
-            EXPECT_EQ(format->GetPackedPixelCount(), family.space == std::string("yuv") ? 2 : 1);
-            const ColorSpace space = format->GetColorSpace();
-            EXPECT_EQ(TextOf(space->GetId()),
-                      *family.space ? "net.orvik.image.colorspace." + std::string(family.space) : "");
-        }
-    }
-    EXPECT_EQ(count, 83);
 }
 
 TEST_F(CatalogueTest, PackedAndSpecialOffsets) {

@@ -1,92 +1,632 @@
-// Direct conversions between all pairs of the general formats, against a slow composition of the rules.
+// Every format into every other, in every placement, against a composition of the same rules from slow evaluations.
 
-#include "slow_formats.h"
+#include <optional>
+#include <set>
+
+#include "slow_special.h"
 
 namespace orvik {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using Answer = std::optional<Bytes>;
 
-class ConversionTest : public ModuleFixture {};
+/// Partners that a format knows in both directions.
+const char* const kU8Colors = " rgb.u8 rgba.u8 rgbx.u8 argb.u8 xrgb.u8 bgr.u8 bgra.u8 bgrx.u8 rgb.u16 rgb.f32 rgb.f64 ";
+const char* const kInkPartners = " rgba.u16 rgba.f32 rgba.f64 ";
+const char* const kPackedPartners = " rgb.u8 argb.u8 rgb.u16 argb.u16 rgb.f32 argb.f32 rgb.f64 argb.f64 ";
+const char* const kRgbePartners = " rgb.u8 rgb.u16 rgb.f16 rgb.f32 rgb.f64 ";
 
-TEST_F(ConversionTest, EveryPairFollowsTheRulesInEveryPlacement) {
-    std::vector<SlowFormat> formats;
+bool Lists(const std::string& list, const std::string& name) {
+    return list.find(" " + name + " ") != std::string::npos;
+}
+
+std::string NameOf(const PixelFormat& format) {
+    return TextOf(format->GetId()).substr(std::string("net.orvik.image.pixelformat.").size());
+}
+bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+/// Finds the route by the rules, and takes it pixel by pixel.
+class SlowRoutes {
+public:
+    Answer Convert(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count) {
+        if (!_searching.insert({dst.GetPointer(), src.GetPointer()}).second)
+            return {};
+        Answer answer = TakeDirect(dst, src, in, count);
+        if (!answer)
+            answer = TakeChannels(Describe(dst), Describe(src), in, count);
+        if (!answer)
+            answer = TakeIntermediate(dst, src, in, count);
+        _searching.erase({dst.GetPointer(), src.GetPointer()});
+        return answer;
+    }
+
+private:
+    static size_t StrideOf(const PixelFormat& format) { return size_t(format->GetBitsPerPixel().GetBytes()); }
+    /// @param evaluate  from the bytes of one source pixel to those of one destination pixel
+    template <class Evaluate>
+    static Answer ForEach(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count,
+                          Evaluate evaluate) {
+        Bytes out(count * StrideOf(dst));
+        for (size_t i = 0; i < count; ++i)
+            evaluate(&in[i * StrideOf(src)], &out[i * StrideOf(dst)]);
+        return out;
+    }
+
+    Answer TakeDirect(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count) {
+        const std::string to = NameOf(dst), from = NameOf(src);
+        const SlowFormat slowDst = Describe(dst), slowSrc = Describe(src);
+        const bool fromGeneral = IsFixedGeneral(from, src) && from != "alpha.f16";
+        if (IsFixedGeneral(to, dst) && fromGeneral)
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                SlowPixel result(slowDst.types.size());
+                const SlowPixel raw = LoadPixel(slowSrc, pixel);
+                ConvertPixelSlowly(slowDst, result.data(), slowSrc, raw.data());
+                StorePixel(slowDst, result, out);
+            });
+        if (dst == src)
+            return in;
+        const auto colors = Cast<PixelFormatIndexedColorInterface>(src);
+        if (colors && colors->GetColorTableSize() > 0 && IsFixedGeneral(to, dst))
+            return Convert(dst, colors->GetColorTablePixelFormat(), LookUp(colors, in, count), count);
+        const auto named = [&](const uint8_t* pixel) { return slow::NameChannels(slowSrc, LoadPixel(slowSrc, pixel)); };
+        const auto store = [&](const slow::Channels& channels, uint8_t* out) {
+            StorePixel(slowDst, slow::TakeChannels(slowDst, channels), out);
+        };
+        const auto& words = slow::kPackedBits;
+        if (words.count(to) && Lists(kPackedPartners, from))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                const uint16_t word = slow::CompressWord(named(pixel), words.at(to));
+                std::memcpy(out, &word, 2);
+            });
+        if (words.count(from) && Lists(kPackedPartners, to))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                store(slow::ExpandWord(uint16_t(pixel[0] + 256 * pixel[1]), words.at(from)), out);
+            });
+        if (words.count(from) && words.count(to) && AreSiblings(from, to))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                const uint16_t word =
+                    slow::RearrangeWord(uint16_t(pixel[0] + 256 * pixel[1]), words.at(from), words.at(to));
+                std::memcpy(out, &word, 2);
+            });
+        if (to == "rgb.rgbe" && Lists(kRgbePartners, from))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                const auto bytes = slow::EncodeRgbe(named(pixel));
+                std::copy(bytes.begin(), bytes.end(), out);
+            });
+        if (from == "rgb.rgbe" && Lists(kRgbePartners, to))
+            return ForEach(dst, src, in, count,
+                           [&](const uint8_t* pixel, uint8_t* out) { store(slow::DecodeRgbe(pixel), out); });
+        if (StartsWith(to, "yuv") && Lists(kU8Colors, from))
+            return EncodePairs(to.back() == 'a', in, count, StrideOf(src), named);
+        if (StartsWith(from, "yuv") && Lists(kU8Colors, to))
+            return DecodePairs(from.back() == 'a', in, count, StrideOf(dst), store);
+        const bool toInks = IsFixedInks(to), fromInks = IsFixedInks(from);
+        const bool inverted = to.find("_inv.") != std::string::npos;
+        if (toInks && (Lists(kU8Colors, from) || Lists(kInkPartners, from)))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                store(slow::EncodeInks(named(pixel), inverted), out);
+            });
+        if (fromInks && (Lists(kU8Colors, to) || Lists(kInkPartners, to)))
+            return ForEach(dst, src, in, count,
+                           [&](const uint8_t* pixel, uint8_t* out) { store(slow::DecodeInks(named(pixel)), out); });
+        if (toInks && fromInks && to[0] == from[0] && inverted != (from.find("_inv.") != std::string::npos))
+            return ForEach(dst, src, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+                store(slow::InvertInks(named(pixel), slowDst.component), out);
+            });
+        return {};
+    }
+
+    /// The entries that indices stand for; those without one are zeros.
+    static Bytes LookUp(const PixelFormatIndexedColor& format, const Bytes& in, size_t count) {
+        const PixelFormat entry = format->GetColorTablePixelFormat();
+        const auto width = size_t(format->GetBitsPerPixel().GetBits());
+        Bytes run(count * StrideOf(entry));
+        for (size_t i = 0; i < count; ++i) {
+            Int index = 0;
+            for (size_t bit = i * width; bit < (i + 1) * width; ++bit)
+                index = index * 2 + (in[bit / 8] >> (7 - bit % 8) & 1);
+            if (width == 16)
+                index = in[2 * i] + 256 * in[2 * i + 1];
+            if (index < format->GetColorTableSize()) {
+                EXPECT_TRUE(format->GetIndex(index, entry, &run[i * StrideOf(entry)]));
+            }
+        }
+        return run;
+    }
+
+    static bool IsFixedGeneral(const std::string& name, const PixelFormat& format) {
+        static const std::string kFamilies = " rgb rgba argb rgbx xrgb bgr bgra abgr bgrx alpha grey agrey greya ";
+        return name.find('_') == std::string::npos && Lists(kFamilies, name.substr(0, name.find('.'))) &&
+               IsWhole(Describe(format)) && name.find("s8") == std::string::npos &&
+               name.find("s16") == std::string::npos && name != "alpha.u32";
+    }
+    static bool IsFixedInks(const std::string& name) {
+        static const std::string kFamilies = " cmyk acmyk cmyk_inv acmyk_inv ";
+        return Lists(kFamilies, name.substr(0, name.find('.')));
+    }
+    /// The same colours in the same bits.
+    static bool AreSiblings(const std::string& a, const std::string& b) {
+        const std::string &x = slow::kPackedBits.at(a), &y = slow::kPackedBits.at(b);
+        for (size_t i = 0; i < 16; ++i) {
+            const bool isColor = x[i] != 'x' && x[i] != 'A';
+            if (isColor ? x[i] != y[i] : y[i] != 'x' && y[i] != 'A')
+                return false;
+        }
+        return true;
+    }
+    template <class Named>
+    static Answer EncodePairs(bool isA, const Bytes& in, size_t count, size_t stride, Named named) {
+        Bytes out;
+        for (size_t i = 0; i + 1 < count; i += 2) {
+            const auto a = slow::EncodeYuv(named(&in[i * stride])), b = slow::EncodeYuv(named(&in[(i + 1) * stride]));
+            const Bytes pair = isA ? Bytes{a[0], a[1], b[0], a[2]} : Bytes{a[1], a[0], a[2], b[0]};
+            out.insert(out.end(), pair.begin(), pair.end());
+        }
+        return out;
+    }
+    template <class Store>
+    static Answer DecodePairs(bool isA, const Bytes& in, size_t count, size_t stride, Store store) {
+        Bytes out(count * stride);
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t* pair = &in[i / 2 * 4];
+            const int y = pair[(isA ? 0 : 1) + 2 * (i & 1)], u = pair[isA ? 1 : 0], v = pair[isA ? 3 : 2];
+            store(slow::DecodeYuv(y, u, v), &out[i * stride]);
+        }
+        return out;
+    }
+
+    static bool IsWhole(const SlowFormat& format) {
+        return std::count(format.components.begin(), format.components.end(), ComponentType::None) == 0;
+    }
+    static std::string SpaceOf(const std::string& type) {
+        if (type == "red" || type == "green" || type == "blue")
+            return "rgb";
+        return StartsWith(type, "cmyk_") ? "cmyk" : type == "grey" || type == "alpha" ? type : "";
+    }
+    static Answer TakeChannels(const SlowFormat& dst, const SlowFormat& src, const Bytes& in, size_t count) {
+        if (!IsWhole(dst) || !IsWhole(src))
+            return {};
+        std::string space;
+        for (const std::string& type : src.types) {
+            if (space.empty() || space == "alpha")
+                space = SpaceOf(type).empty() ? space : SpaceOf(type);
+        }
+        static const std::string kTolerated = " alpha unknown depth depthback unused ";
+        std::vector<Int> partners;
+        std::vector<bool> used(src.types.size());
+        int colors = 0;
+        for (const std::string& type : dst.types) {
+            size_t partner = 0;
+            while (partner < used.size() && (used[partner] || src.types[partner] != type))
+                ++partner;
+            const bool found = partner < used.size();
+            if (found)
+                used[partner] = true;
+            else if (!Lists(kTolerated, type) && SpaceOf(type) != space)
+                return {};
+            colors += found && SpaceOf(type) == space;
+            partners.push_back(found ? Int(partner) : -1);
+        }
+        if (colors == 0)
+            return {};
+        return ForEach(dst.format, src.format, in, count, [&](const uint8_t* pixel, uint8_t* out) {
+            const SlowPixel raw = LoadPixel(src, pixel);
+            SlowPixel result;
+            for (size_t c = 0; c < dst.types.size(); ++c) {
+                const bool isFull = dst.types[c] == "alpha" || StartsWith(dst.types[c], "cmyk_i");
+                const auto p = size_t(partners[c]);
+                result.push_back(partners[c] < 0 ? slow::Convert(ComponentType::U8, dst.components[c], isFull ? 255 : 0)
+                                                 : slow::Convert(src.components[p], dst.components[c], raw[p]));
+            }
+            StorePixel(dst, result, out);
+        });
+    }
+
+    Answer TakeIntermediate(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count) {
+        const bool alpha = src->HasAlpha() && dst->HasAlpha();
+        const PixelFormat middle = FormatOf(NameOf(src) == "rgb.rgbe" ? "rgb.f16" : alpha ? "argb.u8" : "rgb.u8");
+        const Answer half = Convert(middle, src, in, count);
+        return half ? Convert(dst, middle, *half, count) : Answer();
+    }
+
+    std::set<std::pair<const void*, const void*>> _searching;
+};
+
+class ConversionTest : public ModuleFixture {
+protected:
+    static constexpr Int kPeriod = 70;  ///< pixels of a pattern that longer lines repeat
+
+    static PixelFormat Make(std::initializer_list<std::pair<const char*, ComponentType>> list) {
+        std::vector<ImageChannel> channels;
+        for (const auto& [type, component] : list)
+            channels.push_back(channeltypes::GetChannel(
+                *Id::Create(std::string("net.orvik.image.imagechanneltype.") + type), component));
+        const Result<PixelFormat> format = PixelFormats::FindOrCreatePixelFormat(channels);
+        EXPECT_TRUE(format) << MessageOf(format);
+        return format ? *format : PixelFormat();
+    }
+    static std::vector<PixelFormat> MakeDynamic() {
+        using enum ComponentType;
+        return {Make({{"red", S8}, {"green", S8}, {"blue", S8}}),
+                Make({{"alpha", S16}, {"red", S16}, {"green", S16}, {"blue", S16}}),
+                Make({{"grey", S32}, {"alpha", S32}}),
+                Make({{"cmyk_k", F64}, {"cmyk_y", F64}, {"cmyk_m", F64}, {"cmyk_c", F64}}),
+                Make({{"cmyk_ik", U8}, {"cmyk_ic", U8}}),
+                Make({{"depth", F32}, {"red", F32}, {"green", F32}, {"blue", F32}}),
+                Make({{"alpha", S8}}),
+                Make({{"red", U16}, {"unused", U16}}),
+                Make({{"uvu", F32}, {"uvv", F32}}),
+                Make({{"grey", F16}, {"depth", F16}}),
+                Make({{"cmyk_k", U8}, {"alpha", U8}}),
+                Make({{"blue", F64}, {"green", F64}, {"red", F64}, {"alpha", F64}}),
+                Make({{"red", U8}, {"green", F32}, {"blue", U16}, {"red", S32}})};
+    }
+    /// With tables of all sorts, the first one shorter than its indices reach.
+    static std::vector<PixelFormat> MakeIndexed(std::mt19937_64& random) {
+        const struct {
+            Int width;
+            const char* entry;
+            Int count;
+        } kTables[] = {{8, "rgb.u8", 200},   {4, "rgba.u8", 16},  {2, "alpha.u8", 4},  {8, "rgb.u565", 256},
+                       {8, "cmyk.u16", 256}, {8, "grey.f32", 50}, {8, "rgb.rgbe", 256}};
+        std::vector<PixelFormat> formats;
+        for (const auto& table : kTables) {
+            const PixelFormat entry = FormatOf(table.entry);
+            const auto format = PixelFormats::CreateIndexed(table.width, entry, table.count);
+            EXPECT_TRUE(format) << table.entry;
+            for (Int i = 0; format && i < table.count; ++i)
+                EXPECT_TRUE((*format)->SetIndex(i, entry, MakePixels(entry, 1, random).data()));
+            formats.push_back(format.GetValueOr(PixelFormatIndexedColor()));
+        }
+        return formats;
+    }
+    static uint64_t Scaled(ComponentType type, double value) {
+        return slow::IsFloat(type) ? slow::EncodeFloat(type, value) : uint64_t(value * double(slow::MaskOf(type)));
+    }
+    /// 0, 1, close neighbours of both, and for floats values outside.
+    static uint64_t Special(ComponentType type, std::mt19937_64& random) {
+        constexpr double kValues[] = {0.0, 1.0, 1 / 255.0, 254 / 255.0, 0.2501, 0.5, -0.25, 1.5};
+        return Scaled(type, kValues[random() % (slow::IsFloat(type) ? 8 : 6)]);
+    }
+    /// The darkest pixel, the brightest, and others of which each third has special values.
+    static Bytes MakePixels(const PixelFormat& format, size_t count, std::mt19937_64& random) {
+        const SlowFormat slow = Describe(format);
+        Bytes pixels(size_t(format->GetBytesPerLine(Int(count))));
+        for (uint8_t& byte : pixels)
+            byte = uint8_t(random());
+        for (size_t i = 0; i < count && slow.component != ComponentType::None; ++i) {
+            SlowPixel pixel;
+            for (const ComponentType type : slow.components)
+                pixel.push_back(i < 2   ? Scaled(type, double(i))
+                                : i % 3 ? RandomComponent(type, random)
+                                        : Special(type, random));
+            StorePixel(slow, pixel, &pixels[i * size_t(format->GetBitsPerPixel().GetBytes())]);
+        }
+        return pixels;
+    }
+    /// Pixels of a special format, and the pairs that share their chroma, only lie apart from each other.
+    static std::vector<Placement> PlacesOf(const PixelFormat& format, Int count) {
+        const SlowFormat slow = Describe(format);
+        const Placement dense = PlaceDense(format);
+        const Int gap = format->GetBitsPerPixel().GetBytes() + 1;
+        std::vector<Placement> places = {dense, {1, gap, dense.offsets}};
+        if (format->GetPackedPixelCount() == 1)
+            places.push_back({(count - 1) * gap, -gap, dense.offsets});
+        if (slow.component != ComponentType::None) {
+            for (const bool backwards : {false, true})
+                places.push_back(PlaceOddly(slow, count, backwards));
+            places.push_back(PlaceInPlanes(slow, count));
+        }
+        return places;
+    }
+    static Bytes ScatterAny(const PixelFormat& format, const Placement& to, const Bytes& pixels, Int count,
+                            Int period) {
+        SlowFormat slow = Describe(format);
+        if (slow.component != ComponentType::None)
+            return Scatter(slow, to, pixels, count, period);
+        const Int together = format->GetPackedPixelCount();  // as one channel
+        slow.types.resize(1);
+        slow.size = size_t(together * format->GetBitsPerPixel().GetBytes());
+        return Scatter(slow, {to.first, to.stride * together, {BITS(0)}}, pixels, count / together, period / together);
+    }
+};
+
+TEST_F(ConversionTest, EveryPair) {
+    std::mt19937_64 random(17);
+    std::vector<PixelFormat> formats = MakeDynamic();
+    for (const PixelFormat& format : MakeIndexed(random))
+        formats.push_back(format);
     const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
     ASSERT_TRUE(all);
-    for (const PixelFormat& format : *all) {
-        if (IsGeneral(format))
-            formats.push_back(Describe(format));
-    }
-    ASSERT_EQ(formats.size(), 49u);
+    for (const PixelFormat& format : *all)
+        formats.push_back(format);
+    ASSERT_EQ(formats.size(), 13u + 7 + 83 + 16);
 
-    constexpr Int kCount = 70, kLong = 9000;  // 9000 one-byte pixels are more than one block of the composed form
-    std::mt19937_64 random(7);
-    int pairs = 0;
-    for (const SlowFormat& src : formats) {
-        std::vector<SlowPixel> pixels(kCount, SlowPixel(src.types.size()));
-        Bytes in(kCount * src.GetPixelBytes());
-        for (size_t i = 0; i < kCount; ++i) {
-            for (uint64_t& value : pixels[i])
-                value = RandomComponent(src.component, random);
-            StorePixel(src, pixels[i], &in[i * src.GetPixelBytes()]);
-        }
-        for (const SlowFormat& dst : formats) {
-            const std::string what = TextOf(src.format->GetId()) + " to " + TextOf(dst.format->GetId());
-            if (src.format == FormatOf("alpha.f16") && dst.types != std::vector<std::string>{"alpha"})
-                continue;  // it goes channel by channel, which reaches alpha formats only
-            ++pairs;
-            Bytes expected(kCount * dst.GetPixelBytes());
-            for (size_t i = 0; i < kCount; ++i) {
-                SlowPixel pixel(dst.types.size());
-                ConvertPixelSlowly(dst, pixel.data(), src, pixels[i].data());
-                StorePixel(dst, pixel, &expected[i * dst.GetPixelBytes()]);
+    constexpr size_t kCount = 66;  // two blocks of an intermediate conversion
+    int converted = 0, refused = 0;
+    for (const PixelFormat& src : formats) {
+        const Bytes in = MakePixels(src, kCount, random);
+        for (const PixelFormat& dst : formats) {
+            const std::string what = TextOf(src->GetId()) + "' to '" + TextOf(dst->GetId()) + "'";
+            const Answer wanted = SlowRoutes().Convert(dst, src, in, kCount);
+            const Result<ConvertPixelFunc> found = FindConversion(dst, src);
+            if (!wanted) {
+                EXPECT_EQ(MessageOf(found), "No pixel conversion found from '" + what);
+                ++refused;
+                continue;
             }
-            const auto check = [&](const Placement& from, const Placement& to, Int count, const char* how,
-                                   Int period = 70) {
-                const Bytes source = Scatter(src, from, in, count, period);
-                const Bytes wanted = Scatter(dst, to, expected, count, period);
-                Bytes result(wanted.size(), 0xCD);
-                const auto convert = FindConversion(dst.format, src.format, to.offsets, from.offsets);
-                ASSERT_TRUE(convert) << what;
-                ASSERT_TRUE((*convert)({result.data() + to.first, BITS(to.stride * 8)}, count,
-                                       {source.data() + from.first, BITS(period == 1 ? 0 : from.stride * 8)}, {}));
-                ASSERT_EQ(result, wanted) << what << ", " << how << ", count " << count;
-            };
-            const Placement denseSrc = PlaceDense(src.format), denseDst = PlaceDense(dst.format);
-            for (Int count = 0; count <= kCount; ++count)
-                ASSERT_NO_FATAL_FAILURE(check(denseSrc, denseDst, count, "dense"));
-            check(denseSrc, denseDst, kLong, "dense and long");
-            check(PlaceOddly(src, kCount, false), PlaceOddly(dst, kCount, false), kCount, "odd strides");
-            check(PlaceOddly(src, kCount, true), denseDst, kCount, "source backwards");
-            check(denseSrc, PlaceOddly(dst, kCount, true), kCount, "destination backwards");
-            check(denseSrc, denseDst, kCount, "one source pixel for all", 1);
-            check(PlaceOddly(src, 300, false), denseDst, 300, "more than one block of means");
-            check(PlaceInPlanes(src, kCount), PlaceInPlanes(dst, kCount), kCount, "planes");
-            if (HasFatalFailure())
-                return;
+            ASSERT_TRUE(found) << what << ": " << ChainOf(found.GetError());
+            Bytes out(size_t(dst->GetBytesPerLine(kCount)));
+            const Result<void> done =
+                (*found)({out.data(), dst->GetBitsPerPixel()}, kCount, {in.data(), src->GetBitsPerPixel()}, {});
+            ASSERT_TRUE(done) << what << ": " << MessageOf(done);
+            if (dst->GetBitsPerPixel().GetBits() % 8 != 0) {
+                // Indices are only copied to themselves; what fills the last byte has no meaning.
+                const size_t bits = kCount * size_t(dst->GetBitsPerPixel().GetBits());
+                EXPECT_EQ(src, dst);
+                EXPECT_TRUE(std::equal(out.begin(), out.begin() + Int(bits / 8), in.begin())) << what;
+            } else {
+                EXPECT_EQ(out, *wanted) << what;
+            }
+            ++converted;
         }
     }
-    EXPECT_EQ(pairs, 48 * 49 + 5);
+    EXPECT_EQ(converted + refused, 119 * 119);
+    EXPECT_GT(converted, 95 * 95 + 7 * 95);
+    // To indices, from indices without colours, and from alpha.f16 and lists without colours.
+    EXPECT_GT(refused, 16 * 118 + 9 * 100);
 }
 
-TEST_F(ConversionTest, CountsBelowOneTouchNothing) {
-    const PixelFormat rgb = FormatOf("rgb.u8"), grey = FormatOf("grey.f32");
-    const Result<ConvertPixelFunc> convert = FindConversion(rgb, grey);
-    ASSERT_TRUE(convert);
-    for (const Int count : {Int(0), Int(-1), std::numeric_limits<Int>::min()})
-        EXPECT_TRUE((*convert)({nullptr, BITS(24)}, count, {nullptr, BITS(32)}, {}));
+TEST_F(ConversionTest, KnownPixels) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity(), kNan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float kGreatest = std::numeric_limits<float>::max();
+    const auto floats = [](std::initializer_list<float> values) {
+        const auto* first = reinterpret_cast<const uint8_t*>(values.begin());
+        return Bytes(first, first + values.size() * sizeof(float));
+    };
+    const struct {
+        const char* src;
+        Bytes in;
+        const char* dst;
+        Bytes out;
+        Int count = 1;
+    } kCases[] = {
+        {"alpha.u8", {17}, "rgba.u8", {17, 17, 17, 17}},
+        {"alpha.u8", {17}, "agrey.u8", {17, 0}},
+        {"rgb.u8", {10, 10, 11}, "grey.u8", {10}},
+        {"rgbx.u8", {1, 2, 3, 99}, "rgbx.u8", {1, 2, 3, 0}},
+        {"rgbx.u8", {1, 2, 3, 99}, "alpha.u8", {255}},
+        {"grey.u8", {7}, "alpha.u16", {255, 255}},
+        {"grey.u8", {7}, "bgra.u8", {7, 7, 7, 255}},
+        {"rgba.u8", {1, 2, 3, 4}, "abgr.u8", {4, 3, 2, 1}},
+        {"rgb.u16", {0xFF, 0x00, 0xFF, 0xFF, 0x00, 0x01}, "rgb.u8", {0, 255, 1}},
+        {"rgb.u8", {1, 2, 3}, "rgba.f16", {0x04, 0x1C, 0x04, 0x20, 0x06, 0x22, 0x00, 0x3C}},
+        {"grey.u8", {0}, "rgb.s32", {0, 0, 0, 0x80, 0, 0, 0, 0x80, 0, 0, 0, 0x80}},
+        {"rgb.u565", {0xFF, 0xFF}, "rgb.u8", {248, 252, 248}},
+        {"bgr.u565", {0x1F, 0x00}, "rgb.u8", {248, 0, 0}},
+        {"rgb.u565", {0x00, 0xF8}, "bgr.u565", {0x1F, 0x00}},
+        {"rgb.u565", {0xFF, 0xFF}, "grey.u8", {249}},
+        {"argb.u4444", {0x12, 0x3F}, "argb.u8", {0x33, 255, 0x11, 0x22}},
+        {"rgb.u444", {0x00, 0x0F}, "rgb.u8", {240, 0, 0}},
+        {"argb.u1555", {0x00, 0x80}, "argb.u8", {255, 0, 0, 0}},
+        {"argb.u8", {127, 255, 255, 255}, "argb.u1555", {0xFF, 0x7F}},
+        {"rgb.u555", {0xFF, 0xFF}, "argb.u1555", {0xFF, 0xFF}},
+        {"rgb.rgbe", {255, 128, 0, 140}, "bgr.u8", {255, 255, 255}},
+        {"rgb.rgbe", {128, 0, 0, 129}, "rgb.f32", {0, 0x80, 0x80, 0x3F, 0, 0, 0x80, 0x3B, 0, 0, 0x80, 0x3B}},
+        {"yuv.i422a", {16, 128, 235, 128}, "rgb.u8", {0, 0, 0, 255, 255, 255}, 2},
+        {"yuv.i422b", {128, 16, 128, 235}, "bgra.u8", {0, 0, 0, 255, 255, 255, 255, 255}, 2},
+        {"rgb.u8", {255, 0, 0, 0, 0, 255}, "yuv.i422a", {82, 90, 41, 240}, 2},
+        {"rgb.u8", {255, 0, 0, 0, 0, 255}, "yuv.i422b", {90, 82, 240, 41}, 2},
+        {"yuv.i422a", {16, 128, 235, 128}, "yuv.i422b", {128, 16, 128, 235}, 2},
+        {"rgb.u8", {0, 0, 0}, "cmyk.u8", {0, 0, 0, 255}},
+        {"rgb.u8", {255, 0, 0}, "cmyk.u8", {0, 255, 255, 0}},
+        {"rgba.u8", {255, 255, 255, 7}, "acmyk_inv.u8", {255, 255, 255, 255, 7}},
+        {"acmyk.u8", {255, 0, 0, 0, 9}, "rgba.u8", {0, 255, 255, 9}},
+        {"acmyk.u8", {1, 2, 3, 4, 5}, "acmyk_inv.u8", {254, 253, 252, 251, 5}},
+        {"cmyk.u8", {0, 1, 128, 255}, "acmyk.u16", {0, 0, 1, 1, 128, 128, 255, 255, 255, 255}},
+        {"cmyk_inv.u8", {255, 0, 0, 255}, "acmyk.u8", {0, 255, 255, 0, 255}},
+        {"cmyk.f32", floats({kNan, kInfinity, -kInfinity, 0}), "rgb.u8", {0, 0, 255}},
+        {"rgb.f32", floats({-1, -2, 0}), "cmyk.u8", {0, 0, 0, 255}},  // no light, so no colour
+        {"rgb.f32", floats({0, 0, 0}), "rgb.rgbe", {0, 0, 0, 0}},
+        {"rgb.f32", floats({1e-32f, 1e-32f, 0}), "rgb.rgbe", {0, 0, 0, 0}},
+        {"rgb.f32", floats({std::nextafter(1e-32f, 1.0f), 0, 0}), "rgb.rgbe", {207, 0, 0, 22}},
+        {"rgb.f32", floats({-1, -1, -1}), "rgb.rgbe", {0, 0, 0, 0}},
+        {"rgb.f32", floats({1, 0.5f, 0.25f}), "rgb.rgbe", {127, 63, 31, 129}},
+        {"rgb.f32", floats({1, -0.5f, 0}), "rgb.rgbe", {127, 193, 0, 129}},
+        {"rgb.f32", floats({1, -1e30f, -kInfinity}), "rgb.rgbe", {127, 0, 0, 129}},
+        {"rgb.f32", floats({kNan, 1, 0}), "rgb.rgbe", {0, 127, 0, 129}},
+        {"rgb.f32", floats({kNan, kNan, kNan}), "rgb.rgbe", {0, 0, 0, 0}},
+        {"rgb.f32", floats({kInfinity, 1, kGreatest}), "rgb.rgbe", {255, 0, 255, 255}},
+        {"rgb.f32", floats({0x1p127f, 0x1p126f, 0}), "rgb.rgbe", {255, 127, 0, 255}},
+    };
+    for (const auto& entry : kCases)
+        EXPECT_EQ(ConvertBytes(FormatOf(entry.dst), FormatOf(entry.src), entry.in.data(), entry.count), entry.out)
+            << entry.src << " to " << entry.dst;
+    const Bytes odd = floats({kInfinity, kNan, 0});  // gives some pixel
+    EXPECT_EQ(ConvertBytes(FormatOf("cmyk.u8"), FormatOf("rgb.f32"), odd.data(), 1).size(), 4u);
 }
 
-TEST_F(ConversionTest, InPlaceOfOneFormatKeepsPixels) {
-    Bytes before(70 * 16);
+/// Words, shared exponents and shared chroma over the range of their values, both ways.
+TEST_F(ConversionTest, EveryValueOfSpecialFormats) {
+    const auto convert = [](const std::string& dst, const std::string& src, const Bytes& in) {
+        const PixelFormat to = FormatOf(dst), from = FormatOf(src);
+        const size_t count = in.size() * 8 / size_t(from->GetBitsPerPixel().GetBits());
+        Bytes out = ConvertBytes(to, from, in.data(), Int(count));
+        const Answer wanted = SlowRoutes().Convert(to, from, in, count);
+        EXPECT_TRUE(out == wanted) << src << " to " << dst;
+        return out;
+    };
+    for (const auto& [name, bits] : slow::kPackedBits) {
+        for (const std::string partner :
+             {"rgb.u8", "argb.u8", "rgb.u16", "argb.u16", "rgb.f32", "argb.f32", "rgb.f64", "argb.f64"}) {
+            Bytes words;  // odd steps, which reach every value of every channel
+            for (int word = 0; word < 65536; word += partner.ends_with("u8") ? 3 : 13)
+                words.insert(words.end(), {uint8_t(word), uint8_t(word >> 8)});
+            convert(name, partner, convert(partner, name, words));
+        }
+    }
+
+    Bytes exponents, pairs, colors;
+    std::mt19937_64 random(9);
+    std::uniform_real_distribution<float> mantissa(0.5f, 1.0f), share(-1.0f, 1.0f);
+    std::vector<float> lights;
+    for (int exponent = 0; exponent < 256; ++exponent) {
+        for (int i = 0; i < 256; i += 3) {
+            for (const int byte : {i, 255 - i, (i * 37 + exponent) & 255, exponent})
+                exponents.push_back(uint8_t(byte));
+        }
+        for (int i = 0; i < 60 && exponent < 254; ++i) {
+            const float brightest = std::ldexp(i == 0   ? 0.5f
+                                               : i == 1 ? 0x1.fffffep-1f
+                                                        : mantissa(random),
+                                               exponent - 126);
+            float pixel[3] = {brightest * share(random), brightest * share(random), brightest * share(random)};
+            pixel[i % 3] = brightest;
+            lights.insert(lights.end(), pixel, pixel + 3);
+        }
+    }
+    for (const char* partner : {"rgb.u8", "rgb.u16", "rgb.f16", "rgb.f32", "rgb.f64"}) {
+        convert(partner, "rgb.rgbe", exponents);
+        // The other formats get the colours that they can hold.
+        convert("rgb.rgbe", partner,
+                ConvertBytes(FormatOf(partner), FormatOf("rgb.f32"), lights.data(), Int(lights.size() / 3)));
+    }
+
+    for (int a = 0; a < 256; ++a) {
+        for (int b = 0; b < 256; ++b) {
+            for (int c = 0; c < 256; c += 51) {
+                const auto sum = uint8_t(a + b + c);
+                pairs.insert(pairs.end(), {uint8_t(c), uint8_t(a), sum, uint8_t(b)});
+                colors.insert(colors.end(), {uint8_t(a), uint8_t(b), uint8_t(c), uint8_t(c), sum, uint8_t(a)});
+            }
+        }
+    }
+    convert("rgb.u8", "yuv.i422a", pairs);
+    convert("yuv.i422b", "rgb.u8", colors);
+}
+
+/// All pairs of general formats, and conversions of special formats, which have code of their own for each placement:
+/// channels apart, in planes or with gaps, from the last pixel to the first, on addresses of all kinds, in runs of
+/// every length up to 70 and around the lengths of blocks.
+TEST_F(ConversionTest, EveryPairAcceptsEveryPlacement) {
+    std::mt19937_64 random(23);
+    std::vector<PixelFormat> general;
+    for (const PixelFormat& format : PixelFormats::GetAll().TakeValue()) {
+        if (IsGeneral(format))
+            general.push_back(format);
+    }
+    ASSERT_EQ(general.size(), 49u);
+    std::vector<std::pair<PixelFormat, PixelFormat>> pairs;
+    const PixelFormat indexed = MakeIndexed(random)[0];
+    for (const PixelFormat& format : general) {
+        for (const PixelFormat& other : general)
+            pairs.emplace_back(format, other);
+        pairs.emplace_back(indexed, format);
+    }
+    for (const auto& [a, b] : {std::pair("acmyk.u8", "rgba.u8"),
+                               {"cmyk_inv.f32", "rgb.f32"},
+                               {"argb.u4444", "argb.u16"},
+                               {"rgb.u565", "rgb.u8"},
+                               {"rgb.rgbe", "rgb.f32"},
+                               {"yuv.i422b", "rgb.u8"},
+                               {"rgb.u555", "argb.u1555"}}) {
+        pairs.emplace_back(FormatOf(a), FormatOf(b));
+        pairs.emplace_back(FormatOf(b), FormatOf(a));
+        pairs.emplace_back(FormatOf(a), FormatOf(a));
+    }
+    int converted = 0;
+    for (const auto& [src, dst] : pairs) {
+        SCOPED_TRACE(NameOf(src) + " to " + NameOf(dst));
+        const Bytes in = MakePixels(src, kPeriod, random);
+        const Answer out = SlowRoutes().Convert(dst, src, in, kPeriod);
+        if (!out)
+            continue;
+        ++converted;
+        const auto check = [&, &src = src, &dst = dst](const Placement& from, const Placement& to, Int count,
+                                                       Int period = kPeriod) {
+            const Bytes source = ScatterAny(src, from, in, count, period),
+                        wanted = ScatterAny(dst, to, *out, count, period);
+            Bytes result(wanted.size(), 0xCD);
+            const auto convert = FindConversion(dst, src, to.offsets, from.offsets);
+            ASSERT_TRUE(convert &&
+                        (*convert)({&result[size_t(to.first)], BITS(8 * to.stride)}, count,
+                                   {&source[size_t(from.first)], BITS(period == 1 ? 0 : 8 * from.stride)}, {}));
+            ASSERT_EQ(result, wanted) << count << " pixels, from " << from.first << " + " << from.stride << " to "
+                                      << to.first << " + " << to.stride;
+        };
+        const bool isSpecial = !IsGeneral(src) || !IsGeneral(dst);
+        const Placement denseSrc = PlaceDense(src), denseDst = PlaceDense(dst);
+        const Int together = std::max(src->GetPackedPixelCount(), dst->GetPackedPixelCount());
+        for (Int count = 0; count <= kPeriod; count += together)
+            ASSERT_NO_FATAL_FAILURE(check(denseSrc, denseDst, count));
+        check(denseSrc, denseDst, 9000);  // one-byte pixels fill more than one block of the composed form
+        if (together == 1)
+            check(denseSrc, denseDst, kPeriod, 1);  // one source pixel for all
+        for (const Int count : {kPeriod, Int(258), Int(600)}) {
+            const std::vector<Placement> froms = PlacesOf(src, count), tos = PlacesOf(dst, count);
+            for (size_t i = 0; i < froms.size(); ++i) {
+                for (size_t j = 0; j < tos.size(); ++j) {
+                    if (isSpecial || (count < 600 && (i == j || i == 0 || j == 0)))
+                        check(froms[i], tos[j], count);
+                }
+            }
+        }
+        if (HasFatalFailure())
+            return;
+    }
+    EXPECT_EQ(converted, 48 * 49 + 5 + 49 + 21);
+    const PixelFormat packed = FormatOf("rgb.u565");
+    EXPECT_FALSE(FindConversion(FormatOf("rgb.u8"), packed, {}, packed->GetChannelOffsets())) << "offsets are missing";
+}
+
+TEST_F(ConversionTest, CountsBelowOneTouchNothingAndHalfAPairFails) {
+    const PixelFormat yuv = FormatOf("yuv.i422a");
+    for (const char* name : {"rgb.u8", "bgrx.u8", "rgb.f64", "rgba.f32", "grey.u8", "yuv.i422b", "yuv.i422a"}) {
+        const PixelFormat other = FormatOf(name);
+        Bytes from(512), to(512 * 16);
+        for (const auto& [src, dst] : {std::pair(yuv, other), {other, yuv}, {other, FormatOf("rgba.u16")}}) {
+            const Result<ConvertPixelFunc> convert = FindConversion(dst, src);
+            ASSERT_TRUE(convert) << name;
+            for (const Int count : {Int(0), Int(-1), std::numeric_limits<Int>::min()})
+                EXPECT_TRUE(
+                    (*convert)({nullptr, dst->GetBitsPerPixel()}, count, {nullptr, src->GetBitsPerPixel()}, {}));
+            for (const Int count : {1, 3, 7}) {
+                const Result<void> done =
+                    (*convert)({to.data(), dst->GetBitsPerPixel()}, count, {from.data(), src->GetBitsPerPixel()}, {});
+                const bool inPairs = src->GetPackedPixelCount() == 2 || dst->GetPackedPixelCount() == 2;
+                EXPECT_EQ(MessageOf(done), inPairs ? "YUV needs an even number of pixels to convert." : "") << name;
+            }
+        }
+    }
+    const PixelFormat b = FormatOf("yuv.i422b");  // no partner of the other variant
+    EXPECT_EQ(MessageOf(yuv->GetConvertPixelFromFunc(b, b->GetChannelOffsets(), yuv->GetChannelOffsets(), true)),
+              "YUV unsupported");
+    EXPECT_EQ(MessageOf(yuv->GetConvertPixelToFunc(b, yuv->GetChannelOffsets(), b->GetChannelOffsets(), true)),
+              "YUV unsupported");
+}
+
+TEST_F(ConversionTest, PixelsOfOneWidthConvertInPlace) {
+    Bytes before(300 * 32);
     std::generate(before.begin(), before.end(), std::mt19937(3));
-    for (const char* name :
-         {"rgb.u8", "rgba.f16", "greya.u16", "rgb.u565", "rgb.rgbe", "cmyk.f32", "yuv.i422a", "dynamic.redgreens16"}) {
-        const PixelFormat format = FormatOf(name);
-        Bytes pixels = before;
-        const PixelLine line{pixels.data(), format->GetBitsPerPixel()};
-        ASSERT_TRUE(format->ConvertPixelFromSlow(line, 70, line, format, nullptr, nullptr, {})) << name;
-        EXPECT_EQ(pixels, before) << name;
+    for (uint8_t& byte : before)
+        byte &= 0xBB;  // no NaN, whose bits are not fixed
+    const BaseArray<PixelFormat> all = PixelFormats::GetAll().TakeValue();
+    for (const PixelFormat& src : all) {
+        for (const PixelFormat& dst : all) {
+            const Result<ConvertPixelFunc> convert = FindConversion(dst, src);
+            if (src->GetBitsPerPixel() != dst->GetBitsPerPixel() || src->GetBitsPerPixel().GetBits() % 8 != 0 ||
+                !convert)
+                continue;
+            for (const Int count : {2, 64, 300}) {
+                const Bytes wanted = ConvertBytes(dst, src, before.data(), count);
+                Bytes pixels = before;
+                const PixelLine line{pixels.data(), dst->GetBitsPerPixel()};
+                ASSERT_TRUE((*convert)(line, count, line, {}));
+                pixels.resize(wanted.size());
+                ASSERT_EQ(pixels, wanted) << NameOf(src) << " to " << NameOf(dst) << ", " << count << " pixels";
+            }
+        }
     }
 }
 

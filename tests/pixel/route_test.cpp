@@ -32,7 +32,7 @@ using enum ComponentType;
 
 // --- Formats made at run time ----------------------------------------------------------------------------------------
 
-TEST_F(RouteTest, OneListOfChannelsIsOneFormat) {
+TEST_F(RouteTest, EqualChannelListsShareOneFormat) {
     const std::tuple<std::vector<const char*>, ComponentType, const char*, const char*> kCases[] = {
         {{"red", "green", "blue"}, U8, "rgb.u8", "RGB::U8"},
         {{"red", "green", "blue"}, F16, "rgb.f16", "RGB::F16"},
@@ -52,7 +52,7 @@ TEST_F(RouteTest, OneListOfChannelsIsOneFormat) {
     }
 }
 
-TEST_F(RouteTest, ImpossibleListsFailEachTime) {
+TEST_F(RouteTest, ImpossibleChannelListsAreRefused) {
     EXPECT_EQ(MessageOf(PixelFormats::FindOrCreatePixelFormat({})),
               "FindOrCreatePixelFormat() needs at least 1 channel.");
     const Result<PixelFormat> mixed = Make({"red", "grey"}, U8), again = Make({"red", "grey"}, U8);
@@ -93,7 +93,7 @@ TEST_F(RouteTest, ChannelsArePairedByType) {
     }
 }
 
-TEST_F(RouteTest, PixelsMayHaveAnyNumberOfChannels) {
+TEST_F(RouteTest, ConvertsPixelsOfManyChannels) {
     constexpr size_t kMasks = 2000, kCount = 100;  // of 16 KB a pixel
     std::vector<ImageChannel> channels(kMasks, Channel("mask", F64));
     for (const char* type : {"red", "green", "blue"})
@@ -143,7 +143,7 @@ TEST_F(RouteTest, IntermediateRunsInBlocksOf64) {
     }
 }
 
-TEST_F(RouteTest, WithoutARouteTheErrorTellsWhy) {
+TEST_F(RouteTest, MissingRouteNamesBothFormats) {
     const std::pair<const char*, const char*> kCases[] = {
         {"indexed.u8bit", "rgb.u8"},        {"grey.u8", "indexed.u1bit"},  {"rgb.rgbe", "indexed.u16bit"},
         {"indexed.u4bit", "indexed.u8bit"}, {"alpha.f16", "rgb.u8"},       {"alpha.f16", "rgba.u8"},
@@ -235,7 +235,7 @@ TEST_F(RouteTest, RoutesAreSearchedOnceForEachKey) {
     EXPECT_EQ(searches, 3);
 }
 
-TEST_F(RouteTest, OnlyTheThreadThatSearchesIsRefused) {
+TEST_F(RouteTest, RecursionIsRefusedInTheSearchingThreadOnly) {
     const auto made = NewObj<CountingFormat<PixelFormatInterface>>();
     ASSERT_TRUE(made);
     made->GetPointer()->whileSearched = [](const PixelFormat& dst, const PixelFormat& self) {
@@ -250,7 +250,7 @@ TEST_F(RouteTest, OnlyTheThreadThatSearchesIsRefused) {
     EXPECT_EQ(made->GetPointer()->searches, 2);
 }
 
-TEST_F(RouteTest, RoutesOfIndicesAreNeverKept) {
+TEST_F(RouteTest, RoutesOfIndexedFormatsAreNotCached) {
     // Pictures with other colours have the same id, and what is kept would keep the colours.
     const auto indexed = NewObj<CountingFormat<PixelFormatIndexedColorInterface>>();
     const auto plain = NewObj<CountingFormat<PixelFormatInterface>>();
@@ -263,7 +263,7 @@ TEST_F(RouteTest, RoutesOfIndicesAreNeverKept) {
     }
 }
 
-TEST_F(RouteTest, ThreadsMaySearchAtOnce) {
+TEST_F(RouteTest, ConcurrentSearchesAgree) {
     const char* const kNames[] = {"rgb.u8",   "rgba.f16", "grey.f32", "argb.u16", "cmyk.u8", "dynamic.redgreens16",
                                   "alpha.f16"};
     const auto search = [&] {
@@ -280,7 +280,7 @@ TEST_F(RouteTest, ThreadsMaySearchAtOnce) {
     EXPECT_THAT(answers[0], testing::AllOf(HasSubstr("\n\n"), HasSubstr("No pixel conversion found")));
 }
 
-TEST_F(RouteTest, ThreadsGetOneHandleForEachList) {
+TEST_F(RouteTest, ConcurrentThreadsShareOneFormatPerList) {
     constexpr int kThreads = 4;
     const std::vector<const char*> kLists[] = {
         {"weight"}, {"green", "alpha", "red"}, {"red", "green", "blue"}, {"mask", "mask", "grey"}};

@@ -106,7 +106,7 @@ inline Wide IntegerCell(ComponentType src, ComponentType dst, Wide v) {
     }
 }
 
-/// Product and sum are each rounded to the precision in which the rule is told: single, or double for F64.
+/// Product and sum are each rounded to the precision of the rule: single, or double for F64.
 inline Exact ScaledAndRounded(bool isDouble, double scale, Exact f) {
     const auto round = [&](Exact x) { return isDouble ? Exact(double(x)) : Exact(float(x)); };
     return round(round(Exact(scale) * f) + Exact(0.5));

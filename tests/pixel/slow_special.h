@@ -160,7 +160,7 @@ inline const std::string kInkNames[4] = {"cmyk_c", "cmyk_m", "cmyk_y", "cmyk_k"}
 inline const std::string kInvertedInkNames[4] = {"cmyk_ic", "cmyk_im", "cmyk_iy", "cmyk_ik"};
 inline const std::string kColorNames[3] = {"red", "green", "blue"};
 
-/// Alpha, if any, is kept beside.
+/// Alpha, if any, is kept unchanged.
 inline Channels KeepAlpha(const Channels& from) {
     const auto alpha = from.find("alpha");
     return alpha == from.end() ? Channels() : Channels{*alpha};

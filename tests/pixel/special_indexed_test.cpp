@@ -26,7 +26,7 @@ protected:
         EXPECT_TRUE(made);
         return made ? *made : PixelFormatIndexedColor();
     }
-    /// An entry whose bytes tell its index.
+    /// An entry that identifies its index.
     static std::array<uint8_t, 3> ColorOf(Int index) {
         return {uint8_t(index * 7 + 1), uint8_t(index >> 8), uint8_t(~index)};
     }
@@ -82,7 +82,7 @@ TEST_F(SpecialIndexedTest, EveryWidthPhaseAndCount) {
     }
 }
 
-TEST_F(SpecialIndexedTest, OwnLinesAreCopiedWithoutTheirNeighbours) {
+TEST_F(SpecialIndexedTest, CopiesIndicesWithoutTouchingNeighbours) {
     std::mt19937 random(4);
     for (const Int width : kWidths) {
         const PixelFormatIndexedColor format = CreateWithColors(width, 2);
@@ -137,7 +137,7 @@ TEST_F(SpecialIndexedTest, InstancesKeepTheirOwnColors) {
     EXPECT_THAT(pixel, ElementsAre(255, 0, 0));
 }
 
-TEST_F(SpecialIndexedTest, StreamsAndClonesCarryTheColors) {
+TEST_F(SpecialIndexedTest, StreamsAndClonesKeepTheColors) {
     const PixelFormat rgb = FormatOf("rgb.u8");
     const PixelFormatIndexedColor made = CreateWithColors(4, 5);
     MediaStreamFormat stream;
@@ -175,7 +175,7 @@ TEST_F(SpecialIndexedTest, StreamsAndClonesCarryTheColors) {
     EXPECT_FALSE(Cast<PixelFormatIndexedColorInterface>(published)->InitColorTable(rgb, 16));
 }
 
-TEST_F(SpecialIndexedTest, TablesAreReadInAnyFormat) {
+TEST_F(SpecialIndexedTest, ReadsAndWritesEntriesInAnyFormat) {
     const PixelFormat rgb = FormatOf("rgb.u8"), rgba = FormatOf("rgba.u16");
     const PixelFormatIndexedColor format = CreateWithColors(2, 3);
     EXPECT_EQ(format->GetColorTablePixelFormat(), rgb);
@@ -223,7 +223,7 @@ TEST_F(SpecialIndexedTest, ProfilesConvertTheColorsWithTheirAlpha) {
     }
 }
 
-TEST_F(SpecialIndexedTest, WithoutColorsThereIsNoConversion) {
+TEST_F(SpecialIndexedTest, RefusesConversionWithoutColors) {
     const PixelFormatIndexedColor empty = Create(4);
     const PixelFormat rgb = FormatOf("rgb.u8");
     EXPECT_THAT(MessageOf(FindConversion(rgb, empty)), StartsWith("No pixel conversion found from"));
@@ -240,7 +240,7 @@ TEST_F(SpecialIndexedTest, WithoutColorsThereIsNoConversion) {
     EXPECT_FALSE(empty->SetIndex(0, FormatOf("alpha.f16"), pixel)) << "no conversion, no colour";
 }
 
-TEST_F(SpecialIndexedTest, ManyThreadsReadOneTable) {
+TEST_F(SpecialIndexedTest, ConcurrentReadersShareOneTable) {
     const PixelFormatIndexedColor format = CreateWithColors(8, 256);
     const Bytes line = {0, 1, 200, 255};
     Bytes wanted;

@@ -84,7 +84,7 @@ public:
             for (double& value : pixel)
                 value = double(random() % 256) / 255;
             if (random() % 4 == 0)
-                pixel[3] = random() % 2 ? 1 : 0;  // whole transparency and opacity go ways of their own
+                pixel[3] = random() % 2 ? 1 : 0;  // full transparency and opacity have code of their own
             return pixel;
         };
     }

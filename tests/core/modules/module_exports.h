@@ -19,9 +19,9 @@ inline Result<void> PublishTestRecords(Publisher& publisher, bool slotsFilled) {
 
 }  // namespace orvik
 
-#define ORVIK_TEST_MODULE(MODULE_ID, DEPENDS_ON, START)                                                   \
-    extern "C" {                                                                                          \
-    ORVIK_API orvik::ModuleLink g_orvik = {                                                               \
+#define ORVIK_TEST_MODULE(MODULE_ID, DEPENDS_ON, START)                                                              \
+    extern "C" {                                                                                                     \
+    ORVIK_API orvik::ModuleLink g_orvik = {                                                                          \
         orvik::ModuleLink::kMagic, "net.orvik.test", MODULE_ID, DEPENDS_ON, "good.module", nullptr, START, nullptr}; \
-    ORVIK_API void (*g_CpuYieldDelegate)() = nullptr;                                                     \
+    ORVIK_API void (*g_CpuYieldDelegate)() = nullptr;                                                                \
     }

@@ -15,8 +15,8 @@ public:
     /// @param sampleCount  samples per channel
     /// @param sampleRate   samples per second
     /// @return out of memory, which leaves the object as it was
-    virtual Result<void> Init(Int channelCount, Int bitsPerChannel, Int sampleCount, Float sampleRate,
-                              TimeValue length, Block<const std::byte> data) {
+    virtual Result<void> Init(Int channelCount, Int bitsPerChannel, Int sampleCount, Float sampleRate, TimeValue length,
+                              Block<const std::byte> data) {
         return Unbound();
     }
     virtual Int GetChannelCount() const { return Unbound(); }

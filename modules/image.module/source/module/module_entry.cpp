@@ -1,6 +1,4 @@
 // What the module shows to the outside: its link record and the slot for the host's yield function.
-#include <dlfcn.h>
-
 #include "module/module_start.h"
 
 #include "orvik/module.h"
@@ -12,12 +10,7 @@ using namespace orvik;
 constexpr Id kModuleId{"net.orvik.image.module"};
 
 Result<void> Start(Publisher& publisher) {
-    TRY(StartImageModule(publisher));
-    // Resources of the module would lie below the path under which the host found it.
-    Dl_info info{};
-    if (dladdr(&g_orvik, &info) != 0 && info.dli_fname)
-        TRY(SetModuleResourceDirectory(kModuleId, Url::FromSystemPath(info.dli_fname)));
-    return {};
+    return StartImageModule(publisher);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace codectest {
+namespace peers {
 namespace {
 
 struct Cursor {
@@ -26,6 +26,7 @@ void WriteBytes(png_structp png, png_bytep from, size_t count) {
 void Silent(png_structp, png_const_charp) {}
 [[noreturn]] void Jump(png_structp png, png_const_charp) { png_longjmp(png, 1); }
 
+// No object with a destructor lives in the functions that setjmp returns to.
 bool Write(png_structp png, png_infop info, PngPicture& picture, std::vector<png_bytep>& rows) {
     if (setjmp(png_jmpbuf(png)))
         return false;
@@ -49,7 +50,7 @@ bool Write(png_structp png, png_infop info, PngPicture& picture, std::vector<png
     return true;
 }
 
-bool Read(png_structp png, png_infop info, PngPicture& picture, std::vector<png_bytep>& rows) {
+bool Read(png_structp png, png_infop info, PngPicture& picture, std::vector<png_bytep>& rows, std::span<uint8_t> to) {
     if (setjmp(png_jmpbuf(png)))
         return false;
     png_read_info(png, info);
@@ -68,9 +69,15 @@ bool Read(png_structp png, png_infop info, PngPicture& picture, std::vector<png_
         picture.profileName = name;
         picture.profile.assign(profile, profile + length);
     }
-    picture.rows.resize(picture.RowBytes() * picture.height);
+    const size_t bytes = picture.RowBytes() * picture.height;
+    if (to.empty()) {
+        picture.rows.resize(bytes);
+        to = picture.rows;
+    }
+    if (to.size() != bytes)
+        return false;
     for (uint32_t y = 0; y < picture.height; ++y)
-        rows.push_back(picture.rows.data() + y * picture.RowBytes());
+        rows.push_back(to.data() + y * picture.RowBytes());
     png_read_image(png, rows.data());
     png_read_end(png, nullptr);
     return true;
@@ -83,12 +90,12 @@ size_t PngPicture::RowBytes() const {
     return (width * (colorType == PNG_COLOR_TYPE_PALETTE ? 1 : channels) * size_t(bitDepth) + 7) / 8;
 }
 
-std::vector<uint8_t> WritePng(const PngPicture& source) {
+std::vector<uint8_t> WritePng(const PngPicture& source, const uint8_t* from) {
     PngPicture picture = source;
     std::vector<uint8_t> file;
     std::vector<png_bytep> rows;
     for (uint32_t y = 0; y < picture.height; ++y)
-        rows.push_back(picture.rows.data() + y * picture.RowBytes());
+        rows.push_back(const_cast<png_bytep>(from ? from : picture.rows.data()) + y * picture.RowBytes());
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, Jump, Silent);
     png_infop info = png_create_info_struct(png);
     png_set_write_fn(png, &file, WriteBytes, nullptr);
@@ -97,16 +104,16 @@ std::vector<uint8_t> WritePng(const PngPicture& source) {
     return written ? file : std::vector<uint8_t>();
 }
 
-PngPicture ReadPng(const std::vector<uint8_t>& file) {
+PngPicture ReadPng(const std::vector<uint8_t>& file, std::span<uint8_t> to) {
     PngPicture picture;
     std::vector<png_bytep> rows;
     Cursor cursor{file, 0};
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, Jump, Silent);
     png_infop info = png_create_info_struct(png);
     png_set_read_fn(png, &cursor, ReadBytes);
-    const bool read = Read(png, info, picture, rows);
+    const bool read = Read(png, info, picture, rows, to);
     png_destroy_read_struct(&png, &info, nullptr);
     return read ? picture : PngPicture();
 }
 
-}  // namespace codectest
+}  // namespace peers

@@ -1,13 +1,14 @@
 #pragma once
 /// @file
-/// PNG files made and read by libpng alone: an independent other side for the tests.
+/// PNG files written and read by libpng alone, as the other side of tests and benchmarks.
 
 #include <cstdint>
 #include <png.h>
+#include <span>
 #include <string>
 #include <vector>
 
-namespace codectest {
+namespace peers {
 
 struct PngPicture {
     uint32_t width = 0, height = 0;
@@ -27,8 +28,10 @@ struct PngPicture {
     size_t RowBytes() const;
 };
 
-std::vector<uint8_t> WritePng(const PngPicture& picture);
+/// @param rows  taken in place of the picture's own
+std::vector<uint8_t> WritePng(const PngPicture& picture, const uint8_t* rows = nullptr);
 /// Everything the file says; an empty picture when libpng refuses it.
-PngPicture ReadPng(const std::vector<uint8_t>& file);
+/// @param rows  takes the pixels in place of the picture's own rows, and must be exactly as large
+PngPicture ReadPng(const std::vector<uint8_t>& file, std::span<uint8_t> rows = {});
 
-}  // namespace codectest
+}  // namespace peers

@@ -1,6 +1,131 @@
-#include "tga_parts.h"
+#include "parts.h"
+
+#include <cmath>
 
 namespace codectest {
+
+// --- BMP -------------------------------------------------------------------------------------------------------------
+namespace {
+
+struct Field {
+    uint64_t value;
+    int bytes;
+};
+
+void Append(Bytes& bytes, std::initializer_list<Field> fields) {
+    for (const Field& field : fields) {
+        for (int i = 0; i < field.bytes; ++i)
+            bytes.push_back(uint8_t(field.value >> (8 * i)));
+    }
+}
+
+}  // namespace
+
+Bytes BmpParts::Make() const {
+    const int sideBytes = headerSize == 12 ? 2 : 4;
+    Bytes head;
+    Append(head,
+           {{headerSize, 4}, {uint32_t(width), sideBytes}, {uint32_t(height), sideBytes}, {planes, 2}, {bitCount, 2}});
+    if (headerSize != 12)
+        Append(head, {{compression, 4},
+                      {rows.size(), 4},
+                      {uint32_t(xPerMetre), 4},
+                      {uint32_t(yPerMetre), 4},
+                      {colorsUsed, 4},
+                      {0, 4}});
+    if (headerSize >= 56 || (headerSize == 40 && compression == 3))
+        Append(head, {{red, 4}, {green, 4}, {blue, 4}});
+    if (headerSize >= 56)
+        Append(head, {{alpha, 4}});
+    if (headerSize >= 108) {
+        Append(head, {{space, 4}});
+        head.resize(head.size() + 36 + 12);
+    }
+    if (headerSize >= 124)
+        Append(head, {{4, 4}, {headerSize + palette.size(), 4}, {profile.size(), 4}, {0, 4}});
+    head.resize(std::max(head.size(), size_t(headerSize)));
+    head.insert(head.end(), palette.begin(), palette.end());
+    head.insert(head.end(), profile.begin(), profile.end());
+
+    const size_t rowsAt = 14 + head.size();
+    Bytes file = {'B', 'M'};
+    Append(file, {{rowsAt + rows.size(), 4}, {0, 4}, {rowsAt, 4}});
+    file.insert(file.end(), head.begin(), head.end());
+    file.insert(file.end(), rows.begin(), rows.end());
+    return file;
+}
+
+BmpParts Masked32(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
+    BmpParts parts{.headerSize = headerSize, .bitCount = 32, .compression = 3};
+    parts.red = red, parts.green = green, parts.blue = blue, parts.alpha = alpha;
+    parts.rows = std::move(rows);
+    return parts;
+}
+
+BmpParts Masked16(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
+    BmpParts parts = Masked32(headerSize, red, green, blue, alpha, std::move(rows));
+    parts.width = 3, parts.height = 1;
+    parts.bitCount = 16;
+    return parts;
+}
+
+BmpParts Indexed(int bits, int width, int height, Bytes palette, Bytes rows, uint32_t headerSize) {
+    BmpParts parts{.headerSize = headerSize, .width = width, .height = height, .bitCount = uint16_t(bits)};
+    parts.colorsUsed = uint32_t(palette.size() / 4);
+    parts.palette = std::move(palette);
+    parts.rows = std::move(rows);
+    return parts;
+}
+
+BmpParts Runs(int bits, int width, int height, Bytes palette, Bytes data) {
+    BmpParts parts = Indexed(bits, width, height, std::move(palette), std::move(data));
+    parts.compression = bits == 8 ? 1 : 2;
+    return parts;
+}
+
+// --- Radiance HDR ----------------------------------------------------------------------------------------------------
+
+std::string HdrHeaderText(const std::string& resolution) {
+    return "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n" + resolution + "\n";
+}
+
+Bytes HdrFile(const std::string& header, const Bytes& pixels) {
+    Bytes file(header.begin(), header.end());
+    file.insert(file.end(), pixels.begin(), pixels.end());
+    return file;
+}
+
+Bytes PackHdrRow(const Bytes& rgbe, Noise& noise) {
+    const size_t width = rgbe.size() / 4;
+    Bytes row = {2, 2, uint8_t(width >> 8), uint8_t(width)};
+    for (size_t plane = 0; plane < 4; ++plane) {
+        const auto at = [&](size_t x) { return rgbe[4 * x + plane]; };
+        for (size_t x = 0; x < width;) {
+            size_t equal = 1;
+            while (x + equal < width && at(x + equal) == at(x))
+                ++equal;
+            const bool asRun = noise.Next() % 3 == 0;
+            const size_t count =
+                1 + noise.Next() % (asRun ? std::min(equal, size_t(127)) : std::min(width - x, size_t(128)));
+            row.push_back(uint8_t(count + (asRun ? 128 : 0)));
+            for (size_t i = 0; i < (asRun ? 1 : count); ++i)
+                row.push_back(at(x + i));
+            x += count;
+        }
+    }
+    return row;
+}
+
+std::vector<float> HdrPicture::ToFloats() const {
+    std::vector<float> floats;
+    for (size_t i = 0; i < rgbe.size(); i += 4) {
+        for (size_t c = 0; c < 3; ++c)
+            floats.push_back(rgbe[i + 3] == 0 ? 0.0f : float(std::ldexp(rgbe[i + c], rgbe[i + 3] - 136)));
+    }
+    return floats;
+}
+
+// --- TGA -------------------------------------------------------------------------------------------------------------
 namespace {
 
 void Append16(Bytes& bytes, uint16_t value) {
@@ -66,6 +191,14 @@ Bytes TgaParts::Make() const {
         file.insert(file.end(), text.begin(), text.end());
     }
     return file;
+}
+
+TgaParts Mapped(uint8_t depth, uint8_t mapBits, uint16_t first, uint16_t length, Bytes map, Bytes pixels) {
+    TgaParts parts{.mapType = 1, .imageType = 1, .mapFirst = first, .mapLength = length, .mapBits = mapBits};
+    parts.depth = depth;
+    parts.map = std::move(map);
+    parts.pixels = std::move(pixels);
+    return parts;
 }
 
 Bytes PackInRuns(const Bytes& pixels, int pixelBytes, Noise& noise) {

@@ -4,7 +4,7 @@
 #include <csetjmp>
 #include <cstdlib>
 
-namespace codectest {
+namespace peers {
 namespace {
 
 struct Errors {
@@ -22,8 +22,9 @@ jpeg_error_mgr* Init(Errors& errors) {
     return &errors.manager;
 }
 
-bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& picture, unsigned char** bytes,
-           unsigned long* count) {
+// No object with a destructor lives in the functions that setjmp returns to.
+bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& picture, const uint8_t* rows,
+           unsigned char** bytes, unsigned long* count) {
     if (setjmp(errors.target))
         return false;
     jpeg_create_compress(&info);
@@ -50,7 +51,7 @@ bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& pictur
     if (!picture.profile.empty())
         jpeg_write_icc_profile(&info, picture.profile.data(), unsigned(picture.profile.size()));
     while (info.next_scanline < info.image_height) {
-        JSAMPROW row = const_cast<JSAMPROW>(picture.rows.data() + info.next_scanline * picture.RowBytes());
+        JSAMPROW row = const_cast<JSAMPROW>(rows + info.next_scanline * picture.RowBytes());
         jpeg_write_scanlines(&info, &row, 1);
     }
     jpeg_finish_compress(&info);
@@ -58,7 +59,7 @@ bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& pictur
 }
 
 bool Read(jpeg_decompress_struct& info, Errors& errors, const std::vector<uint8_t>& file, JpegPicture& picture,
-          unsigned char** profile) {
+          std::span<uint8_t> rows, unsigned char** profile) {
     if (setjmp(errors.target))
         return false;
     jpeg_create_decompress(&info);
@@ -72,9 +73,15 @@ bool Read(jpeg_decompress_struct& info, Errors& errors, const std::vector<uint8_
     picture.width = info.output_width;
     picture.height = info.output_height;
     picture.colorSpace = info.out_color_space;
-    picture.rows.resize(picture.RowBytes() * picture.height);
+    const size_t bytes = picture.RowBytes() * picture.height;
+    if (rows.empty()) {
+        picture.rows.resize(bytes);
+        rows = picture.rows;
+    }
+    if (rows.size() != bytes)
+        return false;
     while (info.output_scanline < info.output_height) {
-        JSAMPROW row = picture.rows.data() + info.output_scanline * picture.RowBytes();
+        JSAMPROW row = rows.data() + info.output_scanline * picture.RowBytes();
         jpeg_read_scanlines(&info, &row, 1);
     }
     jpeg_finish_decompress(&info);
@@ -83,13 +90,13 @@ bool Read(jpeg_decompress_struct& info, Errors& errors, const std::vector<uint8_
 
 }  // namespace
 
-std::vector<uint8_t> WriteJpeg(const JpegPicture& picture) {
+std::vector<uint8_t> WriteJpeg(const JpegPicture& picture, const uint8_t* rows) {
     jpeg_compress_struct info{};
     Errors errors;
     info.err = Init(errors);
     unsigned char* bytes = nullptr;
     unsigned long count = 0;
-    const bool written = Write(info, errors, picture, &bytes, &count);
+    const bool written = Write(info, errors, picture, rows ? rows : picture.rows.data(), &bytes, &count);
     std::vector<uint8_t> file;
     if (written)
         file.assign(bytes, bytes + count);
@@ -98,13 +105,13 @@ std::vector<uint8_t> WriteJpeg(const JpegPicture& picture) {
     return file;
 }
 
-JpegPicture ReadJpeg(const std::vector<uint8_t>& file) {
+JpegPicture ReadJpeg(const std::vector<uint8_t>& file, std::span<uint8_t> rows) {
     jpeg_decompress_struct info{};
     Errors errors;
     info.err = Init(errors);
     JpegPicture picture;
     unsigned char* profile = nullptr;
-    if (!Read(info, errors, file, picture, &profile))
+    if (!Read(info, errors, file, picture, rows, &profile))
         picture = {};
     jpeg_destroy_decompress(&info);
     std::free(profile);
@@ -126,4 +133,4 @@ std::vector<uint8_t> ResizeJpeg(std::vector<uint8_t> file, int width, int height
     return file;
 }
 
-}  // namespace codectest
+}  // namespace peers

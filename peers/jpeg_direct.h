@@ -1,17 +1,18 @@
 #pragma once
 /// @file
-/// JPEG files made and read by libjpeg alone, in memory: an independent other side for the tests.
+/// JPEG files written and read by libjpeg alone, as the other side of tests and benchmarks.
 
 #include <cstdint>
 #include <cstdio>
 #include <initializer_list>
 #include <jpeglib.h>
+#include <span>
 #include <string>
 #include <vector>
 
-namespace codectest {
+namespace peers {
 
-/// A segment as the test writes it into the file.
+/// A segment as it stands in the file.
 struct JpegSegment {
     int marker;
     std::vector<uint8_t> payload;
@@ -37,13 +38,15 @@ struct JpegPicture {
     size_t RowBytes() const { return size_t(width) * size_t(Channels()); }
 };
 
-std::vector<uint8_t> WriteJpeg(const JpegPicture& picture);
+/// @param rows  taken in place of the picture's own
+std::vector<uint8_t> WriteJpeg(const JpegPicture& picture, const uint8_t* rows = nullptr);
 /// Sides, rows and profile; an empty picture when libjpeg refuses the file.
-JpegPicture ReadJpeg(const std::vector<uint8_t>& file);
+/// @param rows  takes the pixels in place of the picture's own rows, and must be exactly as large
+JpegPicture ReadJpeg(const std::vector<uint8_t>& file, std::span<uint8_t> rows = {});
 
 /// Position of the first segment with one of these markers, as the segments lead to it; the size when there is none.
 size_t FindSegment(const std::vector<uint8_t>& file, std::initializer_list<uint8_t> markers);
 /// The same file with other sides in its header.
 std::vector<uint8_t> ResizeJpeg(std::vector<uint8_t> file, int width, int height);
 
-}  // namespace codectest
+}  // namespace peers
