@@ -90,14 +90,10 @@ TEST_F(LayersTest, TreeShowsModesOpacitiesAndHiddenLayers) {
     EXPECT_THAT(text, HasSubstr("└─ layer \"Red\"  3 x 2  rgba.u8\n"));
 }
 
-TEST_F(LayersTest, TreeShowsFurtherImagesAndImagesBelowImages) {
+TEST_F(LayersTest, TreeShowsFurtherImages) {
     const NodeSpec small{.name = "Level", .width = 1, .height = 1};
-    const ImageRef level = LayerTree::AddImage(_picture.texture, small, LayerTree::Plain(0, 0, 1));
+    LayerTree::AddImage(_picture.texture, small, LayerTree::Plain(0, 0, 1));
     EXPECT_THAT(DrawTree(), HasSubstr("└─ image \"Level\"  1 x 1  rgba.u8\n"));
-    const ImageRef below = ClassRef(imageclasses::kImage).Create<ImageInterface>().TakeValue();
-    ASSERT_TRUE(below->Init(3, 2, ClassRef(storageclasses::kNormal), PixelFormats::Get(pixelformats::kRgbaU8), {}));
-    ASSERT_TRUE(level->AddChildren(IMAGEHIERARCHY::IMAGE, below, ImageBaseRef()));
-    EXPECT_THAT(DrawTree(), HasSubstr("\n   └─ image  3 x 2  rgba.u8\n"));
 }
 
 TEST_F(LayersTest, FilesWithoutImagesAreShownAndNamedInErrors) {

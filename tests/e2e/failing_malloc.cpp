@@ -49,7 +49,7 @@ int RunEach(int argc, char** argv, char** environment) {
         }
         int status = 0;
         waitpid(child, &status, 0);
-        dprintf(STDOUT_FILENO, "%ld %d %d\n", number, status, g_count->load());
+        dprintf(STDOUT_FILENO, "%ld %d %ld\n", number, status, g_count->load());
     }
     return 0;
 }

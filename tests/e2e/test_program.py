@@ -7,6 +7,7 @@ import re
 import select
 import signal
 import subprocess
+import threading
 import time
 import unittest
 
@@ -172,7 +173,10 @@ class Interruption(OrvikTest):
                 with self.subTest(what, signal=number.name), start(*arguments, **options) as process:
                     self.wait_until(process, lambda: waits_for_a_pipe(process))
                     process.send_signal(number)
+                    timer = threading.Timer(10, process.kill)
+                    timer.start()
                     self.assertEqual(process.wait(TIMEOUT), -number)
+                    timer.cancel()
                     self.assertEqual(process.stderr.read(), b"")
         self.assertEqual(out.read_text(), "keep")
         self.assert_no_leftovers("fifo", "out.png")
