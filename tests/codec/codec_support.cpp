@@ -40,15 +40,17 @@ Result<ImageRef> MakeImage(const Id& imageClass, Int width, Int height, const Id
     return image;
 }
 
-Result<ImageTextureRef> MakeTree(const Picture& picture) {
+Result<ImageTextureRef> MakeTree(Block<const Picture> pictures) {
     ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
-    const ImageRef image =
-        TRY(MakeImage(imageclasses::kImage, picture.width, picture.height, picture.format, picture.pixels));
-    TRY(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
-    if (!picture.alpha.empty()) {
-        const ImageRef alpha = TRY(MakeImage(imageclasses::kRasterLayer, picture.width, picture.height,
-                                             pixelformats::kAlphaU8, picture.alpha));
-        TRY(image->AddChildren(IMAGEHIERARCHY::ALPHA, alpha, nullptr));
+    for (const Picture& picture : pictures) {
+        const ImageRef image =
+            TRY(MakeImage(imageclasses::kImage, picture.width, picture.height, picture.format, picture.pixels));
+        TRY(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
+        if (!picture.alpha.empty()) {
+            const ImageRef alpha = TRY(MakeImage(imageclasses::kRasterLayer, picture.width, picture.height,
+                                                 pixelformats::kAlphaU8, picture.alpha));
+            TRY(image->AddChildren(IMAGEHIERARCHY::ALPHA, alpha, nullptr));
+        }
     }
     return texture;
 }
@@ -200,7 +202,8 @@ Bytes ProfileBytes(const ColorProfile& profile) {
     return Bytes(first, first + bytes.size());
 }
 
-ImageTextureRef MakeTexture(const Picture& picture) { return Expect(MakeTree(picture), ImageTextureRef()); }
+ImageTextureRef MakeTexture(const Picture& picture) { return MakeTexture({&picture, 1}); }
+ImageTextureRef MakeTexture(Block<const Picture> pictures) { return Expect(MakeTree(pictures), ImageTextureRef()); }
 
 const FileFormatEntry& Format(std::string_view name) {
     for (const FileFormatEntry& entry : GetFileFormatTable()) {

@@ -64,6 +64,7 @@ struct Picture {
     Bytes alpha = {};  ///< of 8 bits, in a child of its own; empty for none
 };
 ImageTextureRef MakeTexture(const Picture& picture);
+ImageTextureRef MakeTexture(Block<const Picture> pictures);
 
 /// Saves through the exporter of a format, by its short name. The stream's settings are those of the texture.
 Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName);

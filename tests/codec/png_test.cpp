@@ -383,7 +383,7 @@ TEST_F(PngTest, WritesResolution) {
     const struct {
         Float dpi, aspectRatio;  ///< 0: the picture has none
         uint32_t x, y;
-    } cases[] = {{0, 0, 2834, 0}, {0, 2, 2834, 5669}, {300, 1, 11811, 11811}, {300, 0, 11811, 0}};
+    } cases[] = {{0, 0, 2834, 2834}, {0, 2, 2834, 5669}, {300, 1, 11811, 11811}, {300, 0, 11811, 11811}};
     for (const auto& c : cases) {
         const ImageTextureRef texture = MakeTexture({1, 1, pixelformats::kRgbU8, {1, 2, 3}});
         const ImageBaseRef image = FirstImage(texture);

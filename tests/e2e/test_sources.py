@@ -84,6 +84,15 @@ class Sources(unittest.TestCase):
                 self.assertTrue((MODULE / include).exists() and other in rooms, f"{room}/{path.name}: {include}")
                 self.assertTrue(other == room or level(other) < level(room), f"{room}/{path.name} includes {include}")
 
+    def test_formats_hold_bytes_in_checked_buffers_only(self):
+        # A CodecBuffer asks for the bound of the process and what the file can contain; nothing else does.
+        unchecked = re.compile(r"BaseArray<(std::byte|u?int\d+_t|float|JOCTET)>|std::vector<|\bm?alloc\(|new \w+\[")
+        formats = [path for path in sources(MODULE / "imexport") if path.parent.name not in ("imexport", "frame")]
+        self.assertGreater(len(formats), 10)
+        for path in formats:
+            found = unchecked.search(path.read_text())
+            self.assertIsNone(found, f"{path.name}: {found and found[0]}")
+
     def test_host_stands_on_the_frameworks(self):
         self.check_includes(HOST, names(CORE) | names(IMAGE) | names(HOST / "source/orvik"))
 

@@ -56,7 +56,7 @@ inline constexpr const char* kDataTypeName<MediaSessionFileFormatHandler> = "orv
 namespace mediaexport {
 inline constexpr Key<Float> kQuality{"net.orvik.mediasession.export.quality"};
 inline constexpr Key<Bool> kDisableSrgbConversion{"net.orvik.mediasession.export.disablesrgbconversion"};
-/// "V3" (default), "V4" or "V5": the generation of the header.
+/// "V3", "V4" or "V5": the generation of the header. Without it, the oldest that holds alpha and colour profile.
 inline constexpr Key<Id> kBmpInfoHeader{"net.orvik.mediasession.bmp.export.bitmapinfoheader"};
 /// Only quantisation values of 8 bits, which every reader takes.
 inline constexpr Key<Bool> kJpgBaseline{"net.orvik.mediasession.jpg.export.baseline"};

@@ -9,10 +9,6 @@ using namespace orvik;
 
 constexpr Id kModuleId{"net.orvik.image.module"};
 
-Result<void> Start(Publisher& publisher) {
-    return StartImageModule(publisher);
-}
-
 }  // namespace
 
 extern "C" {
@@ -24,7 +20,7 @@ ORVIK_API orvik::ModuleLink g_orvik = {
     .dependsOn = "net.orvik.core.framework",
     .fileName = "image.module",
     .resolve = nullptr,
-    .start = Start,
+    .start = StartImageModule,
     .stop = nullptr,
 };
 

@@ -227,13 +227,13 @@ Result<PixelLayout> ChooseLayout32ByMasks(const BmpInfo& info) {
 Result<PixelLayout> ChooseLayout(const BmpInfo& info) {
     switch (info.bitCount) {
         case 1:
-            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u1bit")};
+            return PixelLayout{GetFormat(pixelformats::kIndexedU1)};
         case 2:
-            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u2bit")};
+            return PixelLayout{GetFormat(pixelformats::kIndexedU2)};
         case 4:
-            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u4bit")};
+            return PixelLayout{GetFormat(pixelformats::kIndexedU4)};
         case 8:
-            return PixelLayout{GetFormat("net.orvik.image.pixelformat.indexed.u8bit")};
+            return PixelLayout{GetFormat(pixelformats::kIndexedU8)};
         case 16:
             return ChooseLayout16(info);
         case 24:

@@ -1,5 +1,7 @@
 #include "imexport/bmp/media_io_bmp.h"
 
+#include "orvik/gfx_image_colorprofileconvert.h"
+
 namespace orvik {
 
 using namespace bmp;
@@ -25,19 +27,39 @@ Result<uint32_t> GetHeaderSize(const Id& option) {
     return IllegalArgumentError("Invalid header type: @.", option);
 }
 
+/// Whether a profile means by its colours what sRGB means by them, to a step of 8 bits: files hold sRGB in many forms.
+Result<Bool> IsLikeSrgb(const ColorProfile& profile) {
+    const ColorProfile srgb = colorprofiles::Get(colorprofiles::kSrgb);
+    if (profile == srgb)
+        return true;
+    constexpr uint8_t kColors[][3] = {{0, 0, 0},   {64, 64, 64}, {128, 128, 128}, {255, 255, 255},
+                                      {255, 0, 0}, {0, 255, 0},  {0, 0, 255},     {200, 100, 50}};
+    constexpr Int kCount = std::size(kColors);
+    uint8_t converted[kCount][3];
+    const PixelFormat format = PixelFormats::Get(pixelformats::kRgbU8);
+    const auto convert = TRY(ClassRef(kColorProfileConvertClass).Create<ColorProfileConvertInterface>());
+    TRY(convert->Init(format, profile, format, srgb, COLORCONVERSIONINTENT::RELATIVE_COLORIMETRIC,
+                      COLORCONVERSIONFLAGS::NONE));
+    TRY(convert->Convert({converted, format->GetBitsPerPixel()}, {kColors, format->GetBitsPerPixel()}, kCount));
+    return std::equal(&converted[0][0], &converted[0][0] + sizeof(converted), &kColors[0][0],
+                      [](int a, int b) { return std::abs(a - b) <= 1; });
+}
+
 /// Writes 24 bits, or with "V4" and "V5" 32 bits where there is alpha. Only "V5" has room for a profile; with the
-/// others the pixels are converted to sRGB.
+/// others the pixels are converted to sRGB. Unless a generation is asked for, it is the oldest that holds the picture:
+/// many programs cannot open "V5" with a profile.
 class BmpExporter : public ImageExporter {
 public:
     BmpExporter() : ImageExporter(kFormat) {}
 
 protected:
-    Bool KeepsAlpha() const override { return GetPicture().settings.Get(mediaexport::kBmpInfoHeader, kV3) != kV3; }
+    Bool KeepsAlpha() const override { return GetPicture().settings.Get(mediaexport::kBmpInfoHeader, Id()) != kV3; }
     Result<void> OpenRows() override;
     Result<void> WriteFile(const OutputStreamRef& output) override;
 
 private:
     static int32_t ToPixelsPerMetre(Float dpi) { return ToResolution(dpi * 11808.0 / 300.0 + 0.5); }
+    Result<uint32_t> ChooseHeaderSize() const;
     Result<void> WriteHeaders(EndianWriter& out) const;
     Result<void> WriteInfoHeader(EndianWriter& out) const;
     Result<void> WriteColorFields(EndianWriter& out) const;
@@ -54,9 +76,17 @@ private:
     Int _rowBytes = 0;
 };
 
+Result<uint32_t> BmpExporter::ChooseHeaderSize() const {
+    const Picture& picture = GetPicture();
+    if (const Id option = picture.settings.Get(mediaexport::kBmpInfoHeader, Id()); option != Id())
+        return GetHeaderSize(option);
+    const Bool isSrgb = TRY(IsLikeSrgb(ChooseProfile(PixelFormats::Get(pixelformats::kBgrU8))));
+    return !isSrgb ? kV5Size : picture.HasAlpha() ? kV4Size : kV3Size;
+}
+
 Result<void> BmpExporter::OpenRows() {
     const Picture& picture = GetPicture();
-    _headerSize = TRY(GetHeaderSize(picture.settings.Get(mediaexport::kBmpInfoHeader, kV3)));
+    _headerSize = TRY(ChooseHeaderSize());
     _hasAlpha = picture.HasAlpha() && _headerSize != kV3Size;
     const PixelFormat rowFormat = PixelFormats::Get(_hasAlpha ? pixelformats::kBgraU8 : pixelformats::kBgrU8);
     _rowBytes = rowFormat->GetBytesPerLine(picture.width, kRowAlignment);

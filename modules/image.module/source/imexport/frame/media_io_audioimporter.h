@@ -4,6 +4,8 @@
 
 #include "imexport/frame/media_io_importer.h"
 
+#include "orvik/mediasession_audiodata.h"
+
 namespace orvik {
 
 using AudioImportStreamRef = Ref<MediaStreamAudioDataImportInterface>;

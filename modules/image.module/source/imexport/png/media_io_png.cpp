@@ -62,22 +62,19 @@ struct PngPixels {
     Id stored;
     Id withColorKey;
 };
-constexpr Id kIndexed1{"net.orvik.image.pixelformat.indexed.u1bit"};
-constexpr Id kIndexed2{"net.orvik.image.pixelformat.indexed.u2bit"};
-constexpr Id kIndexed4{"net.orvik.image.pixelformat.indexed.u4bit"};
-constexpr Id kIndexed8{"net.orvik.image.pixelformat.indexed.u8bit"};
+constexpr Int kMaxColors = 256;  ///< of a palette
 constexpr PngPixels kPixels[] = {
-    {PNG_COLOR_TYPE_GRAY, 1, kIndexed1, kIndexed1},
-    {PNG_COLOR_TYPE_GRAY, 2, kIndexed2, kIndexed2},
-    {PNG_COLOR_TYPE_GRAY, 4, kIndexed4, kIndexed4},
+    {PNG_COLOR_TYPE_GRAY, 1, pixelformats::kIndexedU1, pixelformats::kIndexedU1},
+    {PNG_COLOR_TYPE_GRAY, 2, pixelformats::kIndexedU2, pixelformats::kIndexedU2},
+    {PNG_COLOR_TYPE_GRAY, 4, pixelformats::kIndexedU4, pixelformats::kIndexedU4},
     {PNG_COLOR_TYPE_GRAY, 8, pixelformats::kGreyU8, pixelformats::kGreyaU8},
     {PNG_COLOR_TYPE_GRAY, 16, pixelformats::kGreyU16, pixelformats::kGreyaU16},
     {PNG_COLOR_TYPE_RGB, 8, pixelformats::kRgbU8, pixelformats::kRgbaU8},
     {PNG_COLOR_TYPE_RGB, 16, pixelformats::kRgbU16, pixelformats::kRgbaU16},
-    {PNG_COLOR_TYPE_PALETTE, 1, kIndexed1, kIndexed1},
-    {PNG_COLOR_TYPE_PALETTE, 2, kIndexed2, kIndexed2},
-    {PNG_COLOR_TYPE_PALETTE, 4, kIndexed4, kIndexed4},
-    {PNG_COLOR_TYPE_PALETTE, 8, kIndexed8, kIndexed8},
+    {PNG_COLOR_TYPE_PALETTE, 1, pixelformats::kIndexedU1, pixelformats::kIndexedU1},
+    {PNG_COLOR_TYPE_PALETTE, 2, pixelformats::kIndexedU2, pixelformats::kIndexedU2},
+    {PNG_COLOR_TYPE_PALETTE, 4, pixelformats::kIndexedU4, pixelformats::kIndexedU4},
+    {PNG_COLOR_TYPE_PALETTE, 8, pixelformats::kIndexedU8, pixelformats::kIndexedU8},
     {PNG_COLOR_TYPE_GRAY_ALPHA, 8, pixelformats::kGreyaU8, pixelformats::kGreyaU8},
     {PNG_COLOR_TYPE_GRAY_ALPHA, 16, pixelformats::kGreyaU16, pixelformats::kGreyaU16},
     {PNG_COLOR_TYPE_RGB_ALPHA, 8, pixelformats::kRgbaU8, pixelformats::kRgbaU8},
@@ -172,11 +169,10 @@ Result<void> PngImporter::ChoosePixelFormats() {
 /// The colours of a file of type 3. Those beyond the given alphas are opaque.
 Result<PixelFormat> PngImporter::MakeColorPalette() const {
     const Int count = _header.paletteSize;
-    if (!_header.palette || count < 1)
+    if (!_header.palette || count < 1 || count > kMaxColors)
         return MediaSessionWrongTypeError("png_get_PLTE error.");
     const Int bytes = _header.hasTransparency ? 4 : 3;
-    BaseArray<std::byte> colors;
-    TRY(colors.Resize(count * bytes));
+    std::byte colors[kMaxColors * 4];
     for (Int i = 0; i < count; ++i) {
         const png_color& color = _header.palette[i];
         std::byte* entry = &colors[i * bytes];
@@ -188,15 +184,14 @@ Result<PixelFormat> PngImporter::MakeColorPalette() const {
     }
     return MakePaletteFormat(_header.bitDepth,
                              PixelFormats::Get(_header.hasTransparency ? pixelformats::kRgbaU8 : pixelformats::kRgbU8),
-                             colors.ToBlock());
+                             {colors, size_t(count * bytes)});
 }
 
 /// Grey of fewer than 8 bits: the levels as a palette, of which the colour key makes one transparent.
 Result<PixelFormat> PngImporter::MakeGreyPalette() const {
     const Int count = Int(1) << _header.bitDepth;
     const Int bytes = _header.hasTransparency ? 2 : 1;
-    BaseArray<std::byte> levels;
-    TRY(levels.Resize(count * bytes));
+    std::byte levels[16 * 2];  // of up to 4 bits
     for (Int value = 0; value < count; ++value) {
         levels[value * bytes] = std::byte(value * 255 / (count - 1));
         if (_header.hasTransparency)
@@ -204,7 +199,7 @@ Result<PixelFormat> PngImporter::MakeGreyPalette() const {
     }
     return MakePaletteFormat(
         _header.bitDepth, PixelFormats::Get(_header.hasTransparency ? pixelformats::kGreyaU8 : pixelformats::kGreyU8),
-        levels.ToBlock());
+        {levels, size_t(count * bytes)});
 }
 
 /// The compressed data must be able to hold the picture before memory is spent on it.

@@ -56,9 +56,9 @@ Result<PixelFormat> ChoosePixelFormat(const TgaHeader& header) {
         case ImageType::Mapped:
         case ImageType::MappedRuns:
             if (bytes == 1)
-                return PixelFormats::Get("net.orvik.image.pixelformat.indexed.u8bit");
+                return PixelFormats::Get(pixelformats::kIndexedU8);
             if (bytes == 2)
-                return PixelFormats::Get("net.orvik.image.pixelformat.indexed.u16bit");
+                return PixelFormats::Get(pixelformats::kIndexedU16);
             break;
         case ImageType::TrueColor:
         case ImageType::TrueColorRuns:
