@@ -54,11 +54,9 @@ std::string Printable(std::string_view text) {
 
 std::string Explain(std::string_view subject, const Error& error) {
     std::string text(error->ToString().GetText());
-    for (const std::string_view scheme : {" memory:", " "}) {
-        const std::string name = std::string(scheme) + std::string(subject == "-" ? kStandardInput : subject) + ' ';
-        if (const size_t at = text.find(name); at != std::string::npos)
-            return text.erase(at, name.size() - 1);
-    }
+    const std::string name = ' ' + std::string(subject == "-" ? kStandardInput : subject) + ' ';
+    if (const size_t at = text.find(name); at != std::string::npos)
+        text.erase(at, name.size() - 1);
     return text;
 }
 

@@ -35,8 +35,8 @@ private:
     std::string _missingModule;
 };
 
-/// What standard input is called in messages and labels.
-inline constexpr std::string_view kStandardInput = "standard input";
+/// The path that "-" stands for.
+inline constexpr std::string_view kStandardInput = "/dev/stdin";
 
 /// The text of an error of `subject` without that name, which stands before it anyway.
 std::string Explain(std::string_view subject, const Error& error);

@@ -1,41 +1,19 @@
 #include "picture.h"
 
-#include <sys/stat.h>
-
 #include "console.h"
 #include "interruption.h"
 #include "progressline.h"
+
+#include "orvik/iomemory.h"
 
 namespace orvik::cli {
 
 namespace {
 
 /// A pipe can be read once, but is asked twice: by detection and by the importer.
-/// @param name  what errors call it
-Result<Url> ReadIntoMemory(const Url& url, std::string_view name) {
-    constexpr Int kStep = 1 << 20;
-    constexpr Int kMaxBytes = Int(1) << 30;
-    const Interruption::Waiting waiting;
-    const InputStreamRef stream = TRY(url.OpenInputStream());
-    const MemoryFileRef file = TRY(CreateMemoryFile());
-    BaseArray<std::byte>& bytes = file.GetPointer()->GetBytes();
-    for (Int count = kStep; count == kStep;) {
-        const Int start = bytes.GetCount();
-        if (start >= kMaxBytes)
-            return IoError(url, "more than @ bytes from a pipe or device", kMaxBytes);
-        TRY(bytes.Resize(start + kStep, RESIZEFLAGS::UNINITIALIZED));
-        count = TRY(stream->ReadEOS(bytes.ToBlock().subspan(static_cast<size_t>(start))));
-        TRY(bytes.Resize(start + count));
-    }
-    return MountMemoryFile(name, file);
-}
-
 Result<Url> MakeUrl(const std::string& name) {
-    const Url url(name == "-" ? std::string_view("/dev/stdin") : std::string_view(name));
-    struct stat status {};
-    const bool isStream =
-        ::stat(url.GetSystemPath().c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-    return isStream ? ReadIntoMemory(url, name == "-" ? kStandardInput : std::string_view(name)) : Result<Url>(url);
+    const Interruption::Waiting waiting;
+    return ReadUnseekable(Url(name == "-" ? kStandardInput : std::string_view(name)));
 }
 
 }  // namespace

@@ -97,5 +97,28 @@ TEST(ChunkedFileIO, EntersAndLeavesChunks) {
     EXPECT_EQ(io.Remaining(), -1);
 }
 
+TEST(ChunkedWriter, EntersLengthsWhenChunksEnd) {
+    using LENGTH = ChunkedWriter::LENGTH;
+    const MemoryFileRef file = *CreateMemoryFile();
+    ChunkedWriter out;
+    out.Attach(*OpenMemoryOutput(file), BYTEORDER::BIG);
+    EXPECT_EQ(KindOf(out.PopChunk()), "illegalstate");
+    ASSERT_TRUE(out.PushChunk());
+    ASSERT_TRUE(out.WriteU8(0xAA));
+    ASSERT_TRUE(out.PushChunk(LENGTH::BITS16));
+    ASSERT_TRUE(out.WriteU8(0xBB));
+    ASSERT_TRUE(out.PopChunk(2));  // a filler that is not counted
+    ASSERT_TRUE(out.PushChunk(LENGTH::BITS64));
+    ASSERT_TRUE(out.WriteU8(0xCC));
+    ASSERT_TRUE(out.PopChunk(4, ChunkedWriter::PADDING::COUNTED));
+    ASSERT_TRUE(out.PopChunk());
+    const Bytes expected = {0, 0, 0, 17, 0xAA, 0, 1, 0xBB, 0, 0, 0, 0, 0, 0, 0, 0, 4, 0xCC, 0, 0, 0};
+    EXPECT_EQ(KindOf(out.PushChunk(LENGTH::BITS16)), "ok");
+    ASSERT_TRUE(out.WriteZeros(0x10000));
+    EXPECT_EQ(KindOf(out.PopChunk()), "illegalstate");  // too long for its length
+    const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
+    EXPECT_EQ(Bytes(first, first + expected.size()), expected);
+}
+
 }  // namespace
 }  // namespace codectest
