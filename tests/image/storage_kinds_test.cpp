@@ -54,47 +54,44 @@ TEST_F(StorageKinds, AreRegisteredInTheirOrder) {
     EXPECT_TRUE(std::ranges::equal(ids, kinds));
 }
 
-/// Rasters end at their sides, a voxel storage where its tiles can no longer be counted.
+/// Rasters end at their sides, a voxel storage where its tiles can no longer be counted; its grid cannot reach from the
+/// tile at 0 to the farthest.
 TEST_F(StorageKinds, RefuseSpansOutside) {
     const struct {
-        PixelSpan span;
+        std::vector<PixelSpan> spans;
         Id raster, voxelRead, voxelWrite;
     } cases[] = {
-        {{0, 0, 6}, {}, {}, {}},
-        {{5, 3, 1}, {}, {}, {}},
-        {{6, 0, 0}, {}, {}, {}},
-        {{0, 0, 7}, kNo, {}, {}},
-        {{5, 0, 2}, kNo, {}, {}},
-        {{7, 0, 0}, kNo, {}, {}},
-        {{-1, 0, 1}, kNo, {}, {}},
-        {{-1, 0, 0}, kNo, {}, {}},
-        {{0, 4, 1}, kNo, {}, {}},
-        {{0, 4, 0}, kNo, {}, {}},
-        {{0, -1, 1}, kNo, {}, {}},
-        {{kFar, kFar, 1}, kNo, {}, kMemory},  // the grid would reach there from the tile at 0
-        {{-kFar - 1, 0, 1}, kNo, {}, kMemory},
-        {{kFar, 0, 2}, kNo, kNo, kNo},
-        {{0, kFar + 1, 1}, kNo, kNo, kNo},
-        {{-kFar - 2, 0, 1}, kNo, kNo, kNo},
-        {{0, -kFar - 2, 1}, kNo, kNo, kNo},
-        {{0, 0, -1}, kNo, kNo, kNo},
-        {{5, 0, -3}, kNo, kNo, kNo},
-        {{kMax, 0, 2}, kNo, kNo, kNo},
-        {{1, 0, kMax}, kNo, kNo, kNo},
-        {{kMax, 0, kMax}, kNo, kNo, kNo},
-        {{kMin, 0, kMax}, kNo, kNo, kNo},
-        {{kMin, 0, kMin}, kNo, kNo, kNo},
-        {{0, kMax, 1}, kNo, kNo, kNo},
-        {{0, kMin, 1}, kNo, kNo, kNo},
-        {{0, 0, kMin}, kNo, kNo, kNo},
+        {{{0, 0, 6}, {5, 3, 1}, {6, 0, 0}}, {}, {}, {}},
+        {{{0, 0, 7}, {5, 0, 2}, {7, 0, 0}, {-1, 0, 1}, {-1, 0, 0}, {0, 4, 1}, {0, 4, 0}, {0, -1, 1}}, kNo, {}, {}},
+        {{{kFar, kFar, 1}, {-kFar - 1, 0, 1}}, kNo, {}, kMemory},
+        {{{kFar, 0, 2},
+          {0, kFar + 1, 1},
+          {-kFar - 2, 0, 1},
+          {0, -kFar - 2, 1},
+          {0, 0, -1},
+          {5, 0, -3},
+          {kMax, 0, 2},
+          {1, 0, kMax},
+          {kMax, 0, kMax},
+          {kMin, 0, kMax},
+          {kMin, 0, kMin},
+          {0, kMax, 1},
+          {0, kMin, 1},
+          {0, 0, kMin}},
+         kNo,
+         kNo,
+         kNo},
     };
     for (const Id& kind : kinds) {
         const Storage storage = Fresh(kind);
         const bool isVoxel = kind == storageclasses::kVoxel, isEmpty = kind == storageclasses::kNoData;
-        for (const auto& [span, raster, voxelRead, voxelWrite] : cases) {
-            SCOPED_TRACE(testing::Message() << kind.GetText() << ' ' << span.x << ", " << span.y << ", " << span.count);
-            EXPECT_EQ(Read(storage, span), isEmpty ? kLacks : isVoxel ? voxelRead : raster);
-            EXPECT_EQ(Write(storage, span), isEmpty ? kLacks : isVoxel ? voxelWrite : raster);
+        for (const auto& [spans, raster, voxelRead, voxelWrite] : cases) {
+            for (const PixelSpan& span : spans) {
+                SCOPED_TRACE(testing::Message()
+                             << kind.GetText() << ' ' << span.x << ", " << span.y << ", " << span.count);
+                EXPECT_EQ(Read(storage, span), isEmpty ? kLacks : isVoxel ? voxelRead : raster);
+                EXPECT_EQ(Write(storage, span), isEmpty ? kLacks : isVoxel ? voxelWrite : raster);
+            }
         }
     }
 }

@@ -19,43 +19,53 @@ Ref<ImagePixelStorageNormal> MakeSample(const PixelFormat& format) {
     return storage;
 }
 
-/// Also after the module was loaded anew, when formats made at run time and palettes are other objects.
-TEST_F(StorageSerializeTest, ReadsBackWhatItWrote) {
+constexpr uint8_t kRed[] = {200, 10, 20};
+
+/// One for each kind of format that is found in a way of its own; the last has a palette.
+std::vector<Ref<ImagePixelStorageNormal>> MakeSamples() {
     const ImageChannel channels[] = {
         channeltypes::GetChannel("net.orvik.image.imagechanneltype.cmyk_c", ComponentType::U8),
         channeltypes::GetChannel(channeltypes::kDepth, ComponentType::F32)};
     const PixelFormatIndexedColor indexed =
         PixelFormats::CreateIndexed(4, PixelFormats::Get(pixelformats::kRgbU16), 9).TakeValue();
-    const uint8_t red[] = {200, 10, 20};
-    ASSERT_TRUE(indexed->SetIndex(8, PixelFormats::Get(pixelformats::kRgbU8), red));
-    const PixelFormat formats[] = {PixelFormats::Get(pixelformats::kRgbU8),
-                                   PixelFormats::Get("net.orvik.image.pixelformat.rgb.u565"),
-                                   PixelFormats::Get(pixelformats::kIndexedU4),
-                                   PixelFormats::FindOrCreatePixelFormat(channels).TakeValue(), indexed};
-    for (const PixelFormat& format : formats) {
-        SCOPED_TRACE(format->GetId().GetCString());
-        const auto storage = MakeSample(format);
-        const MemoryFileRef file = Written(*storage);
-        for (const bool restarts : {false, true}) {
-            if (restarts) {
-                _publisher.UndoAll();
-                ASSERT_TRUE(StartImageModule(_publisher));
-            }
-            const auto back = NewObj<ImagePixelStorageNormal>().TakeValue();
-            const Result<void> read = ReadFrom(*back, BytesOf(file));
-            ASSERT_TRUE(read) << MessageOf(read);
-            EXPECT_TRUE(back->IsEqual(*storage));
-            EXPECT_EQ(back->GetHashCode(), storage->GetHashCode());
-            if (format != PixelFormat(indexed))
-                continue;
-            const auto colors = Cast<PixelFormatIndexedColorInterface>(back->GetPixelFormat());
-            uint8_t color[3] = {};
-            ASSERT_TRUE(colors->GetIndex(8, PixelFormats::Get(pixelformats::kRgbU8), color));
-            EXPECT_EQ(std::vector(color, color + 3), std::vector(red, red + 3));
-            EXPECT_EQ(colors->GetColorTableSize(), 9);
-            ASSERT_TRUE(colors->SetIndex(7, PixelFormats::Get(pixelformats::kRgbU8), red));
-            EXPECT_FALSE(back->IsEqual(*storage));  // equal pixels of another colour
+    EXPECT_TRUE(indexed->SetIndex(8, PixelFormats::Get(pixelformats::kRgbU8), kRed));
+    std::vector<Ref<ImagePixelStorageNormal>> samples;
+    for (const PixelFormat& format :
+         {PixelFormats::Get(pixelformats::kRgbU8), PixelFormats::Get("net.orvik.image.pixelformat.rgb.u565"),
+          PixelFormats::Get(pixelformats::kIndexedU4), PixelFormats::FindOrCreatePixelFormat(channels).TakeValue(),
+          PixelFormat(indexed)})
+        samples.push_back(MakeSample(format));
+    return samples;
+}
+
+/// Also in a module that has just been started, and so has made no format at run time.
+TEST_F(StorageSerializeTest, ReadsBackWhatItWrote) {
+    std::vector<MemoryFileRef> files;
+    for (const auto& sample : MakeSamples())
+        files.push_back(Written(*sample));
+    for (const bool restarts : {false, true}) {
+        if (restarts) {
+            _publisher.UndoAll();
+            ASSERT_TRUE(StartImageModule(_publisher));
         }
+        std::vector<Ref<ImagePixelStorageNormal>> storages;
+        for (const MemoryFileRef& file : files) {
+            storages.push_back(NewObj<ImagePixelStorageNormal>().TakeValue());
+            const Result<void> read = ReadFrom(*storages.back(), BytesOf(file));
+            ASSERT_TRUE(read) << MessageOf(read);
+        }
+        const auto samples = MakeSamples();
+        for (size_t i = 0; i < files.size(); ++i) {
+            EXPECT_TRUE(storages[i]->IsEqual(*samples[i])) << i;
+            EXPECT_EQ(storages[i]->GetHashCode(), samples[i]->GetHashCode()) << i;
+        }
+        const auto colors = Cast<PixelFormatIndexedColorInterface>(storages.back()->GetPixelFormat());
+        uint8_t color[3] = {};
+        ASSERT_TRUE(colors->GetIndex(8, PixelFormats::Get(pixelformats::kRgbU8), color));
+        EXPECT_TRUE(std::ranges::equal(color, kRed));
+        EXPECT_EQ(colors->GetColorTableSize(), 9);
+        ASSERT_TRUE(colors->SetIndex(7, PixelFormats::Get(pixelformats::kRgbU8), kRed));
+        EXPECT_FALSE(storages.back()->IsEqual(*samples.back()));  // equal indices of other colours
     }
     // One that was never given a size.
     const auto empty = NewObj<ImagePixelStorageNormal>().TakeValue();

@@ -161,7 +161,7 @@ TEST_F(SubImageTest, ReadsTheParentShifted) {
     }
 }
 
-TEST_F(SubImageTest, TheParentOwnsItAndOnlyHandlersOwnTheParent) {
+TEST_F(SubImageTest, ParentOwnsThePartAndHandlersOwnTheParent) {
     const ImageBaseRef part = Part(_image, 10, 5, 20, 10), inner = Part(part, 1, 1, 2, 2);
     auto handler = Reader(part);
     ASSERT_TRUE(handler);
@@ -200,8 +200,8 @@ TEST_F(SubImageTest, EveryFailedAllocationLeavesTheMapAsItWas) {
     while (parts.Next()) {
         const ImageRef image = MakeImage();
         if (parts.Run([&] { return image->CreateSubImagePart({{1, 1}, {2, 2}}); }))
-            continue;  // the name of an observable may be missing; nobody else does without memory
-        // No part of the failed attempt hears or answers.
+            continue;  // the name of an observable may be missing; everything else needs its memory
+        // No part of the failed attempt is notified or answers.
         EXPECT_TRUE(ImageBaseHelpers::MarkRegionChanged(image, {0, 0, 5, 5}));
         EXPECT_EQ(ReadFirst(Part(image, 1, 1, 2, 2), {0, 0, 1}), 101);
     }
@@ -213,24 +213,24 @@ TEST_F(SubImageTest, EveryFailedAllocationLeavesTheMapAsItWas) {
     EXPECT_GT(readers.GetErrorCount(), 1);
 }
 
-/// Writes down what it hears.
+/// Notes its calls.
 class Listener : public ImageRegionObserverInterface {
 public:
-    void OnConnect(Int width, Int height) override { Hear("connect ", {0, 0, width, height}); }
-    void OnResize(Int width, Int height) override { Hear("resize ", {0, 0, width, height}); }
-    void OnRegionDirty(const UpdateRegion& region) override { Hear("dirty ", region); }
-    void OnDisconnect(Bool final) override { heard.push_back(final ? "disconnect 1" : "disconnect 0"); }
-    std::vector<std::string> Take() { return std::exchange(heard, {}); }
+    void OnConnect(Int width, Int height) override { Note("connect ", {0, 0, width, height}); }
+    void OnResize(Int width, Int height) override { Note("resize ", {0, 0, width, height}); }
+    void OnRegionDirty(const UpdateRegion& region) override { Note("dirty ", region); }
+    void OnDisconnect(Bool final) override { calls.push_back(final ? "disconnect 1" : "disconnect 0"); }
+    std::vector<std::string> Take() { return std::exchange(calls, {}); }
 
-    std::vector<std::string> heard;
+    std::vector<std::string> calls;
 
 private:
-    void Hear(const char* what, const UpdateRegion& region) {
-        heard.push_back(what + std::to_string(region.x) + " " + std::to_string(region.y) + " " +
+    void Note(const char* what, const UpdateRegion& region) {
+        calls.push_back(what + std::to_string(region.x) + " " + std::to_string(region.y) + " " +
                         std::to_string(region.width) + " " + std::to_string(region.height));
     }
 };
-using Heard = std::vector<std::string>;
+using Calls = std::vector<std::string>;
 
 TEST_F(SubImageTest, RegionsReachThePartsInTheirOwnCoordinates) {
     const ImageBaseRef part = Part(_image, 10, 5, 20, 10), inner = Part(part, 2, 2, 5, 5);
@@ -239,10 +239,10 @@ TEST_F(SubImageTest, RegionsReachThePartsInTheirOwnCoordinates) {
     const auto first = ImageBaseHelpers::RegisterRegionChangedObserver(_image, ofImage).TakeValue();
     const auto second = ImageBaseHelpers::RegisterRegionChangedObserver(part, ofPart).TakeValue();
     const auto third = ImageBaseHelpers::RegisterRegionChangedObserver(inner, ofInner).TakeValue();
-    EXPECT_EQ(ofImage->Take(), (Heard{"connect 0 0 40 30"}));
-    EXPECT_EQ(ofPart->Take(), (Heard{"connect 0 0 20 10"}));
-    EXPECT_EQ(ofInner->Take(), (Heard{"connect 0 0 5 5"}));
-    const std::tuple<UpdateRegion, Heard, Heard> cases[] = {
+    EXPECT_EQ(ofImage->Take(), (Calls{"connect 0 0 40 30"}));
+    EXPECT_EQ(ofPart->Take(), (Calls{"connect 0 0 20 10"}));
+    EXPECT_EQ(ofInner->Take(), (Calls{"connect 0 0 5 5"}));
+    const std::tuple<UpdateRegion, Calls, Calls> cases[] = {
         {{0, 0, 40, 30}, {"dirty 0 0 20 10"}, {"dirty 0 0 5 5"}},
         {{13, 8, 2, 1}, {"dirty 3 3 2 1"}, {"dirty 1 1 2 1"}},
         {{0, 0, 11, 6}, {"dirty 0 0 1 1"}, {}},
@@ -260,7 +260,7 @@ TEST_F(SubImageTest, RegionsReachThePartsInTheirOwnCoordinates) {
         EXPECT_EQ(ofPart->Take(), part);
         EXPECT_EQ(ofInner->Take(), inner);
     }
-    // A freed set handler fires the same way, and delegates on the part hear of the part.
+    // A freed set handler fires the same way, and delegates on the part get the part.
     Int fired = 0;
     ASSERT_TRUE(part->ObservableRegionChanged()->AddObserver([&](ImageBaseInterface* node, const UpdateRegion& region) {
         fired += node == part.GetPointer() && region == UpdateRegion{0, 1, 5, 1};
@@ -269,14 +269,14 @@ TEST_F(SubImageTest, RegionsReachThePartsInTheirOwnCoordinates) {
     SetPixelHandlerStruct writer = _image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE).TakeValue();
     writer.Widen({0, 6, 15});
     _image->FreePixelHandler(writer);
-    EXPECT_EQ(ofPart->Take(), (Heard{"dirty 0 1 5 1"}));
+    EXPECT_EQ(ofPart->Take(), (Calls{"dirty 0 1 5 1"}));
     EXPECT_EQ(fired, 1);
 
     second->Free();
     second->Free();
     ASSERT_TRUE(ImageBaseHelpers::MarkRegionChanged(_image, {0, 0, 40, 30}));
-    EXPECT_EQ(ofPart->Take(), Heard());
-    EXPECT_EQ(ofInner->Take(), (Heard{"dirty 0 0 5 5"}));
+    EXPECT_EQ(ofPart->Take(), Calls());
+    EXPECT_EQ(ofInner->Take(), (Calls{"dirty 0 0 5 5"}));
 }
 
 TEST_F(SubImageTest, NotifiesObserversTwiceOnDestruction) {
@@ -285,13 +285,13 @@ TEST_F(SubImageTest, NotifiesObserversTwiceOnDestruction) {
     const auto first = ImageBaseHelpers::RegisterRegionChangedObserver(_image, ofImage).TakeValue();
     const auto second = ImageBaseHelpers::RegisterRegionChangedObserver(part, ofPart).TakeValue();
     ASSERT_TRUE(_image->Init(50, 30, ClassRef(), _format, {}));
-    EXPECT_EQ(ofImage->Take(), (Heard{"connect 0 0 40 30", "resize 0 0 50 30"}));
-    EXPECT_EQ(ofPart->Take(), (Heard{"connect 0 0 20 10"}));
+    EXPECT_EQ(ofImage->Take(), (Calls{"connect 0 0 40 30", "resize 0 0 50 30"}));
+    EXPECT_EQ(ofPart->Take(), (Calls{"connect 0 0 20 10"}));
     _image = nullptr;
-    EXPECT_EQ(ofImage->Take(), (Heard{"disconnect 0", "disconnect 1"}));
-    EXPECT_EQ(ofPart->Take(), Heard());  // the part still lives
+    EXPECT_EQ(ofImage->Take(), (Calls{"disconnect 0", "disconnect 1"}));
+    EXPECT_EQ(ofPart->Take(), Calls());  // the part still lives
     EXPECT_TRUE(ImageBaseHelpers::MarkRegionChanged(part, {0, 0, 1, 1}));
-    EXPECT_EQ(ofPart->Take(), (Heard{"dirty 0 0 1 1"}));
+    EXPECT_EQ(ofPart->Take(), (Calls{"dirty 0 0 1 1"}));
     first->Free();  // the observable has gone
 }
 
@@ -306,21 +306,21 @@ TEST_F(SubImageTest, HelpersRefuseAMissingImage) {
 
 using SubImageWithoutHostTest = ModuleFixture;
 
-/// Without the host's service parts still hear, by the node's own list of delegates.
-TEST_F(SubImageWithoutHostTest, PartsHearOfTheirParent) {
+/// Without the host's service parts are still notified, by the node's own list of delegates.
+TEST_F(SubImageWithoutHostTest, PartsAreNotifiedOfTheirParent) {
     const PixelFormat format = PixelFormats::Get(pixelformats::kGreyU16);
     const ImageRef image = ClassRef(imageclasses::kImage).Create<ImageInterface>().TakeValue();
     ASSERT_TRUE(image->Init(kWidth, kHeight, ClassRef(), format, {}));
     const ImageBaseRef part = image->CreateSubImagePart({{10, 5}, {20, 10}}).TakeValue();
-    UpdateRegion heard;
+    UpdateRegion calls;
     ASSERT_TRUE(part->ObservableRegionChanged()->AddObserver([&](ImageBaseInterface*, const UpdateRegion& region) {
-        heard = region;
+        calls = region;
         return Result<void>();
     }));
     SetPixelHandlerStruct writer = image->SetPixelHandler(format, {}, {}, SETPIXELHANDLERFLAGS::NONE).TakeValue();
     writer.Widen({0, 6, 15});
     image->FreePixelHandler(writer);
-    EXPECT_EQ(heard, (UpdateRegion{0, 1, 5, 1}));
+    EXPECT_EQ(calls, (UpdateRegion{0, 1, 5, 1}));
     EXPECT_EQ(ErrorIdOf(ImageBaseHelpers::MarkRegionChanged(image, {})), errorid::kNullptr);
 }
 

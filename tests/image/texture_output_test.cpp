@@ -102,7 +102,7 @@ TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
     EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "close import"), 0);  // the input stays open
 }
 
-/// Session, importer, streams, output and texture go when nobody holds them, though nothing was closed.
+/// Session, importer, streams, output and texture are freed with their last reference, though nothing was closed.
 TEST_F(TextureOutputTest, LeavesNoCircleOfReferences) {
     Connect({{.type = T::IMAGE}, {.type = T::ALPHA, .parent = 0}});
     ASSERT_TRUE(Run());

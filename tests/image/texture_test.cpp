@@ -170,7 +170,7 @@ TEST_F(TextureTest, LayerSetSelectsLayers) {
         ExpectDelivered(MakeLayerSet(paths, mode, image), delivered, nodes);
 }
 
-/// A stream names its blend mode, a node holds it. A name that nobody has published comes back as it was.
+/// A stream names its blend mode, a node holds it. The name of an unpublished mode comes back as it was.
 TEST_F(TextureTest, BlendModesTravel) {
     const Result<void> registered = RegisterPixelBlends(_publisher);
     ASSERT_TRUE(registered) << MessageOf(registered);
@@ -391,7 +391,7 @@ TEST_F(TextureTest, SurvivesEveryFailedAllocation) {
                     TRY(Load(texture, fake, layers));
                     return {};
                 };
-                // Detection may take a shortage for a file that nobody claims; from the importer on it has its name.
+                // Detection may take short memory for a file of no format; from the importer on it is reported as such.
                 const Result<void> ran = faults.Run(work, false);
                 EXPECT_TRUE(ran || (!saves && g_log.empty()) || ErrorIdOf(ran) == errorid::kOutOfMemory)
                     << MessageOf(ran);

@@ -78,7 +78,7 @@ TEST(Voxel, FillsWithOneWholePixelAndStartsAfresh) {
     ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
     ASSERT_TRUE(storage->Init(kMax, kMax, format, {color, 1}));  // the size is only declared
     EXPECT_EQ(ReadByte(*storage, format, 1, 1), 5);
-    // The far corner alone is as good as any other place.
+    // Also in the far corner, when there is no other tile.
     ASSERT_TRUE(WriteByte(*storage, format, kLastPixel, -kLastPixel - 1, 9));
     EXPECT_EQ(ReadByte(*storage, format, kLastPixel, -kLastPixel - 1), 9);
     EXPECT_EQ(ReadByte(*storage, format, kLastPixel - 1, -kLastPixel - 1), 5);
@@ -140,7 +140,7 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
     std::thread reader([&] {
         const GetPixelHandlerStruct handler = Reader(*storage, format);
         uint32_t row[64];
-        while (!stop.load()) {  // over rows that nobody writes, in tiles that come to be meanwhile
+        while (!stop.load()) {  // over rows without writers, in tiles that are made meanwhile
             for (Int y = -kReach + 2; y < kReach; y += 4) {
                 failures += !handler.read({-32, y, 64}, {row, BITS(32)}, {});
                 failures += row[5] != 0x04030201;

@@ -210,24 +210,5 @@ TEST_F(Plugin, TwoModules) {
     EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
 }
 
-TEST_F(Plugin, RefusesTheSameModuleTwice) {
-    const Module image = LoadModule(IMAGE_MODULE);
-    EXPECT_THAT(Module::Load(Url(IMAGE_MODULE)), FailsAs(errorid::kIllegalState));
-    // A copy is another library with the same ids: nothing of it stays, nothing of the first goes.
-    const std::filesystem::path copy = std::filesystem::path(testing::TempDir()) / "copy_of_image.module";
-    std::filesystem::copy_file(IMAGE_MODULE, copy, std::filesystem::copy_options::overwrite_existing);
-    EXPECT_THAT(Module::Load(Url(copy.native())), FailsAs(errorid::kIllegalArgument));
-    std::filesystem::remove(copy);
-    EXPECT_THAT(g_undone, IsEmpty());
-    EXPECT_TRUE(ClassRef(mediaclasses::kSession).Create());
-}
-
-TEST_F(Plugin, RefusesFilesThatAreNoModules) {
-    EXPECT_THAT(Module::Load(Url("no/such.module")), FailsAs(errorid::kIo));
-    EXPECT_THAT(Module::Load(Url(__FILE__)), FailsAs(errorid::kIo));
-    EXPECT_THAT(Module::Load(Url(IMAGE_FRAMEWORK)), FailsAs(errorid::kIllegalArgument));
-    EXPECT_THAT(g_undone, IsEmpty());
-}
-
 }  // namespace
 }  // namespace orvik

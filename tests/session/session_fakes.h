@@ -96,7 +96,7 @@ public:
     MEDIASESSIONFLAGS lastFlags = MEDIASESSIONFLAGS::NONE;
 };
 
-/// Records, then drives its input if told so.
+/// Records, then drives its input if asked to.
 class FakeOutput : public virtual MediaOutputInterface, public MediaOutputBaseImpl {
 public:
     explicit FakeOutput(Absence why) : Object(why) {}

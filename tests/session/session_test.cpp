@@ -64,17 +64,11 @@ TEST_F(Session, ConnectsByStrategies) {
     }
 }
 
-TEST_F(Session, RefusesNullAndSameConverters) {
-    const auto converter = Output();
-    const MediaConverterRef null;
-    const std::pair<MediaConverterRef, MediaConverterRef> pairs[] = {
-        {null, null}, {null, converter}, {converter, null}, {converter, converter}};
-    for (const auto& [input, output] : pairs)
+TEST_F(Session, RefusesMissingEqualAndForeignConverters) {
+    const MediaConverterRef one = Output(), null;
+    for (const auto& [input, output] : {std::pair(null, null), {null, one}, {one, null}, {one, one}})
         EXPECT_THAT(_session->ConnectMediaConverter(input, output), FailsWith(errorid::kIllegalArgument, ""));
-    EXPECT_FALSE(converter->GetSession());
-}
-
-TEST_F(Session, RefusesConvertersOfAnotherLiveSession) {
+    EXPECT_FALSE(one->GetSession());
     const auto other = Create<MediaSessionInterface>(mediaclasses::kSession);
     const auto takenInput = Input();
     const auto takenOutput = Output();
@@ -83,8 +77,6 @@ TEST_F(Session, RefusesConvertersOfAnotherLiveSession) {
                 FailsWith(errorid::kIllegalArgument, "input is already part of another session"));
     EXPECT_THAT(_session->ConnectMediaConverter(Input(), takenOutput),
                 FailsWith(errorid::kIllegalArgument, "output is already part of another session"));
-    EXPECT_THAT(_session->ConnectMediaConverter(takenInput, takenOutput),
-                FailsWith(errorid::kIllegalArgument, "input is already part of another session"));
     EXPECT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
     EXPECT_THAT(_log, IsEmpty());  // the refused pairs are not part of this session
 }
@@ -105,18 +97,6 @@ TEST_F(Session, ConvertersBelongToOneLiveSession) {
     EXPECT_EQ(TakeList(output->GetInputConverter()).size(), 1u);
 }
 
-TEST_F(Session, ConnectingTwiceListsTheInputTwice) {
-    const auto input = Input();
-    const auto output = Output();
-    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
-    ASSERT_THAT(_session->ConnectMediaConverter(input, output), Succeeds());
-    EXPECT_THAT(TakeList(output->GetInputConverter()), ElementsAre(MediaConverterRef(input), MediaConverterRef(input)));
-    EXPECT_THAT(TakeList(input->GetInputConverter()), IsEmpty());
-    // An output that takes one input fails in Analyze and touches neither.
-    EXPECT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), FailsWith(errorid::kIllegalState, ""));
-    EXPECT_THAT(_log, ElementsAre("out.Analyze(2)"));
-}
-
 TEST_F(Session, RunsThePhasesThroughOutputAndInput) {
     const auto input = Input();
     ASSERT_THAT(_session->ConnectMediaConverter(input, Output()), Succeeds());
@@ -129,16 +109,6 @@ TEST_F(Session, RunsThePhasesThroughOutputAndInput) {
     ASSERT_THAT(_session->Close(), Succeeds());
     ASSERT_THAT(_session->Close(), Succeeds());  // the connections stay
     EXPECT_THAT(_log, ElementsAre("out.Close(1)", "in.Close(0)", "out.Close(1)", "in.Close(0)"));
-}
-
-TEST_F(Session, StopsAfterAnalyzeAndGoesOn) {
-    ASSERT_THAT(_session->ConnectMediaConverter(Input(), Output("out", false)), Succeeds());
-    const auto both = static_cast<MEDIASESSIONFLAGS>(static_cast<int>(MEDIASESSIONFLAGS::RUNONLYANALYZE) |
-                                                     static_cast<int>(MEDIASESSIONFLAGS::FORCELOAD));
-    ASSERT_THAT(_session->Convert(kTime, both), Succeeds());
-    EXPECT_THAT(_log, ElementsAre("out.Analyze(1)"));
-    ASSERT_THAT(_session->Convert(kTime, MEDIASESSIONFLAGS::NONE), Succeeds());
-    EXPECT_THAT(_log, ElementsAre("out.Analyze(1)", "out.Analyze(1)", "out.PrepareExecute(1)", "out.Execute(1)"));
 }
 
 TEST_F(Session, TheFirstErrorEndsAPhaseUnchanged) {

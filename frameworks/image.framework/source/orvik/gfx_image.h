@@ -56,7 +56,7 @@ inline constexpr Key<Bool> kLayerTransparencyProtected{"net.orvik.image.layer.tr
 inline constexpr Key<Bool> kLayerIsOpen{"net.orvik.image.layer.isopen"};
 inline constexpr Key<Float> kLayerOpacity{"net.orvik.image.layer.opacity"};
 inline constexpr Key<Float> kLayerFillOpacity{"net.orvik.image.layer.fillopacity"};
-/// The mode itself; where nobody has published it, its id. See `GetLayerBlendMode`.
+/// The mode itself; its id where no such mode is published. See `GetLayerBlendMode`.
 inline constexpr Key<ImagePixelBlend> kLayerBlendMode{"net.orvik.image.layer.blendmode"};
 inline constexpr Key<Int> kLayerMaskDefColor{"net.orvik.image.layer.maskdefcolor"};
 inline constexpr Key<Int> kLayerGroup{"net.orvik.image.layer.layergroup"};
@@ -99,7 +99,7 @@ class ImageBaseInterface : public virtual MediaBaseInterface, public virtual Hie
     ORVIK_INTERFACE(ImageBaseInterface, "net.orvik.image.interface.imagebase");
 
 public:
-    /// Stores size and format, sets "net.orvik.image.type", tells the region observable the size.
+    /// Stores size and format, sets "net.orvik.image.type", passes the size to the region observable.
     virtual Result<void> InitBase(Int width, Int height, const PixelFormat& format, ITYPE type) { return Unbound(); }
     /// Illegal argument, without text, for a branch or child class that this node does not take.
     virtual Result<void> AddChildren(IMAGEHIERARCHY branch, const ImageBaseRef& child,
@@ -132,8 +132,8 @@ public:
         return Unbound();
     }
     /// A read-only view of a rectangle of this node, which shows its pixels as they are when they are read. The whole
-    /// image is the node itself; the same rectangle gives the same view. The node keeps its views, and a view keeps
-    /// nobody: once the node has gone, reading fails with "Subimage reference to original image lost.".
+    /// image is the node itself; the same rectangle gives the same view. The node keeps its views, but a view does not
+    /// keep the node: once that has gone, reading fails with "Subimage reference to original image lost.".
     /// Illegal argument, without text, for a rectangle that ends beyond the node. One that starts at negative
     /// coordinates fails when it is read.
     virtual Result<ImageBaseRef> CreateSubImagePart(const DrawRectInt& rectangle) { return Unbound(); }

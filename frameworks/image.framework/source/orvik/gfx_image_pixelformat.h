@@ -229,7 +229,8 @@ ORVIK_API Result<PixelFormat> FindOrCreatePixelFormat(Block<const ImageChannel> 
 /// A new indexed format with a table of `count` entries, all zero, of `entryFormat`.
 /// @param width  bits of an index: 1 to 8, or 16; illegal argument else. Other errors as `InitColorTable`.
 ORVIK_API Result<PixelFormatIndexedColor> CreateIndexed(Int width, const PixelFormat& entryFormat, Int count);
-/// Every fixed and named format, group by group in the order of registration.
+/// Every registered format, group by group in the order of registration: those of the module, then those made at run
+/// time.
 ORVIK_API Result<BaseArray<PixelFormat>> GetAll();
 }  // namespace PixelFormats
 

@@ -18,7 +18,7 @@ using WriteLineFunc = Delegate<Result<void>(const PixelSpan& span, const PixelLi
 using LocateLineFunc = Delegate<std::byte*(const PixelSpan& span)>;
 /// Where a span stands in memory as a read would deliver it, pixel behind pixel. Errors are those of the read.
 using FindLineFunc = Delegate<Result<const std::byte*>(const PixelSpan& span)>;
-/// Told once, when a set handler is freed, which rectangle was written.
+/// Called once, when a set handler is freed, with the rectangle that was written.
 using RegionDelegate = Delegate<Result<void>(const UpdateRegion& region)>;
 
 /// Line read closure of an image. Belongs to the thread that asked for it; goes back through `FreePixelHandler`.
@@ -39,7 +39,7 @@ struct GetPixelHandlerStruct {
     }
 };
 
-/// Line write closure of an image. Who drives it calls `Widen` after each successful write.
+/// Line write closure of an image. Its caller calls `Widen` after each successful write.
 struct SetPixelHandlerStruct {
     WriteLineFunc write;
     /// Set by storages that keep the caller's pixels as they are. Pixels written there need no `write`.
@@ -59,18 +59,18 @@ struct SetPixelHandlerStruct {
         maxX = std::max(maxX, span.x + span.count - 1);
         maxY = std::max(maxY, span.y);
     }
-    /// Tells the region delegate what was written, if anything was, and gives the handler back. It is empty afterwards,
-    /// so that a second call tells nobody. See `GetPixelHandlerStruct::Free`.
+    /// Calls the region delegate with what was written, if anything was, and gives the handler back. It is empty
+    /// afterwards, so that a second call does nothing. See `GetPixelHandlerStruct::Free`.
     /// @return the error of the region delegate; the handler is free all the same
     Result<void> Free() {
         SetPixelHandlerStruct gone = std::move(*this);
         *this = {};
-        Result<void> told;
+        Result<void> notified;
         if (gone.region && gone.IsDirty())
-            told = gone.region({gone.minX, gone.minY, gone.maxX - gone.minX + 1, gone.maxY - gone.minY + 1});
+            notified = gone.region({gone.minX, gone.minY, gone.maxX - gone.minX + 1, gone.maxY - gone.minY + 1});
         if (gone.release)
             gone.release();
-        return told;
+        return notified;
     }
 };
 
@@ -114,7 +114,7 @@ public:
         return Unbound();
     }
     virtual void FreePixelHandler(GetPixelHandlerStruct& handler) { (void)handler; }
-    /// Tells the region delegate, if the handler is dirty.
+    /// Calls the region delegate if the handler is dirty.
     virtual void FreePixelHandler(SetPixelHandlerStruct& handler) { (void)handler; }
     /// Copies one channel of a span. @param stride  bytes between the values at `destination`
     virtual Result<void> GetComponent(Int channel, const PixelSpan& span, void* destination, Int stride,

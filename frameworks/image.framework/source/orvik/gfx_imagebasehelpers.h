@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Who observes which regions of an image change.
+/// Observing which regions of an image change.
 
 #include "orvik/gfx_image.h"
 
@@ -12,7 +12,7 @@ class ImageBaseHelpersInterface : public virtual Object {
     ORVIK_INTERFACE(ImageBaseHelpersInterface, "net.orvik.image.interface.imagebasehelpers");
 
 public:
-    /// Tells the observers of the image.
+    /// Notifies the observers of the image.
     virtual Result<void> MarkRegionChanged(const ImageBaseRef& image, const UpdateRegion& region) {
         (void)image, (void)region;
         return Unbound();

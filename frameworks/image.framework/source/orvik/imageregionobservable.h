@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// The host's service that tells observers which region of an image changed.
+/// The host's service that notifies observers of the regions of an image that change.
 
 #include "orvik/gfx_basictypes.h"
 #include "orvik/observable.h"
@@ -10,7 +10,7 @@ namespace orvik {
 
 class ImageBaseInterface;
 
-/// What an observer of an image hears.
+/// An observer of an image.
 class ImageRegionObserverInterface : public virtual Object {
     ORVIK_INTERFACE(ImageRegionObserverInterface, "net.orvik.interface.imageregionobserver");
 
@@ -44,18 +44,18 @@ public:
         (void)width, (void)height;
         return Unbound();
     }
-    /// Tells every observer; also fires the delegates of `GetObservable`.
+    /// Notifies every observer; also runs the delegates of `GetObservable`.
     virtual Result<void> MarkDirty(ImageBaseInterface* image, const UpdateRegion& region) {
         (void)image, (void)region;
         return Unbound();
     }
     virtual RegionObservable* GetObservable() { return Unbound(); }
-    /// The observer hears `OnConnect` with the present size at once.
+    /// Calls `OnConnect` of the observer with the present size at once.
     virtual Result<ImageRegionRegistrationRef> RegisterObserver(const ImageRegionObserverRef& observer) {
         (void)observer;
         return Unbound();
     }
-    /// Tells the observers that the image goes: called twice, with false and then true.
+    /// Notifies the observers that the image goes: called twice, with false and then true.
     virtual void Disconnect(Bool final) { (void) final; }
 };
 using ImageRegionObservableRef = Ref<ImageRegionObservableInterface>;

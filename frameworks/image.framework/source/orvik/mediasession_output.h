@@ -81,8 +81,8 @@ inline constexpr Key<Id> kMfCodec{"net.orvik.mediasession.mf.export.codec"};
 /// @param progress          may be empty; notified after 0.25 s, every 0.1 s
 /// @param preferredHandler  tried first; may be null
 /// @return the session, which the caller keeps until it has finished with the data
-/// Errors: "Image @ is not of a supported type." when nobody claims the file; the failure of opening it; the importer's
-/// and the output's errors unchanged.
+/// Errors: "Image @ is not of a supported type." when no format claims the file; the failure of opening it; the
+/// importer's and the output's errors unchanged.
 ORVIK_API Result<MediaSessionRef> MediaSessionImport(const Url& url, TimeValue targetTime, MEDIASESSIONFLAGS flags,
                                                      const MediaOutputRef& output, const SelectionDelegate& selection,
                                                      const ProgressDelegate& progress = {},

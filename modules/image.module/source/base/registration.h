@@ -23,7 +23,7 @@ Result<void> RegisterPixelBlends(Publisher& publisher);
 /// channel types and the colour spaces.
 Result<void> RegisterPixelFormats(Publisher& publisher);
 Result<void> RegisterImageStorages(Publisher& publisher);
-/// The services that make sub-images and tell observers of regions.
+/// The services that make sub-images and notify observers of regions.
 Result<void> RegisterImageFunctions(Publisher& publisher);
 Result<void> RegisterImages(Publisher& publisher);
 /// The class of layer sets.

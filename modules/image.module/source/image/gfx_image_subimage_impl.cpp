@@ -68,7 +68,7 @@ void ImageSubImagePartImpl::OnParentRegionDirty(const UpdateRegion& region) {
     const Int bottom = std::min(end(region.y, region.height), _rectangle.position.y + _rectangle.size.height);
     if (left >= right || top >= bottom)
         return;
-    // An observer that fails has nobody to tell here; the parent's own observers have been told.
+    // An observer's error has no way up from here; the parent's own observers have run.
     (void)NotifyRegionChanged({left - _rectangle.position.x, top - _rectangle.position.y, right - left, bottom - top});
 }
 

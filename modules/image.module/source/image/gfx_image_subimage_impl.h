@@ -18,13 +18,13 @@ public:
         (void)parent, (void)rectangle;
         return Unbound();
     }
-    /// From now on hears which regions of the parent change.
+    /// Starts to observe which regions of the parent change.
     virtual Result<void> ObserveParent(const ImageRegionObservableRef& observable) {
         (void)observable;
         return Unbound();
     }
-    /// A region of the parent has changed: the observers of the sub-image hear of the part that lies inside it, in its
-    /// own coordinates.
+    /// A region of the parent has changed: notifies the observers of the sub-image of the part that lies inside it, in
+    /// its own coordinates.
     virtual void OnParentRegionDirty(const UpdateRegion& region) { (void)region; }
     /// The parent goes.
     virtual void DisconnectFromParent() {}

@@ -63,14 +63,14 @@ RegionObservable* ImageBaseImpl::ObservableRegionChanged() {
 Result<void> ImageBaseImpl::NotifyRegionChanged(const UpdateRegion& region) {
     if (_hostObservable)
         return _hostObservable->MarkDirty(this, region);
-    Result<void> told = _observable.Notify(this, region);
-    // Without the host's service nobody else tells the sub-images. An observer may make more of them meanwhile.
+    Result<void> notified = _observable.Notify(this, region);
+    // The host's service would notify the sub-images. An observer may make more of them meanwhile.
     BaseArray<ImageBaseRef> parts;
     for (const auto& entry : _subImages)
         TRY(parts.Append(entry.value));
     for (const ImageBaseRef& part : parts)
         Cast<ImageSubImagePartInterface>(part)->OnParentRegionDirty(region);
-    return told;
+    return notified;
 }
 
 }  // namespace orvik

@@ -26,7 +26,7 @@ public:
     Int GetChannelCount() const override { return _format->GetChannelCount(); }
     PixelFormat GetPixelFormat() const override { return _format; }
     void FreePixelHandler(GetPixelHandlerStruct& handler) override { handler.Free(); }
-    void FreePixelHandler(SetPixelHandlerStruct& handler) override { (void)handler.Free(); }  // nobody to tell
+    void FreePixelHandler(SetPixelHandlerStruct& handler) override { (void)handler.Free(); }  // no result to return
     /// Not guarded: the sub-images of a node are made on one thread.
     Result<ImageBaseRef> CreateSubImagePart(const DrawRectInt& rectangle) override;
     RegionObservable* ObservableRegionChanged() override;
@@ -44,7 +44,7 @@ protected:
             return IllegalArgumentError();
         return {};
     }
-    /// Tells the observers of this node which region changed.
+    /// Notifies the observers of this node of a region that changed.
     Result<void> NotifyRegionChanged(const UpdateRegion& region);
 
 private:

@@ -64,7 +64,7 @@ void ImageImpl::FreePixelHandler(GetPixelHandlerStruct& handler) {
 void ImageImpl::FreePixelHandler(SetPixelHandlerStruct& handler) {
     if (const Pixels pixels = GetPixels(); pixels.storage)
         pixels.storage->FreePixelHandler(handler);
-    (void)handler.Free();  // nobody to tell; nothing is left to do after the storage
+    (void)handler.Free();  // no result to return; after the storage there is nothing left to do
 }
 
 Result<void> ImageImpl::GetComponent(Int channel, const PixelSpan& span, void* destination, Int stride,

@@ -19,8 +19,8 @@ public:
     Result<void> AddChildren(IMAGEHIERARCHY branch, const ImageBaseRef& child,
                              const ImageBaseRef& predecessor) override;
     /// With a layer set the handler reads what the set picks below this node, composited where that is more than one
-    /// layer or needs blending; the node's own pixels where it picks nothing. Illegal argument for an alpha or mask
-    /// that is not there.
+    /// layer or needs blending; the node's own pixels where it picks nothing that has any. Illegal argument for an
+    /// alpha or mask that is not there.
     Result<GetPixelHandlerStruct> GetPixelHandler(const PixelFormat& format, ChannelOffsets offsets,
                                                   const ColorProfile& profile, GETPIXELHANDLERFLAGS flags,
                                                   const LayerSet& layers) override;

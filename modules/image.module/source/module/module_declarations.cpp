@@ -1,4 +1,4 @@
-// Everything that the framework declares under an id: found at run time by whoever has only the id.
+// Everything that the image framework declares under an id, to be found at run time by that id alone.
 #include "base/registration.h"
 
 #include "orvik/declarations.h"

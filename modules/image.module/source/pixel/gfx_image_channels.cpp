@@ -51,7 +51,7 @@ constexpr ChannelTypeRow kChannelTypes[] = {
     {ORVIK_CHANNEL_TYPE("mask"), 0, {}},
 };
 
-/// A channel of whole components. Made by its class, then told its type by the type itself.
+/// A channel of whole components. Its class makes it, and its channel type then sets the type.
 class ImageChannelImpl final : public virtual ImageChannelInterface {
 public:
     explicit ImageChannelImpl(ComponentType component) : _component(component) {}

@@ -9,7 +9,7 @@
 namespace orvik {
 
 /// A client of the audio installs the delegates; the importer calls them. Without a delegate `InitStream` and
-/// `FinishStream` succeed, while samples that nobody takes are an error.
+/// `FinishStream` succeed, while samples without a receiver are an error.
 class MediaStreamAudioDataImportImpl : public virtual MediaStreamAudioDataImportInterface, public MediaStreamBaseImpl {
 public:
     Result<void> SetCallbackHandler(const InitDelegate& init, const AudioDelegate& audio,

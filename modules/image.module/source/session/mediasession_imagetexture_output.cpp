@@ -57,8 +57,8 @@ Result<void> CopyEntry(const DataDictionary& from, const Id& fromKey, DataDictio
     return data ? to.SetData(toKey, *data) : Result<void>();
 }
 
-/// Copies one layer key, if it is there. A stream names its blend mode, a node holds it; a name that nobody has
-/// published stays one.
+/// Copies one layer key, if it is there. A stream names its blend mode, a node holds it; a name under which
+/// no mode is published stays a name.
 Result<void> CopyLayerEntry(const DataDictionary& from, const LayerKeyPair& key, DataDictionaryObjectInterface& to) {
     if (key.image == image::kLayerBlendMode.GetId()) {
         const Id id = from.Get(mediaformat::kLayerBlendMode, Id());

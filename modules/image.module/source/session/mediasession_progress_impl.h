@@ -6,7 +6,7 @@
 
 namespace orvik {
 
-/// Gathers the jobs of a session into one weighted fraction and tells observers of it, not too often.
+/// Gathers the jobs of a session into one weighted fraction and notifies observers of it, not too often.
 class MediaSessionProgressImpl : public virtual MediaSessionProgressInterface {
 public:
     Result<void> InitProgress(TimeValue firstDelay, TimeValue interval) override;

@@ -74,7 +74,7 @@ private:
     FinishDelegate _finish;
 };
 
-/// Hands the Exif data of a file over. Nobody to take it is the importer's mistake, hence an error.
+/// Hands the Exif data of a file over. An importer asks for a receiver first, so that none is an error.
 class MediaStreamExifDataImpl : public virtual MediaStreamExifDataInterface, public MediaStreamBaseImpl {
 public:
     Result<void> SetCallbackHandler(const Handler& handler) override;

@@ -81,7 +81,7 @@ namespace {
 
 /// Finds the conversion into `to`. An absent source profile travels as a null pointer; the destination's is a copy,
 /// because the search may replace it.
-/// @param convertsProfiles  told whether colours change
+/// @param convertsProfiles  set to whether colours change
 Result<ConvertPixelFunc> FindConversion(const PixelFormat& to, ChannelOffsets toOffsets, ColorProfile toProfile,
                                         const PixelFormat& from, ChannelOffsets fromOffsets,
                                         const ColorProfile& fromProfile, CONVERTPIXELFLAGS flags,

@@ -81,7 +81,7 @@ public:
                                                   const ColorProfile& storedProfile, const ColorProfile& profile,
                                                   SETPIXELHANDLERFLAGS flags, const RegionDelegate& region) override;
     void FreePixelHandler(GetPixelHandlerStruct& handler) override { handler.Free(); }
-    void FreePixelHandler(SetPixelHandlerStruct& handler) override { (void)handler.Free(); }  // nobody to tell
+    void FreePixelHandler(SetPixelHandlerStruct& handler) override { (void)handler.Free(); }  // no result to return
 
 protected:
     /// Takes on size and raster, and lets the pixels of before go first: two blocks would be the peak. A null format or
@@ -90,7 +90,7 @@ protected:
     Result<void> InitRaster(Int width, Int height, const PixelFormat& format,
                             Result<Ref<PixelRaster>> (*describe)(Int, Int, const PixelFormat&), bool allocate);
     /// The conversion of what lies here into a caller's format.
-    /// @param convertsProfiles  optional; told whether colours change
+    /// @param convertsProfiles  optional; set to whether colours change
     Result<ConvertPixelFunc> MakeReadConversion(const PixelFormat& format, ChannelOffsets offsets,
                                                 const ColorProfile& storedProfile, const ColorProfile& profile,
                                                 CONVERTPIXELFLAGS flags, bool* convertsProfiles = nullptr) const;

@@ -96,7 +96,8 @@ private:
     static constexpr int32_t kNone = std::numeric_limits<int32_t>::max();
 
     mutable std::shared_mutex _lock;
-    TilePosition _min{kNone, kNone}, _max{-kNone - 1, -kNone - 1};  ///< both inclusive; so far they hold nothing
+    TilePosition _min{kNone, kNone},
+        _max{-kNone - 1, -kNone - 1};  ///< both inclusive; these values are the empty rectangle
     Int _width = 0, _height = 0;
     void** _slots = nullptr;
 };

@@ -7,7 +7,7 @@
 
 namespace orvik {
 
-/// Pixels may lie anywhere, at negative coordinates too; the size is only what was declared. A tile comes to be when
+/// Pixels may lie anywhere, at negative coordinates too; the size is only what was declared. A tile is made when
 /// one of its pixels is first written; until then, pixels read as the default colour. Lines may be read and written on
 /// several threads at once; two writers of one pixel are not kept apart.
 ///

@@ -19,7 +19,7 @@ bool IsLayerEnabled(const ImageBaseRef& node);
 /// The nodes that a layer set picks below an image.
 struct LayerSelection {
     enum class Kind : uint8_t {
-        OwnPixels,   ///< nothing picked: the image's own pixels
+        OwnPixels,   ///< the image's own: nothing is picked, or without paths only layers that have no pixels
         SingleNode,  ///< one alpha or mask, to be read as it is
         Layers,      ///< layers to be composited
     };

@@ -49,7 +49,7 @@ public:
     static constexpr Int kFarthest = Int(1) << 60;
 
     Placement() = default;
-    /// The node's position as its keys "boundingbox_x" and "_y" tell it, 0 without them, and its own size.
+    /// The node's position as its keys "boundingbox_x" and "_y" give it, 0 without them, and its own size.
     explicit Placement(const ImageBaseRef& node);
 
     Int GetX() const { return _x; }

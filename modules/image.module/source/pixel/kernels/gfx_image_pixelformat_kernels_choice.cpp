@@ -24,7 +24,7 @@ constexpr Level kLevels[] = {
 };
 
 #if defined(__x86_64__)
-/// Halves; of these instructions the compilers tell nothing.
+/// F16C, which `__builtin_cpu_supports` has no name for.
 bool HasF16c() {
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
     return __get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & bit_F16C);

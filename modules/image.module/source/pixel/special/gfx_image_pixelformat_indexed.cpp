@@ -166,7 +166,7 @@ public:
 
     Result<void> Construct() override {
         TRY(ConstructNames());
-        // Instances with a table are never registered, which is what tells the others of their group and name.
+        // Registration sets group and name, and instances with a table are never registered.
         _group = FindPublished<PixelFormatGroupInterface>(TRY(MakeGroupId(_family)));
         _shortName = TRY(MakeFormatShortName(_row));
         const ImageChannel index = TRY(CreatePackedChannel(channeltypes::kUnknown, _row.packing));
