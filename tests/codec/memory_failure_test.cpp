@@ -3,9 +3,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 
 #include "format_table.h"
+#include "png_direct.h"
 #include "tool_support.h"
 
 #include "orvik/memory.h"
@@ -120,37 +122,57 @@ void ExpectNothingButOutOfMemory(bool sticky, Int first, const Run& run, const C
     EXPECT_GT(failures, 20);
 }
 
+/// The files have short names, which a copy of a `Url` keeps in itself: copies of others throw when memory is short.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(const std::string& path) { std::filesystem::current_path(path); }
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+    ~WorkingDirectory() { std::filesystem::current_path(_before); }
+
+private:
+    std::filesystem::path _before = std::filesystem::current_path();
+};
+
 class MemoryFailureTest : public CodecTest {};
 
 TEST_F(MemoryFailureTest, LoadsAndSavesGiveOneErrorOrTheWholePicture) {
     const ScratchDirectory scratch;
-    const Url source(scratch.Path("source")), target(scratch.Path("target"));
+    const WorkingDirectory inside(scratch.Path(""));
+    const Url source("source"), target("target");
+    const auto crcOf = [](const ImageTextureRef& texture) {
+        return FirstImage(texture)->Get(image::kColorProfile, ColorProfile()).GetCrc();
+    };
+    std::vector<Sample> samples = MakeSamples();
+    samples.push_back({"png with linear colors", "png",
+                       WritePng({.width = 1,
+                                 .height = 1,
+                                 .rows = {1, 2, 3},
+                                 .profileName = "p",
+                                 .profile = ProfileBytes(colorprofiles::kLinearRgb)})});
     Int number = 0;
-    for (const Sample& sample : MakeSamples()) {
+    for (const Sample& sample : samples) {
         SCOPED_TRACE(sample.name);
-        WriteFile(scratch.Path("source"), sample.bytes);
-        const Result<ImageTextureRef> good = Load(source);  // also fills what is remembered between loads
+        WriteFile("source", sample.bytes);
+        Result<ImageTextureRef> good = Load(source);  // also fills what is remembered between loads
         ASSERT_TRUE(good);
-        const auto profileOf = [](const ImageTextureRef& texture) {
-            return FirstImage(texture)->Get(image::kColorProfile, ColorProfile());
-        };
         const Bytes pixels = RgbaOf(*good);
-        const ColorProfile profile = profileOf(*good);
-        const bool isWritten = Format(sample.format).makeExporter;
-        const Bytes goodFile = isWritten ? *Save(*good, sample.format) : Bytes();
-        for (const bool sticky : {false, true}) {
+        const uint32_t crc = crcOf(*good);
+        if (Format(sample.format).makeExporter) {
+            const Bytes file = *Save(*good, sample.format);
+            for (const bool sticky : {false, true})
+                ExpectNothingButOutOfMemory(
+                    sticky, ++number, [&] { return SaveTo(*good, sample.format, target); },
+                    [&](const Result<void>&) { EXPECT_EQ(ReadFile("target"), file); });
+        }
+        good = Result<ImageTextureRef>(ImageTextureRef());  // its profile is to be opened anew
+        for (const bool sticky : {false, true})
             ExpectNothingButOutOfMemory(
                 sticky, ++number, [&] { return Load(source); },
                 [&](const Result<ImageTextureRef>& texture) {
                     EXPECT_EQ(RgbaOf(*texture), pixels);
-                    EXPECT_EQ(profileOf(*texture), profile);
+                    EXPECT_EQ(crcOf(*texture), crc);
                 });
-            if (!isWritten)
-                continue;
-            ExpectNothingButOutOfMemory(
-                sticky, ++number, [&] { return SaveTo(*good, sample.format, target); },
-                [&](const Result<void>&) { EXPECT_EQ(ReadFile(scratch.Path("target")), goodFile); });
-        }
     }
 }
 

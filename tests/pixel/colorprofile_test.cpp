@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "profile_tools.h"
+#include "support/faults.h"
 #include "support/threads.h"
 
 #include "orvik/crc32c.h"
@@ -192,6 +193,36 @@ TEST_F(ColorProfileTest, StreamsOfFieldsCarryProfiles) {
     EXPECT_EQ(MessageOf(read.DescribeIO(reader)), "found invalid magic number in color profile.");
     EXPECT_EQ(read, made) << "unchanged by an error";
     EXPECT_FALSE(read.DescribeIO(reader)) << "the stream has ended";
+}
+
+TEST_F(ColorProfileTest, ShortMemoryInTheLibraryIsOutOfMemory) {
+    const ByteVector bytes = MakeGammaProfile(1.6);
+    const PixelFormat rgb = FormatOf("rgb.f32");
+    const ColorProfile srgb = colorprofiles::Get(colorprofiles::kSrgb);
+    using Colors = std::array<float, 3>;
+    const auto convert = [&]() -> Result<std::pair<Colors, String>> {
+        const ColorProfile profile = TRY(ColorProfile::OpenProfileFromMemory(bytes));
+        const String text = TRY(profile.GetInfo(COLORPROFILEINFO::MODEL));
+        const auto transform = TRY(ClassRef(kColorProfileConvertClass).Create<ColorProfileConvertInterface>());
+        TRY(transform->Init(rgb, profile, rgb, srgb, COLORCONVERSIONINTENT::PERCEPTUAL, COLORCONVERSIONFLAGS::NONE));
+        const Colors in{0.25f, 0.5f, 0.75f};
+        Colors out{};
+        TRY(transform->Convert({out.data(), BITS(96)}, {in.data(), BITS(96)}, 1));
+        return std::pair(out, text);
+    };
+    const auto wanted = convert();
+    ASSERT_TRUE(wanted) << MessageOf(wanted);
+    for (const bool sticky : {false, true}) {
+        AllocationFaults faults(sticky);
+        while (faults.Next()) {
+            const auto converted = faults.Run(convert);
+            if (converted) {
+                EXPECT_EQ(converted->first, wanted->first);
+                EXPECT_EQ(converted->second, wanted->second);
+            }
+        }
+        EXPECT_GT(faults.GetErrorCount(), 50);
+    }
 }
 
 TEST_F(ColorProfileTest, DamagedBytesAreRefused) {

@@ -37,16 +37,17 @@ public:
     /// Notices when the library is refused memory. It often goes on without, and then gives other colours or texts.
     class MemoryWatch {
     public:
-        explicit MemoryWatch(const ColorLibrary& library) : _library(library), _before(library._refusals) {}
+        explicit MemoryWatch(ColorLibrary& library) : _library(library), _before(library._refusals) {}
         /// Out of memory if the library was refused any since construction, be it on another thread.
         Result<void> Check() const {
-            if (_library._refusals != _before)
-                return OutOfMemoryError();
-            return {};
+            if (_library._refusals == _before)
+                return {};
+            (void)_library.TakeError();
+            return OutOfMemoryError();
         }
 
     private:
-        const ColorLibrary& _library;
+        ColorLibrary& _library;
         uint64_t _before;
     };
 

@@ -1,3 +1,5 @@
+#include <array>
+
 #include "imexport/png/media_io_png.h"
 #include "imexport/png/media_io_png_library.h"
 
@@ -10,22 +12,23 @@ namespace {
 constexpr size_t kMaxKeyword = 79;
 
 /// A name that the format allows: 1 to 79 printable Latin-1 characters, without spaces at its ends or in a row.
-Result<std::string> MakeProfileName(const String& description) {
+Result<std::array<char, kMaxKeyword + 1>> MakeProfileName(const String& description) {
     const std::string text = TRY(description.ToLatin1());
-    std::string name;
+    std::array<char, kMaxKeyword + 1> name{};
+    size_t length = 0;
     for (const char c : text) {
         const auto code = static_cast<unsigned char>(c);
         const bool isPrintable = (code > 32 && code < 127) || code > 160;
         if (isPrintable)
-            name += c;
-        else if (!name.empty() && name.back() != ' ')
-            name += ' ';
-        if (name.size() == kMaxKeyword)
+            name[length++] = c;
+        else if (length > 0 && name[length - 1] != ' ')
+            name[length++] = ' ';
+        if (length == kMaxKeyword)
             break;
     }
-    if (!name.empty() && name.back() == ' ')
-        name.pop_back();
-    return name.empty() ? std::string("ICC") : name;
+    if (length > 0 && name[length - 1] == ' ')
+        name[length - 1] = 0;
+    return name[0] ? name : std::array<char, kMaxKeyword + 1>{'I', 'C', 'C'};
 }
 
 /// Writes grey or RGB, with alpha where there is one, in 8 or 16 bits.
@@ -109,9 +112,9 @@ Result<void> PngExporter::WriteHeader(PngLibrary& library) const {
 
     if (_profile.HasProfile()) {
         if (const Result<String> description = _profile.GetInfo(COLORPROFILEINFO::DESCRIPTION)) {
-            const std::string name = TRY(MakeProfileName(*description));
+            const std::array<char, kMaxKeyword + 1> name = TRY(MakeProfileName(*description));
             const Block<const std::byte> bytes = TRY(_profile.WriteProfileToMemory());
-            const char* nameText = name.c_str();
+            const char* nameText = name.data();
             TRY(library.Call([=](png_structp png, png_infop info) {
                 png_set_iCCP(png, info, nameText, PNG_COMPRESSION_TYPE_BASE,
                              reinterpret_cast<png_const_bytep>(bytes.data()), static_cast<png_uint_32>(bytes.size()));
