@@ -112,9 +112,10 @@ Result<BmpInfo> ReadInfoHeader(EndianReader& in) {
 }
 
 /// The profile that the header points to. The position stays where it was.
-Result<ColorProfile> ReadProfile(EndianReader& in, const BmpInfo& info) {
+/// @param fileStart  of the file in its stream
+Result<ColorProfile> ReadProfile(EndianReader& in, Int fileStart, const BmpInfo& info) {
     const Int back = in.GetPosition();
-    const Int start = Int(info.profileOffset) + kFileHeaderSize;
+    const Int start = fileStart + kFileHeaderSize + Int(info.profileOffset);
     const Int length = TRY(in.GetStream()->GetStreamLength());
     if (start > length || Int(info.profileSize) > length - start)
         return MediaSessionWrongTypeError();
@@ -283,11 +284,13 @@ private:
     Int GetPaletteEntryBytes() const { return _info.size == kCoreHeaderSize ? 3 : 4; }
     /// Where the rows start: what the file header says, else behind headers and palette.
     Int GetPixelPosition() const {
-        return _header.pixelOffset ? _header.pixelOffset : _headerEnd + _paletteSize * GetPaletteEntryBytes();
+        return _header.pixelOffset ? _fileStart + _header.pixelOffset
+                                   : _headerEnd + _paletteSize * GetPaletteEntryBytes();
     }
 
     FileHeader _header;
     BmpInfo _info;
+    Int _fileStart = 0;  ///< in the stream
     Int _headerEnd = 0;
     Int _paletteSize = 0;  ///< entries
     PixelLayout _layout;
@@ -312,12 +315,13 @@ void BmpImporter::ResetHeader() {
 Result<void> BmpImporter::ReadHeader(const InputStreamRef& stream) {
     EndianReader in;
     in.Attach(stream, BYTEORDER::LITTLE);
+    _fileStart = in.GetPosition();
     _header = TRY(ReadFileHeader(in));
     _info = TRY(ReadInfoHeader(in));
     _headerEnd = in.GetPosition();
     ColorProfile profile = colorprofiles::Get(colorprofiles::kSrgb);
     if (_info.size >= kV5Size && _info.colorSpaceType == kSpaceEmbedded && _info.profileSize != 0)
-        profile = TRY(ReadProfile(in, _info));
+        profile = TRY(ReadProfile(in, _fileStart, _info));
 
     if (_info.bitCount > 32)
         return MediaSessionWrongTypeError();
