@@ -176,7 +176,7 @@ TEST(Values, NullInstancesAreNotWrittenTo) {
     const auto properties = *NewObj<MediaStreamPropertiesInterface>();
     ASSERT_TRUE(properties->Set(mediaformat::kHeight, 7));
     ASSERT_TRUE(properties->Init(format));
-    ASSERT_TRUE(properties->Init({}));
+    ASSERT_TRUE(properties->Init(MediaStreamFormat()));
     EXPECT_EQ(properties->Get(mediaformat::kWidth, -1), 5);
     EXPECT_EQ(properties->Get(mediaformat::kHeight, -1), 7) << "other entries stay";
 }
