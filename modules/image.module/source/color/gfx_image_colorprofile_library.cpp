@@ -1,5 +1,7 @@
 #include "color/gfx_image_colorprofile_library.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <lcms2_plugin.h>
 #include <new>
@@ -7,6 +9,42 @@
 #include "orvik/memory.h"
 
 namespace orvik {
+namespace {
+
+/// Memory for the library when there is no other. It does not check all of its small allocations, so it is given what
+/// it asks for, and its result is thrown away afterwards. Pages that are never used cost nothing.
+class Reserve {
+public:
+    /// Null when the reserve is used up.
+    static void* Take(size_t bytes) {
+        const size_t size = sizeof(Header) + (bytes + sizeof(Header) - 1) / sizeof(Header) * sizeof(Header);
+        std::lock_guard guard(s_lock);
+        if (size > sizeof(s_bytes) - s_used)
+            return nullptr;
+        void* const block = new (s_bytes + s_used) Header{bytes} + 1;
+        s_used += size;
+        ++s_blocks;
+        return block;
+    }
+    static bool Owns(const void* block) { return block >= s_bytes && block < s_bytes + sizeof(s_bytes); }
+    static size_t SizeOf(const void* block) { return (static_cast<const Header*>(block) - 1)->bytes; }
+    /// The space is free again once all blocks have been returned.
+    static void Return() {
+        std::lock_guard guard(s_lock);
+        if (--s_blocks == 0)
+            s_used = 0;
+    }
+
+private:
+    struct alignas(std::max_align_t) Header {
+        size_t bytes;
+    };
+    static inline SpinLock s_lock;
+    static inline size_t s_used = 0, s_blocks = 0;
+    alignas(std::max_align_t) static inline std::byte s_bytes[8 << 20];
+};
+
+}  // namespace
 
 struct ColorLibrary::Hooks {
     static ColorLibrary& Of(cmsContext context) { return *static_cast<ColorLibrary*>(cmsGetContextUserData(context)); }
@@ -20,17 +58,36 @@ struct ColorLibrary::Hooks {
     /// The library believes the sizes in a profile before it has read what they promise. No honest table is this large.
     static constexpr cmsUInt32Number kLargestBlock = cmsUInt32Number(64) << 20;
 
-    static void* Counted(cmsContext context, void* block) {
-        if (!block)
-            ++Of(context)._refusals;
-        return block;
+    static void* TakeReserve(cmsContext context, size_t bytes) {
+        ++Of(context)._refusals;
+        return Reserve::Take(bytes);
     }
     static void* AllocateBlock(cmsContext context, cmsUInt32Number bytes) {
-        return bytes <= kLargestBlock ? Counted(context, Allocate(bytes)) : nullptr;
+        if (bytes > kLargestBlock)
+            return nullptr;
+        void* const block = Allocate(bytes);
+        return block ? block : TakeReserve(context, bytes);
     }
-    static void FreeBlock(cmsContext, void* block) { Free(block); }
+    static void FreeBlock(cmsContext, void* block) {
+        if (Reserve::Owns(block))
+            Reserve::Return();
+        else
+            Free(block);
+    }
     static void* ReallocateBlock(cmsContext context, void* block, cmsUInt32Number bytes) {
-        return bytes <= kLargestBlock ? Counted(context, Reallocate(block, bytes)) : nullptr;
+        if (bytes > kLargestBlock)
+            return nullptr;
+        if (!Reserve::Owns(block)) {
+            void* const moved = Reallocate(block, bytes);
+            Of(context)._refusals += moved == nullptr;
+            return moved;  // the library does check this
+        }
+        void* const moved = AllocateBlock(context, bytes);
+        if (moved) {
+            std::memcpy(moved, block, std::min<size_t>(bytes, Reserve::SizeOf(block)));
+            Reserve::Return();
+        }
+        return moved;
     }
 
     /// The library locks the mutex of a profile without asking whether there is one, so this must not fail.
