@@ -428,14 +428,17 @@ TEST_F(BmpTest, Writes) {
         ImageTextureRef texture;
         BmpParts expected;
     } cases[] = {
-        {"V3 by default, without alpha", {}, rgba, Expected(40, 24, 2, 2, rows24)},
+        {"V3 by default", {}, rgb, Expected(40, 24, 1, 1, linear100)},
+        {"V4 by default with alpha", {}, rgba, Expected(108, 32, 2, 2, rows32)},
+        {"V5 by default with a profile", {nullptr, false, true}, rgb, Expected(124, 24, 1, 1, linear100, linear)},
+        {"V3 without alpha", {"V3"}, rgba, Expected(40, 24, 2, 2, rows24)},
         {"V4", {"V4"}, rgba, Expected(108, 32, 2, 2, rows32)},
         {"V5", {"V5"}, rgba, Expected(124, 32, 2, 2, rows32, srgb)},
         {"masks of 24 bits", {"V4"}, rgb, Expected(108, 24, 1, 1, linear100)},
         {"alpha of a child", {"V4"}, child, Expected(108, 32, 2, 1, {100, 100, 100, 7, 200, 200, 200, 9})},
         {"no alpha of a child", {"V3"}, child, Expected(40, 24, 2, 1, {100, 100, 100, 200, 200, 200, 0, 0})},
         {"alpha of a palette", {"V4"}, palette, Expected(108, 32, 2, 1, {1, 2, 3, 255, 4, 5, 6, 200})},
-        {"resolution", {.dpi = 300, .aspectRatio = 0.5}, rgba, resolved},
+        {"resolution", {.generation = "V3", .dpi = 300, .aspectRatio = 0.5}, rgba, resolved},
         {"V3 is sRGB", {"V3", false, true}, rgb, Expected(40, 24, 1, 1, srgb100)},
         {"V4 is sRGB", {"V4", false, true}, rgb, Expected(108, 24, 1, 1, srgb100)},
         {"V4 keeps its colours on request", {"V4", true, true}, rgb, Expected(108, 24, 1, 1, linear100)},

@@ -153,14 +153,16 @@ protected:
                 continue;
             EXPECT_EQ(offered.parent < 0, offered.type == MEDIAFORMATTYPE::IMAGE);
             TRY(Subscribe(offered.stream));
-            TRY(_chosen.Append(offered.image));
+            TRY(_chosen.Append(offered));
         }
         return {};
     }
     Result<void> OpenRows() override { return {}; }
     Result<void> WriteFile(const OutputStreamRef& output) override {
-        for (const ImageExportStreamRef& stream : _chosen) {
-            const RowSourceRef source = TRY(OpenSource(stream, PixelFormats::Get(pixelformats::kGreyU8), {}));
+        for (const OfferedStream& chosen : _chosen) {
+            const bool isAlpha = chosen.type == MEDIAFORMATTYPE::ALPHA;
+            const PixelFormat format = PixelFormats::Get(isAlpha ? pixelformats::kAlphaU8 : pixelformats::kGreyU8);
+            const RowSourceRef source = TRY(OpenSource(chosen.image, format, {}));
             const std::byte* const row = TRY(source->GetRow(0));
             const std::byte pixel = *row;
             TRY(FinishSource(source));
@@ -173,7 +175,7 @@ protected:
     void ForgetStreams() override { _chosen.Reset(); }
 
 private:
-    BaseArray<ImageExportStreamRef> _chosen;
+    BaseArray<OfferedStream> _chosen;
 };
 
 class ImportFrameTest : public CodecTest {

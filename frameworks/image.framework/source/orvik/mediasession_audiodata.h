@@ -4,6 +4,10 @@
 
 #include "orvik/mediasession_stream.h"
 
+// Interface methods name the parameters that their overriders use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
 namespace orvik {
 
 /// A sound in memory: interleaved samples with their rate and count.
@@ -63,3 +67,5 @@ public:
 };
 
 }  // namespace orvik
+
+#pragma GCC diagnostic pop
