@@ -215,17 +215,17 @@ Result<ConvertPixelFunc> PixelFormatBase::FindRoute(const PixelFormat& srcFormat
                                                     ChannelOffsets dstOffsets, const ColorProfile* srcProfile,
                                                     ColorProfile* dstProfile, CONVERTPIXELFLAGS flags,
                                                     bool defaultOffsets, bool& isColorProfileConversion) const {
-    // The first success wins; what the earlier routes failed of does not matter then, but for want of memory: another
+    // The first success wins, and the errors of earlier routes are dropped. Lack of memory ends the search: a later
     // route may give other values.
-    if (Result<ConvertPixelFunc> direct = GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
-        direct && direct.GetValue())
-        return direct;
-    if (Result<ConvertPixelFunc> direct =
-            srcFormat->GetConvertPixelToFunc(GetSelf(), srcOffsets, dstOffsets, defaultOffsets);
-        direct ? static_cast<bool>(direct.GetValue()) : direct.GetError()->GetErrorId() == errorid::kOutOfMemory)
-        return direct;
-    if (Result<ConvertPixelFunc> route = pixel::FindChannelRoute(GetSelf(), dstOffsets, srcFormat, srcOffsets);
-        route && route.GetValue())
+    const auto isFinal = [](const Result<ConvertPixelFunc>& route) {
+        return route ? static_cast<bool>(route.GetValue()) : route.GetError()->IsKindOf(errorid::kOutOfMemory);
+    };
+    Result<ConvertPixelFunc> route = GetConvertPixelFromFunc(srcFormat, srcOffsets, dstOffsets, defaultOffsets);
+    if (!isFinal(route))
+        route = srcFormat->GetConvertPixelToFunc(GetSelf(), srcOffsets, dstOffsets, defaultOffsets);
+    if (!isFinal(route))
+        route = pixel::FindChannelRoute(GetSelf(), dstOffsets, srcFormat, srcOffsets);
+    if (isFinal(route))
         return route;
     return pixel::FindIntermediateRoute(GetSelf(), dstOffsets, dstProfile, srcFormat, srcOffsets, srcProfile, flags,
                                         isColorProfileConversion);
