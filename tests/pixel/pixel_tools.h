@@ -17,6 +17,17 @@ inline PixelFormat FormatOf(const std::string& tail) {
     return id ? PixelFormats::Get(*id) : PixelFormat();
 }
 
+inline ImageChannel ChannelOf(const std::string& type, ComponentType component) {
+    const Result<Id> id = Id::Create("net.orvik.image.imagechanneltype." + type);
+    return id ? channeltypes::GetChannel(*id, component) : ImageChannel();
+}
+inline Result<PixelFormat> MakeFormat(const std::vector<const char*>& types, ComponentType component) {
+    std::vector<ImageChannel> channels;
+    for (const char* type : types)
+        channels.push_back(ChannelOf(type, component));
+    return PixelFormats::FindOrCreatePixelFormat(channels);
+}
+
 inline std::string TextOf(const String& text) { return std::string(text.GetText()); }
 inline std::string TextOf(const Id& id) { return std::string(id.GetText()); }
 
