@@ -1,6 +1,5 @@
 // The import driver: which handler is tried, what ends an import, and what is left behind.
 #include <gmock/gmock.h>
-#include <thread>
 
 #include "session_fakes.h"
 #include "support/module_fixture.h"
@@ -8,7 +7,6 @@
 #include "orvik/crashreport.h"
 #include "orvik/iomemory.h"
 #include "orvik/mediasession_output.h"
-#include "orvik/threadservices.h"
 
 namespace orvik {
 namespace {
@@ -101,6 +99,9 @@ protected:
 };
 
 TEST_F(MediaImport, RunsTheFirstHandlerThatClaims) {
+    const Int properties = GetCrashReportPropertyCount();
+    Int during = -1;
+    _first->behaviour.duringAnalyze = [&] { during = GetCrashReportPropertyCount(); };
     MediaSessionRef session = Take(Import("A picture"));
     EXPECT_THAT(_log,
                 ElementsAre("first.Create", "out.ResetConverter(0)", "out.Analyze(1)", "first.Analyze(0)",
@@ -109,32 +110,41 @@ TEST_F(MediaImport, RunsTheFirstHandlerThatClaims) {
     ASSERT_TRUE(input);
     EXPECT_EQ(input->GetSession(), session);
     EXPECT_EQ(input->lastTime, TimeValue::FromSeconds(1));
+    EXPECT_EQ(during, properties + 3);
+    EXPECT_EQ(GetCrashReportPropertyCount(), properties);
     session = nullptr;
     EXPECT_EQ(input->GetStrongCount(), 1);  // the session alone keeps the importer
     EXPECT_THAT(Import("B"), Succeeds());   // the output can be used again
 }
 
-TEST_F(MediaImport, NamesTheUrlThatNoFormatClaims) {
+TEST_F(MediaImport, RefusesWhatDoesNotFit) {
+    const auto isOfNoType = FailsWith(errorid::kIllegalArgument, "Image memory:import is not of a supported type.");
+    const Int properties = GetCrashReportPropertyCount();
     for (const char* content : {"Zzz", ""})
-        EXPECT_THAT(Import(content),
-                    FailsWith(errorid::kIllegalArgument, "Image memory:import is not of a supported type."));
+        EXPECT_THAT(Import(content), isOfNoType);
     EXPECT_THAT(MediaSessionImport(Url("no/such/file.fak"), {}, MEDIASESSIONFLAGS::NONE, _output, {}),
                 FailsAs(errorid::kIo));
     _other->makesInputs = false;  // claims, but makes something else
-    EXPECT_THAT(Import("B"), FailsWith(errorid::kIllegalArgument, "Image memory:import is not of a supported type."));
+    EXPECT_THAT(Import("B"), isOfNoType);
     EXPECT_THAT(_log, IsEmpty());
+    EXPECT_EQ(GetCrashReportPropertyCount(), properties);
+    _first->makesNull = true;
+    EXPECT_THAT(Import("A"), FailsWith(errorid::kIllegalArgument, ""));
+    _first->makesNull = false;
+    _output->behaviour.importStrategy = false;
+    EXPECT_THAT(Import("A"), FailsWith(errorid::kIllegalState, "Output doesn't support required import strategy."));
+    EXPECT_THAT(MediaSessionImport(Mount("A"), {}, MEDIASESSIONFLAGS::NONE, nullptr, {}), FailsAs(errorid::kNullptr));
 }
 
 TEST_F(MediaImport, FailuresEndTheImportUnchanged) {
     const Int properties = GetCrashReportPropertyCount();
     const Error error = MediaSessionWrongTypeError();
+    _first->behaviour.error = _output->behaviour.error = error;
     for (const char* phase : {"Create", "Analyze", "PrepareExecute", "Execute"}) {
-        for (const bool preferred : {false, true}) {
+        for (const MediaSessionFileFormatHandler& preferred : {MediaSessionFileFormatHandler(), {_first}}) {
             _log.clear();
             _first->behaviour.failingPhase = phase;
-            _first->behaviour.error = error;
-            const Result<MediaSessionRef> imported =
-                Import("A", preferred ? MediaSessionFileFormatHandler(_first) : MediaSessionFileFormatHandler());
+            const Result<MediaSessionRef> imported = Import("A", preferred);
             ASSERT_FALSE(imported) << phase;
             EXPECT_EQ(imported.GetError().Get(), error.Get()) << phase;
             EXPECT_THAT(_log, Not(Contains("second.Create"))) << phase;
@@ -145,20 +155,10 @@ TEST_F(MediaImport, FailuresEndTheImportUnchanged) {
     }
     _first->behaviour.failingPhase.clear();
     _output->behaviour.failingPhase = "ResetConverter";
-    _output->behaviour.error = error;
     _log.clear();
     EXPECT_EQ(Import("A").GetError().Get(), error.Get());
     EXPECT_THAT(_log, ElementsAre("first.Create", "out.ResetConverter(0)"));
     EXPECT_EQ(GetCrashReportPropertyCount(), properties);
-}
-
-TEST_F(MediaImport, OutputsAndInputsThatDoNotFit) {
-    _first->makesNull = true;
-    EXPECT_THAT(Import("A"), FailsWith(errorid::kIllegalArgument, ""));
-    _first->makesNull = false;
-    _output->behaviour.importStrategy = false;
-    EXPECT_THAT(Import("A"), FailsWith(errorid::kIllegalState, "Output doesn't support required import strategy."));
-    EXPECT_THAT(MediaSessionImport(Mount("A"), {}, MEDIASESSIONFLAGS::NONE, nullptr, {}), FailsAs(errorid::kNullptr));
 }
 
 TEST_F(MediaImport, ThePreferredHandlerGoesFirstAndAlone) {
@@ -171,27 +171,13 @@ TEST_F(MediaImport, ThePreferredHandlerGoesFirstAndAlone) {
     EXPECT_THAT(MediaSessionImport(missing, {}, MEDIASESSIONFLAGS::NONE, _output, {}, {}, _other), Succeeds());
 }
 
-TEST_F(MediaImport, ShowsInACrashReportWhatItDoes) {
-    const Int before = GetCrashReportPropertyCount();
-    Int during = -1;
-    _first->behaviour.duringAnalyze = [&] { during = GetCrashReportPropertyCount(); };
-    EXPECT_THAT(Import("A"), Succeeds());
-    EXPECT_EQ(during, before + 3);
-    EXPECT_EQ(GetCrashReportPropertyCount(), before);
-    EXPECT_FALSE(Import("Zzz"));
-    EXPECT_EQ(GetCrashReportPropertyCount(), before);
-}
-
 TEST_F(MediaImport, HandsSelectionAndProgressOn) {
-    const SelectionDelegate selection = [](const MediaStreamRef&,
-                                           const MediaStreamFormat&) -> Result<SELECTIONHANDLERRESULT> {
-        return SELECTIONHANDLERRESULT::STRUCTURE;
+    const SelectionDelegate selection = [](const MediaStreamRef&, const MediaStreamFormat&) {
+        return Result<SELECTIONHANDLERRESULT>(SELECTIONHANDLERRESULT::STRUCTURE);
     };
     std::vector<Float> fractions;
-    const ProgressDelegate progress = [&](const MediaSessionProgressRef&, Float fraction, TimeValue,
-                                          TimeValue) -> Result<void> {
-        fractions.push_back(fraction);
-        return {};
+    const ProgressDelegate progress = [&](const MediaSessionProgressRef&, Float fraction, TimeValue, TimeValue) {
+        return fractions.push_back(fraction), Result<void>();
     };
     _first->behaviour.duringAnalyze = [&] {
         const MediaSessionProgressRef reporter = _first->lastInput.Get()->GetSession()->GetProgress();
@@ -204,24 +190,6 @@ TEST_F(MediaImport, HandsSelectionAndProgressOn) {
     EXPECT_THAT(fractions, ElementsAre(1.0));
     EXPECT_THAT(Import("B"), Succeeds());
     EXPECT_FALSE(_output->GetSelectionHandler()) << "each import sets its own";
-}
-
-TEST_F(MediaImport, CancellationEndsItAtTheNextRow) {
-    CancelToken token;
-    const CancelScope scope(token);
-    Int reached = -1;
-    _first->behaviour.rows = 100;
-    _first->behaviour.duringRow = [&](Int row) {
-        reached = row;
-        if (row == 40)
-            std::thread([&] { token.Cancel(); }).join();
-    };
-    EXPECT_THAT(Import("A"), FailsAs(errorid::kThreadCancelled));
-    EXPECT_EQ(reached, 40);
-    EXPECT_FALSE(_first->lastInput.Get());
-    token.Reset();
-    _first->behaviour.duringRow = {};
-    EXPECT_THAT(Import("A"), Succeeds());
 }
 
 TEST_F(MediaImport, ImportsInsideImportsAreBounded) {

@@ -47,8 +47,6 @@ struct FakeBehaviour {
     std::string failingPhase = {};  ///< answers `error` there
     Error error = {};
     Delegate<void()> duringAnalyze = {};
-    Int rows = 0;  ///< reported one by one in Execute
-    Delegate<void(Int row)> duringRow = {};
 
     Result<void> Record(const char* phase, size_t inputs) const {
         if (log)
@@ -77,17 +75,7 @@ public:
         return behaviour.Record("PrepareExecute", inputs.size());
     }
     Result<void> Execute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
-        TRY(behaviour.Record("Execute", inputs.size()));
-        if (behaviour.rows == 0)
-            return {};
-        const Int job = TRY(GetSessionProgress()->AddProgressJob(1, "rows"));
-        for (Int row = 0; row < behaviour.rows; ++row) {
-            if (behaviour.duringRow)
-                behaviour.duringRow(row);
-            TRY(GetSessionProgress()->SetProgressAndCheckBreak(
-                job, static_cast<Float>(row) / static_cast<Float>(behaviour.rows)));
-        }
-        return GetSessionProgress()->SetProgressAndCheckBreak(job, 1);
+        return behaviour.Record("Execute", inputs.size());
     }
     Result<void> Close(Inputs inputs) override { return behaviour.Record("Close", inputs.size()); }
 
