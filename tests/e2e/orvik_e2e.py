@@ -27,23 +27,17 @@ if SANITIZED:
     os.environ.setdefault("TSAN_OPTIONS", "exitcode=99")
 
 
-def prepare_child(limits, interrupt, pipe):
-    """Runs in the child: signals as a shell in the foreground has them, unless a test says otherwise, and limits."""
-    signal.signal(signal.SIGINT, interrupt)
-    signal.signal(signal.SIGPIPE, pipe)
-    for kind, value in limits.items():
-        resource.setrlimit(kind, (value, value))
+def start(*arguments, program=PROGRAM, limits=None, interrupt=signal.SIG_DFL, pipe=signal.SIG_DFL, **options):
+    """Starts orvik with limits, and with signals as a shell in the foreground has them unless a test says otherwise."""
 
+    def prepare_child():
+        signal.signal(signal.SIGINT, interrupt)
+        signal.signal(signal.SIGPIPE, pipe)
+        for kind, value in (limits or {}).items():
+            resource.setrlimit(kind, (value, value))
 
-def start(*arguments, limits=None, interrupt=signal.SIG_DFL, pipe=signal.SIG_DFL, **options):
-    options.setdefault("stdout", subprocess.PIPE)
-    options.setdefault("stderr", subprocess.PIPE)
-    return subprocess.Popen(
-        [options.pop("program", PROGRAM), *map(str, arguments)],
-        stdin=options.pop("stdin", subprocess.DEVNULL),
-        preexec_fn=lambda: prepare_child(limits or {}, interrupt, pipe),
-        **options,
-    )
+    streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+    return subprocess.Popen([program, *map(str, arguments)], preexec_fn=prepare_child, **(streams | options))
 
 
 def run(*arguments, **options):
@@ -53,13 +47,12 @@ def run(*arguments, **options):
     return subprocess.CompletedProcess(process.args, process.returncode, out, (err or b"").decode(errors="replace"))
 
 
-def find_tool(*names):
-    """The first of the Debian tools that is there, or a skipped test."""
-    for name in names:
-        for folder in ("/usr/bin", "/bin"):
-            if os.access(os.path.join(folder, name), os.X_OK):
-                return os.path.join(folder, name)
-    raise unittest.SkipTest(f"{names[0]} is not installed")
+def find_tool(name):
+    """The path of a Debian tool, or a skipped test."""
+    path = shutil.which(name, path="/usr/bin:/bin")
+    if not path:
+        raise unittest.SkipTest(f"{name} is not installed")
+    return path
 
 
 def pillow_rgba(path):
@@ -70,18 +63,16 @@ def pillow_rgba(path):
 
 def noise(height, width, channels, dtype=np.uint8, seed=1):
     """Random pixels: every channel and every row differs, which a swap or a shift cannot survive."""
-    limit = np.iinfo(dtype).max
     shape = (height, width, channels) if channels > 1 else (height, width)
-    return np.random.default_rng(seed).integers(0, limit, shape, dtype, endpoint=True)
+    return np.random.default_rng(seed).integers(0, np.iinfo(dtype).max, shape, dtype, endpoint=True)
 
 
 def write_sixteen_bit_png(path, pixels, *options):
     """By netpbm: Pillow writes no colours of 16 bits."""
     height, width = pixels.shape[:2]
     head = f"{'P5' if pixels.ndim == 2 else 'P6'} {width} {height} 65535\n"
-    command = [find_tool("pnmtopng"), *options]
-    made = subprocess.run(command, input=head.encode() + pixels.astype(">u2").tobytes(), capture_output=True, check=True)
-    path.write_bytes(made.stdout)
+    netpbm = head.encode() + pixels.astype(">u2").tobytes()
+    path.write_bytes(subprocess.check_output([find_tool("pnmtopng"), "-quiet", *options], input=netpbm))
     return path
 
 
@@ -92,8 +83,7 @@ class OrvikTest(unittest.TestCase):
 
     def ok(self, *arguments, **options):
         result = run(*arguments, **options)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertEqual(result.stderr, "")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
         return result.stdout
 
     def fails(self, status, *arguments, contains="", **options):
@@ -109,11 +99,11 @@ class OrvikTest(unittest.TestCase):
         """Only these names stand in the test's folder."""
         self.assertEqual(sorted(os.listdir(self.folder)), sorted(expected))
 
+    def assert_pixels(self, path, expected):
+        """8-bit RGBA or RGB, as Pillow reads it."""
+        np.testing.assert_array_equal(pillow_rgba(path)[..., : expected.shape[2]], expected)
+
     def save(self, name, pixels, mode=None, **options):
         path = self.folder / name
         Image.fromarray(pixels, mode).save(path, **options)
         return path
-
-
-def main():
-    unittest.main(verbosity=2)

@@ -1,13 +1,18 @@
 """`orvik info`, `formats` and `pixelformats`: the shape of their JSON and of their text."""
 
 import json
+import subprocess
+import unittest
 
 from PIL import Image
 
-from orvik_e2e import SAMPLE, OrvikTest, main, noise, run
+from orvik_e2e import SAMPLE, SHARED, OrvikTest, find_tool, noise, run
 
 NODE_KEYS = {"type", "name", "width", "height", "pixelformat", "colorprofile", "metadata", "children"}
 MAKE, ORIENTATION = 0x010F, 0x0112
+# Names that exiftool gives to the same entries, whose values are plain numbers or texts.
+EXIF_NAMES = """Make Model Orientation XResolution ExposureTime FNumber Software FocalLength DateTimeOriginal ColorSpace
+    MeteringMode GPSLatitudeRef""".split()
 
 
 class Info(OrvikTest):
@@ -82,6 +87,26 @@ class Info(OrvikTest):
         text = self.ok("info", path).decode()
         self.assertIn("\nexif\n   Make  Maker & Co\\x1b[31m\n   Orientation  6\n", text)
 
+    def test_exif_agrees_with_exiftool(self):
+        folder = SHARED / "corpus/jpeg/metadata-extractor"
+        if not folder.exists():
+            raise unittest.SkipTest(f"no corpus at {folder}")
+        files = sorted(folder.iterdir())
+        found = {info["url"]: info.get("exif") for info in json.loads(run("info", "--json", *files).stdout)}
+        command = [find_tool("exiftool"), "-j", "-n", "-fast2", "-ifd0:all", "-exififd:all", "-gps:all", *files]
+        entries = json.loads(subprocess.run(command, capture_output=True).stdout)
+        expected = {entry["SourceFile"]: entry for entry in entries}
+        pairs = [(path, name, exif[name], expected[path][name]) for path, exif in found.items() if exif
+                 for name in EXIF_NAMES if name in exif and name in expected[path]]  # fmt: skip
+        for path, name, ours, theirs in pairs:
+            with self.subTest(path, name=name):
+                if isinstance(theirs, str):
+                    self.assertEqual(ours, theirs.rstrip(" "))
+                else:
+                    self.assertAlmostEqual(float(ours), theirs, delta=1e-6 * (1 + theirs))
+        self.assertGreater(len({path for path, *_ in pairs}), 12)
+        self.assertGreater(len(pairs), 100)
+
 
 class Lists(OrvikTest):
     def test_formats(self):
@@ -99,8 +124,8 @@ class Lists(OrvikTest):
             ("maximalresolution", None, 32000),
         ):
             self.assertEqual((entry["write"][key], formats["bmp"]["write"][key]), (hdr, bmp), key)
-        for name, settings in (("bmp", {"bitmapinfoheader", "disablesrgbconversion"}), ("jpg", {"baseline", "quality"})):
-            self.assertEqual({setting["name"] for setting in formats[name]["write"]["settings"]}, settings)
+        settings = {setting["name"] for name in ("bmp", "jpg") for setting in formats[name]["write"]["settings"]}
+        self.assertEqual(settings, {"bitmapinfoheader", "disablesrgbconversion", "baseline", "quality"})
         text = self.ok("formats").decode()
         for name in formats:
             self.assertRegex(text, rf"(?m)^{name}  \(")
@@ -123,7 +148,3 @@ class Lists(OrvikTest):
                 self.assertEqual(entry["alpha"], "alpha" in channels)
         lines = self.ok("pixelformats").decode().splitlines()
         self.assertEqual({line.split()[0] for line in lines}, set(formats))
-
-
-if __name__ == "__main__":
-    main()
