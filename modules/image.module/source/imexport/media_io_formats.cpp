@@ -112,7 +112,7 @@ constexpr FileFormatEntry kFormats[] = {
     },
 };
 
-/// What a format publishes beside its importer and exporter. A creation function has no state, so each row has its own.
+/// The other classes of a row. A creation function has no state, so each row needs its own.
 struct FormatClasses {
     CreateFunction format;
     CreateFunction handler;
@@ -146,7 +146,7 @@ Result<void> RegisterFileFormats(Publisher& publisher) {
             TRY(publisher.PublishClass(entry.exporter, entry.makeExporter));
         if (entry.publishMore)
             TRY(entry.publishMore(publisher));
-        // A class and its one object share an id.
+        // The class and its only object share an id.
         TRY(publisher.PublishClass(entry.format, kFormatClasses[row].format));
         TRY(publisher.PublishClass(entry.handler, kFormatClasses[row].handler));
         const ObjectRef format = TRY(ClassRef(entry.format).Create());

@@ -31,7 +31,7 @@ struct BmpInfo {
     uint32_t profileOffset = 0;  ///< from the start of the info header
     uint32_t profileSize = 0;
 
-    /// -2^31 has no positive counterpart in 32 bits.
+    /// 64 bits: -2^31 has no positive counterpart in 32.
     Int AbsoluteHeight() const { return height < 0 ? -Int(height) : Int(height); }
     bool IsCompression(Compression wanted) const { return compression == uint32_t(wanted); }
     bool IsRunLength() const { return IsCompression(Compression::Rle8) || IsCompression(Compression::Rle4); }
@@ -42,7 +42,7 @@ Result<FileHeader> ReadFileHeader(EndianReader& in) {
     if (TRY(in.ReadU16()) != kMagic)
         return MediaSessionWrongTypeError();
     header.fileSize = TRY(in.ReadU32());
-    TRY(in.Skip(4));  // reserved, never set by anybody
+    TRY(in.Skip(4));  // reserved
     header.pixelOffset = TRY(in.ReadU32());
     return header;
 }
@@ -71,7 +71,7 @@ Result<BmpInfo> ReadInfoHeader(EndianReader& in) {
         return info;
     }
     if (info.size < kV3Size)
-        return info;  // no such generation: a bit count of 0 refuses it
+        return info;  // unknown generation: rejected later by its bit count of 0
     info.width = TRY(in.ReadS32());
     info.height = TRY(in.ReadS32());
     TRY(in.Skip(2));  // planes
@@ -87,7 +87,7 @@ Result<BmpInfo> ReadInfoHeader(EndianReader& in) {
         (info.bitCount == 16 || info.bitCount == 32))
         TRY(ReadMasks(in, info));
     if (info.size < kV3MaskSize) {
-        TRY(in.Skip(Int(info.size) - kV3Size));  // masks do not count before 56 bytes
+        TRY(in.Skip(Int(info.size) - kV3Size));  // masks need at least 56 bytes
         return info;
     }
     TRY(ReadMasks(in, info));
@@ -111,8 +111,8 @@ Result<BmpInfo> ReadInfoHeader(EndianReader& in) {
     return info;
 }
 
-/// The profile that the header points to. The position stays where it was.
-/// @param fileStart  of the file in its stream
+/// Reads the profile that the header points to and restores the position.
+/// @param fileStart  position of the file in its stream
 Result<ColorProfile> ReadProfile(EndianReader& in, Int fileStart, const BmpInfo& info) {
     const Int back = in.GetPosition();
     const Int start = fileStart + kFileHeaderSize + Int(info.profileOffset);
@@ -125,17 +125,17 @@ Result<ColorProfile> ReadProfile(EndianReader& in, Int fileStart, const BmpInfo&
     TRY(in.Seek(back));
     Result<ColorProfile> profile = ColorProfile::OpenProfileFromMemory(bytes.ToBlock());
     if (!profile && !profile.GetError()->IsKindOf(errorid::kOutOfMemory))
-        return colorprofiles::Get(colorprofiles::kSrgb);  // the picture is worth more than its profile
+        return colorprofiles::Get(colorprofiles::kSrgb);  // a bad profile must not fail the load
     return profile;
 }
 
-/// How the bytes of one pixel are delivered: the pixel format from the first byte that matters, and how many bytes lie
-/// around it. Fillers are never removed; the distance between pixels is widened by them.
+/// How one pixel is delivered: the pixel format, starting at the first byte that holds a channel, and the padding bytes
+/// around it. Padding is not removed; it widens the pixel stride.
 struct PixelLayout {
     PixelFormat format;
     Int leadingFiller = 0, trailingFiller = 0;  ///< bytes
     bool hasAlpha = false;
-    Int alphaOffset = 0;  ///< byte of the pixel that is its alpha
+    Int alphaOffset = 0;  ///< byte of alpha within the pixel
 
     bool HasFiller() const { return leadingFiller + trailingFiller > 0 || hasAlpha; }
     BITS GetStride() const { return format->GetBitsPerPixel() + BITS((leadingFiller + trailingFiller) * 8); }
@@ -143,7 +143,7 @@ struct PixelLayout {
 
 PixelFormat GetFormat(const Id& id) { return PixelFormats::Get(id); }
 
-/// Masks of 16-bit pixels, and the format they stand for.
+/// Masks of 16-bit pixels and the corresponding format.
 struct MaskedFormat {
     uint32_t alpha, red, green, blue;
     Id format;
@@ -171,7 +171,7 @@ Error BitCountError(const BmpInfo& info) {
     return MediaSessionWrongTypeError("Invalid image bit count: @.", info.bitCount);
 }
 
-/// The byte lane of a mask, 0 being the first byte in the file; -1 for a mask that is no whole byte.
+/// Byte lane of a mask, 0 for the first byte in the file; -1 for a mask that is not a whole byte.
 constexpr int LaneOf(uint32_t mask) {
     for (int lane = 0; lane < 4; ++lane) {
         if (mask == uint32_t(0xFF) << (lane * 8))
@@ -180,7 +180,7 @@ constexpr int LaneOf(uint32_t mask) {
     return -1;
 }
 
-/// Each mask names one byte of the pixel. Bytes without a channel at either end are filler, in between unused channels.
+/// Each mask selects one byte. Bytes without a channel are padding at either end, unused channels in between.
 Result<PixelLayout> ChooseLayout32ByMasks(const BmpInfo& info) {
     const struct {
         uint32_t mask;
@@ -189,7 +189,7 @@ Result<PixelLayout> ChooseLayout32ByMasks(const BmpInfo& info) {
         {info.redMask, channeltypes::kRed},
         {info.greenMask, channeltypes::kGreen},
         {info.blueMask, channeltypes::kBlue},
-        {info.alphaMask, channeltypes::kUnused},  // alpha goes into a stream of its own
+        {info.alphaMask, channeltypes::kUnused},  // alpha goes to its own stream
     };
     ImageChannel lanes[4];
     for (const auto& entry : masks) {
@@ -214,7 +214,7 @@ Result<PixelLayout> ChooseLayout32ByMasks(const BmpInfo& info) {
     while (end > first && !lanes[end - 1])
         --end;
     if (first == end)
-        return BitCountError(info);  // no colour at all: there is no such pixel
+        return BitCountError(info);  // no colour channel
     for (Int lane = first; lane < end; ++lane) {
         if (!lanes[lane])
             lanes[lane] = channeltypes::GetChannel(channeltypes::kUnused, ComponentType::U8);
@@ -249,7 +249,7 @@ Result<PixelLayout> ChooseLayout(const BmpInfo& info) {
     }
 }
 
-/// Entries of the palette: what the bit count can address, or fewer when the header says so.
+/// Number of palette entries: as many as the bit count can address, or fewer if the header says so.
 Result<Int> GetPaletteSize(const BmpInfo& info) {
     if (info.bitCount >= 16)
         return Int(0);
@@ -282,7 +282,7 @@ private:
     Result<void> DeliverRow(Int row, const std::byte* pixels);
 
     Int GetPaletteEntryBytes() const { return _info.size == kCoreHeaderSize ? 3 : 4; }
-    /// Where the rows start: what the file header says, else behind headers and palette.
+    /// Where the rows start: as the file header says, otherwise after headers and palette.
     Int GetPixelPosition() const {
         return _header.pixelOffset ? _fileStart + _header.pixelOffset
                                    : _headerEnd + _paletteSize * GetPaletteEntryBytes();
@@ -335,15 +335,15 @@ Result<void> BmpImporter::ReadHeader(const InputStreamRef& stream) {
     return AddStreams(profile);
 }
 
-/// The rows must be there before memory is spent on them. Runs can be many times shorter than their rows, and jumps
-/// shorter still; those of a small picture cost little in any case.
+/// Checks that the file can contain the rows before memory is allocated for them. Runs can be far shorter than their
+/// rows, and jumps shorter still, so small pictures in runs are exempt.
 Result<void> BmpImporter::CheckSize(const InputStreamRef& stream) const {
     Int bytes = RowBytes(_info.width, _info.bitCount);
     if (bytes < 0 || __builtin_mul_overflow(bytes, _info.AbsoluteHeight(), &bytes))
         return OutOfMemoryError();
     constexpr Int kBestRunLength = 128, kSmall = Int(16) << 20;
     if (_info.IsRunLength()) {
-        const Int pixels = Int(_info.width) * _info.AbsoluteHeight();  // eight of them can share a byte
+        const Int pixels = Int(_info.width) * _info.AbsoluteHeight();  // up to eight per byte
         bytes = std::max(bytes, pixels) <= kSmall ? 0 : bytes / kBestRunLength;
     }
     const Result<Int> length = stream->GetStreamLength();
@@ -381,7 +381,7 @@ Result<void> BmpImporter::AddStreams(const ColorProfile& profile) {
     return {};
 }
 
-/// Writers leave junk in these fields, so only plausible numbers count.
+/// Writers leave junk in these fields, so only plausible values are used.
 Result<void> BmpImporter::DescribeResolution(MediaStreamFormat& format) const {
     const Float x = std::abs(Float(_info.xPixelsPerMetre)), y = std::abs(Float(_info.yPixelsPerMetre));
     if (x != 0 && y != 0 && _info.xPixelsPerMetre != _info.yPixelsPerMetre) {
@@ -405,8 +405,8 @@ Result<void> BmpImporter::DecodePixels(const InputStreamRef& stream) {
     return _info.IsRunLength() ? DecodeRuns(stream) : DecodeRows(stream);
 }
 
-/// Entries of blue, green, red, and behind all headers but the oldest a fourth byte. That is 0 in most files; where an
-/// entry has another value, the bytes are taken as transparency.
+/// Entries are blue, green, red and, except with the oldest header, a fourth byte. It is 0 in most files; if any entry
+/// has another value, the bytes are taken as transparency.
 Result<PixelFormat> BmpImporter::ReadPalette(const InputStreamRef& stream) const {
     const Int entryBytes = GetPaletteEntryBytes();
     CodecBuffer colors;
@@ -430,7 +430,6 @@ Result<PixelFormat> BmpImporter::ReadPalette(const InputStreamRef& stream) const
                              colors.ToBlock().first(size_t(_paletteSize) * 3));
 }
 
-/// Hands over one row of the file.
 Result<void> BmpImporter::DeliverRow(Int row, const std::byte* pixels) {
     const BITS stride = _layout.GetStride();
     TRY(_image->PushRow(GetLine(row), {pixels + _layout.leadingFiller, stride}));
@@ -452,9 +451,9 @@ Result<void> BmpImporter::DecodeRows(const InputStreamRef& stream) {
     return {};
 }
 
-/// Uncompressed rows whose pixels have more bytes than the picture takes, as many at a time as a small buffer holds.
+/// Uncompressed rows of padded pixels, as many at a time as a small buffer holds.
 Result<void> BmpImporter::DecodeFilledRows(const InputStreamRef& stream) {
-    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between file and picture
+    constexpr Int kBufferBytes = Int(64) * 1024;  // small enough to stay in cache
     const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
     if (rowBytes == 0 || height == 0)
         return {};
@@ -470,7 +469,7 @@ Result<void> BmpImporter::DecodeFilledRows(const InputStreamRef& stream) {
     return {};
 }
 
-/// Compressed rows. All of the input is held, which the file bounds: by what two of its fields say, and by its length.
+/// Compressed rows. Holds the whole input, whose size is bounded by two header fields and by the file's length.
 Result<void> BmpImporter::DecodeRuns(const InputStreamRef& stream) {
     const Int rowBytes = RowBytes(_info.width, _info.bitCount), height = _info.AbsoluteHeight();
     if (rowBytes == 0 || height == 0)
@@ -495,8 +494,7 @@ Result<void> BmpImporter::DecodeRuns(const InputStreamRef& stream) {
 
 }  // namespace
 
-/// "BM", and a header size that a known generation has. The size is tested with bit 4 masked out, which lets 40 and 56
-/// as well as 108 and 124 pass.
+/// "BM" and a known header size. Masking out bit 4 of the size covers 40 and 56 as well as 108 and 124.
 Result<Bool> DetectBmp(const Url&, const InputStreamRef& stream) {
     uint8_t head[20];
     if (TRY(stream->ReadEOS(std::as_writable_bytes(Block<uint8_t>(head)))) != Int(sizeof(head)))

@@ -27,7 +27,7 @@ Result<uint32_t> GetHeaderSize(const Id& option) {
     return IllegalArgumentError("Invalid header type: @.", option);
 }
 
-/// Whether a profile means by its colours what sRGB means by them, to a step of 8 bits: files hold sRGB in many forms.
+/// True when a profile matches sRGB to within one 8-bit step: files hold sRGB in many forms.
 Result<Bool> IsLikeSrgb(const ColorProfile& profile) {
     const ColorProfile srgb = colorprofiles::Get(colorprofiles::kSrgb);
     if (profile == srgb)
@@ -45,9 +45,9 @@ Result<Bool> IsLikeSrgb(const ColorProfile& profile) {
                       [](int a, int b) { return std::abs(a - b) <= 1; });
 }
 
-/// Writes 24 bits, or with "V4" and "V5" 32 bits where there is alpha. Only "V5" has room for a profile; with the
-/// others the pixels are converted to sRGB. Unless a generation is asked for, it is the oldest that holds the picture:
-/// many programs cannot open "V5" with a profile.
+/// Writes 24 bits, or with "V4" and "V5" 32 bits if there is alpha. Only "V5" can embed a profile; for the others the
+/// pixels are converted to sRGB. The default is the oldest generation that holds the picture: many programs cannot open
+/// "V5" with a profile.
 class BmpExporter : public ImageExporter {
 public:
     BmpExporter() : ImageExporter(kFormat) {}
@@ -140,7 +140,7 @@ Result<void> BmpExporter::WriteInfoHeader(EndianWriter& out) const {
     return {};
 }
 
-/// What "V4" and "V5" have beyond the 40 bytes. A file of 32 bits is always one of these, so its masks lie here too.
+/// The fields of "V4" and "V5" beyond the 40 bytes. A 32-bit file always has one of these headers, hence the masks.
 Result<void> BmpExporter::WriteColorFields(EndianWriter& out) const {
     TRY(out.WriteU32(kRedMask));
     TRY(out.WriteU32(kGreenMask));
@@ -158,13 +158,13 @@ Result<void> BmpExporter::WriteColorFields(EndianWriter& out) const {
     return out.WriteBlock(_profileBytes);
 }
 
-/// From the bottom up, as many rows at a time as a small buffer takes.
+/// Writes bottom-up, as many rows at a time as a small buffer holds.
 Result<void> BmpExporter::WriteRows(const OutputStreamRef& output) const {
-    constexpr Int kBufferBytes = Int(64) * 1024;  // stays in the caches between picture and file
+    constexpr Int kBufferBytes = Int(64) * 1024;  // small enough to stay in cache
     const Int height = _image->GetHeight();
     const Int rowsAtOnce = std::clamp(kBufferBytes / _rowBytes, Int(1), height);
     CodecBuffer buffer;
-    TRY(buffer.AllocateZeroed(rowsAtOnce * _rowBytes));  // the fillers at the rows' ends stay 0
+    TRY(buffer.AllocateZeroed(rowsAtOnce * _rowBytes));  // row padding stays 0
     for (Int y = height; y > 0;) {
         const Int rows = std::min(rowsAtOnce, y);
         for (Int i = 0; i < rows; ++i)

@@ -10,7 +10,7 @@ namespace {
 
 Error CroppedData() { return MediaSessionWrongTypeError("Illegal RLE compression (cropped data)."); }
 
-/// What the second byte means after a 0.
+/// Meaning of the second byte after a 0.
 enum Escape : uint8_t { kEndOfLine = 0, kEndOfBitmap = 1, kDelta = 2 };
 
 }  // namespace
@@ -32,7 +32,7 @@ Result<Int> RunDecoder::DecodeLine(Block<std::byte> row, bool isLast) {
             continue;
         }
         if (!HasByte() && !_nibbles)
-            return Int(0);  // the last line may lack the byte that ends it
+            return Int(0);  // the last line may lack its end code
         const uint8_t escape = TRY(ReadByte());
         switch (escape) {
             case kEndOfLine:
@@ -60,7 +60,7 @@ RunDecoder::Line RunDecoder::WriteRun(Block<std::byte> row, uint8_t count, uint8
         if (IsBeyond(row))
             return Line::Ends;
         if (_nibbles) {
-            // The first pixel takes the high half wherever it lies.
+            // The first pixel takes the high nibble, also at odd x.
             PutNibble(row, (count - left) % 2 == 0 ? value >> 4 : value & 15);
             --left;
         } else {

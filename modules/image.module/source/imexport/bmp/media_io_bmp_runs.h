@@ -1,11 +1,10 @@
 #pragma once
-/// @file
-/// The run lengths of BMP: rows of 8 or 4 bits a pixel as runs, literals, and jumps.
+/// @file BMP run-length decoding: rows of 8 or 4 bits per pixel as runs, literals and jumps.
 ///
-/// A line is a chain of codes of two bytes. A first byte other than 0 counts pixels that all have the value of the
-/// second one; with 4 bits, its two halves in turn. After a 0 the second byte is an escape: 0 ends the line, 1 the
-/// picture, 2 jumps right and down by the two bytes that follow, and anything else counts pixels that stand in the
-/// bytes that follow, filled to an even number.
+/// A line is a sequence of two-byte codes. A nonzero first byte counts pixels with the value of the second byte; with 4
+/// bits, its two nibbles alternate. After a 0 the second byte is an escape: 0 ends the line, 1 the picture, 2 jumps
+/// right and down by the next two bytes, and any other value counts the literal pixels that follow, padded to an even
+/// number of bytes.
 
 #include "orvik/basearray.h"
 #include "orvik/errortypes.h"
@@ -15,14 +14,14 @@ namespace orvik::bmp {
 class RunDecoder {
 public:
     /// @param input    all of the compressed bytes; must outlive the decoder
-    /// @param nibbles  two pixels a byte, the high half first
+    /// @param nibbles  two pixels per byte, high nibble first
     RunDecoder(Block<const std::byte> input, bool nibbles) : _input(input), _nibbles(nibbles) {}
 
-    /// Decodes one line into a row of zeros, as far as the row is long. What does not fit is dropped; of literals that
-    /// do not fit the rest of the bytes stays and is read as codes.
-    /// @param isLast  this is the row at which the picture may end
-    /// @return number of lines below this one that were jumped over
-    /// Errors, as a wrong type: "Illegal RLE compression (cropped data).", "Illegal RLE compression (missing data).".
+    /// Decodes one line into a zeroed row. Pixels past its end are dropped; the remaining bytes of literals that do not
+    /// fit are read as codes.
+    /// @param isLast  true for the row at which the picture may end
+    /// @return number of lines below this one that a jump skipped Errors, as a wrong type: "Illegal RLE compression
+    /// (cropped data).", "Illegal RLE compression (missing data).".
     Result<Int> DecodeLine(Block<std::byte> row, bool isLast);
 
 private:
@@ -40,7 +39,7 @@ private:
     Block<const std::byte> _input;
     bool _nibbles;
     size_t _next = 0;
-    uint16_t _x = 0;  ///< pixel of the line; begins anew after 65535
+    uint16_t _x = 0;  ///< pixel in the line; wraps after 65535
 };
 
 }  // namespace orvik::bmp

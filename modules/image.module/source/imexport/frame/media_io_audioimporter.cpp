@@ -15,7 +15,7 @@ Result<void> AudioImporter::Deliver(const InputStreamRef& stream) {
     Result<void> first = _sound->InitStream(properties);
     if (first)
         first = DecodeSamples(stream);
-    KeepFirstError(first, _sound->FinishStream(properties));  // owed after InitStream, whatever happened since
+    KeepFirstError(first, _sound->FinishStream(properties));  // required after InitStream, even on failure
     return first;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// The frame of importers of sound.
+/// @file Base of audio importers.
 
 #include "imexport/frame/media_io_importer.h"
 
@@ -11,16 +10,16 @@ namespace orvik {
 using AudioImportStreamRef = Ref<MediaStreamAudioDataImportInterface>;
 
 /// An importer with one stream of samples. A format supplies `ReadHeader` and `DecodeSamples`; the stream is finished
-/// whenever it was begun.
+/// whenever it was initialised.
 class AudioImporter : public FileImporter {
 protected:
     using FileImporter::FileImporter;
 
-    /// For `ReadHeader`: the stream, with the keys "net.orvik.mediaformat.audio.*" of its format.
+    /// For `ReadHeader`: adds the stream. Its format has the keys "net.orvik.mediaformat.audio.*".
     Result<void> AddSound(const MediaStreamFormat& format);
     /// Reads the samples and hands them to `PushSamples`. Runs only when the sound is subscribed.
     virtual Result<void> DecodeSamples(const InputStreamRef& stream) = 0;
-    /// Interleaved samples in the order of the machine.
+    /// Interleaved samples in machine byte order.
     Result<void> PushSamples(Block<const std::byte> samples) { return _sound->SetAudioDataCallback(samples); }
 
     Result<void> Deliver(const InputStreamRef& stream) override;

@@ -1,39 +1,37 @@
 #pragma once
-/// @file
-/// The memory of codecs. Every buffer in which a codec holds bytes is one of these, so that none can be reserved
-/// without a look at what the file can contain and at the bound of the process.
+/// @file Codec memory. Codecs hold bytes only in these buffers, so that every allocation is checked against what the
+/// file can contain and against the process-wide limit.
 
 #include "orvik/basearray.h"
 #include "orvik/iostreams.h"
 
 namespace orvik {
 
-/// @{ Decoded bytes that one byte of a file can stand for at the most.
+/// @{ Most decoded bytes that one byte of a file can expand to.
 inline constexpr Int kPlainExpansion = 1;
-inline constexpr Int kRunsExpansion = 128;      ///< run lengths with counts of 7 bits
+inline constexpr Int kRunsExpansion = 128;      ///< run lengths with 7-bit counts
 inline constexpr Int kDeflateExpansion = 1032;  ///< a match of 258 bytes in two bits
 /// @}
 
-/// Bytes between the stream's position and its end. A stream that does not know its length counts as endless.
+/// Bytes between the stream's position and its end. A stream of unknown length counts as endless.
 Int GetBytesLeft(const InputStreamRef& stream);
 
 /// The product of sizes. Out of memory when it exceeds 63 bits or a factor is negative.
 Result<Int> MultiplySizes(std::initializer_list<Int> factors);
 
 /// Tests that the rest of the stream can hold `bytes` decoded bytes.
-/// @param expansion  decoded bytes for one byte of the file
+/// @param expansion  decoded bytes per byte of the file
 /// @return a wrong type when it cannot
 Result<void> RequireContent(const InputStreamRef& stream, Int bytes, Int expansion = kPlainExpansion);
 
-/// A block of bytes that a codec works on.
 class CodecBuffer {
 public:
-    /// Reserves `bytes` bytes of any content, for a size that does not depend on the length of a file: a row of a
-    /// picture whose size has been accepted, a block of fixed size. Out of memory beyond the bound of the process.
+    /// Reserves `bytes` bytes of unspecified content, for sizes that are constant or already checked, such as a row of
+    /// an accepted picture. Out of memory beyond the process-wide limit.
     Result<void> Allocate(Int bytes);
-    /// The same with all bytes 0.
+    /// The same, zeroed.
     Result<void> AllocateZeroed(Int bytes);
-    /// Reserves memory whose size a file decides. A wrong type when the rest of the stream cannot fill it.
+    /// Reserves memory of a size taken from the file. A wrong type when the rest of the stream cannot fill it.
     Result<void> AllocateFromFile(Int bytes, const InputStreamRef& stream, Int expansion = kPlainExpansion);
     /// Reserves memory for the next `bytes` bytes of the stream and reads them.
     Result<void> ReadFromFile(Int bytes, const InputStreamRef& stream);

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// What the codecs read and write numbers with: typed access in a byte order, and a stack of chunk ends.
+/// @file Typed stream access in a byte order, and a stack of chunk ends.
 
 #include <bit>
 #include <type_traits>
@@ -28,8 +27,8 @@ T SwapToOrder(T value, BYTEORDER order) {
         return value;
 }
 
-/// Typed reads from a stream. Nothing is buffered here: the stream below reads in large blocks. Every failure, a short
-/// read among them, is the stream's error.
+/// Typed reads from a stream. Unbuffered: the stream reads in large blocks. Every failure, including a short read, is
+/// the stream's error.
 class EndianReader {
 public:
     EndianReader() = default;
@@ -40,7 +39,7 @@ public:
         _url = Url();
         _order = order;
     }
-    /// Opens the URL itself.
+    /// Opens the URL.
     Result<void> Attach(const Url& url, BYTEORDER order) {
         const InputStreamRef stream = TRY(url.OpenInputStream());
         Attach(stream, order);
@@ -48,7 +47,7 @@ public:
         return {};
     }
     const InputStreamRef& GetStream() const { return _stream; }
-    /// The URL that was opened; empty for a stream that came open.
+    /// The URL that was opened; empty after attaching an open stream.
     const Url& GetUrl() const { return _url; }
     BYTEORDER GetByteOrder() const { return _order; }
 
@@ -72,7 +71,7 @@ public:
     Result<int64_t> ReadS64() { return Read<int64_t>(); }
     Result<float> ReadF32() { return Read<float>(); }
     Result<double> ReadF64() { return Read<double>(); }
-    /// Bytes as they are.
+    /// Bytes without swapping.
     Result<void> ReadBlock(Block<std::byte> block) { return _stream->Read(block); }
     Result<void> Skip(Int count) { return _stream->Skip(count); }
     Result<void> Seek(Int position) { return _stream->Seek(position); }
@@ -123,7 +122,7 @@ private:
     BYTEORDER _order = BYTEORDER::LITTLE;
 };
 
-/// A reader that knows where the chunks end that it is inside of.
+/// A reader that tracks the ends of the chunks it is in.
 class ChunkedFileIO : public EndianReader {
 public:
     /// Replaces an earlier source and forgets its chunks.
@@ -132,13 +131,13 @@ public:
         ClearChunks();
         return EndianReader::Attach(source, order);
     }
-    /// Enters a chunk whose body of `size` bytes starts here. An end beyond the last position there can be is that
-    /// position. Illegal state for a size below 0.
+    /// Enters a chunk whose body of `size` bytes starts here. An end past the largest position is clamped to it.
+    /// Illegal state for a negative size.
     Result<void> PushChunk(Int size);
-    /// Bytes left in the innermost chunk, below 0 when it was overrun; -1 outside of all chunks.
+    /// Bytes left in the innermost chunk, negative after an overrun; -1 outside all chunks.
     Int Remaining() const;
-    /// Leaves the innermost chunk and skips what was not read of it; never goes back. Illegal state outside of all
-    /// chunks and for a body that was overrun.
+    /// Leaves the innermost chunk and skips its unread rest; never seeks back. Illegal state outside all chunks and
+    /// after an overrun.
     Result<void> PopChunk();
     /// Forgets all chunks, for a new file.
     void ClearChunks() { _ends.Clear(); }
@@ -147,23 +146,23 @@ private:
     BaseArray<Int> _ends;  ///< absolute positions, outermost chunk first
 };
 
-/// A writer of chunks that begin with their length, which is known only when they end.
+/// Writes chunks that begin with their length, which is filled in when they end.
 class ChunkedWriter : public EndianWriter {
 public:
-    /// Width of a length, in bytes.
+    /// Bytes of a length field.
     enum class LENGTH : uint8_t { BITS16 = 2, BITS32 = 4, BITS64 = 8 };
-    /// Whether a length counts the zeros that fill a chunk up.
+    /// Whether a length includes the padding.
     enum class PADDING : uint8_t { COUNTED, NOT_COUNTED };
 
-    /// Leaves room for the length of a chunk whose body starts behind it.
+    /// Reserves the length field of a chunk; the body follows.
     Result<void> PushChunk(LENGTH width = LENGTH::BITS32);
-    /// Ends the innermost chunk: fills its body with zeros to a multiple of `alignment` and enters its length. Illegal
-    /// state outside of all chunks, and for a body whose length the field cannot hold.
+    /// Ends the innermost chunk: pads its body with zeros to a multiple of `alignment` and writes its length. Illegal
+    /// state outside all chunks and for a length that the field cannot hold.
     Result<void> PopChunk(Int alignment = 1, PADDING padding = PADDING::NOT_COUNTED);
 
 private:
     struct Chunk {
-        Int position;  ///< of its length
+        Int position;  ///< of its length field
         LENGTH width;
     };
     BaseArray<Chunk> _chunks;

@@ -63,13 +63,13 @@ Result<void> FileExporter::Analyze(Inputs inputs, TimeValue targetTime, MEDIASES
     Result<void> found = FindStreams(inputs[0]);
     _chosen = bool(found);
     if (!found)
-        ForgetStreams();  // what cannot be written must not reach the later phases
+        ForgetStreams();  // an unwritable picture must not reach the later phases
     return found;
 }
 
 Result<void> FileExporter::FindStreams(const MediaConverterRef& input) {
     BaseArray<OfferedStream> offered;
-    BaseArray<Int> above;  // the present stream's ancestors as indices, the root first
+    BaseArray<Int> above;  // indices of the current stream's ancestors, root first
     const StreamVisitor visit = [&](const MediaStreamRef& stream, const MediaStreamRef&, Int depth) -> Result<Bool> {
         OfferedStream entry;
         entry.stream = stream;
@@ -108,7 +108,7 @@ Result<void> FileExporter::Execute(Inputs inputs, TimeValue targetTime, MEDIASES
     if (first)
         first = WriteToUrl();
     while (!_sources.IsEmpty())
-        KeepFirstError(first, FinishSource(RowSourceRef(_sources[0])));  // owed after InitStream, also after a failure
+        KeepFirstError(first, FinishSource(RowSourceRef(_sources[0])));  // required after InitStream, even on failure
     return first;
 }
 
@@ -134,7 +134,7 @@ Result<RowSourceRef> FileExporter::OpenSource(const ImageExportStreamRef& stream
     source->_height = TRY(source->_properties.Get(mediaformat::kHeight));
     source->_rowBytes = format->GetBytesPerLine(source->_width);
     source->_stream = stream;
-    TRY(_sources.Append(source));  // from here on FinishStream is owed
+    TRY(_sources.Append(source));  // FinishStream is required from here on
     TRY(stream->InitStream(source->_properties));
     const GETPIXELHANDLERFLAGS flags =
         profile.HasProfile() ? GETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION : GETPIXELHANDLERFLAGS::NONE;

@@ -1,7 +1,6 @@
 #pragma once
-/// @file
-/// What all exporters share: the order of the phases, the streams that the input offers, rows of any number of them,
-/// and a file that is closed whatever happens.
+/// @file Base of all exporters: phase order, the streams that the input offers, their rows, and a file that is closed
+/// on every path.
 ///
 ///     FileExporter        phases, choice of streams, sources of rows, the file
 ///       ImageExporter     one picture with at most one alpha, see media_io_imageexporter.h
@@ -16,16 +15,16 @@ namespace orvik {
 /// A stream that the input of an exporter offers.
 struct OfferedStream {
     MediaStreamRef stream;
-    ImageExportStreamRef image;  ///< the same with access to its pixels; null for a stream of another kind
+    ImageExportStreamRef image;  ///< the same with pixel access; null for other kinds
     MediaStreamFormat format;    ///< the selected one
     MEDIAFORMATTYPE type = MEDIAFORMATTYPE::UNDEFINED;
     Int parent = -1;  ///< index in the list, -1 at the root
     Int depth = 0;
 };
 
-/// Frame of the exporters. A format supplies `ChooseStreams`, `OpenRows` and `WriteFile`. `Analyze` runs once until
-/// `ResetConverter`; a repeat does nothing. Nothing is written before `OpenRows` has succeeded, so that a picture that
-/// cannot be written leaves an older file as it is. The file is closed on every path.
+/// Base class of exporters. A format supplies `ChooseStreams`, `OpenRows` and `WriteFile`. `Analyze` runs once until
+/// `ResetConverter`; a repeat does nothing. Nothing is written before `OpenRows` succeeds, so a picture that cannot be
+/// written leaves an existing file intact.
 class FileExporter : public MediaOutputUrlBaseImpl {
 public:
     /// From the registry of file formats.
@@ -42,23 +41,23 @@ public:
 protected:
     explicit FileExporter(const Id& format) : _entry(FindFileFormatEntry(format)) {}
 
-    /// Refuses any number of inputs but one.
+    /// Accepts exactly one input.
     virtual Result<void> CheckInputCount(size_t count) const;
-    /// Subscribes what the file will hold, and checks it. Parents stand before their children.
+    /// Subscribes and checks what the file will hold. Parents precede their children in `streams`.
     virtual Result<void> ChooseStreams(Block<const OfferedStream> streams) = 0;
-    /// Decides on the form of the file and opens the sources that it begins with.
+    /// Chooses the layout of the file and opens its first sources.
     virtual Result<void> OpenRows() = 0;
     virtual Result<void> WriteFile(const OutputStreamRef& output) = 0;
-    /// Drops what `ChooseStreams` and `OpenRows` found.
+    /// Clears the results of `ChooseStreams` and `OpenRows`.
     virtual void ForgetStreams() = 0;
 
     /// A stream that is not subscribed has no progress job, so nothing waits for its rows.
     static Result<void> Subscribe(const MediaStreamRef& stream) {
         return stream->SubscribeStream(stream->GetSelectedFormat());
     }
-    /// Rows of a stream converted to this format and profile, for `OpenRows` and `WriteFile`. They are finished at the
-    /// end, or by `FinishSource`. No rows to be had is an illegal state.
-    /// @param profile  empty: as they are
+    /// Opens the rows of a stream in this format and profile, from `OpenRows` or `WriteFile`. The source is finished at
+    /// the end, or by `FinishSource`. Illegal state if the stream has no rows.
+    /// @param profile  empty: no conversion
     Result<RowSourceRef> OpenSource(const ImageExportStreamRef& stream, const PixelFormat& format,
                                     const ColorProfile& profile);
     /// Finishes a source early, for files of many pictures.

@@ -8,7 +8,7 @@
 
 namespace orvik {
 
-/// Base class of the image file formats. Its `Detect` answers the function-not-implemented error.
+/// Base class of the image file formats. Its `Detect` returns the function-not-implemented error.
 class FileFormatImageBase : public virtual FileFormatInterface {
 public:
     static constexpr Id kClassId{"net.orvik.image.class.fileformatimagebase"};
@@ -39,7 +39,7 @@ public:
     /// From the registry, at each use.
     FileFormat GetFileFormat() const override;
     const DataType* GetHandlerType() const override;
-    /// A new importer with the URL stored in it.
+    /// Makes an importer for the URL.
     Result<ObjectRef> CreateHandler(const Url& url) const override;
     FILEFORMAT_PRIORITY GetDependends() const override { return FILEFORMAT_PRIORITY::NATIVEFORMAT; }
     Id GetImporterClass() const override { return _entry.importer; }
@@ -49,7 +49,7 @@ private:
     const FileFormatEntry& _entry;
 };
 
-/// @{ The creation functions of a row's classes. Each object they make is as good as the one in the registry.
+/// @{ The creation functions of a row's classes. Their objects are equivalent to the registered ones.
 template <const FileFormatEntry& Entry>
 Result<ObjectRef> CreateFileFormat() {
     return ObjectRef(TRY(NewObj<FileFormatImpl>(Entry)));

@@ -7,19 +7,19 @@
 
 namespace orvik {
 
-/// What a module says of a library inside it.
+/// Information about a library that a module uses.
 namespace moduleinfo {
 inline constexpr Key<String> kName{"net.orvik.moduleinfo.name"};
 inline constexpr Key<String> kDescription{"net.orvik.moduleinfo.description"};
 inline constexpr Key<String> kVersion{"net.orvik.moduleinfo.version"};
 }  // namespace moduleinfo
 
-/// What an importer answers to the capability keys "net.orvik.media.input.*".
+/// An importer's values of the capability keys "net.orvik.media.input.*".
 struct ImportCapabilities {
     bool image = false, video = false, audio = false;
 };
 
-/// What an exporter answers to the capability keys "net.orvik.media.output.*".
+/// An exporter's values of the capability keys "net.orvik.media.output.*".
 struct ExportCapabilities {
     bool image = false, video = false, audio = false;
     bool embedColorProfile = false;
@@ -30,7 +30,7 @@ struct ExportCapabilities {
     Block<const Int> bitDepthsLayer = {};
 };
 
-/// One file format: its ids, how it is recognised, who reads and writes it. Adding a format is adding its row in
+/// One file format: its ids, detector, importer and exporter. Adding a format is adding its row in
 /// `media_io_formats.cpp` and its files.
 struct FileFormatEntry {
     std::string_view name;  ///< short name, for instance "png"
@@ -40,13 +40,13 @@ struct FileFormatEntry {
     Id exporter;                             ///< class id; empty for a format that is only read
     Block<const std::string_view> suffixes;  ///< the first is the one to write
     DETECTIONSTRENGTH strength;
-    /// Claims a file by its head; the stream stands at position 0.
+    /// Recognises a file by its first bytes; the stream is at position 0.
     Result<Bool> (*detect)(const Url& url, const InputStreamRef& stream);
     CreateFunction makeImporter;
     CreateFunction makeExporter;  ///< null for a format that is only read
     ImportCapabilities input;
     ExportCapabilities output;
-    /// Publishes what the format has beyond its classes; may be null.
+    /// Publishes further parts of the format; may be null.
     Result<void> (*publishMore)(Publisher& publisher);
 };
 

@@ -3,7 +3,7 @@
 namespace orvik {
 namespace {
 
-/// Indices have the alpha of their colours.
+/// An indexed format has alpha if its palette has.
 Bool HasAlpha(const PixelFormat& format) {
     const auto indexed = Cast<PixelFormatIndexedColorInterface>(format);
     const PixelFormat colors = indexed ? indexed->GetColorTablePixelFormat() : PixelFormat();

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// The frame of exporters that write one picture.
+/// @file Base of exporters that write one picture.
 
 #include "imexport/frame/media_io_exporter.h"
 
@@ -12,7 +11,7 @@ class ImageExporter : public FileExporter {
 protected:
     explicit ImageExporter(const Id& format) : FileExporter(format) {}
 
-    /// Whether the file will hold an alpha that stands beside the picture.
+    /// Whether the file will hold a separate alpha stream.
     virtual Bool KeepsAlpha() const { return GetCapabilities().maximalAlphaChannels > 0; }
     /// Errors: "no image stream(s) found." as a wrong type, "resolution must not be 0." and "Maximum resolution
     /// exceeded." as illegal arguments.
@@ -28,7 +27,7 @@ protected:
         Float aspectRatio = 1.0;
         DataDictionary settings;
         Bool hasOwnAlpha = false;     ///< in its pixels
-        Bool hasAlphaStream = false;  ///< beside it
+        Bool hasAlphaStream = false;  ///< as a separate stream
         Bool HasAlpha() const { return hasOwnAlpha || hasAlphaStream; }
     };
     const Picture& GetPicture() const { return _picture; }
@@ -39,12 +38,11 @@ protected:
     Result<void> OpenImageRows(const PixelFormat& rowFormat, const ColorProfile& profile);
     /// Opens `_alpha` as bytes or words of alpha; it stays null without an alpha stream.
     Result<void> OpenAlphaRows(const PixelFormat& rowFormat);
-    /// @{ Line y of the picture, with the alpha beside it, if there is one, in the last channel of its pixels: read
-    /// into `row`, or to be looked at until the next call.
+    /// @{ Line y of the picture, with a separate alpha merged into the last channel: read into `row`, or valid until
+    /// the next call.
     Result<void> ReadRowWithAlpha(Int y, std::byte* row) const;
     Result<const std::byte*> GetRowWithAlpha(Int y);
-    /// @}
-    /// A resolution as a whole number of 31 bits; 0 for what is none.
+    /// @} A resolution as a 31-bit integer; 0 if invalid.
     static int32_t ToResolution(Float value);
 
     RowSourceRef _image;

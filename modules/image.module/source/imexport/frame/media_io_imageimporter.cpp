@@ -26,7 +26,7 @@ Result<void> ImageImporter::Deliver(const InputStreamRef& stream) {
         return {};
     _jobHasSink = false;
     Result<void> first = DecodePixels(stream);
-    KeepFirstError(first, FinishSinks());  // owed after InitStream, also when decoding failed
+    KeepFirstError(first, FinishSinks());  // required after InitStream, even on failure
     return first;
 }
 
@@ -70,13 +70,13 @@ Result<RowSinkRef> ImageImporter::OpenSink(const ImageImportStreamRef& stream, c
 }
 
 Result<void> ImageImporter::InitSink(RowSink& sink, const ImageImportStreamRef& stream) {
-    // Pixels that can be stored but never shown would be found out too late.
+    // Fail before decoding if the pixels cannot be converted for display.
     const PixelFormat shown = PixelFormats::Get(pixelformats::kRgbaU8);
     bool convertsProfile = false;
     TRY(shown->GetConvertPixelFunc(sink._format, sink._format->GetChannelOffsets(), shown->GetChannelOffsets(), nullptr,
                                    nullptr, CONVERTPIXELFLAGS::NONE, convertsProfile));
     TRY(sink._properties.Set(mediaformat::kPixelFormat, sink._format));
-    sink._stream = stream;  // from here on FinishStream is owed
+    sink._stream = stream;  // FinishStream is required from here on
     TRY(stream->InitStream(sink._properties));
     sink._handler =
         TRY(stream->SetPixelStream(sink._properties, sink._format->GetChannelOffsets(), SETPIXELHANDLERFLAGS::NONE));

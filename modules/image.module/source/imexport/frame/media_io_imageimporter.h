@@ -1,32 +1,30 @@
 #pragma once
-/// @file
-/// The frame of importers of pictures.
+/// @file Base of image importers.
 
 #include "imexport/frame/media_io_importer.h"
 #include "imexport/frame/media_io_rowsink.h"
 
 namespace orvik {
 
-/// What a stream of a file is. Optional keys are added to the format that `DescribeStream` makes of it.
+/// Describes a stream of a file. Optional keys are added to the format that `DescribeStream` returns.
 struct StreamDescription {
     MEDIAFORMATTYPE type = MEDIAFORMATTYPE::IMAGE;
     PixelFormat pixelFormat;
-    ColorProfile colorProfile;  ///< empty: the format gets no such key
+    ColorProfile colorProfile;  ///< empty: the key is not set
     Int width = 0, height = 0;
     Int subImageIndex = 0;
 };
 
 /// An importer whose streams hold pixels: pictures, and their alphas, layers and masks. A format supplies `ReadHeader`
-/// and `DecodePixels`; every stream that was begun is finished, also after a failure.
+/// and `DecodePixels`; every initialised stream is finished, also after a failure.
 class ImageImporter : public FileImporter {
 protected:
-    /// @param jobName  how progress names the work, for instance "BMP image"
+    /// @param jobName  name of the job in the progress, for instance "BMP image"
     ImageImporter(const Id& format, const char* jobName) : FileImporter(format), _jobName(jobName) {}
 
     /// Opens the sinks and delivers the rows. Runs only when a picture is subscribed.
     virtual Result<void> DecodePixels(const InputStreamRef& stream) = 0;
-    /// Delivers what stands beside the pictures, as Exif data. Runs before `DecodePixels`, also when no picture is
-    /// subscribed.
+    /// Delivers metadata such as Exif data. Runs before `DecodePixels`, also when no picture is subscribed.
     virtual Result<void> DeliverMetadata() { return {}; }
     /// One job as large as the first picture. A format with a job for each of its pictures overrides this.
     Result<void> Prepare() override;
@@ -34,19 +32,18 @@ protected:
 
     /// @{ For `ReadHeader`.
     static Result<MediaStreamFormat> DescribeStream(const StreamDescription& description);
-    /// A stream with this format: a root, or a child of `parent`.
+    /// Adds a stream with this format: a root, or a child of `parent`.
     /// @param streamClass  class of the stream, for formats that publish their own
     Result<ImageImportStreamRef> AddImageStream(const MediaStreamFormat& format, const MediaStreamRef& parent = nullptr,
                                                 const Id& streamClass = mediaclasses::kStreamImport);
     /// @}
 
-    /// @{ For `DecodePixels`.
-    /// Begins a stream with rows in `pixelFormat`, which may have gained a palette since it was described. The rows of
-    /// the first sink of a job are its progress. The result is valid until `FinishSinks`. Fails with the error of the
-    /// conversion when pixels of this format can be turned into no others.
+    /// @{ For `DecodePixels`. Opens a stream for rows in `pixelFormat`, which may have gained a palette since it was
+    /// described. The first sink of a job reports its progress. The sink is valid until `FinishSinks`. Returns the
+    /// conversion error if this format cannot be converted.
     /// @param stream  may be null or not subscribed: its rows are dropped
     Result<RowSinkRef> OpenSink(const ImageImportStreamRef& stream, const PixelFormat& pixelFormat);
-    /// Finishes the streams that were begun. For files of several pictures, after each; the frame does it at the end.
+    /// Finishes all open streams. Files of several pictures call it after each; the last time is automatic.
     Result<void> FinishSinks();
     /// Registers a job as large as a picture and selects it.
     Result<Int> AddPictureJob(Int width, Int height);

@@ -1,7 +1,5 @@
 #pragma once
-/// @file
-/// What the importers of all kinds of files share: the order of the phases, the source, streams, progress, and inputs
-/// inside of inputs.
+/// @file Base of all importers: phase order, source, streams, progress, and nested inputs.
 ///
 ///     FileImporter          phases, source, streams of any kind, jobs, nested inputs
 ///       ImageImporter       pictures, see media_io_imageimporter.h
@@ -17,17 +15,17 @@
 
 namespace orvik {
 
-/// Frame of the importers. A format supplies `ReadHeader` and `Deliver`.
+/// Base class of importers. A format supplies `ReadHeader` and `Deliver`.
 ///
 /// `Analyze` may run again and starts over, unless the format forbids it. `Execute` runs once, or for formats with time
-/// once for each `PrepareExecute`; one run too many is the end-of-stream error. Anything else out of order is an
-/// illegal state.
+/// once per `PrepareExecute`; a further run is the end-of-stream error. Any other call out of order is an illegal
+/// state.
 class FileImporter : public virtual MediaInputInterface, public MediaInputBaseImpl {
 public:
     void SetSourceUrl(const Url& url) { _url = url; }
     /// Reads from an open stream instead, from its current position on. For formats that embed others.
     void SetSourceStream(const InputStreamRef& stream);
-    /// How many inputs this one is inside of.
+    /// Number of enclosing inputs.
     Int GetNesting() const { return _nesting; }
     void SetNesting(Int level) { _nesting = level; }
 
@@ -40,32 +38,32 @@ public:
     /// Drops streams, nested inputs and the source.
     Result<void> Close(Inputs inputs) override;
 
-    /// Reports `done`, from 0 to 1, for a job and tests for cancellation. A job never goes back: a smaller number only
-    /// tests.
+    /// Reports `done`, from 0 to 1, for a job and tests for cancellation. Progress never decreases: a smaller value
+    /// only tests for cancellation.
     Result<void> ReportProgress(Int job, Float done);
 
 protected:
     explicit FileImporter(const Id& format) : _entry(FindFileFormatEntry(format)) {}
 
-    /// Reads everything up to the data and adds the streams. The stream stands at the start of the file.
+    /// Reads everything up to the data and adds the streams. The stream is at the start of the file.
     virtual Result<void> ReadHeader(const InputStreamRef& stream) = 0;
     /// Registers the jobs. Runs only when a stream is subscribed.
     virtual Result<void> Prepare() { return {}; }
     /// Delivers the data of the subscribed streams. Nested inputs have been executed before.
     virtual Result<void> Deliver(const InputStreamRef& stream) = 0;
-    /// Forgets what an earlier `ReadHeader` found.
+    /// Clears the results of an earlier `ReadHeader`.
     virtual void ResetHeader() {}
     virtual bool CanAnalyzeAgain() const { return true; }
-    /// True for a format that delivers one sample for each time that is asked for.
+    /// True for a format that delivers one sample per requested time.
     virtual bool HasTime() const { return false; }
 
-    /// @{ What the present phase was asked for.
+    /// @{ Parameters of the current phase.
     TimeValue GetTargetTime() const { return _targetTime; }
     MEDIASESSIONFLAGS GetFlags() const { return _flags; }
     /// @}
     const Url& GetSourceUrl() const { return _url; }
 
-    /// Adds a stream of any kind that has its format: a root, or a child of `parent`.
+    /// Adds a stream of any kind whose format is set: a root, or a child of `parent`.
     Result<void> AddStream(const MediaStreamRef& stream, const MediaStreamRef& parent = nullptr);
     /// True when a stream is subscribed that implements interface I.
     template <class I = MediaStreamInterface>
@@ -75,13 +73,13 @@ protected:
                            [](const MediaStreamRef& stream) { return stream->IsSubscribed() && Cast<I>(stream); });
     }
 
-    /// Takes the streams of an analyzed nested input over, as roots or below `parent`. Its later phases follow those of
-    /// this input.
+    /// Takes over the streams of an analyzed nested input, as roots or below `parent`. Its later phases run with those
+    /// of this input.
     /// @param change  adapts each format of its streams, for instance to a sub-image index; may be empty
     Result<void> Adopt(NestedInput&& nested, const NestedInput::FormatChange& change,
                        const MediaStreamRef& parent = nullptr);
 
-    /// Registers a job, in `Prepare` or `Deliver`. A further run for another time uses the same jobs again.
+    /// Registers a job, in `Prepare` or `Deliver`. A run for another time reuses the jobs.
     /// @param weight  share of the whole; pixels, for pictures
     Result<Int> AddJob(Float weight, const char* name);
 

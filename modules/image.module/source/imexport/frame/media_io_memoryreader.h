@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Numbers in a block of memory.
+/// @file Bounds-checked reads from memory.
 
 #include "imexport/frame/media_io_chunkedfileio.h"
 
@@ -8,11 +7,11 @@
 
 namespace orvik {
 
-/// Typed reads from a block, none of which reaches beyond it.
+/// Typed reads from a block, all bounds-checked.
 class MemoryReader {
 public:
     /// @param block    must outlive the reader
-    /// @param failure  text of the wrong type that a read beyond the block is; may be null
+    /// @param failure  text of the wrong-type error for a read past the end; may be null
     MemoryReader(Block<const std::byte> block, BYTEORDER order, const char* failure = nullptr)
         : _block(block), _order(order), _failure(failure) {}
 
@@ -31,7 +30,7 @@ public:
         _position += count;
         return {};
     }
-    /// The next `count` bytes where they lie.
+    /// The next `count` bytes, not copied.
     Result<Block<const std::byte>> ReadBlock(Int count) {
         const Int start = _position;
         TRY(Skip(count));

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Inputs inside of inputs: a picture that is a whole file of another format.
+/// @file Nested inputs: a file embedded in a file of another format.
 
 #include "session/mediasession_baseimpl.h"
 
@@ -11,8 +10,8 @@ namespace orvik {
 
 class FileImporter;
 
-/// An importer that another one runs. It comes from the registry, so that no format knows another's code. Inputs nest
-/// at most four deep; one level more is a wrong type.
+/// An importer run by another one. It comes from the registry, so that formats do not depend on each other. More than
+/// four nested levels are a wrong type.
 class NestedInput {
 public:
     using FormatChange = Delegate<Result<void>(MediaStreamFormat& format)>;
@@ -20,11 +19,11 @@ public:
 
     NestedInput() = default;
 
-    /// @{ Makes the importer, inside of `owner` and in its session, and analyzes it. Unresolved when the format has no
-    /// importer here.
+    /// @{ Makes the importer, nested in `owner` and in its session, and analyzes it. Unresolved when the format has no
+    /// registered importer.
     /// @param format  id of the file format
     static Result<NestedInput> Open(const FileImporter& owner, const Id& format, const Url& url);
-    /// @param stream  read from its position on; a part of a file is an `OpenSubStream`
+    /// @param stream  read from its position on; `OpenSubStream` gives a part of a file
     static Result<NestedInput> Open(const FileImporter& owner, const Id& format, const InputStreamRef& stream);
     /// For a handler that detection has found.
     static Result<NestedInput> Open(const FileImporter& owner, const FileFormatHandler& handler, const Url& url);
@@ -32,7 +31,7 @@ public:
 
     explicit operator bool() const { return static_cast<bool>(_input); }
     const MediaConverterRef& GetInput() const { return _input; }
-    /// The root streams, with all formats in their trees changed.
+    /// The root streams, with `change` applied to all formats in their trees.
     Result<BaseArray<MediaStreamRef>> TakeStreams(const FormatChange& change) const;
 
     Result<void> PrepareExecute(TimeValue targetTime, MEDIASESSIONFLAGS flags) const;

@@ -4,7 +4,7 @@
 
 namespace orvik {
 
-/// The first sink of a job reports for it: a picture, but not its alphas, whose rows come from the same bytes.
+/// Only the first sink of a job reports: the picture's, not those of alphas decoded from the same bytes.
 Result<void> RowSink::ReportRow() {
     if (!_reporter)
         return {};

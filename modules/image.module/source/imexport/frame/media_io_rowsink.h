@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// The way of rows into a picture.
+/// @file Delivers rows into a picture.
 
 #include "imexport/frame/media_io_buffer.h"
 
@@ -11,14 +10,14 @@ namespace orvik {
 class FileImporter;
 using ImageImportStreamRef = Ref<MediaStreamImageDataImportInterface>;
 
-/// One stream while its rows are delivered. A row is either decoded where it belongs,
+/// One stream during delivery. A row is either decoded in place,
 ///
 ///     std::byte* row = TRY(sink->BeginRow(y));
 ///     TRY(DecodeRow(row));
 ///     TRY(sink->EndRow());
 ///
-/// or, when it is already in memory, handed over by `PushRow`. Both report progress and test for cancellation in
-/// advance. Rows of a stream without a subscriber are decoded into scratch memory and dropped.
+/// or, if already in memory, passed to `PushRow`. Both first report progress and test for cancellation. Rows of a
+/// stream without a subscriber are decoded into scratch memory and dropped.
 class RowSink : public Object {
 public:
     /// True when the stream is subscribed. A format may skip the work for other streams.
@@ -26,23 +25,23 @@ public:
     Int GetWidth() const { return _width; }
     Int GetHeight() const { return _height; }
     const PixelFormat& GetPixelFormat() const { return _format; }
-    /// Bytes of a row as `BeginRow` gives it: without filler, rounded up to whole bytes.
+    /// Bytes of a row from `BeginRow`: unpadded, rounded up to whole bytes.
     Int GetRowBytes() const { return _rowBytes; }
-    /// What `FinishStream` will be told; a format adds the time of a sample here.
+    /// Passed to `FinishStream`; a format adds the sample time here.
     MediaStreamProperties& GetProperties() { return _properties; }
 
-    /// Memory for line y in the pixel format of the sink, of `GetRowBytes()` bytes: in the picture itself where the
-    /// pixels are stored as they are. Illegal argument outside of the picture.
+    /// Memory for line y in the sink's pixel format, `GetRowBytes()` bytes: in the picture itself if it is stored in
+    /// that format. Illegal argument outside the picture.
     Result<std::byte*> BeginRow(Int y);
-    /// Takes the line of the last `BeginRow`.
+    /// Delivers the line of the last `BeginRow`.
     Result<void> EndRow();
-    /// Hands over all of line y.
+    /// Delivers the whole line y.
     Result<void> PushRow(Int y, const PixelLineConst& line) { return Push({0, y, _width}, line); }
-    /// Hands over `count` pixels of line y, starting at x. Illegal argument outside of the picture.
+    /// Delivers `count` pixels of line y, starting at x. Illegal argument outside the picture.
     Result<void> Push(const PixelSpan& span, const PixelLineConst& line);
 
-    /// Where line y is in the picture, for decoders that come back to their rows; null unless every line is there. No
-    /// progress is reported, and the line counts as delivered.
+    /// Address of line y in the picture, for decoders that revisit rows; null unless every line has one. Reports no
+    /// progress; the line counts as delivered.
     std::byte* Locate(Int y);
 
 private:
@@ -57,12 +56,12 @@ private:
     PixelFormat _format;
     Int _width = 0, _height = 0, _rowBytes = 0;
 
-    FileImporter* _reporter = nullptr;  ///< set for the sink whose rows are the progress of the job
+    FileImporter* _reporter = nullptr;  ///< set for the sink that reports the job's progress
     Int _job = -1;
     Int _rowsBegun = 0;
 
     CodecBuffer _scratch;
-    Int _row = -1;  ///< line that was begun
+    Int _row = -1;  ///< line of the last `BeginRow`
     bool _inPlace = false;
 };
 using RowSinkRef = Ref<RowSink>;

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// The way of rows out of a picture.
+/// @file Reads rows from a picture.
 
 #include "imexport/frame/media_io_buffer.h"
 
@@ -10,20 +9,19 @@ namespace orvik {
 
 using ImageExportStreamRef = Ref<MediaStreamImageDataExportInterface>;
 
-/// Rows of one stream, in the format and profile that the file needs. Progress and cancellation are those of the input
-/// that offers the stream: a row that is read counts.
+/// Rows of one stream, in the format and profile that the file needs. The input that offers the stream reports progress
+/// and tests for cancellation with each row.
 class RowSource : public Object {
 public:
     Int GetWidth() const { return _width; }
     Int GetHeight() const { return _height; }
     const PixelFormat& GetPixelFormat() const { return _format; }
-    /// Bytes of a row as `GetRow` gives it.
+    /// Bytes of a row from `GetRow`.
     Int GetRowBytes() const { return _rowBytes; }
 
-    /// Line y, to be looked at until the next call: in the picture itself, or in scratch memory where it has to be
-    /// converted.
+    /// Line y, valid until the next call: in the picture itself, or in scratch memory if it must be converted.
     Result<const std::byte*> GetRow(Int y);
-    /// Reads line y into memory of the caller, whose pixels may lie apart.
+    /// Reads line y into the caller's memory, with any pixel stride.
     Result<void> ReadRow(Int y, const PixelLine& line) {
         return _handler.read({0, y, _width}, line, GETPIXELFLAGS::NONE);
     }

@@ -9,7 +9,7 @@ using namespace hdr;
 
 namespace {
 
-/// What the lines before the pixels say. Gamma and exposure are for who shows the picture; the pixels stay as they are.
+/// Contents of the header lines. Gamma and exposure are display hints; they do not change the pixels.
 struct HdrHeader {
     std::optional<std::string> program;  ///< the word after "#?", at most 15 characters
     std::optional<double> gamma, exposure;
@@ -17,7 +17,7 @@ struct HdrHeader {
     Int width = 0, height = 0;
 };
 
-/// A line of the header with its line feed; what is longer than the buffer is a line of its own.
+/// Reads header lines with their line feed. The rest of a line longer than the buffer counts as the next line.
 class LineReader {
 public:
     explicit LineReader(const InputStreamRef& stream) : _stream(stream) {}
@@ -44,7 +44,7 @@ private:
 
 constexpr bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// Scans a line from its start on, as the C library's scanf does, but never by the locale.
+/// Scans a line as scanf does, but independently of the locale.
 class Scanner {
 public:
     explicit Scanner(std::string_view text) : _text(text) {}
@@ -59,7 +59,7 @@ public:
         _text.remove_prefix(word.size());
         return true;
     }
-    /// A number behind any white space. One beyond the range of an integer counts as 0.
+    /// A number after optional white space; 0 if out of range.
     template <class T>
     std::optional<T> TakeNumber() {
         SkipSpace();
@@ -92,8 +92,8 @@ struct Resolution {
     Int height = 0, width = 0;
 };
 
-/// The size, in any of eight forms by the order and direction of rows and columns. All are read as height, then width,
-/// whatever their letters say, and no picture is turned.
+/// The size, in any of the eight forms of row and column order. All are read as height, then width, whatever their
+/// letters say, and no picture is rotated.
 std::optional<Resolution> ScanResolution(std::string_view line) {
     constexpr std::string_view kForms[][2] = {{"-Y", "+X"}, {"+Y", "+X"}, {"-Y", "-X"}, {"+Y", "-X"},
                                               {"-X", "+Y"}, {"+X", "+Y"}, {"-X", "-Y"}, {"+X", "-Y"}};
@@ -111,7 +111,7 @@ std::optional<Resolution> ScanResolution(std::string_view line) {
     return {};
 }
 
-/// The word behind the mark of a program line. A blank ends it, and so does a zero byte.
+/// The word after the "#?" of a program line, up to a blank or a zero byte.
 std::string ScanProgram(std::string_view line) {
     constexpr size_t kMaxLength = 15;
     line.remove_prefix(kProgramMark.size());
@@ -163,7 +163,7 @@ Result<void> ReadPlane(const InputStreamRef& stream, Block<uint8_t> plane) {
             plane[0] = value;
             TRY(stream->Read(plane.data() + 1, size_t(count) - 1));
         } else {
-            done = std::min(size_t(count & 0x7F), plane.size());  // a run that is too long is cut
+            done = std::min(size_t(count & 0x7F), plane.size());  // an overlong run is cut
             std::memset(plane.data(), value, done);
         }
         plane = plane.subspan(done);
@@ -171,7 +171,6 @@ Result<void> ReadPlane(const InputStreamRef& stream, Block<uint8_t> plane) {
     return {};
 }
 
-/// From the four planes of a row to its pixels.
 void InterleavePlanes(const uint8_t* planes, uint8_t* pixels, Int width) {
     const uint8_t* const red = planes;
     const uint8_t* const green = planes + width;
@@ -226,7 +225,7 @@ Result<void> HdrImporter::ReadHeader(const InputStreamRef& stream) {
     return {};
 }
 
-/// The rows must be there before memory is spent on them: flat, or in the longest runs.
+/// Checks that the file can contain the rows, flat or in the longest runs, before memory is allocated for them.
 Result<void> HdrImporter::CheckSize(const InputStreamRef& stream) const {
     const Int runs = (_header.width + kMaxRun - 1) / kMaxRun;
     Int rowBytes = _header.width * kPixelBytes;
@@ -258,7 +257,7 @@ Result<void> HdrImporter::DecodePixels(const InputStreamRef& stream) {
     return {};
 }
 
-/// All rows from the first on, whichever row was the first to be flat: a file has rows of one kind.
+/// Decodes flat rows from y = 0, even if earlier rows were in runs: a file has rows of one kind.
 Result<void> HdrImporter::DecodeFlat(const InputStreamRef& stream, RowSink& sink) const {
     for (Int y = 0; y < _header.height; ++y) {
         std::byte* const row = TRY(sink.BeginRow(y));
@@ -281,7 +280,7 @@ Result<void> HdrImporter::ReadRunsRow(const InputStreamRef& stream, std::byte* p
 
 }  // namespace
 
-/// The mark of a program, or the line that an importer cannot do without.
+/// "#?" of a program line, or the mandatory format line.
 Result<Bool> DetectHdr(const Url&, const InputStreamRef& stream) {
     char head[kFormatLine.size()];
     const Int count = TRY(stream->ReadEOS(std::as_writable_bytes(Block<char>(head))));

@@ -9,17 +9,17 @@ using namespace hdr;
 
 namespace {
 
-/// What is darker is black.
+/// Darker values become black.
 constexpr float kDarkest = 1e-10f;
-/// The greatest float whose exponent fits the byte.
+/// Largest float whose exponent fits the byte.
 constexpr float kBrightest = 0x1.fffffep126f;
 
-/// Not-a-number is dark.
+/// NaN becomes 0.
 constexpr float Limit(float value) { return value >= kDarkest ? std::min(value, kBrightest) : 0.0f; }
 
-/// Shares the exponent of the greatest component v = m * 2^x, 0.5 <= m < 1. The mantissas are scaled by m * 256 / v,
-/// which is the power of two 2^(8 - x), so that it can be put together from its bits.
-/// @param rgb     three floats a pixel
+/// Uses the exponent of the largest component v = m * 2^x, 0.5 <= m < 1. The mantissas are scaled by m * 256 / v = 2^(8
+/// - x), a power of two that is built from its bits.
+/// @param rgb     three floats per pixel
 /// @param planes  red, green, blue and exponent bytes, `width` of each
 void EncodePixels(const float* rgb, uint8_t* planes, Int width) {
     uint8_t* const red = planes;
@@ -41,7 +41,7 @@ void EncodePixels(const float* rgb, uint8_t* planes, Int width) {
 
 constexpr size_t kMinRun = 4;
 
-/// Bytes from `from` on that equal the first, at most `kMaxRun`.
+/// Number of bytes from `from` on that equal the first, at most `kMaxRun`.
 size_t CountEqual(const uint8_t* from, const uint8_t* end) {
     const uint8_t* const limit = from + std::min(end - from, kMaxRun);
     const uint8_t* at = from + 1;
@@ -50,9 +50,9 @@ size_t CountEqual(const uint8_t* from, const uint8_t* end) {
     return size_t(at - from);
 }
 
-/// The first of `kMinRun` equal bytes, or the end.
+/// Start of the first run of `kMinRun` equal bytes, or the end.
 const uint8_t* FindRun(const uint8_t* from, const uint8_t* end) {
-    // Eight neighbours at a time: the high bit of a byte says that it equals the next one.
+    // Eight comparisons at a time: the high bit of a byte is set if it equals the next one.
     constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7F;
     constexpr Int kAhead = 9, kStarts = 6;
     for (; end - from >= kAhead; from += kStarts) {
@@ -71,9 +71,10 @@ const uint8_t* FindRun(const uint8_t* from, const uint8_t* end) {
     return end;
 }
 
-/// Encodes one plane: runs of four and more, runs of two and three where they stand alone before such a run, literals.
-/// @param to  has room for `GetEncodedBound` bytes
-/// @return the end of what was written
+/// Encodes one plane: runs of four and more, runs of two and three if nothing else precedes such a run, otherwise
+/// literals.
+/// @param to  room for `GetEncodedBound` bytes
+/// @return end of the output
 uint8_t* EncodePlane(const uint8_t* plane, Int width, uint8_t* to) {
     const auto putRun = [&to](size_t count, uint8_t value) {
         *to++ = uint8_t(kMaxLiterals + count);
@@ -103,8 +104,8 @@ uint8_t* EncodePlane(const uint8_t* plane, Int width, uint8_t* to) {
     return to;
 }
 
-/// Bytes that an encoded plane can have: a literal more than all bytes, and a count for every 128 of them and for those
-/// before each run, which itself is shorter by two.
+/// Most bytes of an encoded plane: all as literals with one count per 128. The extra count before a run is offset by
+/// the run, which saves two bytes.
 constexpr Int GetEncodedBound(Int width) { return width + width / kMaxLiterals + 2; }
 
 Result<void> WriteText(const OutputStreamRef& output, std::string_view text) {

@@ -9,11 +9,11 @@ using namespace jpeg;
 
 namespace {
 
-/// The streams of a JPEG file; classes of their own so that clients can tell them.
+/// The streams of a JPEG file; separate classes let clients recognise them.
 class MediaStreamImageLayerJpgImport : public MediaStreamImageDataImportImpl {};
 class MediaStreamExifDataJpg : public MediaStreamExifDataImpl {};
 
-/// Inks stand inverted in the file, and so they are presented.
+/// Inks are stored inverted, and presented so.
 constexpr Id kCmykInverted{"net.orvik.image.pixelformat.cmyk_inv.u8"};
 
 Result<PixelFormat> ChoosePixelFormat(const jpeg_decompress_struct& info) {
@@ -80,12 +80,12 @@ private:
 
     JpegDecoder _decoder;
     Int _start = 0;       ///< position of the file in its stream
-    Int _openImage = -1;  ///< the one whose header the decoder has read, and none of its rows
+    Int _openImage = -1;  ///< the decoder has read its header but no rows
     BaseArray<Image> _images;
     Ref<MediaStreamExifDataInterface> _exifStream;
     BaseArray<CodecBuffer> _exifBlocks;
 
-    /// @{ Of the whole file: what its pictures, which may lie on top of each other, ask for together.
+    /// @{ Totals over all pictures of the file, which may overlap.
     Int _bytesInFile = 0;
     Int _headerBytes = 0;
     Int _pixelBytes = 0;
@@ -113,13 +113,13 @@ Result<void> JpegImporter::ReadHeader(const InputStreamRef& stream) {
     return AddFurtherImages(stream);
 }
 
-/// True for what is wrong with a file, as opposed to a lack of memory or a broken disk.
+/// True for damage in a file, as opposed to lack of memory or a failing disk.
 Bool IsDamage(const Error& error) {
     return error->IsKindOf(errorid::kFileFormat) || error->IsKindOf(errorid::kMediaSessionWrongType);
 }
 
-/// The first entry of an index is the picture at the start of the file; where it leads elsewhere to nothing that can be
-/// read, the picture at the start takes its place.
+/// The first index entry should be the picture at the start of the file. If it leads to something unreadable, that
+/// picture takes its place.
 Result<void> JpegImporter::AddFirstImage(const InputStreamRef& stream) {
     Result<void> opened = OpenImage(stream, 0);
     if (!opened && IsDamage(opened.GetError()) && _images[0].position != _start) {
@@ -130,8 +130,8 @@ Result<void> JpegImporter::AddFirstImage(const InputStreamRef& stream) {
     return AddImage(0);
 }
 
-/// An index may outlive its pictures: tools that cut a file after the first one keep it. Entries that lead to no
-/// picture are left out; where together they ask for more than the file can hold, the rest is.
+/// Tools that cut a file after its first picture keep the index. Entries that lead to no picture are skipped, and so is
+/// the rest once the pictures together claim more than the file can hold.
 Result<void> JpegImporter::AddFurtherImages(const InputStreamRef& stream) {
     for (Int i = 1; i < _images.GetCount();) {
         Result<void> opened = OpenImage(stream, i);
@@ -152,7 +152,7 @@ Result<void> JpegImporter::AddFurtherImages(const InputStreamRef& stream) {
     return {};
 }
 
-/// Finds the pictures and the Exif data that the first picture's markers tell of.
+/// Collects pictures and Exif data from the first picture's markers.
 Result<void> JpegImporter::ReadMarkers() {
     constexpr int kExif = 1, kMultiPicture = 2;
     constexpr std::string_view kExifSignature = "Exif";
@@ -183,7 +183,7 @@ Ref<ExifStaticInterface> FindExifService() {
     return FindPublished<ExifStaticInterface>(ExifStaticInterface::kInterfaceId);
 }
 
-/// Without a host that reads Exif data there is nobody to hand it to.
+/// Without the host's Exif service there is no stream.
 Result<void> JpegImporter::AddExifStream() {
     if (_exifBlocks.IsEmpty() || !FindExifService())
         return {};
@@ -192,14 +192,14 @@ Result<void> JpegImporter::AddExifStream() {
     return AddStream(_exifStream);
 }
 
-/// Reads the header of a picture, unless that has just been done.
+/// Reads the header of a picture unless it is the open one.
 Result<void> JpegImporter::OpenImage(const InputStreamRef& stream, Int index) {
     if (_openImage == index)
         return {};
     _openImage = -1;
     const Int position = _images[index].position;
     const Int end = stream->GetStreamLength().GetValueOr(position);
-    TRY(stream->Seek(std::min(position, end)));  // past the end, the decoder says what is wrong
+    TRY(stream->Seek(std::min(position, end)));  // past the end, the decoder reports the error
     TRY(_decoder.Open(stream));
     _openImage = index;
     return {};
@@ -227,12 +227,12 @@ Result<void> JpegImporter::AddImage(Int index) {
     return {};
 }
 
-/// Since a file that ends early is a picture too, a header may promise anything. Beyond a size that does no harm, the
-/// promise must be such as a whole file of this length could keep.
+/// Truncated files are accepted, so a header can claim any size. Above a harmless size, a complete file of this length
+/// must be able to hold the picture.
 Result<void> JpegImporter::CheckSize() {
     constexpr Int kHarmlessBytes = 16 << 20;
-    constexpr Int kMaxHeaderShare = 16;  // pictures that begin inside each other read the same headers
-    constexpr Int kBlocksPerByte = 8;    // one bit each: nothing changes
+    constexpr Int kMaxHeaderShare = 16;  // overlapping pictures share headers
+    constexpr Int kBlocksPerByte = 8;    // one bit per unchanged block
     constexpr Int kBlocksPerByteArithmetic = 64 * kBlocksPerByte;
     const jpeg_decompress_struct& info = _decoder.GetInfo();
     Int blocks = 0;
@@ -287,7 +287,7 @@ Result<void> JpegImporter::DecodePixels(const InputStreamRef& stream) {
 Result<void> JpegImporter::DecodeImage(const Image& image) {
     const jpeg_decompress_struct& info = _decoder.GetInfo();
     if (Int(info.output_width) != image.width || Int(info.output_height) != image.height)
-        return IllegalStateError();  // the file has changed meanwhile
+        return IllegalStateError();  // the file has changed since the analysis
     const RowSinkRef sink = TRY(OpenSink(image.stream, image.format));
     TRY(_decoder.Start([this] { return ReportJob(0); }));
     for (Int y = 0; y < image.height; ++y) {
@@ -297,13 +297,13 @@ Result<void> JpegImporter::DecodeImage(const Image& image) {
     }
     Result<void> finished = _decoder.Finish();
     if (!finished && finished.GetError()->IsKindOf(errorid::kFileFormat))
-        return {};  // all rows are there: what is wrong comes behind the picture
+        return {};  // all rows are there: the damage is after the picture
     return finished;
 }
 
 }  // namespace
 
-/// The start of the image, and then segments, each behind any number of fill bytes. Three in a row are no accident.
+/// Start of image, then segments, each after any number of fill bytes. Three in a row are no coincidence.
 Result<Bool> DetectJpeg(const Url&, const InputStreamRef& stream) {
     constexpr uint8_t kMark = 0xFF, kStart = 0xD8, kEnd = 0xD9;
     constexpr int kSegments = 3;

@@ -9,10 +9,10 @@ namespace orvik {
 namespace {
 
 constexpr JOCTET kEndOfImage[] = {0xFF, JPEG_EOI};
-/// Each scan of a progressive picture is a walk over all of it, and takes a dozen bytes. Encoders write about ten.
+/// A scan of a dozen bytes costs a pass over the whole progressive picture. Encoders write about ten.
 constexpr int kMaxScans = 500;
 
-/// Payloads worth keeping begin with these; everything else in a marker is passed over.
+/// Signatures of the payloads to keep; all other markers are skipped.
 struct KeptMarker {
     int marker;
     std::string_view signature;
@@ -89,7 +89,7 @@ Result<ColorProfile> JpegDecoder::ReadProfile() {
     Result<ColorProfile> profile =
         ColorProfile::OpenProfileFromMemory(std::as_bytes(Block<const JOCTET>(bytes, count)));
     if (!profile && !profile.GetError()->IsKindOf(errorid::kOutOfMemory))
-        return ColorProfile();  // the picture is worth more than its profile
+        return ColorProfile();  // a bad profile must not fail the load
     return profile;
 }
 
@@ -137,7 +137,7 @@ void JpegDecoder::OnInitSource(j_decompress_ptr info) {
 
 void JpegDecoder::OnTermSource(j_decompress_ptr) {}
 
-/// @return false when the stream failed; nothing read means its end
+/// @return false when the stream failed; an empty buffer means its end
 bool JpegDecoder::FillBuffer() noexcept {
     _bufferStart = _input->GetPosition();
     const Result<Int> count = _input->ReadEOS(_buffer.ToBlock());
@@ -150,7 +150,7 @@ bool JpegDecoder::FillBuffer() noexcept {
     return true;
 }
 
-/// A file that ends too early ends in a picture: what is missing of it stays as the library left it.
+/// A truncated file still gives a picture; the missing part stays as the library left it.
 boolean JpegDecoder::OnFillBuffer(j_decompress_ptr info) {
     JpegDecoder& self = Get(info);
     if (!self.FillBuffer())
@@ -172,7 +172,7 @@ void JpegDecoder::OnSkip(j_decompress_ptr info, long count) { Get(info).SkipByte
 void JpegDecoder::SkipBytes(Int count) {
     for (; count > Int(_source.bytes_in_buffer); OnFillBuffer(&_info)) {
         if (_atEnd)
-            return;  // the end of image stays to be found
+            return;  // leave the end-of-image marker to be read
         count -= Int(_source.bytes_in_buffer);
     }
     if (count > 0) {
@@ -201,8 +201,7 @@ boolean JpegDecoder::OnMarker(j_decompress_ptr info) {
     return TRUE;
 }
 
-/// The library's own routine for keeping markers does not tell where in the file they were, so this one stands in for
-/// it. Both build the same list.
+/// Replaces the library's routine for saving markers, which does not record their positions. Both build the same list.
 void JpegDecoder::ReadMarker() {
     constexpr size_t kLengthBytes = 2;
     JOCTET head[kLongestSignature] = {};

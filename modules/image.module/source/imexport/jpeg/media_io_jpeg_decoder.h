@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// The decompressor of libjpeg over an input stream, and what it keeps of the file's markers.
+/// @file libjpeg's decompressor over an input stream, with the markers kept from the file.
 
 #include "imexport/frame/media_io_buffer.h"
 #include "imexport/jpeg/media_io_jpeg_library.h"
@@ -12,7 +11,7 @@ namespace orvik {
 
 /// A marker segment that the decoder has kept: Exif data, an index of pictures, or a piece of a colour profile.
 struct JpegMarker {
-    jpeg_marker_struct saved;  ///< first, for the library walks the list of these
+    jpeg_marker_struct saved;  ///< first: the library walks the list of these
     Int position;              ///< of the first payload byte in the stream
 
     const JpegMarker* GetNext() const { return reinterpret_cast<const JpegMarker*>(saved.next); }
@@ -22,28 +21,28 @@ struct JpegMarker {
     bool IsApp(int number) const { return saved.marker == JPEG_APP0 + number; }
 };
 
-/// Reads one picture of a stream, and can begin again at another.
+/// Reads one picture of a stream; can be reopened at another.
 class JpegDecoder : private JpegLibrary {
 public:
-    /// Asked now and then while a progressive picture is collected; its error ends that.
+    /// Called repeatedly while the scans of a progressive picture are read; an error stops that.
     using Watch = Delegate<Result<void>()>;
 
     JpegDecoder() : JpegLibrary("Error loading jpg: @") {}
     ~JpegDecoder() { Close(); }
 
-    /// Begins afresh at the stream's position and reads the header, up to the first scan. The stream must live until
+    /// Restarts at the stream's position and reads the header, up to the first scan. The stream must live until
     /// `Close`. Errors: "Error loading jpg: @" with the library's text as a file format error, "error reading file @".
     Result<void> Open(const InputStreamRef& input);
     void Close() noexcept;
     bool IsOpen() const { return _isActive; }
 
-    /// What the header says.
+    /// The header fields.
     const jpeg_decompress_struct& GetInfo() const { return _info; }
     /// The kept markers in file order; null when there are none. Valid until `Finish` or `Close`.
     const JpegMarker* GetFirstMarker() const { return reinterpret_cast<const JpegMarker*>(_info.marker_list); }
-    /// Position in the stream of the byte that is decoded next.
+    /// Stream position of the next byte to decode.
     Int GetPosition() const;
-    /// The embedded profile; the empty one when there is none, or when it makes no sense.
+    /// The embedded profile; empty if absent or unusable.
     Result<ColorProfile> ReadProfile();
 
     Result<void> Start(const Watch& watch);
@@ -52,7 +51,7 @@ public:
     Result<void> Finish();
 
 private:
-    /// The library takes its fast way through Huffman codes only while some 3 KB are left in the buffer.
+    /// Large, since the library's fast Huffman path needs some 3 KB left in the buffer.
     static constexpr Int kBufferBytes = Int(128) * 1024;
 
     static JpegDecoder& Get(j_decompress_ptr info) {
@@ -76,7 +75,7 @@ private:
     jpeg_progress_mgr _progress{};
     bool _isActive = false;
     bool _nothingRead = true;
-    bool _atEnd = false;  ///< the buffer holds the end of image that stands in for missing data
+    bool _atEnd = false;  ///< the buffer holds an end-of-image marker in place of missing data
     Int _bufferStart = 0;
     InputStreamRef _input;
     CodecBuffer _buffer;

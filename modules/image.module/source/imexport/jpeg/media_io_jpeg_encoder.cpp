@@ -38,7 +38,7 @@ Result<void> JpegEncoder::Start(const OutputStreamRef& output, const JpegSetting
 }
 
 Result<void> JpegEncoder::WriteRow(const std::byte* row) {
-    auto* samples = const_cast<JSAMPROW>(reinterpret_cast<const JSAMPLE*>(row));  // which the library only reads
+    auto* samples = const_cast<JSAMPROW>(reinterpret_cast<const JSAMPLE*>(row));  // only read by the library
     return Call([this, &samples] { jpeg_write_scanlines(&_info, &samples, 1); });
 }
 
@@ -66,7 +66,7 @@ void JpegEncoder::EmptyBuffer(size_t count) {
     OnInitDestination(&_info);
 }
 
-/// The library asks for this only when the buffer is full, whatever the fields of the destination say.
+/// The library calls this only when the whole buffer is full; the fields of the destination are to be ignored.
 boolean JpegEncoder::OnEmptyBuffer(j_compress_ptr info) {
     Get(info).EmptyBuffer(static_cast<size_t>(kBufferBytes));
     return TRUE;

@@ -1,13 +1,11 @@
 #pragma once
-/// @file
-/// The compressor of libjpeg over an output stream.
+/// @file libjpeg's compressor over an output stream.
 
 #include "imexport/frame/media_io_buffer.h"
 #include "imexport/jpeg/media_io_jpeg_library.h"
 
 namespace orvik {
 
-/// How a file is written.
 struct JpegSettings {
     Int width = 0, height = 0;
     bool isGrey = false;
@@ -25,7 +23,6 @@ public:
 
     /// Writes the header. The stream must live as long as this.
     Result<void> Start(const OutputStreamRef& output, const JpegSettings& settings);
-    /// Writes one row, from wherever it stands.
     Result<void> WriteRow(const std::byte* row);
     Result<void> Finish();
 

@@ -20,7 +20,7 @@ void JpegLibrary::HoldError(Error error) noexcept {
 }
 
 void JpegLibrary::HoldLibraryError(j_common_ptr info) noexcept {
-    // Without files to swap to, the library says "no backing store" when a picture is above its bound of memory.
+    // Without temporary files, the library reports "no backing store" when a picture exceeds its memory limit.
     if (info->err->msg_code == JERR_OUT_OF_MEMORY || info->err->msg_code == JERR_NO_BACKING_STORE)
         return HoldError(OutOfMemoryError());
     char text[JMSG_LENGTH_MAX];
@@ -34,7 +34,7 @@ void JpegLibrary::OnError(j_common_ptr info) {
     self->Leave();
 }
 
-/// Warnings. There is nobody to tell.
+/// Drops warnings.
 void JpegLibrary::OnMessage(j_common_ptr) {}
 
 Error JpegLibrary::MakeStreamError(const Url& url, LocatedText text, Error cause) noexcept {

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// libjpeg behind a fence: its long jumps end here as results.
+/// @file Wraps libjpeg: turns its long jumps into results.
 
 #include <csetjmp>
 #include <cstdio>
@@ -11,20 +10,19 @@
 
 namespace orvik {
 
-/// What reading and writing share: the error manager of the library and the place to which it jumps. Not to be moved
-/// while in use: the library knows its address.
+/// Shared by reading and writing: the library's error manager and the target of its jumps. Must not be moved while in
+/// use: the library holds its address.
 class JpegLibrary {
 public:
     JpegLibrary(const JpegLibrary&) = delete;
     JpegLibrary& operator=(const JpegLibrary&) = delete;
 
 protected:
-    /// @param failure  with "@" for the library's own words
+    /// @param failure  text with "@" for the library's message
     explicit JpegLibrary(LocatedText failure) : _failure(failure) {}
     ~JpegLibrary() = default;
 
-    /// Runs `step()`, which may be left by a long jump at any call of the library. It holds nothing with a destructor,
-    /// for none would run.
+    /// Runs `step()`, which a long jump may leave at any library call, so it must hold nothing with a destructor.
     /// @return the error of the stream that made the library give up, out of memory, or the library's own text
     template <class F>
     Result<void> Call(F step) {
@@ -33,9 +31,9 @@ protected:
             return {};
         return TakeError();
     }
-    /// The error manager, for an object of the library; jumps back into the `Call` that runs.
+    /// The error manager for a library object; it jumps back into the running `Call`.
     jpeg_error_mgr* InitErrors();
-    /// Keeps an error that came up inside a callback; the first one stays.
+    /// Keeps an error raised inside a callback; the first one wins.
     void HoldError(Error error) noexcept;
     [[noreturn]] void Leave() { longjmp(_return, 1); }
 

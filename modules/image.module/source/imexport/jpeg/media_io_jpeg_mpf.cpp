@@ -5,7 +5,7 @@
 namespace orvik {
 namespace {
 
-constexpr Int kSignatureBytes = 4;  ///< "MPF" and a zero; offsets count from behind it
+constexpr Int kSignatureBytes = 4;  ///< "MPF" and a zero; offsets are relative to its end
 constexpr Int kByteOrderBytes = 4;
 constexpr Int kEntryBytes = 16;  ///< of one picture
 constexpr uint16_t kNoEntries = 65535;
@@ -13,7 +13,7 @@ constexpr uint16_t kNoEntries = 65535;
 enum Tag : uint16_t { kMpfVersion = 0xB000, kNumberOfImages = 0xB001, kMpEntry = 0xB002 };
 enum Type : uint16_t { kLong = 4, kRational = 5, kUndefined = 7, kSignedRational = 10 };
 
-/// @return whether the block begins with the mark of a byte order, and which
+/// @return true when the block begins with a byte order mark, which sets `order`
 bool FindByteOrder(Block<const std::byte> block, BYTEORDER& order) {
     if (block.size() < size_t(kByteOrderBytes))
         return false;
@@ -34,7 +34,7 @@ Result<void> ReadPictureEntries(MemoryReader& in, uint32_t count, Int base, Base
     return {};
 }
 
-/// The value of a tag that means nothing here lies in the directory itself. @return false for a type of unknown size
+/// Skips the value of an unused tag, which is stored in the directory itself. @return false for a type of unknown size
 Result<Bool> SkipValue(MemoryReader& in, uint16_t type, uint32_t count) {
     switch (type) {
         case kUndefined:
@@ -52,7 +52,7 @@ Result<Bool> SkipValue(MemoryReader& in, uint16_t type, uint32_t count) {
     }
 }
 
-/// @param base  position in the stream that the offsets of pictures count from
+/// @param base  stream position that picture offsets are relative to
 Result<void> ReadDirectory(MemoryReader& in, Int base, BaseArray<Int>& positions) {
     const uint16_t entryCount = TRY(in.ReadU16());
     if (entryCount == kNoEntries)
@@ -76,7 +76,7 @@ Result<void> ReadDirectory(MemoryReader& in, Int base, BaseArray<Int>& positions
             const auto offset = TRY(in.ReadU32());
             if (offset != 0 && Int(offset) < in.GetSize())
                 TRY(in.Seek(offset));
-            return ReadPictureEntries(in, pictureCount, base, positions);  // tags that follow say nothing of positions
+            return ReadPictureEntries(in, pictureCount, base, positions);  // later tags hold no positions
         } else {
             const bool isKnown = TRY(SkipValue(in, type, count));
             if (!isKnown)

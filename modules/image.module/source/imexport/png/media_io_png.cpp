@@ -9,10 +9,10 @@ using namespace png;
 
 namespace {
 
-/// The image stream of a PNG file; a class of its own so that clients can tell it.
+/// The image stream of a PNG file; a separate class lets clients recognise it.
 class MediaStreamImageDataImportPng : public MediaStreamImageDataImportImpl {};
 
-/// What libpng says of the file once it has read everything up to the pixels. The pointers belong to the library.
+/// The header as libpng reports it before the pixels. The library owns what the pointers point to.
 struct PngHeader {
     png_uint_32 width = 0, height = 0;
     int bitDepth = 0, colorType = 0, interlace = 0;
@@ -20,7 +20,7 @@ struct PngHeader {
     const png_color* palette = nullptr;
     int paletteSize = 0;
     bool hasTransparency = false, transparencyIsValid = false;
-    const png_byte* alphas = nullptr;  ///< of the first colours of a palette
+    const png_byte* alphas = nullptr;  ///< of the first palette entries
     int alphaCount = 0;
     png_color_16 colorKey{};  ///< the one transparent colour of grey and RGB files
     const std::byte* profile = nullptr;
@@ -30,7 +30,7 @@ struct PngHeader {
 
 void ReadPngHeader(png_structp png, png_infop info, PngHeader* header) {
     png_read_info(png, info);
-    png_set_swap(png);  // 16-bit samples in the order of the machine
+    png_set_swap(png);  // 16-bit samples in machine byte order
     header->isValid = png_get_IHDR(png, info, &header->width, &header->height, &header->bitDepth, &header->colorType,
                                    &header->interlace, nullptr, nullptr) != 0;
     header->hasTransparency = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
@@ -54,8 +54,8 @@ void ReadPngHeader(png_structp png, png_infop info, PngHeader* header) {
     header->yPixelsPerInch = png_get_y_pixels_per_inch(png, info);
 }
 
-/// How the pixels of a colour type and depth are stored in the file, and how they are presented: with a colour key they
-/// gain an alpha. Indices are presented with their colours, which may have alphas.
+/// Stored and presented pixel format of a colour type and depth. With a colour key, pixels gain an alpha. Indices are
+/// presented with their palette, which may have alphas.
 struct PngPixels {
     int colorType;
     int bitDepth;
@@ -81,8 +81,7 @@ constexpr PngPixels kPixels[] = {
     {PNG_COLOR_TYPE_RGB_ALPHA, 16, pixelformats::kRgbaU16, pixelformats::kRgbaU16},
 };
 
-/// Makes the pixels transparent whose colour is exactly the key. The key counts as it stands in the file, also in its
-/// high bits.
+/// Makes pixels transparent whose colour equals all 16 bits of the key in the file, even for 8-bit samples.
 template <class T, int ColorCount>
 void ApplyColorKey(std::byte* line, Int width, const std::array<uint16_t, ColorCount>& key) {
     for (T* pixel = reinterpret_cast<T*>(line); width > 0; --width, pixel += ColorCount + 1) {
@@ -138,7 +137,7 @@ Result<void> PngImporter::ReadHeader(const InputStreamRef& stream) {
     PngHeader* header = &_header;
     TRY(_library.Call([header](png_structp png, png_infop info) { ReadPngHeader(png, info, header); }));
     if (_library.RanShortOfMemory())
-        return OutOfMemoryError();  // the library drops what is not essential and goes on
+        return OutOfMemoryError();  // the library drops ancillary data and continues
     if (!_header.isValid)
         return IllegalStateError();
     if (_header.hasTransparency && !_header.transparencyIsValid)
@@ -166,7 +165,7 @@ Result<void> PngImporter::ChoosePixelFormats() {
     return {};
 }
 
-/// The colours of a file of type 3. Those beyond the given alphas are opaque.
+/// The palette of colour type 3. Colours beyond the given alphas are opaque.
 Result<PixelFormat> PngImporter::MakeColorPalette() const {
     const Int count = _header.paletteSize;
     if (!_header.palette || count < 1 || count > kMaxColors)
@@ -187,7 +186,7 @@ Result<PixelFormat> PngImporter::MakeColorPalette() const {
                              {colors, size_t(count * bytes)});
 }
 
-/// Grey of fewer than 8 bits: the levels as a palette, of which the colour key makes one transparent.
+/// Grey of fewer than 8 bits: the levels as a palette. A colour key makes one of them transparent.
 Result<PixelFormat> PngImporter::MakeGreyPalette() const {
     const Int count = Int(1) << _header.bitDepth;
     const Int bytes = _header.hasTransparency ? 2 : 1;
@@ -202,7 +201,7 @@ Result<PixelFormat> PngImporter::MakeGreyPalette() const {
         {levels, size_t(count * bytes)});
 }
 
-/// The compressed data must be able to hold the picture before memory is spent on it.
+/// Checks that the compressed data can hold the picture before memory is allocated for it.
 Result<void> PngImporter::CheckSize(const InputStreamRef& stream) const {
     const Int bits = TRY(MultiplySizes({_header.width, _stored->GetBitsPerPixel().GetBits(), _header.height}));
     return RequireContent(stream, bits / 8, kDeflateExpansion);
@@ -270,8 +269,8 @@ Result<void> PngImporter::DecodeRows(RowSink& sink) {
     return {};
 }
 
-/// Every pass fills in some pixels of its rows: in the picture itself where rows lie there as they are in the file,
-/// else in memory for all of them.
+/// Each pass fills in some pixels of its rows: in the picture itself if it stores rows as the file does, otherwise in a
+/// buffer for all rows.
 Result<void> PngImporter::DecodeInterlaced(const InputStreamRef& stream, RowSink& sink, int passes) {
     const Int rowBytes = GetStoredRowBytes(), height = _header.height;
     const bool isInPlace = !_present && sink.Locate(0);
@@ -298,7 +297,7 @@ Result<void> PngImporter::DecodeInterlaced(const InputStreamRef& stream, RowSink
     return {};
 }
 
-/// From a row of the file to a row with alpha: that of the colour key.
+/// Adds the colour key's alpha to a row of the file.
 Result<void> PngImporter::PresentRow(const std::byte* stored, std::byte* presented) const {
     const Int width = _header.width;
     TRY(_present({presented, _presented->GetBitsPerPixel()}, width, {stored, _stored->GetBitsPerPixel()},

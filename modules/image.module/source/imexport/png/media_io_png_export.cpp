@@ -11,7 +11,7 @@ namespace {
 
 constexpr size_t kMaxKeyword = 79;
 
-/// A name that the format allows: 1 to 79 printable Latin-1 characters, without spaces at its ends or in a row.
+/// A valid profile name: 1 to 79 printable Latin-1 characters without leading, trailing or consecutive spaces.
 Result<std::array<char, kMaxKeyword + 1>> MakeProfileName(const String& description) {
     const std::string text = TRY(description.ToLatin1());
     std::array<char, kMaxKeyword + 1> name{};
@@ -31,7 +31,7 @@ Result<std::array<char, kMaxKeyword + 1>> MakeProfileName(const String& descript
     return name[0] ? name : std::array<char, kMaxKeyword + 1>{'I', 'C', 'C'};
 }
 
-/// Writes grey or RGB, with alpha where there is one, in 8 or 16 bits.
+/// Writes grey or RGB in 8 or 16 bits, with any alpha.
 class PngExporter : public ImageExporter {
 public:
     PngExporter() : ImageExporter(kFormat) {}
@@ -131,7 +131,7 @@ Result<void> PngExporter::WriteHeader(PngLibrary& library) const {
     });
 }
 
-/// The source is read once for each pass.
+/// The source is read once per pass.
 Result<void> PngExporter::WriteRows(PngLibrary& library) {
     int passes = 1;
     if (_interlaced)

@@ -9,22 +9,22 @@
 namespace orvik {
 namespace {
 
-/// Every side that the format allows. Whether the file can hold such a picture is for the importer to test.
+/// The format's limit. The importer checks whether the file can hold such a picture.
 constexpr png_uint_32 kLargestSide = 0x7FFFFFFF;
-/// Of a chunk, and of a profile once it is inflated. A profile in a JPEG cannot be larger than 255 segments.
+/// Limit of a chunk and of an inflated profile. A JPEG limits profiles to 255 segments, about the same.
 constexpr png_alloc_size_t kLargestChunk = 16 << 20;
-/// What the library may hold besides rows: a profile, and the state of the inflation.
+/// What the library may hold besides rows: a profile and the inflate state.
 constexpr Int kMostWithoutRows = Int(kLargestChunk) + (1 << 20);
-/// Rows that the library holds at once: the one that arrives, the one before, and a spare one for other versions.
+/// Rows that the library holds at once: the current one, the previous one, and a spare one for other versions.
 constexpr Int kRowsHeld = 3;
 constexpr Int kRowSlack = 4096;
 constexpr Int kBestDeflate = 1032;  // a match of 258 bytes in two bits
 
-/// Chunks that no importer asks for, and that the library would inflate or keep.
+/// Unused chunks that the library would inflate or keep.
 constexpr png_byte kUnusedChunks[] = "bKGD\0eXIf\0hIST\0iTXt\0oFFs\0pCAL\0sBIT\0sCAL\0sPLT\0tEXt\0tIME\0zTXt";
 constexpr int kUnusedChunkCount = sizeof(kUnusedChunks) / 5;
 
-/// A block knows its size, so that what is freed leaves the sum.
+/// Keeps the size of a block, which is subtracted from the total when it is freed.
 struct alignas(std::max_align_t) BlockHeader {
     Int bytes;
 };
@@ -76,7 +76,7 @@ void PngLibrary::Close() noexcept {
     if (_png) {
         (void)Call([this](png_structp, png_infop) {  // errors during teardown are irrelevant
             if (_writes) {
-                png_destroy_info_struct(_png, &_endInfo);  // which the next call does not know
+                png_destroy_info_struct(_png, &_endInfo);  // the next call does not free it
                 png_destroy_write_struct(&_png, &_info);
             } else {
                 png_destroy_read_struct(&_png, &_info, &_endInfo);
@@ -121,8 +121,8 @@ void PngLibrary::OnError(png_structp png, png_const_charp text) {
 
 void PngLibrary::OnWarning(png_structp, png_const_charp) {}
 
-/// What the library may hold in all. Rows count as soon as their length is known, but only those that the file's
-/// length can fill and the bound on a decoded buffer permits.
+/// Bound on all that the library holds. Rows are included once their length is known, up to what the file's length can
+/// fill and the decoded-buffer limit permits.
 Int PngLibrary::GetMemoryBound() const {
     if (_writes)
         return std::numeric_limits<Int>::max();

@@ -10,7 +10,7 @@
 
 namespace orvik {
 
-/// One run of the library, reading or writing. Not to be moved while open: the library knows its address.
+/// One run of the library, reading or writing. Must not be moved while open: the library holds its address.
 class PngLibrary {
 public:
     PngLibrary() = default;
@@ -18,7 +18,7 @@ public:
     PngLibrary& operator=(const PngLibrary&) = delete;
     ~PngLibrary() { Close(); }
 
-    /// Begins afresh. The stream must live until `Close`.
+    /// Closes an earlier run. The stream must live until `Close`.
     Result<void> OpenForReading(const InputStreamRef& input);
     Result<void> OpenForWriting(const OutputStreamRef& output);
     void Close() noexcept;
@@ -33,8 +33,8 @@ public:
             return {};
         return TakeError();
     }
-    /// True when an allocation failed or would have exceeded the bound on a file's memory, also if the library went on
-    /// without what it was for.
+    /// True when an allocation failed or would have exceeded the memory bound, even if the library continued without
+    /// it.
     bool RanShortOfMemory() const { return _shortOfMemory; }
 
 private:
@@ -66,7 +66,7 @@ private:
     png_infop _info = nullptr, _endInfo = nullptr;
     bool _writes = false;
     bool _shortOfMemory = false;
-    Int _bytesHeld = 0;   ///< by the library, as it asked for them
+    Int _bytesHeld = 0;   ///< allocated by the library
     Int _longestRow = 0;  ///< in bytes, that the file's length can fill
     Error _error;
     InputStreamRef _input;

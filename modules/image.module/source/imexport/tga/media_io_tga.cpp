@@ -26,7 +26,7 @@ struct TgaHeader {
     bool IsMapped() const { return ImageType(imageType & ~kRuns) == ImageType::Mapped; }
     bool IsRightToLeft() const { return (descriptor & kRightToLeft) != 0; }
     bool IsTopToBottom() const { return (descriptor & kTopToBottom) != 0; }
-    /// Line of the picture that the file has as its row `row`.
+    /// Line of the picture that row `row` of the file holds.
     Int GetLine(Int row) const { return IsTopToBottom() ? row : height - 1 - row; }
 };
 
@@ -38,7 +38,7 @@ Result<TgaHeader> ReadTgaHeader(EndianReader& in) {
     header.mapFirst = TRY(in.ReadU16());
     header.mapLength = TRY(in.ReadU16());
     header.mapEntryBits = TRY(in.ReadU8());
-    TRY(in.Skip(4));  // x and y origin on some screen
+    TRY(in.Skip(4));  // x and y origin
     header.width = TRY(in.ReadS16());
     header.height = TRY(in.ReadS16());
     if (header.width < 1 || header.height < 1)
@@ -92,7 +92,7 @@ Result<PixelFormat> ChooseEntryFormat(Int bytes) {
 }
 
 /// Reads the colour map.
-/// @return a pixel format of its own that bears the map as its palette, up to 256 entries of it
+/// @return a new indexed format with the map as its palette, at most 256 entries
 Result<PixelFormat> ReadColorMap(EndianReader& in, const TgaHeader& header) {
     if (header.MapBytes() < 1)
         return MediaSessionWrongTypeError();
@@ -110,7 +110,7 @@ Result<PixelFormat> ReadColorMap(EndianReader& in, const TgaHeader& header) {
     return PixelFormat(palette);
 }
 
-/// The pixels behind the headers, as one run in the order of the file.
+/// Reads the pixels after the headers as one sequence in file order.
 class PixelReader {
 public:
     PixelReader(const InputStreamRef& stream, const TgaHeader& header)
@@ -119,7 +119,7 @@ public:
           _pixelBytes(header.BytesPerPixel()),
           _pixelsLeft(Int(header.width) * header.height) {}
 
-    /// Reads the next `count` pixels. Illegal state for a packet that leads past the last pixel of the picture.
+    /// Reads the next `count` pixels. Illegal state for a packet that extends past the last pixel.
     Result<void> Read(std::byte* to, Int count) { return _inRuns ? ReadPackets(to, count) : ReadPlain(to, count); }
 
 private:
@@ -131,10 +131,10 @@ private:
     const InputStreamRef& _stream;
     const bool _inRuns;
     const Int _pixelBytes;
-    Int _pixelsLeft;  ///< of the picture, behind the packet at hand
+    Int _pixelsLeft;  ///< of the picture, after the current packet
 
     static constexpr Int kMaxPixelBytes = 32;
-    Int _packetLeft = 0;  ///< pixels; a packet may go on where a row or a call ends
+    Int _packetLeft = 0;  ///< pixels; packets may cross rows and calls
     bool _isRun = false;
     std::byte _repeated[kMaxPixelBytes] = {};
 };
@@ -155,7 +155,7 @@ Result<void> PixelReader::ReadPackets(std::byte* to, Int count) {
     return {};
 }
 
-/// The low 7 bits of the head hold the count - 1; the highest says that a single pixel follows, to be repeated.
+/// The low 7 bits of the head hold the count - 1; the high bit marks a single pixel to be repeated.
 Result<void> PixelReader::BeginPacket() {
     uint8_t head;
     TRY(_stream->Read(&head, 1));
@@ -170,7 +170,7 @@ Result<void> PixelReader::BeginPacket() {
     return {};
 }
 
-/// Each step doubles what is there.
+/// Each copy doubles the filled part.
 void PixelReader::Repeat(std::byte* to, Int count) const {
     const Int bytes = count * _pixelBytes;
     std::memcpy(to, _repeated, size_t(_pixelBytes));
@@ -209,7 +209,7 @@ protected:
     Result<void> DecodePixels(const InputStreamRef& stream) override;
 
 private:
-    static constexpr Int kAlphaOffset = 3;  ///< byte of the pixel behind its colours
+    static constexpr Int kAlphaOffset = 3;  ///< first byte of the pixel after its colours
 
     Result<void> CheckSize(const InputStreamRef& stream) const;
     Result<TgaStreamRef> MakeStream(const PixelFormat& pixelFormat) const;
@@ -238,7 +238,7 @@ Result<void> TgaImporter::ReadHeader(const InputStreamRef& stream) {
         if (_header.IsMapped())
             pixelFormat = TRY(ReadColorMap(in, _header));
         else
-            TRY(in.Skip(_header.MapBytes()));  // a suggestion for screens with a palette
+            TRY(in.Skip(_header.MapBytes()));  // only a hint for palette displays
     }
     _pixelPosition = in.GetPosition();
     TRY(CheckSize(stream));
@@ -246,7 +246,7 @@ Result<void> TgaImporter::ReadHeader(const InputStreamRef& stream) {
     return AddAlphas();
 }
 
-/// The pixels must be there before memory is spent on them.
+/// Checks that the file can contain the pixels before memory is allocated for them.
 Result<void> TgaImporter::CheckSize(const InputStreamRef& stream) const {
     const Int pixels = Int(_header.width) * _header.height;
     Int bytes = pixels * _header.BytesPerPixel();
@@ -279,7 +279,7 @@ Result<void> TgaImporter::AddImage(const PixelFormat& pixelFormat) {
     return _streams.Append(stream);
 }
 
-/// One alpha for each byte of a pixel behind its colours.
+/// Adds an alpha stream for each byte of a pixel after its colours.
 Result<void> TgaImporter::AddAlphas() {
     for (Int i = kAlphaOffset; i < _header.BytesPerPixel(); ++i) {
         const TgaStreamRef stream = TRY(MakeStream(PixelFormats::Get(pixelformats::kAlphaU8)));
@@ -311,7 +311,7 @@ Result<void> TgaImporter::DecodePixels(const InputStreamRef& stream) {
     return isPlain ? DecodePlainRows(pixels, *sinks[0]) : DecodeRows(pixels, sinks.ToBlock());
 }
 
-/// Rows that are in the file as they are in the picture.
+/// Rows stored in the file as in the picture.
 Result<void> TgaImporter::DecodePlainRows(PixelReader& pixels, RowSink& sink) const {
     for (Int row = 0; row < _header.height; ++row) {
         std::byte* const line = TRY(sink.BeginRow(_header.GetLine(row)));
@@ -321,8 +321,8 @@ Result<void> TgaImporter::DecodePlainRows(PixelReader& pixels, RowSink& sink) co
     return {};
 }
 
-/// Rows whose pixels are divided among streams or run from right to left. Such a row is read backwards from its first
-/// byte: its other pixels are those of the row before, and zeros before the first row.
+/// Rows split among streams or stored right to left. A right-to-left row is read backwards from its first byte: its
+/// other pixels are those of the previous row, or zeros for the first one.
 Result<void> TgaImporter::DecodeRows(PixelReader& pixels, Block<const RowSinkRef> sinks) const {
     const Int rowBytes = _header.RowBytes();
     CodecBuffer rows;
@@ -335,7 +335,7 @@ Result<void> TgaImporter::DecodeRows(PixelReader& pixels, Block<const RowSinkRef
         const Int y = _header.GetLine(row);
         TRY(sinks[0]->PushRow(y, {present, stride}));
         for (const RowSinkRef& alpha : sinks.subspan(1))
-            TRY(alpha->PushRow(y, {present + kAlphaOffset, stride}));  // the first alpha byte, for all of them
+            TRY(alpha->PushRow(y, {present + kAlphaOffset, stride}));  // all alphas get the first alpha byte
         if (_header.IsRightToLeft())
             std::memcpy(before, present, size_t(rowBytes));
     }
@@ -344,7 +344,7 @@ Result<void> TgaImporter::DecodeRows(PixelReader& pixels, Block<const RowSinkRef
 
 }  // namespace
 
-/// There is no magic number, only fields with few lawful values: the colour map type, the image type and the depth.
+/// There is no magic number, only fields with few valid values: the colour map type, the image type and the depth.
 Result<Bool> DetectTga(const Url&, const InputStreamRef& stream) {
     uint8_t head[17];
     if (TRY(stream->ReadEOS(std::as_writable_bytes(Block<uint8_t>(head)))) != Int(sizeof(head)))

@@ -2,8 +2,8 @@
 /// @file
 /// TGA: grey, packed, true-colour and colour-mapped pictures, plain or in run-length packets.
 ///
-/// A file is a header of 18 bytes, a free text (the id), perhaps a colour map, the pixels in one run, and perhaps a
-/// footer, by which it tells itself from older files. All numbers are little endian.
+/// A file is an 18-byte header, a free text (the id), an optional colour map, the pixels in one sequence, and an
+/// optional footer that identifies the newer version of the format. Numbers are little endian.
 
 #include "imexport/frame/media_io_imageexporter.h"
 #include "imexport/frame/media_io_imageimporter.h"
@@ -23,13 +23,13 @@ enum class ImageType : uint8_t {
     TrueColorRuns = 10,
     GreyRuns = 11,
 };
-/// The bit that makes packets of a type.
+/// Bit of the image type that marks run-length packets.
 inline constexpr uint8_t kRuns = 8;
 
 /// Bits of the image descriptor.
 inline constexpr uint8_t kRightToLeft = 0x10, kTopToBottom = 0x20;
 
-/// What most writers put at the end, in mixed case here; the zero belongs to it.
+/// Footer signature, in mixed case here; the terminating zero is part of it.
 inline constexpr char kSignature[] = "TRUEVISION-XfileHelper.";
 
 }  // namespace tga

@@ -6,7 +6,7 @@ using namespace tga;
 
 namespace {
 
-/// Writes plain true-colour pixels of 24 bits, or of 32 bits where there is alpha.
+/// Writes uncompressed true-colour pixels of 24 bits, or of 32 bits if there is alpha.
 class TgaExporter : public ImageExporter {
 public:
     TgaExporter() : ImageExporter(kFormat) {}
@@ -46,18 +46,18 @@ Result<void> TgaExporter::WriteHeader(EndianWriter& out) const {
     TRY(out.WriteU8(0));  // length of the id
     TRY(out.WriteU8(0));  // no colour map
     TRY(out.WriteU8(uint8_t(ImageType::TrueColor)));
-    TRY(out.WriteU16(0));  // first index of the map that is not there
-    TRY(out.WriteU16(0));  // and its length
-    TRY(out.WriteU8(24));  // but entries have bits all the same
+    TRY(out.WriteU16(0));  // colour map: first index
+    TRY(out.WriteU16(0));  // colour map: length
+    TRY(out.WriteU8(24));  // colour map: bits per entry, even without one
     TRY(out.WriteU16(0));  // x origin
     TRY(out.WriteU16(0));  // y origin
     TRY(out.WriteU16(uint16_t(picture.width)));
     TRY(out.WriteU16(uint16_t(picture.height)));
     TRY(out.WriteU8(uint8_t(GetPixelBytes() * 8)));
-    return out.WriteU8(0);  // from the bottom up, and no word of the alpha bits
+    return out.WriteU8(0);  // bottom-up; alpha bits not declared
 }
 
-/// From the bottom up. The alpha of a stream of its own takes the place of the one in the pixels.
+/// Writes bottom-up. A separate alpha stream replaces the alpha in the pixels.
 Result<void> TgaExporter::WriteRows(const OutputStreamRef& output) {
     const auto rowBytes = size_t(_image->GetRowBytes());
     for (Int y = _image->GetHeight() - 1; y >= 0; --y) {
