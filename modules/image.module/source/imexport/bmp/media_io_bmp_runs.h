@@ -1,5 +1,6 @@
 #pragma once
-/// @file BMP run-length decoding: rows of 8 or 4 bits per pixel as runs, literals and jumps.
+/// @file
+/// BMP run-length decoding: rows of 8 or 4 bits per pixel as runs, literals and jumps.
 ///
 /// A line is a sequence of two-byte codes. A nonzero first byte counts pixels with the value of the second byte; with 4
 /// bits, its two nibbles alternate. After a 0 the second byte is an escape: 0 ends the line, 1 the picture, 2 jumps
@@ -20,8 +21,8 @@ public:
     /// Decodes one line into a zeroed row. Pixels past its end are dropped; the remaining bytes of literals that do not
     /// fit are read as codes.
     /// @param isLast  true for the row at which the picture may end
-    /// @return number of lines below this one that a jump skipped Errors, as a wrong type: "Illegal RLE compression
-    /// (cropped data).", "Illegal RLE compression (missing data).".
+    /// @return number of lines below this one that a jump skipped
+    /// Errors, as a wrong type: "Illegal RLE compression (cropped data).", "Illegal RLE compression (missing data).".
     Result<Int> DecodeLine(Block<std::byte> row, bool isLast);
 
 private:

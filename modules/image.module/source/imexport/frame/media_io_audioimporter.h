@@ -1,5 +1,6 @@
 #pragma once
-/// @file Base of audio importers.
+/// @file
+/// Base of audio importers.
 
 #include "imexport/frame/media_io_importer.h"
 

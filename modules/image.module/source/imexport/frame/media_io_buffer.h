@@ -1,6 +1,7 @@
 #pragma once
-/// @file Codec memory. Codecs hold bytes only in these buffers, so that every allocation is checked against what the
-/// file can contain and against the process-wide limit.
+/// @file
+/// Codec memory. Codecs hold bytes only in these buffers, so that every allocation is checked against what the file can
+/// contain and against the process-wide limit.
 
 #include "orvik/basearray.h"
 #include "orvik/iostreams.h"

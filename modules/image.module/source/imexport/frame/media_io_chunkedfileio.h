@@ -1,5 +1,6 @@
 #pragma once
-/// @file Typed stream access in a byte order, and a stack of chunk ends.
+/// @file
+/// Typed stream access in a byte order, and a stack of chunk ends.
 
 #include <bit>
 #include <type_traits>

@@ -1,6 +1,7 @@
 #pragma once
-/// @file Base of all exporters: phase order, the streams that the input offers, their rows, and a file that is closed
-/// on every path.
+/// @file
+/// Base of all exporters: phase order, the streams that the input offers, their rows, and a file that is closed on
+/// every path.
 ///
 ///     FileExporter        phases, choice of streams, sources of rows, the file
 ///       ImageExporter     one picture with at most one alpha, see media_io_imageexporter.h

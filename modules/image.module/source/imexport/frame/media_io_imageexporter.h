@@ -1,5 +1,6 @@
 #pragma once
-/// @file Base of exporters that write one picture.
+/// @file
+/// Base of exporters that write one picture.
 
 #include "imexport/frame/media_io_exporter.h"
 
@@ -42,7 +43,8 @@ protected:
     /// the next call.
     Result<void> ReadRowWithAlpha(Int y, std::byte* row) const;
     Result<const std::byte*> GetRowWithAlpha(Int y);
-    /// @} A resolution as a 31-bit integer; 0 if invalid.
+    /// @}
+    /// A resolution as a 31-bit integer; 0 if invalid.
     static int32_t ToResolution(Float value);
 
     RowSourceRef _image;

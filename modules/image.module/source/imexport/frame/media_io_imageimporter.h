@@ -1,5 +1,6 @@
 #pragma once
-/// @file Base of image importers.
+/// @file
+/// Base of image importers.
 
 #include "imexport/frame/media_io_importer.h"
 #include "imexport/frame/media_io_rowsink.h"
@@ -38,9 +39,10 @@ protected:
                                                 const Id& streamClass = mediaclasses::kStreamImport);
     /// @}
 
-    /// @{ For `DecodePixels`. Opens a stream for rows in `pixelFormat`, which may have gained a palette since it was
-    /// described. The first sink of a job reports its progress. The sink is valid until `FinishSinks`. Returns the
-    /// conversion error if this format cannot be converted.
+    /// @{ For `DecodePixels`.
+    /// Opens a stream for rows in `pixelFormat`, which may have gained a palette since it was described. The first sink
+    /// of a job reports its progress. The sink is valid until `FinishSinks`. Returns the conversion error if this
+    /// format cannot be converted.
     /// @param stream  may be null or not subscribed: its rows are dropped
     Result<RowSinkRef> OpenSink(const ImageImportStreamRef& stream, const PixelFormat& pixelFormat);
     /// Finishes all open streams. Files of several pictures call it after each; the last time is automatic.

@@ -1,5 +1,6 @@
 #pragma once
-/// @file Base of all importers: phase order, source, streams, progress, and nested inputs.
+/// @file
+/// Base of all importers: phase order, source, streams, progress, and nested inputs.
 ///
 ///     FileImporter          phases, source, streams of any kind, jobs, nested inputs
 ///       ImageImporter       pictures, see media_io_imageimporter.h

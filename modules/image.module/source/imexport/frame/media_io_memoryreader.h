@@ -1,5 +1,6 @@
 #pragma once
-/// @file Bounds-checked reads from memory.
+/// @file
+/// Bounds-checked reads from memory.
 
 #include "imexport/frame/media_io_chunkedfileio.h"
 

@@ -1,5 +1,6 @@
 #pragma once
-/// @file Nested inputs: a file embedded in a file of another format.
+/// @file
+/// Nested inputs: a file embedded in a file of another format.
 
 #include "session/mediasession_baseimpl.h"
 

@@ -1,5 +1,6 @@
 #pragma once
-/// @file Palettes of files.
+/// @file
+/// Palettes of files.
 
 #include "orvik/gfx_image_pixelformat.h"
 

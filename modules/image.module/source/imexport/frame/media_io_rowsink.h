@@ -1,5 +1,6 @@
 #pragma once
-/// @file Delivers rows into a picture.
+/// @file
+/// Delivers rows into a picture.
 
 #include "imexport/frame/media_io_buffer.h"
 

@@ -1,5 +1,6 @@
 #pragma once
-/// @file Reads rows from a picture.
+/// @file
+/// Reads rows from a picture.
 
 #include "imexport/frame/media_io_buffer.h"
 

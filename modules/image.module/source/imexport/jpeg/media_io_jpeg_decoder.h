@@ -1,5 +1,6 @@
 #pragma once
-/// @file libjpeg's decompressor over an input stream, with the markers kept from the file.
+/// @file
+/// libjpeg's decompressor over an input stream, with the markers kept from the file.
 
 #include "imexport/frame/media_io_buffer.h"
 #include "imexport/jpeg/media_io_jpeg_library.h"

@@ -1,5 +1,6 @@
 #pragma once
-/// @file libjpeg's compressor over an output stream.
+/// @file
+/// libjpeg's compressor over an output stream.
 
 #include "imexport/frame/media_io_buffer.h"
 #include "imexport/jpeg/media_io_jpeg_library.h"

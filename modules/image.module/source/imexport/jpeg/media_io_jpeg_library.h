@@ -1,5 +1,6 @@
 #pragma once
-/// @file Wraps libjpeg: turns its long jumps into results.
+/// @file
+/// Wraps libjpeg: turns its long jumps into results.
 
 #include <csetjmp>
 #include <cstdio>

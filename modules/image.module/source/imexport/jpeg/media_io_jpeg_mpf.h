@@ -1,5 +1,6 @@
 #pragma once
-/// @file The index of a Multi-Picture file: an APP2 segment of its first picture that locates the others.
+/// @file
+/// The index of a Multi-Picture file: an APP2 segment of its first picture that locates the others.
 
 #include "orvik/basearray.h"
 #include "orvik/errortypes.h"
