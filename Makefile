@@ -1,4 +1,4 @@
-# Commands for people; the build itself is CMake's (see CMakePresets.json).
+# Shortcuts; CMake does the build (see CMakePresets.json).
 
 JOBS ?= 2
 PREFIX ?= /usr/local
@@ -33,7 +33,7 @@ asan: build/asan/build.ninja
 	cmake --build build/asan -j$(JOBS)
 	cd build/asan && $(CTEST)
 
-# Only the programs whose tests share objects between threads.
+# Only the test programs that share objects between threads.
 tsan: build/tsan/build.ninja
 	cmake --build build/tsan -j$(JOBS) --target test_core test_session test_pixel test_image
 	cd build/tsan && $(CTEST) -R '^(core|session)\.|^(pixel|image)\..*Thread'

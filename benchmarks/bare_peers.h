@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// The test picture through bare libpng and libjpeg, the other side of the figures.
+/// The test picture through bare libpng and libjpeg, for comparison.
 
 #include "jpeg_direct.h"
 #include "png_direct.h"
@@ -16,7 +16,7 @@ inline bool DecodeWithLibpng(const std::vector<uint8_t>& file, uint8_t* pixels) 
     return peers::ReadPng(file, {pixels, kPixelBytes}).height == kHeight;
 }
 
-/// Quality 0 to 100, the transform in floats, else the library's defaults. Empty on failure.
+/// Quality 0 to 100, float transform, otherwise the library's defaults. Empty on failure.
 inline std::vector<uint8_t> EncodeWithLibjpeg(const uint8_t* pixels, int quality) {
     return peers::WriteJpeg(
         {.width = kWidth, .height = kHeight, .quality = quality, .forcesBaseline = false, .method = JDCT_FLOAT},

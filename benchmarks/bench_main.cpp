@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const std::vector<bench::Row> pixels = bench::MeasurePixels(filter);
-    // Large blocks come fresh from the system each time, for both sides, as in a program that loads one picture.
+    // Large blocks always come fresh from the system, for both sides, as in a program that loads one picture.
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     std::vector<bench::Pairing> pairings = bench::RegisterCodecBenchmarks();
     const std::vector<bench::Pairing> profiles = bench::RegisterProfileBenchmarks();
@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     bench::Collector collector;
     const std::regex wanted(filter);
     for (const bench::Pairing& pairing : pairings) {
-        // Only the two sides of one ratio at a time, so that both meet the same moods of the machine.
+        // One ratio at a time, so that both sides run under the same machine load.
         if (std::regex_search(pairing.name, wanted))
             benchmark::RunSpecifiedBenchmarks(&collector, "^" + pairing.name + "(/" + pairing.against + ")?$");
     }

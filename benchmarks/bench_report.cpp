@@ -26,7 +26,7 @@ void Collector::ReportRuns(const std::vector<Run>& runs) {
             std::fprintf(stderr, "%s: %s\n", run.run_name.function_name.c_str(), run.error_message.c_str());
             _allFine = false;
         } else if (run.run_type == Run::RT_Iteration) {
-            // Processor time: the wall clock also counts what other programs do meanwhile.
+            // Processor time: wall time includes other programs.
             _seconds[run.run_name.function_name].push_back(run.cpu_accumulated_time /
                                                            static_cast<double>(run.iterations));
         }

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Collects measurements, pairs each with what it is held against, prints a table and writes the JSON list.
+/// Collects measurements, pairs each with its other side, prints a table and writes the JSON list.
 
 #include <benchmark/benchmark.h>
 #include <map>
@@ -18,7 +18,7 @@ struct Row {
     std::string against;  ///< name of the other side
 };
 
-/// What a benchmark is held against. The other side is registered as "NAME/AGAINST" and runs interleaved with it.
+/// What a benchmark is compared with. The other side is registered as "NAME/AGAINST" and runs interleaved with it.
 struct Pairing {
     std::string name;
     std::string against;

@@ -17,7 +17,7 @@ struct Size {
 };
 constexpr Size kSizes[] = {{"big", 4096, 2160}, {"cache", 65536, 1}};
 
-/// What one benchmark blends: the background and foreground in one format.
+/// What one benchmark blends; background and foreground have the same format.
 struct Job {
     Id mode;
     Id format;
@@ -27,17 +27,17 @@ struct Job {
 
 constexpr size_t kBigBytes = size_t(4096) * 2160 * 4 * sizeof(float);
 
-/// The memory of all benchmarks, filled once with floats in 0 ... 1. Runs begin an odd number of cache lines apart, so
-/// that their bytes do not compete for the same places in the caches.
+/// The memory of all benchmarks, filled once with floats in 0 ... 1. Runs start an odd number of cache lines apart, so
+/// that they do not compete for the same cache sets.
 class Material {
 public:
     static Material& Get() {
         static Material material;
         return material;
     }
-    /// The background, the foreground and the destination. Only the last is ever written with other than such floats.
+    /// The background, the foreground and the destination. Only the destination is overwritten with other values.
     std::byte* GetRun(size_t index) { return _memory.data() + _start + index * (kBigBytes + kGap); }
-    /// Both sides of a copy of half of it all.
+    /// Source and destination of a copy of half of all runs.
     const std::byte* GetCopySource() const { return _memory.data() + _start; }
     std::byte* GetCopyDestination() { return _memory.data() + _start + kBigBytes * 3 / 2 + kGap; }
     void Release() { _memory = {}; }
@@ -83,7 +83,7 @@ void BlendRuns(benchmark::State& state, const Job& job) {
     }
 }
 
-/// Moves, read and written together, what blending reads and writes.
+/// Copies as many bytes, read and written together, as blending reads and writes.
 void CopyRuns(benchmark::State& state, const Job& job) {
     const size_t rowBytes =
         static_cast<size_t>(job.size.rowPixels * PixelFormats::Get(job.format)->GetBitsPerPixel().GetBytes()) * 3 / 2;
@@ -118,7 +118,7 @@ std::vector<Pairing> RegisterBlendBenchmarks() {
     for (const Size& size : kSizes) {
         for (const Registry::Entry& entry : Registry::GetEntries(kBlendModeRegistry)) {
             if (entry.id == blendmodes::kApplyAlpha)
-                continue;  // another foreground
+                continue;  // needs another foreground
             const std::string id(entry.id.GetText());
             const std::string name = "blend." + id.substr(id.rfind('.') + 1);
             add(name, {entry.id, pixelformats::kRgbaF32, 0.5, size});

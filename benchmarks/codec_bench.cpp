@@ -15,7 +15,6 @@ using namespace orvik;
 namespace bench {
 namespace {
 
-/// All formats that are measured.
 constexpr std::vector<CodecCase> (*kMakers[])() = {
     MakeBmpCases, MakeHdrCases, MakeJpegCases, MakePngCases, MakeTgaCases,
 };
@@ -59,7 +58,7 @@ Result<ImageTextureRef> MakeTexture(const Id& formatId, const void* pixels) {
     return texture;
 }
 
-/// All rows as floats, as one who shows the picture reads them: line by line into the same memory.
+/// Reads all rows as floats as a viewer would: line by line into the same memory.
 Result<void> ReadAsFloats(const ImageTextureRef& texture) {
     const auto image = Cast<ImageBaseInterface>(texture->GetFirstChild(Int(IMAGEHIERARCHY::IMAGE)));
     const PixelFormat format = PixelFormats::Get(pixelformats::kRgbF32);
@@ -76,7 +75,7 @@ Result<void> ReadAsFloats(const ImageTextureRef& texture) {
     return read;
 }
 
-/// One case with the texture that it writes and the file that it reads, made when they are first wanted.
+/// One case with the texture that it writes and the file that it reads, made on first use.
 class Material {
 public:
     explicit Material(CodecCase codec) : _codec(std::move(codec)) {}
@@ -164,7 +163,7 @@ void Encode(benchmark::State& state, Material& material) {
     UnmountMemoryFile("bench.encode");
 }
 
-/// The pixels into fresh memory: what any load or save must pay at least.
+/// Copies the pixels into fresh memory: the minimum cost of any load or save.
 void CopyIntoFreshMemory(benchmark::State& state, size_t bytes) {
     const std::vector<uint8_t> pixels(bytes, 1);
     for ([[maybe_unused]] auto iteration : state) {

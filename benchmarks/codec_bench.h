@@ -8,16 +8,16 @@
 
 namespace bench {
 
-/// Registers the benchmarks; the module must be loaded until they have run.
-/// @return what each is held against
+/// Registers the benchmarks; the module must stay loaded until they have run.
+/// @return what each is compared with
 std::vector<Pairing> RegisterCodecBenchmarks();
 
-/// Drops what the benchmarks keep between them, which must go before the module does.
+/// Frees what the benchmarks share; to be called before the module is unloaded.
 void ReleaseCodecMaterial();
 
-/// The command line as a whole process: its start, the peak memory of a load and save beyond the pixels, and
-/// conversions against the bare libraries. To be called before this process has grown.
-/// @param directory  where `orvik` lies; empty result when it cannot be run
+/// The command line as a process: its start, the peak memory of a load and save beyond the pixels, and conversions
+/// against the bare libraries. To be called while this process is small.
+/// @param directory  folder of `orvik`; empty result when it cannot be run
 /// @param filter  a regular expression for the names of the rows
 std::vector<Row> MeasureProgram(const std::string& directory, const std::string& filter);
 

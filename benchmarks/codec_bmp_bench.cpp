@@ -10,7 +10,7 @@ void Append(std::vector<uint8_t>& bytes, uint32_t value, int count) {
         bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
 }
 
-/// Runs where a colour repeats, literals elsewhere; rows from the bottom up.
+/// Runs where a colour repeats, literals elsewhere; rows bottom-up.
 std::vector<uint8_t> EncodeRuns(const std::vector<uint8_t>& indices) {
     constexpr int kLongest = 255, kShortestLiteral = 3;
     std::vector<uint8_t> out;
@@ -38,12 +38,12 @@ std::vector<uint8_t> EncodeRuns(const std::vector<uint8_t>& indices) {
                 x += count;
             }
         }
-        out.insert(out.end(), {0, static_cast<uint8_t>(y > 0 ? 0 : 1)});  // the end of the line, or of all
+        out.insert(out.end(), {0, static_cast<uint8_t>(y > 0 ? 0 : 1)});  // end of the line or of the bitmap
     }
     return out;
 }
 
-/// The green of the picture with 256 levels of grey as its palette.
+/// The green channel of the picture as indices into 256 levels of grey.
 std::vector<uint8_t> MakeRle8File() {
     const std::vector<uint8_t>& pixels = TestPicture();
     std::vector<uint8_t> indices(static_cast<size_t>(kWidth) * kHeight);
@@ -60,7 +60,7 @@ std::vector<uint8_t> MakeRle8File() {
     Append(file, kHeight, 4);
     Append(file, 1, 2);
     Append(file, 8, 2);
-    Append(file, 1, 4);  // runs of bytes
+    Append(file, 1, 4);  // RLE8
     Append(file, static_cast<uint32_t>(runs.size()), 4);
     for (int i = 0; i < 4; ++i)
         Append(file, 0, 4);

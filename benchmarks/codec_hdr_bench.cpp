@@ -1,4 +1,4 @@
-// Radiance HDR, counted in the floats that come out of it and go into it.
+// Radiance HDR, measured in bytes of float pixels.
 
 #include "codec_cases.h"
 

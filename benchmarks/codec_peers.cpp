@@ -9,7 +9,7 @@ namespace {
 
 OpenImageIOPeer LoadOpenImageIO() {
 #ifdef ORVIK_BENCH_OPENIMAGEIO
-    void* library = dlopen(ORVIK_BENCH_OPENIMAGEIO, RTLD_NOW | RTLD_LOCAL);  // kept to the end
+    void* library = dlopen(ORVIK_BENCH_OPENIMAGEIO, RTLD_NOW | RTLD_LOCAL);  // never unloaded
     if (void* entry = library ? dlsym(library, "GetOpenImageIOPeer") : nullptr)
         return reinterpret_cast<OpenImageIOPeer (*)()>(entry)();
 #endif

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Another image library that runs beside, where it is installed.
+/// Another image library to compare with, if installed.
 
 #include <functional>
 

@@ -11,7 +11,7 @@ std::vector<CodecCase> MakePngCases() {
     png.otherDecode = DecodeWithLibpng;
     png.otherEncode = [] { return !EncodeWithLibpng(TestPicture().data()).empty(); };
     png.peerSuffix = "png";
-    // The library's own defaults, which the peer replaces by a faster choice without filters.
+    // libpng's defaults; the peer's own are faster, without filters.
     png.peerOptions = {{"compression", "filtered"}, {"png:compressionLevel", "6"}, {"png:filter", "248"}};
     return {png};
 }

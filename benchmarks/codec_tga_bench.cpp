@@ -7,7 +7,7 @@
 namespace bench {
 namespace {
 
-/// Packets as most writers make them: runs where pixels repeat, literals elsewhere, none across the end of a row.
+/// Packets as most writers make them: runs where pixels repeat, literals elsewhere, none across rows.
 std::vector<uint8_t> MakeRunsFile() {
     constexpr int kPixelBytes = 3, kLongest = 128;
     const std::vector<uint8_t>& pixels = TestPicture();
@@ -28,7 +28,7 @@ std::vector<uint8_t> MakeRunsFile() {
             while (x + count < kWidth && count < kLongest && repeats(x + count) == isRun)
                 ++count;
             if (!isRun && x + count < kWidth && repeats(x + count))
-                --count;  // that pixel begins a run
+                --count;  // the last pixel begins a run
             file.push_back(static_cast<uint8_t>(isRun ? 127 + count : count - 1));
             for (int i = 0; i < (isRun ? 1 : count); ++i)
                 putPixel(x + i);

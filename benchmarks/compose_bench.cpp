@@ -28,7 +28,7 @@ Result<ImageRef> AddNode(const ImageBaseRef& parent, IMAGEHIERARCHY branch, ITYP
     return node;
 }
 
-/// Random bytes, in each line the same ones a pixel further.
+/// Random bytes, shifted by one pixel per line.
 Result<void> FillNode(const ImageRef& node, bool opaque) {
     const PixelFormat format = node->GetPixelFormat();
     const auto pixelBytes = static_cast<size_t>(format->GetBitsPerPixel().GetBytes());
@@ -64,7 +64,7 @@ Result<ImageTextureRef> MakePicture(Kind kind) {
     return texture;
 }
 
-/// The picture of the benchmark that runs, and both sides of the copies.
+/// The picture of the running benchmark, and the buffers of the copies.
 struct Material {
     static Material& Get() {
         static Material material;
@@ -109,7 +109,7 @@ void ComposePicture(benchmark::State& state, Kind kind) {
     }
 }
 
-/// Moves, read and written together, what composing reads and writes.
+/// Copies as many bytes, read and written together, as compositing reads and writes.
 void CopyBytes(benchmark::State& state) {
     Material& material = Material::Get();
     constexpr size_t kBytes = kPictureBytes * (kLayers + 1) / 2;

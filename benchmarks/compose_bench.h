@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Composing layered pictures, against a copy of as many bytes as their four layers and the result have.
+/// Compositing layered pictures, against a copy of as many bytes as four layers and the result have.
 
 #include <vector>
 
@@ -10,12 +10,12 @@ namespace bench {
 
 /// Registers "compose.normal4.big": four layers of RGBA bytes as large as their picture of 4096 x 2160, in the normal
 /// mode, with random alpha, into RGBA bytes. "compose.opaque4.big" is the same without transparency; in
-/// "compose.mixed4.big" the layers have half opacity, other modes, masks, and lie at odd places. The module must be
-/// loaded until they have run.
-/// @return what each is held against
+/// "compose.mixed4.big" the layers have half opacity, other modes, masks and odd positions. The module must stay loaded
+/// until they have run.
+/// @return what each is compared with
 std::vector<Pairing> RegisterComposeBenchmarks();
 
-/// Gives back the memory that the benchmarks share.
+/// Frees the memory that the benchmarks share.
 void ReleaseComposeMaterial();
 
 }  // namespace bench

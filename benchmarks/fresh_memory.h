@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Memory as a load gets it.
+/// Memory as a load allocates it.
 
 #include <cstddef>
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace bench {
 
-/// A block that the system has just given, in large pages where it has them, as the storage of a big picture is. All
-/// sides of a ratio decode into such a block, so that none pays for page faults that the other does not have.
+/// A block fresh from the system, in large pages where available, like the storage of a big picture. Both sides of a
+/// ratio decode into such a block, so that both pay for the page faults.
 class FreshMemory {
 public:
     explicit FreshMemory(size_t bytes) : _bytes(bytes) {
@@ -26,7 +26,7 @@ public:
     FreshMemory(const FreshMemory&) = delete;
     FreshMemory& operator=(const FreshMemory&) = delete;
 
-    /// Null when there is no memory.
+    /// Null when out of memory.
     uint8_t* GetFirst() const { return _first; }
 
 private:

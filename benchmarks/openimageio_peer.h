@@ -1,7 +1,7 @@
 #pragma once
 /// @file
-/// OpenImageIO as a peer of the codecs, in a library of its own: what it takes of memory at its start would else count
-/// in the peak that the system reports for programs which this one starts.
+/// OpenImageIO as a peer of the codecs, in a separate library: otherwise its start-up memory would count in the peak
+/// that the system reports for child processes.
 
 #include <cstdint>
 #include <string>
@@ -11,10 +11,9 @@
 namespace bench {
 
 struct OpenImageIOPeer {
-    /// A picture of the size of the test picture, from a file in memory, as RGB or grey. @param name  tells the format
-    /// by its suffix
+    /// Decodes a file in memory, of the test picture's size, to RGB or grey. @param name  its suffix selects the format
     bool (*decode)(const std::string& name, bool floats, const std::vector<uint8_t>& file, uint8_t* pixels) = nullptr;
-    /// RGB pixels into memory that grows.
+    /// Encodes RGB pixels into growing memory.
     bool (*encode)(const std::string& name, bool floats, int width, int height, const void* pixels,
                    const std::vector<std::pair<std::string, std::string>>& options) = nullptr;
 };

@@ -20,7 +20,7 @@ namespace {
 constexpr Int kWidth = 4096, kHeight = 2160, kCacheRun = 65536, kShortRun = 64;
 constexpr size_t kBufferBytes = size_t(kWidth) * kHeight * 32;  // four doubles a pixel
 constexpr int kRounds = 7, kQuickRounds = 3;
-constexpr int kSlowest = 10;  ///< direct pairs that are told by name
+constexpr int kSlowest = 10;  ///< direct pairs listed by name
 
 struct Pair {
     const char* name;
@@ -33,10 +33,10 @@ constexpr Pair kPairs[] = {
     {"rgb8_rgb16", "rgb.u8", "rgb.u16"},    {"rgbh_rgbf", "rgb.f16", "rgb.f32"},    {"rgbf_rgbh", "rgb.f32", "rgb.f16"},
     {"rgb8_grey8", "rgb.u8", "grey.u8"},
 };
-/// What is not converted directly into other formats: whole components, but not of the general families.
+/// Families of whole components without direct conversion into other formats.
 constexpr const char* kApart[] = {"cmyk", "dynamic"};
 
-/// Source and destination of all measurements; the pages exist before the first.
+/// Source and destination of all measurements, with all pages touched.
 class Buffers {
 public:
     Buffers() : src(Map(0x11)), dst(Map(0x22)) {}
@@ -60,7 +60,7 @@ private:
     }
 };
 
-/// Processor time: on a shared machine the wall clock counts the work of others.
+/// Processor time: on a shared machine, wall time includes other programs.
 double Now() {
     timespec time{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -77,18 +77,18 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-/// How pixels are walked through.
+/// How the pixels are split into calls.
 struct Walk {
     const char* name;
-    Int run;      ///< pixels of a call
-    Int calls;    ///< on runs behind each other
+    Int run;      ///< pixels per call
+    Int calls;    ///< on consecutive runs
     Int repeats;  ///< of all calls
 };
 constexpr Walk kBig{"big", kWidth, kHeight, 1}, kCache{"cache", kCacheRun, 1, 40}, kShort{"64", kShortRun, 1, 40000};
 
 struct Ratio {
-    double seconds = 0;  ///< of all pixels of a walk
-    double ofCopy = 0;   ///< speed as a part of that of memcpy
+    double seconds = 0;  ///< for all pixels of a walk
+    double ofCopy = 0;   ///< speed relative to memcpy
 };
 
 /// One conversion, called as a program calls it.
@@ -102,8 +102,8 @@ struct OwnRun {
     }
 };
 
-/// Runs a conversion, its peers and a copy of the same number of bytes by turns. The copy reads and writes the mean of
-/// what the conversion reads and writes, in calls of the same number.
+/// Alternates a conversion, its peers and a copy of as many bytes. The copy reads and writes the mean of what the
+/// conversion reads and writes, in as many calls.
 /// @return  one for the conversion and one for each peer
 std::vector<Ratio> Measure(const Buffers& buffers, const Walk& walk, Int srcBytes, Int dstBytes, const OwnRun& own,
                            const std::vector<PixelPeer>& peers, int rounds) {
@@ -160,7 +160,7 @@ PixelFormat FormatOf(const char* name) {
     const Result<Id> id = Id::Create(std::string("net.orvik.image.pixelformat.") + name);
     return id ? PixelFormats::Get(*id) : PixelFormat();
 }
-/// The last two parts of a format's id, as "rgb.u8".
+/// The last two parts of a format's id, such as "rgb.u8".
 std::string TailOf(const PixelFormat& format) {
     const std::string id(format->GetId().GetText());
     return id.substr(id.rfind('.', id.rfind('.') - 1) + 1);

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Conversion of pixels, against copies of the same number of bytes.
+/// Pixel conversion, against copies of as many bytes.
 
 #include <vector>
 
@@ -8,9 +8,9 @@
 
 namespace bench {
 
-/// Measures the named pairs, those of the peers, and all direct pairs, each interleaved with the copy that it is held
-/// against. Of the direct pairs the mean and the slowest become rows. The module must be loaded.
-/// @param wanted  a regular expression; nothing is measured unless it is found in a row's name
+/// Measures the named pairs, those of the peers, and all direct pairs, each interleaved with its copy. Of the direct
+/// pairs, the mean and the slowest become rows. The module must be loaded.
+/// @param wanted  a regular expression; only rows whose names contain a match are measured
 std::vector<Row> MeasurePixels(const std::string& wanted);
 
 }  // namespace bench

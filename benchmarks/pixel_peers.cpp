@@ -14,7 +14,7 @@ namespace bench {
 namespace {
 
 #ifdef ORVIK_BENCH_BABL
-// Linear and non-linear types stay among themselves: no transfer curve is applied. There is no mean without weights.
+// Linear and non-linear types are not mixed, so no transfer curve is applied. There is no unweighted mean.
 void AppendBabl(std::vector<PixelPeer>& peers) {
     babl_init();
     const auto format = [](const char* model, const char* type, int count) {
@@ -42,7 +42,7 @@ void AppendBabl(std::vector<PixelPeer>& peers) {
 #endif
 
 #ifdef ORVIK_BENCH_SWSCALE
-// Contexts have a fixed width, so each count gets its own, made on first use outside the measured time.
+// Contexts have a fixed width, so each count has its own, made on first use outside the measured time.
 void AppendSwscale(std::vector<PixelPeer>& peers) {
     struct Pair {
         const char* name;

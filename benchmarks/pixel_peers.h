@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Other converters of pixels, each behind one function.
+/// Other pixel converters, each behind one function.
 
 #include <functional>
 #include <string>
@@ -12,7 +12,7 @@ namespace bench {
 using PixelRun = std::function<void(const void* src, void* dst, int count)>;
 
 struct PixelPeer {
-    std::string pair;  ///< as the benchmark names it
+    std::string pair;  ///< name in the benchmark
     std::string name;
     PixelRun run;
 };

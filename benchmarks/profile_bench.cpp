@@ -17,11 +17,11 @@ namespace {
 
 constexpr Int kRowPixels = 4096;
 
-constexpr Id kInks;  ///< stands for a profile of inks, of which none is built in
+constexpr Id kInks;  ///< placeholder for an ink profile, since none is built in
 
 struct Conversion {
     const char* name;
-    Id format;  ///< of both sides, or of inks
+    Id format;  ///< of both sides, or inks
     cmsUInt32Number word;
     Id src, dst;  ///< profiles
     Int rows;
@@ -53,7 +53,7 @@ ColorProfile GetProfile(const Id& id) {
     return ColorProfile::OpenProfileFromMemory(bytes).GetValueOr(ColorProfile());
 }
 
-/// The lines of both sides, with all memory touched; floats lie in 0 ... 1.
+/// The lines of both sides, with all memory touched; floats are in 0 ... 1.
 struct Lines {
     size_t srcBytes, dstBytes, rows;  ///< bytes of a row
     std::vector<uint8_t> src, dst;
@@ -112,12 +112,12 @@ void CopyRows(benchmark::State& state, const Conversion& conversion) {
 }
 
 cmsHPROFILE OpenBare(const Id& id) {
-    const ColorProfile profile = GetProfile(id);  // which holds the bytes until the library has copied them
+    const ColorProfile profile = GetProfile(id);  // keeps the bytes alive until the library has copied them
     const Result<Block<const std::byte>> bytes = profile.WriteProfileToMemory();
     return bytes ? cmsOpenProfileFromMem(bytes->data(), static_cast<cmsUInt32Number>(bytes->size())) : nullptr;
 }
 
-/// Alpha included, which the library copies when it is told to.
+/// Includes alpha, which the library copies on request.
 void ConvertBare(benchmark::State& state, const Conversion& conversion) {
     const cmsHPROFILE src = OpenBare(conversion.src), dst = OpenBare(conversion.dst);
     const cmsHTRANSFORM transform =

@@ -8,8 +8,8 @@
 
 namespace bench {
 
-/// Registers the benchmarks; the module must be loaded until they have run.
-/// @return what each is held against
+/// Registers the benchmarks; the module must stay loaded until they have run.
+/// @return what each is compared with
 std::vector<Pairing> RegisterProfileBenchmarks();
 
 }  // namespace bench

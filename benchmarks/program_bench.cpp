@@ -25,8 +25,7 @@ namespace {
 
 struct ProgramRun {
     bool fine = false;
-    double seconds =
-        0;  ///< of processor time, all threads: the wall clock also counts what other programs do meanwhile
+    double seconds = 0;  ///< processor time of all threads: wall time includes other programs
     double peakMiB = 0;
 };
 
@@ -41,7 +40,7 @@ ProgramRun WaitFor(pid_t child) {
     return {true, seconds(usage.ru_utime) + seconds(usage.ru_stime), static_cast<double>(usage.ru_maxrss) / 1024};
 }
 
-/// Runs a program with its output thrown away, and measures it.
+/// Runs and measures a program, discarding its output.
 ProgramRun RunProgram(std::vector<std::string> words) {
     std::vector<char*> arguments;
     for (std::string& word : words)
@@ -56,8 +55,8 @@ ProgramRun RunProgram(std::vector<std::string> words) {
     return failure == 0 ? WaitFor(child) : ProgramRun();
 }
 
-/// Does something in a process of its own, and measures it. What such a process takes of memory does not count in the
-/// peak that the system reports for programs which this one starts later.
+/// Runs and measures a function in a child process, whose memory does not count in the peak that the system reports for
+/// later child processes.
 ProgramRun RunAside(const std::function<bool()>& run) {
     const pid_t child = fork();
     if (child == 0)
@@ -72,7 +71,7 @@ struct BareFormat {
     std::vector<uint8_t> (*encode)(const uint8_t* pixels);
 };
 
-constexpr int kQuality = 80;  // what `orvik` takes when it is told nothing
+constexpr int kQuality = 80;  // the default of `orvik`
 
 const BareFormat kPng = {"png", DecodeWithLibpng, EncodeWithLibpng};
 const BareFormat kJpeg = {"jpg", DecodeWithLibjpeg,
@@ -104,7 +103,7 @@ double Median(std::vector<double> values) {
     return *middle;
 }
 
-/// What a load takes beyond the pixels: the whole program's peak, and the same less what it takes without a picture.
+/// Memory of a load beyond the pixels: the program's peak, and the same minus its peak without a picture.
 void MeasureMemory(const std::string& program, const std::string& source, const std::string& target,
                    std::vector<Row>& rows) {
     const ProgramRun load = RunProgram({program, "convert", source, target});
@@ -116,7 +115,7 @@ void MeasureMemory(const std::string& program, const std::string& source, const 
     rows.push_back({"program.load.extra_over_idle", load.peakMiB - idle.peakMiB - pixels, "MiB", 0, ""});
 }
 
-/// A conversion that is measured, in so many rounds.
+/// A measured conversion and its number of rounds.
 struct Conversion {
     const BareFormat& from;
     const BareFormat& to;
@@ -126,8 +125,7 @@ struct Conversion {
 };
 const Conversion kConversions[] = {{kJpeg, kJpeg, 21}, {kPng, kJpeg, 11}, {kJpeg, kPng, 3}};
 
-/// `orvik convert` from start to end against a process that does nothing but decode and encode with the bare libraries,
-/// file to file. Both take turns.
+/// `orvik convert` against a process that only decodes and encodes with the bare libraries, file to file, in turns.
 void MeasureConversion(const std::string& program, const std::string& directory, const Conversion& conversion,
                        std::vector<Row>& rows) {
     const auto& [from, to, rounds] = conversion;

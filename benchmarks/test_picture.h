@@ -13,12 +13,12 @@ inline constexpr int kHeight = 2160;
 inline constexpr size_t kRowBytes = size_t(kWidth) * 3;
 inline constexpr size_t kPixelBytes = kRowBytes * kHeight;
 
-/// RGB of 8 bits, top row first, as photographs are: slow gradients, edges, noise in the low bits, and every fourth
-/// tile without any.
+/// 8-bit RGB, top row first, similar to photographs: slow gradients, edges and noise in the low bits, which every
+/// fourth tile lacks.
 std::vector<uint8_t> MakeTestPicture();
 /// The same, made once and kept.
 const std::vector<uint8_t>& TestPicture();
-/// The same as RGB of 32-bit floats, made once and kept: linear, with lights above 1.
+/// The same as RGB of 32-bit floats, made once and kept: linear, with highlights above 1.
 const std::vector<float>& TestFloats();
 
 }  // namespace bench

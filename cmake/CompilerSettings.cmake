@@ -1,4 +1,4 @@
-# What every target is compiled with.
+# Compiler settings of all targets.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -25,7 +25,7 @@ add_compile_options(
     -Wall -Wextra -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
     # Interface methods name the parameters that their overriders use.
     -Wno-unused-parameter
-    # One arithmetic everywhere: compilers fuse a multiply and an add where the machine can, which changes results.
+    # Same results everywhere: fusing a multiply and an add, where the machine can, changes them.
     -ffp-contract=off
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 if(ORVIK_WARNINGS_AS_ERRORS)
@@ -36,7 +36,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     add_compile_options(-Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-array-bounds -Wno-stringop-overflow
                         -Wno-restrict)
 endif()
-# Libraries of which only headers are used need not be loaded.
+# Do not load libraries of which only headers are used.
 add_link_options(-Wl,--as-needed)
 if(ORVIK_SANITIZE)
     add_compile_options(-fsanitize=${ORVIK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -1,11 +1,11 @@
-# Installation: headers, libraries, module, program, and what other projects find this one by.
+# Installs headers, libraries, module, program, and the CMake and pkg-config files.
 include(CMakePackageConfigHelpers)
 include(PublicHeaders)
 
 set(ORVIK_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/orvik-image)
 set(ORVIK_MODULE_DIR ${CMAKE_INSTALL_LIBDIR}/orvik/modules)
 
-# An installed tree works wherever it is moved to.
+# An installed tree is relocatable.
 set_target_properties(orvik_core orvik_image orvik_host PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(image_module PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
 set_target_properties(orvik PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
@@ -27,7 +27,7 @@ configure_package_config_file(cmake/orvik-image-config.cmake.in ${CMAKE_BINARY_D
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/orvik-image-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/orvik-image-config.cmake ${CMAKE_BINARY_DIR}/orvik-image-config-version.cmake
         DESTINATION ${ORVIK_CMAKE_DIR})
-# Its prefix is relative to the file, so that a moved tree needs no change.
+# Its prefix is relative to the file, for relocation.
 file(RELATIVE_PATH ORVIK_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/orvik-image.pc.in ${CMAKE_BINARY_DIR}/orvik-image.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/orvik-image.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

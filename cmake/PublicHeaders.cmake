@@ -1,4 +1,4 @@
-# ORVIK_PUBLIC_HEADERS: what is installed, and tested to compile alone.
+# ORVIK_PUBLIC_HEADERS: installed, and tested to compile on their own.
 file(GLOB ORVIK_PUBLIC_HEADERS CONFIGURE_DEPENDS
      ${PROJECT_SOURCE_DIR}/frameworks/core.framework/source/orvik/*.h
      ${PROJECT_SOURCE_DIR}/frameworks/image.framework/source/orvik/*.h

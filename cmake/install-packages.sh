@@ -1,5 +1,5 @@
 #!/bin/bash
-# install-packages.sh LIST...: installs those Debian packages of the lists that are missing. Quiet and quick when none is.
+# install-packages.sh LIST...: installs the missing Debian packages of the lists. Quiet and quick when none is missing.
 set -euo pipefail
 
 wanted=$(sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$@" | sort -u)
@@ -18,7 +18,7 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 apt=("${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o Acquire::Retries=5 -o DPkg::Lock::Timeout=300)
 for attempt in 1 2 3; do
-    # Package lists may be older than the mirror, so they are fetched again before each attempt.
+    # Package lists may be older than the mirror, so each attempt fetches them again.
     if "${apt[@]}" update && "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; then
         exit 0
     fi

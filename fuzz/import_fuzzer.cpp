@@ -1,5 +1,4 @@
-// One importer over a file in memory, through a whole load. The macro names the format; without it the bytes go to
-// whichever format claims them.
+// One importer over a file in memory, through a whole load. The macro names the format; without it, detection chooses.
 
 #include "import_fuzzer.h"
 
@@ -15,7 +14,7 @@
 #define ORVIK_FUZZ_FORMAT ""
 #endif
 
-// The entry of the module, which defines this, is not linked.
+// Normally defined by the module's entry, which is not linked.
 extern "C" {
 void (*g_CpuYieldDelegate)() = nullptr;
 }
@@ -23,7 +22,7 @@ void (*g_CpuYieldDelegate)() = nullptr;
 namespace orvik {
 namespace {
 
-/// Published once and never taken back: a fuzzer only ever ends with its process.
+/// Published once and never withdrawn: the fuzzer runs until its process ends.
 bool Start() {
     static Publisher& publisher = *new Publisher;
     return StartImageModule(publisher).HasError() == false;
@@ -31,7 +30,7 @@ bool Start() {
 
 Result<void> ReadPixels(const ImageBaseRef& image) {
     if (image->GetWidth() == 0 || image->GetHeight() == 0)
-        return {};  // nothing to read, and nothing that bounds the other side
+        return {};  // no pixels, and the other side is unbounded
     const PixelFormat format = PixelFormats::Get(pixelformats::kRgbaU8);
     BaseArray<std::byte> row;
     TRY(row.Resize(format->GetBytesPerLine(image->GetWidth())));
@@ -61,7 +60,7 @@ Result<void> LoadAndRead(Block<const std::byte> bytes, const MediaSessionFileFor
     return {};
 }
 
-/// Gives every chunk of a PNG the check sum of its content.
+/// Sets the check sum of every PNG chunk.
 void MendPng(std::vector<uint8_t>& png) {
     constexpr size_t kSignature = 8, kAround = 12;  // length, type and check sum of a chunk
     const auto read32 = [&](size_t at) {
@@ -78,7 +77,7 @@ void MendPng(std::vector<uint8_t>& png) {
     }
 }
 
-/// Formats in which hardly any damage would come past the check sums.
+/// Formats whose check sums would stop nearly all damage.
 struct Mender {
     std::string_view format;
     void (*mend)(std::vector<uint8_t>& bytes);

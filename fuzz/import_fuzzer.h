@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// What the libFuzzer targets and the short run of the test suite share.
+/// Shared by the libFuzzer targets and the short run of the test suite.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,12 +9,11 @@
 
 namespace orvik {
 
-/// Loads the bytes with the importer of a format (by suffix; empty for whichever claims them) and reads all pixels.
+/// Loads the bytes with the importer of a format (by suffix; empty for detection) and reads all pixels.
 /// @return true when there was a picture
 bool FuzzImport(const uint8_t* data, size_t size, std::string_view format);
 
-/// Restores what a damaged file of the format must have for the damage to reach the decoder, for instance check sums.
-/// Nothing for most formats.
+/// Repairs what would keep the damage from reaching the decoder, such as check sums. Most formats need nothing.
 void MendDamage(std::string_view format, std::vector<uint8_t>& bytes);
 
 }  // namespace orvik

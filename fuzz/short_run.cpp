@@ -1,4 +1,4 @@
-// A short run that always does the same: every importer of the table over damaged copies of its seeds.
+// A short deterministic run: every importer of the table over damaged copies of its seeds.
 //
 // usage: fuzz_short_run SEEDS ITERATIONS
 // SEEDS holds a folder for each format. The program fails when a format has no seeds, or when none of its seeds loads.
@@ -41,7 +41,7 @@ std::vector<Bytes> ReadSeeds(const std::filesystem::path& folder) {
     return seeds;
 }
 
-/// Numbers at which formats like to go wrong.
+/// Boundary values.
 constexpr uint8_t kEdges[] = {0x00, 0x01, 0x7F, 0x80, 0xFE, 0xFF};
 
 void Damage(Bytes& bytes, Noise& noise) {

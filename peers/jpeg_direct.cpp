@@ -22,7 +22,7 @@ jpeg_error_mgr* Init(Errors& errors) {
     return &errors.manager;
 }
 
-// No object with a destructor lives in the functions that setjmp returns to.
+// Functions that setjmp returns to hold no object with a destructor.
 bool Write(jpeg_compress_struct& info, Errors& errors, const JpegPicture& picture, const uint8_t* rows,
            unsigned char** bytes, unsigned long* count) {
     if (setjmp(errors.target))

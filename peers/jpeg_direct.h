@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// JPEG files written and read by libjpeg alone, as the other side of tests and benchmarks.
+/// JPEG files written and read by libjpeg alone, for tests and benchmarks to compare with.
 
 #include <cstdint>
 #include <cstdio>
@@ -12,7 +12,7 @@
 
 namespace peers {
 
-/// A segment as it stands in the file.
+/// A raw segment of the file.
 struct JpegSegment {
     int marker;
     std::vector<uint8_t> payload;
@@ -32,21 +32,21 @@ struct JpegPicture {
     int horizontal = 2, vertical = 2;
     int densityUnit = 0, xDensity = 1, yDensity = 1;
     std::vector<uint8_t> profile = {};
-    std::vector<JpegSegment> segments = {};  ///< only written
+    std::vector<JpegSegment> segments = {};  ///< for writing only
 
     int Channels() const { return colorSpace == JCS_GRAYSCALE ? 1 : colorSpace == JCS_CMYK ? 4 : 3; }
     size_t RowBytes() const { return size_t(width) * size_t(Channels()); }
 };
 
-/// @param rows  taken in place of the picture's own
+/// @param rows  replaces the picture's own
 std::vector<uint8_t> WriteJpeg(const JpegPicture& picture, const uint8_t* rows = nullptr);
-/// Sides, rows and profile; an empty picture when libjpeg refuses the file.
-/// @param rows  takes the pixels in place of the picture's own rows, and must be exactly as large
+/// Size, rows and profile; an empty picture when libjpeg rejects the file.
+/// @param rows  receives the pixels instead of the picture's own rows; must have the exact size
 JpegPicture ReadJpeg(const std::vector<uint8_t>& file, std::span<uint8_t> rows = {});
 
-/// Position of the first segment with one of these markers, as the segments lead to it; the size when there is none.
+/// Position of the first segment with one of these markers, found by walking the segments; the file size if none.
 size_t FindSegment(const std::vector<uint8_t>& file, std::initializer_list<uint8_t> markers);
-/// The same file with other sides in its header.
+/// The same file with another size in its header.
 std::vector<uint8_t> ResizeJpeg(std::vector<uint8_t> file, int width, int height);
 
 }  // namespace peers

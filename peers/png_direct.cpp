@@ -26,7 +26,7 @@ void WriteBytes(png_structp png, png_bytep from, size_t count) {
 void Silent(png_structp, png_const_charp) {}
 [[noreturn]] void Jump(png_structp png, png_const_charp) { png_longjmp(png, 1); }
 
-// No object with a destructor lives in the functions that setjmp returns to.
+// Functions that setjmp returns to hold no object with a destructor.
 bool Write(png_structp png, png_infop info, PngPicture& picture, std::vector<png_bytep>& rows) {
     if (setjmp(png_jmpbuf(png)))
         return false;

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// PNG files written and read by libpng alone, as the other side of tests and benchmarks.
+/// PNG files written and read by libpng alone, for tests and benchmarks to compare with.
 
 #include <cstdint>
 #include <png.h>
@@ -15,7 +15,7 @@ struct PngPicture {
     int colorType = PNG_COLOR_TYPE_RGB;
     int bitDepth = 8;
     bool interlaced = false;
-    std::vector<uint8_t> rows = {};  ///< tightly packed, 16-bit samples in the machine's order
+    std::vector<uint8_t> rows = {};  ///< tightly packed, 16-bit samples in machine byte order
     bool hasKey = false;
     png_color_16 key = {};  ///< index, red, green, blue, grey
     uint32_t xPerMetre = 0, yPerMetre = 0;
@@ -23,15 +23,15 @@ struct PngPicture {
     std::string profileName = {};
     std::vector<uint8_t> profile = {};
     std::vector<png_color> palette = {};
-    std::vector<uint8_t> alphas = {};  ///< of the first colours of the palette
+    std::vector<uint8_t> alphas = {};  ///< of the first palette entries
 
     size_t RowBytes() const;
 };
 
-/// @param rows  taken in place of the picture's own
+/// @param rows  replaces the picture's own
 std::vector<uint8_t> WritePng(const PngPicture& picture, const uint8_t* rows = nullptr);
-/// Everything the file says; an empty picture when libpng refuses it.
-/// @param rows  takes the pixels in place of the picture's own rows, and must be exactly as large
+/// All contents of the file; an empty picture when libpng rejects it.
+/// @param rows  receives the pixels instead of the picture's own rows; must have the exact size
 PngPicture ReadPng(const std::vector<uint8_t>& file, std::span<uint8_t> rows = {});
 
 }  // namespace peers

@@ -44,7 +44,7 @@ bool Encode(const std::string& name, bool floats, int width, int height, const v
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) OpenImageIOPeer GetOpenImageIOPeer() {
-    OIIO::attribute("threads", 1);  // as everything else here
+    OIIO::attribute("threads", 1);  // as for all other sides
     return {Decode, Encode};
 }
 
