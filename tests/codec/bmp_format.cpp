@@ -1,6 +1,5 @@
 // BMP, as the tests of all formats see it.
 
-#include "format_table.h"
 #include "parts.h"
 #include "tool_support.h"
 
@@ -14,15 +13,14 @@ std::vector<Sample> MakeBmpSamples() {
     add("bmp of 24 bits", {.width = 3, .height = 3, .rows = noise.Make(36)});
     add("bmp of 24 bits with a core header", {.headerSize = 12, .width = 3, .height = 2, .rows = noise.Make(24)});
     add("bmp of 32 bits", {.width = 2, .height = 2, .bitCount = 32, .rows = noise.Make(16)});
-    BmpParts topDown = Masked32(108, 0xFF0000, 0xFF00, 0xFF, 0xFF000000, noise.Make(24));
+    BmpParts withProfile{.headerSize = 124, .space = 0x4D424544, .rows = noise.Make(16)};
+    withProfile.profile = ProfileBytes(colorprofiles::kSrgb);
+    add("bmp with a profile", withProfile);
+    BmpParts topDown = Masked(32, 108, {0xFF0000, 0xFF00, 0xFF, 0xFF000000}, noise.Make(24));
     topDown.height = -3;
     add("bmp of 32 bits with masks", topDown);
-    add("bmp with a profile", {.headerSize = 124,
-                               .space = 0x4D424544,
-                               .profile = ProfileBytes(colorprofiles::kSrgb),
-                               .rows = noise.Make(16)});
     add("bmp of 16 bits", {.width = 3, .height = 2, .bitCount = 16, .rows = noise.Make(16)});
-    BmpParts twoRows = Masked16(40, 0xF800, 0x7E0, 0x1F, 0, noise.Make(16));
+    BmpParts twoRows = Masked(16, 40, {0xF800, 0x7E0, 0x1F, 0}, noise.Make(16));
     twoRows.height = 2;
     add("bmp of 16 bits with masks", twoRows);
     for (const int bits : {1, 2, 4, 8})
@@ -30,18 +28,17 @@ std::vector<Sample> MakeBmpSamples() {
             Indexed(bits, 9, 2, noise.Make(8), noise.Make(2 * size_t((9 * bits + 31) / 32 * 4))));
     add("bmp of 4 bits with a core header", Indexed(4, 3, 2, noise.Make(48), noise.Make(8), 12));
     add("bmp of runs of 8 bits",
-        Runs(8, 5, 3, noise.Make(12), {2, 1, 0, 3, 0, 1, 2, 0, 0, 0, 1, 2, 0, 2, 2, 0, 2, 1, 0, 0, 5, 2, 0, 1}));
-    add("bmp of runs of 4 bits",
-        Runs(4, 7, 3, noise.Make(12), {3, 0x12, 0, 3, 0x12, 0x10, 0, 0, 1, 0x20, 0, 2, 2, 1, 7, 0x21, 0, 1}));
+        Runs(8, 5, 3, {2, 1, 0, 3, 0, 1, 2, 0, 0, 0, 1, 2, 0, 2, 2, 0, 2, 1, 0, 0, 5, 2, 0, 1}));
+    add("bmp of runs of 4 bits", Runs(4, 7, 3, {3, 0x12, 0, 3, 0x12, 0x10, 0, 0, 1, 0x20, 0, 2, 2, 1, 7, 0x21, 0, 1}));
     return samples;
 }
 
 /// Some sixty bytes that ask for gigabytes.
 std::vector<Sample> MakeBmpBombs() {
     std::vector<Sample> bombs;
-    const std::pair<int32_t, int32_t> sizes[] = {{INT32_MAX, 1},         {1, INT32_MAX}, {INT32_MAX, INT32_MAX},
-                                                 {INT32_MAX, INT32_MIN}, {65536, 65536}, {1 << 25, 2}};
-    for (const auto& [width, height] : sizes) {
+    constexpr int kMost = INT32_MAX;
+    for (const auto& [width, height] :
+         {std::pair(kMost, 1), {1, kMost}, {kMost, kMost}, {kMost, INT32_MIN}, {65536, 65536}, {1 << 25, 2}}) {
         for (const int bits : {1, 4, 8, 16, 24, 32}) {
             for (const uint32_t compression : {0u, 1u, 2u}) {
                 BmpParts parts = Indexed(bits, width, height, {}, {});
@@ -56,11 +53,8 @@ std::vector<Sample> MakeBmpBombs() {
 
 std::vector<ExportVariant> MakeBmpVariants() {
     std::vector<ExportVariant> variants;
-    for (const Id& generation : {Id("V3"), Id("V4"), Id("V5")}) {
-        ExportVariant variant{std::string(generation.GetText())};
-        EXPECT_TRUE(variant.settings.Set(mediaexport::kBmpInfoHeader, generation));
-        variants.push_back(variant);
-    }
+    for (const char* generation : {"V3", "V4", "V5"})
+        variants.push_back(MakeVariant(generation, mediaexport::kBmpInfoHeader, *Id::Create(generation)));
     variants[0].keeps = Opaque;
     variants[0].unreadablePixel = {"GraphicsMagick"};  // it wants 60 bytes of any file
     variants[2].unreadable = {"ImageMagick"};          // it insists on profiles that lie behind the pixels
@@ -79,40 +73,28 @@ Bytes BlackAndClear(Bytes rgba) { return GreyIsTransparency(BlackAndWhite(std::m
 constexpr int kLowBits = 7;  ///< 5 bits become 8 without being repeated in the low ones here
 
 std::vector<ForeignWriter> MakeBmpWriters() {
-    using Keeps = Bytes (*)(Bytes);
-    std::vector<ForeignWriter> writers;
-    const auto magick = [&](const char* what, const std::string& arguments, Keeps keeps, int tolerance = 0) {
-        const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
-        writers.push_back({what, {"convert-im6.q16"}, command + arguments + ":%O", keeps, tolerance});
-    };
-    magick("ImageMagick, with alpha", "BMP", nullptr);
-    magick("ImageMagick, V3", "-alpha off BMP3", Opaque);
-    magick("ImageMagick, core header", "-alpha off BMP2", Opaque);
-    magick("ImageMagick, palette", "-alpha off -type Palette BMP3", SixtyFourColors);
-    magick("ImageMagick, runs", "-alpha off -type Palette -compress RLE BMP3", SixtyFourColors);
-    magick("ImageMagick, runs of grey", "-alpha off -compress RLE BMP3", BlackAndWhite);
-    magick("ImageMagick, 555", "-alpha off -define bmp:subtype=RGB555 BMP", BlackAndWhite, kLowBits);
-    magick("ImageMagick, 565", "-alpha off -define bmp:subtype=RGB565 BMP", BlackAndWhite, kLowBits);
-
     const std::string graphics = "gm convert -size %Wx%H -depth 8 rgba:%I -type Palette BMP3:%O";
-    writers.push_back({"GraphicsMagick, palette", {"gm"}, graphics, SixtyFourColors});
-    writers.push_back({"GraphicsMagick, 16 colours", {"gm"}, graphics, SixteenColors});
-
-    writers.push_back(PillowWriter("Pillow, with alpha", "RGBA", "BMP"));
-    writers.push_back(PillowWriter("Pillow, without alpha", "RGB", "BMP", Opaque));
-    writers.push_back(PillowWriter("Pillow, grey", "L", "BMP", GreyIsTransparency));
-    writers.push_back(PillowWriter("Pillow, one bit", "1", "BMP", BlackAndClear));
-
-    const auto netpbm = [&](const char* what, const std::string& arguments, Keeps keeps) {
-        const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I -alpha off ppm:- | ppmtobmp ";
-        writers.push_back({what, {"convert-im6.q16", "ppmtobmp"}, command + arguments + " 2> /dev/null > %O", keeps});
+    return {
+        MagickWriter("BMP"),
+        MagickWriter("-alpha off BMP3", Opaque),
+        MagickWriter("-alpha off BMP2", Opaque),
+        MagickWriter("-alpha off -type Palette BMP3", SixtyFourColors),
+        MagickWriter("-alpha off -type Palette -compress RLE BMP3", SixtyFourColors),
+        MagickWriter("-alpha off -compress RLE BMP3", BlackAndWhite),
+        MagickWriter("-alpha off -define bmp:subtype=RGB555 BMP", BlackAndWhite, kLowBits),
+        MagickWriter("-alpha off -define bmp:subtype=RGB565 BMP", BlackAndWhite, kLowBits),
+        {"GraphicsMagick, palette", {"gm"}, graphics, SixtyFourColors},
+        {"GraphicsMagick, 16 colours", {"gm"}, graphics, SixteenColors},
+        PillowWriter("Pillow, with alpha", "RGBA", "BMP"),
+        PillowWriter("Pillow, without alpha", "RGB", "BMP", Opaque),
+        PillowWriter("Pillow, grey", "L", "BMP", GreyIsTransparency),
+        PillowWriter("Pillow, one bit", "1", "BMP", BlackAndClear),
+        PpmWriter("ppmtobmp", "-bpp=24", Opaque),
+        PpmWriter("ppmtobmp", "-bpp=8", SixtyFourColors),
+        PpmWriter("ppmtobmp", "-bpp=4", SixteenColors),
+        PpmWriter("ppmtobmp", "-bpp=1", BlackAndWhite),
+        PpmWriter("ppmtobmp", "-os2 -bpp=8", SixtyFourColors),
     };
-    netpbm("netpbm", "-bpp=24", Opaque);
-    netpbm("netpbm, 8 bits", "-bpp=8", SixtyFourColors);
-    netpbm("netpbm, 4 bits", "-bpp=4", SixteenColors);
-    netpbm("netpbm, 1 bit", "-bpp=1", BlackAndWhite);
-    netpbm("netpbm, core header", "-os2 -bpp=8", SixtyFourColors);
-    return writers;
 }
 
 /// Pixels of 16 bits, as an independent decoder sees them: their few bits become 8 without being repeated in the low

@@ -1,6 +1,5 @@
 // BMP: files put together byte by byte, with pixels written by hand; files written here compared byte by byte.
 
-#include "format_table.h"
 #include "parts.h"
 #include "tool_support.h"
 
@@ -22,23 +21,20 @@ Bytes Rgba(std::initializer_list<uint32_t> pixels) {
     return bytes;
 }
 
-/// Past detection, which does not claim all headers.
 /// @return format of the image
 PixelFormat ExpectPixels(const Bytes& file, const Bytes& rgba) {
-    const Result<ImageTextureRef> texture = LoadAs("bmp", file);
-    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    EXPECT_EQ(texture ? RgbaOf(*texture) : Bytes(), rgba);
-    return texture ? FirstImage(*texture)->GetPixelFormat() : PixelFormat();
+    const ImageTextureRef texture = LoadedAs("bmp", file);  // detection does not claim all headers
+    EXPECT_EQ(RgbaOf(texture), rgba);
+    return FirstImage(texture)->GetPixelFormat();
 }
-
-// --- Headers ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BmpTest, ReadsEveryGeneration) {
     const Bytes rgb24 = Rgba({0x0D0C0BFF, 0x100F0EFF, 0x030201FF, 0x060504FF});
-    const Bytes upsideDown = Rgba({0x030201FF, 0x060504FF, 0x0D0C0BFF, 0x100F0EFF});
     const Bytes plain32 = Rgba({0x0D0C0B0E, 0x11100F12, 0x03020104, 0x07060508});
     const Bytes opaque32 = Rgba({0x0D0C0BFF, 0x11100FFF, 0x030201FF, 0x070605FF});
     const uint32_t b0 = 0xFF, b1 = 0xFF00, b2 = 0xFF0000, b3 = 0xFF000000;  // bytes of a pixel
+    BmpParts senseless{.headerSize = 124, .space = 0x4D424544, .rows = kRows24};
+    senseless.profile = Bytes(200, 1);
     const struct {
         const char* what;
         BmpParts parts;
@@ -48,47 +44,40 @@ TEST_F(BmpTest, ReadsEveryGeneration) {
     } files[] = {
         {"core", {.headerSize = 12, .rows = kRows24}, rgb24, 24, ""},
         {"V3", {.rows = kRows24}, rgb24},
-        {"top-down", {.height = -2, .rows = kRows24}, upsideDown},
+        {"top-down", {.height = -2, .rows = kRows24}, Rgba({0x030201FF, 0x060504FF, 0x0D0C0BFF, 0x100F0EFF})},
         {"44 bytes", {.headerSize = 44, .rows = kRows24}, rgb24},
         {"64 bytes", {.headerSize = 64, .rows = kRows24}, rgb24},
         {"V4 with unused masks", {.headerSize = 108, .red = 5, .rows = kRows24}, rgb24, 24, "V4"},
         {"110 bytes", {.headerSize = 110, .rows = kRows24}, rgb24, 24, "V4"},
         {"V5", {.headerSize = 124, .rows = kRows24}, rgb24, 24, "V5"},
-        {"V5 with a profile that is none",
-         {.headerSize = 124, .space = 0x4D424544, .profile = Bytes(200, 1), .rows = kRows24},
-         rgb24,
-         24,
-         "V5"},
+        {"V5 with a profile that is none", senseless, rgb24, 24, "V5"},
         {"130 bytes", {.headerSize = 130, .rows = kRows24}, rgb24, 24, "V5"},
         {"plain 32 bits", {.bitCount = 32, .rows = kRows32}, plain32},
-        {"all masks", Masked32(108, b2, b1, b0, b3, kRows32), plain32, 32, "V4"},
-        {"V5 all masks", Masked32(124, b2, b1, b0, b3, kRows32), plain32, 32, "V5"},
-        {"no alpha", Masked32(108, b2, b1, b0, 0, kRows32), opaque32, 24, "V4"},
-        {"V3 masks", Masked32(40, b2, b1, b0, b3, kRows32), opaque32},
-        {"leading filler", Masked32(56, b3, b2, b1, 0, kRows32),
+        {"all masks", Masked(32, 108, {b2, b1, b0, b3}, kRows32), plain32, 32, "V4"},
+        {"V5 all masks", Masked(32, 124, {b2, b1, b0, b3}, kRows32), plain32, 32, "V5"},
+        {"no alpha", Masked(32, 108, {b2, b1, b0, 0}, kRows32), opaque32, 24, "V4"},
+        {"V3 masks", Masked(32, 40, {b2, b1, b0, b3}, kRows32), opaque32},
+        {"leading filler", Masked(32, 56, {b3, b2, b1, 0}, kRows32),
          Rgba({0x0E0D0CFF, 0x121110FF, 0x040302FF, 0x080706FF})},
-        {"alpha first", Masked32(56, b3, b2, b1, b0, kRows32), Rgba({0x0E0D0C0B, 0x1211100F, 0x04030201, 0x08070605}),
-         32},
-        {"gap in the middle", Masked32(56, b3, b1, b0, 0, kRows32),
+        {"alpha first", Masked(32, 56, {b3, b2, b1, b0}, kRows32),
+         Rgba({0x0E0D0C0B, 0x1211100F, 0x04030201, 0x08070605}), 32},
+        {"gap in the middle", Masked(32, 56, {b3, b1, b0, 0}, kRows32),
          Rgba({0x0E0C0BFF, 0x12100FFF, 0x040201FF, 0x080605FF}), 32},
     };
     for (const auto& file : files) {
         SCOPED_TRACE(file.what);
-        const Result<ImageTextureRef> texture = LoadAs("bmp", file.parts.Make());
-        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-        EXPECT_EQ(RgbaOf(*texture), file.rgba);
-        const ImageBaseRef image = FirstImage(*texture);
-        EXPECT_EQ(image->Get(image::kColorProfile, ColorProfile()), colorprofiles::Get(colorprofiles::kSrgb));
-        const ImageBaseRef alpha = AlphaOf(image);
+        const ImageTextureRef texture = LoadedAs("bmp", file.parts.Make());
+        EXPECT_EQ(RgbaOf(texture), file.rgba);
+        EXPECT_EQ(ProfileOf(texture), colorprofiles::Get(colorprofiles::kSrgb));
+        const ImageBaseRef alpha = AlphaOf(FirstImage(texture));
         EXPECT_EQ(static_cast<bool>(alpha), file.rgba[3] != 255);
         EXPECT_TRUE(!alpha || alpha->Get(image::kAlphaName, String()) == String("Alpha"));
         EXPECT_TRUE(!alpha || alpha->GetPixelFormat()->GetId() == pixelformats::kAlphaU8);
-        const PixelFormat format = image->GetPixelFormat();
+        const PixelFormat format = FirstImage(texture)->GetPixelFormat();
         EXPECT_EQ(format->GetBitsPerPixel().GetBits(), file.formatBits);
         EXPECT_EQ(format->GetId() == pixelformats::kBgrU8, file.formatBits == 24);
-        EXPECT_EQ(
-            (*texture)->Get(image::kExportSettings, DataDictionary()).Get(mediaexport::kBmpInfoHeader, Id()).GetText(),
-            file.generation);
+        const DataDictionary settings = texture->Get(image::kExportSettings, DataDictionary());
+        EXPECT_EQ(settings.Get(mediaexport::kBmpInfoHeader, Id()).GetText(), file.generation);
     }
 }
 
@@ -103,12 +92,8 @@ TEST_F(BmpTest, KeepsOnlyPlausibleResolutions) {
         {393600, 1, 0, 0},      {INT32_MIN, 1, 0, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.x << " " << c.y);
-        const ImageBaseRef image =
-            FirstImage(Loaded(BmpParts{.xPerMetre = c.x, .yPerMetre = c.y, .rows = kRows24}.Make()));
-        EXPECT_EQ(image->Has(image::kDpi.GetId()), c.dpi != 0);
-        EXPECT_NEAR(image->Get(image::kDpi, 0), c.dpi, 1e-3);
-        EXPECT_EQ(image->Has(image::kAspectRatio.GetId()), c.aspectRatio != 0);
-        EXPECT_NEAR(image->Get(image::kAspectRatio, 0), c.aspectRatio, 1e-3);
+        const BmpParts parts{.xPerMetre = c.x, .yPerMetre = c.y, .rows = kRows24};
+        ExpectResolution(parts.Make(), c.dpi, c.aspectRatio, 1e-3);
     }
 }
 
@@ -132,13 +117,13 @@ TEST_F(BmpTest, RefusesDamage) {
         {{.height = 3, .rows = kRows24}, ""},
         {{.height = INT32_MIN, .rows = kRows24}, ""},
         {{.width = INT32_MAX, .height = INT32_MAX, .rows = kRows24}, "", "outofmemory"},
-        {Masked32(108, 0, 0, 0, 0, kRows32), "Invalid image bit count: 32."},
-        {Masked32(52, 0xFF0000, 0xFF00, 0xFF, 0, kRows32), "Invalid image bit count: 32."},  // has no masks yet
-        {Masked32(108, 0xFF, 0xFF0, 0, 0, kRows32),
+        {Masked(32, 108, {0, 0, 0, 0}, kRows32), "Invalid image bit count: 32."},
+        {Masked(32, 52, {0xFF0000, 0xFF00, 0xFF, 0}, kRows32), "Invalid image bit count: 32."},  // has no masks yet
+        {Masked(32, 108, {0xFF, 0xFF0, 0, 0}, kRows32),
          "BITMAPV4HEADER unsupported mask value (ff0) for channel 'net.orvik.image.imagechanneltype.green'."},
-        {Masked32(108, 0xFF, 0, 0, 0xFF01, kRows32),
+        {Masked(32, 108, {0xFF, 0, 0, 0xFF01}, kRows32),
          "BITMAPV4HEADER unsupported mask value (ff01) for channel 'net.orvik.image.imagechanneltype.unused'."},
-        {Masked32(108, 0xFF, 0, 0xFF, 0, kRows32),
+        {Masked(32, 108, {0xFF, 0, 0xFF, 0}, kRows32),
          "BITMAPV4HEADER duplicate mask value (ff) for channel 'net.orvik.image.imagechanneltype.blue'."},
         {{.bitCount = 16, .compression = 3, .red = 1, .green = 2, .blue = 4, .rows = kRows24}, "unsupported pixeltype"},
     };
@@ -161,8 +146,7 @@ TEST_F(BmpTest, LoadsPicturesWithoutPixels) {
             SCOPED_TRACE(testing::Message() << width << " " << height << " " << compression);
             const BmpParts parts{.width = width, .height = height, .compression = compression};
             const ImageBaseRef image = FirstImage(Loaded(parts.Make()));
-            EXPECT_EQ(image->GetWidth(), width);
-            EXPECT_EQ(image->GetHeight(), height);
+            EXPECT_EQ(std::pair(image->GetWidth(), image->GetHeight()), std::pair(Int(width), Int(height)));
         }
     }
 }
@@ -175,8 +159,6 @@ TEST_F(BmpTest, HonorsThePixelOffset) {
         EXPECT_EQ(RgbaOf(Loaded(file))[offset ? 0 : 8], red);
     }
 }
-
-// --- Palettes --------------------------------------------------------------------------------------------------------
 
 TEST_F(BmpTest, Palettes) {
     const uint32_t black = 0x000000FF, first = 0x030201FF, second = 0x060504FF, third = 0x090807FF;
@@ -210,7 +192,6 @@ TEST_F(BmpTest, Palettes) {
          Rgba({first, 0x060504C8, 0x060504C8, 0})},
         {"header of 52 bytes", Indexed(1, 1, 1, two, {0x80, 0, 0, 0}, 52), Rgba({second})},
         {"header of 56 bytes", Indexed(1, 1, 1, two, {0x80, 0, 0, 0}, 56), Rgba({second})},
-        {"V4", Indexed(1, 1, 1, two, {0x80, 0, 0, 0}, 108), Rgba({second})},
         {"masks do not matter", masked, Rgba({second})},
     };
     for (const auto& c : cases) {
@@ -228,13 +209,11 @@ TEST_F(BmpTest, Palettes) {
     EXPECT_EQ(KindOf(Load(Indexed(1, 1, 1, {}, Bytes(4)).Make())), "io");  // the palette must be there
 }
 
-// --- 16 bits ---------------------------------------------------------------------------------------------------------
-
 TEST_F(BmpTest, SixteenBits) {
     // The bits are not repeated in the low ones, except for 4 bits next to an alpha.
     const Bytes pixels555 = {0x00, 0xFC, 0xE0, 0x03, 0x5F, 0x84, 0, 0},
                 five = Rgba({0xF80000FF, 0x00F800FF, 0x0810F8FF});
-    BmpParts unmasked = Masked16(108, 1, 2, 4, 0, pixels555);
+    BmpParts unmasked = Masked(16, 108, {1, 2, 4, 0}, pixels555);
     unmasked.compression = 0;
     ExpectPixels(unmasked.Make(), five);
     unmasked.headerSize = 40;
@@ -251,25 +230,13 @@ TEST_F(BmpTest, SixteenBits) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << c.alpha << " " << c.red);
-        ExpectPixels(Masked16(108, c.red, c.green, c.blue, c.alpha, c.rows).Make(), c.rgba);
+        ExpectPixels(Masked(16, 108, {c.red, c.green, c.blue, c.alpha}, c.rows).Make(), c.rgba);
         if (c.alpha == 0)  // the oldest header has no place for it
-            ExpectPixels(Masked16(40, c.red, c.green, c.blue, 0, c.rows).Make(), c.rgba);
+            ExpectPixels(Masked(16, 40, {c.red, c.green, c.blue, 0}, c.rows).Make(), c.rgba);
     }
 }
 
-// --- Run lengths -----------------------------------------------------------------------------------------------------
-
-/// A file whose colours identify their index: red is 10 times the index.
-BmpParts IndexedRuns(int bits, int width, int height, Bytes data) {
-    Bytes palette;
-    for (int i = 0; i < 16; ++i)
-        palette.insert(palette.end(), {0, 0, uint8_t(10 * i), 0});
-    return Runs(bits, width, height, std::move(palette), std::move(data));
-}
-
 const char* const kCropped = "Illegal RLE compression (cropped data).";
-const char* const kMissing = "Illegal RLE compression (missing data).";
-const char* const kCorrupt = "Corrupt RLE compression.";
 
 TEST_F(BmpTest, RunLengths) {
     Bytes wrapping;
@@ -289,7 +256,6 @@ TEST_F(BmpTest, RunLengths) {
         {"short lines", 8, 3, 2, {1, 7, 0, 0, 0, 0}, "700000"},
         {"odd literals and a filler", 8, 5, 1, {0, 3, 1, 2, 3, 99, 2, 5, 0, 1}, "12355"},
         {"even literals", 8, 5, 1, {0, 4, 1, 2, 3, 4, 1, 5, 0, 1}, "12345"},
-        {"the last filler is missing", 8, 3, 1, {0, 3, 1, 2, 3}, "", kCropped},
         {"a row as long as its bytes", 8, 8, 2, {8, 7, 0, 0, 8, 9, 0, 1}, "7777777799999999"},
         {"a run past the row's bytes ends the line", 8, 5, 2, {255, 7, 5, 9, 0, 1}, "7777799999"},
         {"a run into the filler does not", 8, 5, 2, {8, 7, 0, 0, 5, 9, 0, 1}, "7777799999"},
@@ -298,14 +264,9 @@ TEST_F(BmpTest, RunLengths) {
         {"a jump to the right", 8, 5, 1, {2, 7, 0, 2, 1, 0, 2, 8, 0, 0}, "77088"},
         {"a jump by one line ends the line", 8, 3, 2, {1, 7, 0, 2, 2, 1, 1, 8, 0, 1}, "700800"},
         {"a jump down leaves lines out", 8, 3, 4, {1, 7, 0, 2, 1, 3, 1, 8, 0, 1}, "700000000800"},
-        {"a jump beyond the last line", 8, 3, 2, {1, 7, 0, 2, 1, 3}, "", kCorrupt},
+        {"a jump beyond the last line", 8, 3, 2, {1, 7, 0, 2, 1, 3}, "", "Corrupt RLE compression."},
         {"x begins anew after 65535", 8, 5, 1, wrapping, "07700"},
-        {"an early end", 8, 5, 3, {5, 7, 0, 0, 0, 1}, "", kMissing},
-        {"no data", 8, 5, 1, {}, "", kCropped},
-        {"no value", 8, 5, 1, {5}, "", kCropped},
-        {"no second line", 8, 5, 2, {5, 7, 0, 0}, "", kCropped},
-        {"no literals", 8, 5, 1, {0, 5, 1, 2}, "", kCropped},
-        {"half a jump", 8, 5, 1, {0, 2, 1}, "", kCropped},
+        {"an early end", 8, 5, 3, {5, 7, 0, 0, 0, 1}, "", "Illegal RLE compression (missing data)."},
 
         {"halves in turn", 4, 5, 1, {5, 0x12, 0, 1}, "12121"},
         {"a run from an odd pixel begins with the high half", 4, 5, 1, {1, 0x30, 4, 0x12, 0, 1}, "31212"},
@@ -316,20 +277,18 @@ TEST_F(BmpTest, RunLengths) {
         {"literals fill the row", 4, 8, 1, {0, 8, 0x12, 0x34, 0x56, 0x78, 0, 1}, "12345678"},
         {"literals from an odd pixel", 4, 7, 1, {1, 0x90, 0, 6, 0x12, 0x34, 0x56, 99, 0, 1}, "9123456"},
         {"a run past the row's bytes", 4, 5, 2, {12, 0x12, 5, 0x34, 0, 1}, "1212134343"},
-        {"literals past the row are codes",
-         4,
-         8,
-         2,
-         {0, 12, 0x12, 0x34, 0x56, 0x78, 8, 0x9A, 0, 1},
-         "123456789A9A9A9A"},
+        {"literals past it are codes", 4, 8, 2, {0, 12, 0x12, 0x34, 0x56, 0x78, 8, 0x9A, 0, 1}, "123456789A9A9A9A"},
         {"after their filler", 4, 8, 2, {0, 9, 0x12, 0x34, 0x56, 0x78, 99, 8, 0x9A, 0, 1}, "123456789A9A9A9A"},
         {"a jump", 4, 5, 3, {1, 0x70, 0, 2, 1, 0, 1, 0x80, 0, 2, 0, 2, 1, 0x90, 0, 1}, "708000000090000"},
-        {"a lone 0", 4, 2, 1, {2, 0x77, 0}, "", kCropped},
-        {"no nibbles", 4, 8, 1, {0, 8, 0x12}, "", kCropped},
     };
+    for (const BmpParts& parts : {Runs(8, 3, 1, {0, 3, 1, 2, 3}), Runs(8, 5, 1, {}), Runs(8, 5, 1, {5}),
+                                  Runs(8, 5, 2, {5, 7, 0, 0}), Runs(8, 5, 1, {0, 5, 1, 2}), Runs(8, 5, 1, {0, 2, 1}),
+                                  Runs(4, 2, 1, {2, 0x77, 0}), Runs(4, 8, 1, {0, 8, 0x12})})
+        EXPECT_EQ(KindOf(Load(parts.Make())) + MessageOf(Load(parts.Make())), std::string(kWrongType) + kCropped)
+            << testing::PrintToString(parts.rows);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const Result<ImageTextureRef> texture = Load(IndexedRuns(c.bits, c.width, -c.height, c.data).Make());
+        const Result<ImageTextureRef> texture = Load(Runs(c.bits, c.width, -c.height, c.data).Make());
         EXPECT_EQ(MessageOf(texture), c.message);
         EXPECT_EQ(KindOf(texture), *c.message ? kWrongType : "ok");
         if (!texture)
@@ -340,42 +299,30 @@ TEST_F(BmpTest, RunLengths) {
             indices += "0123456789ABCDEF"[rgba[i] / 10];
         EXPECT_EQ(indices, c.indices);
     }
-    ExpectPixels(IndexedRuns(8, 1, 2, {1, 7, 0, 0, 1, 9, 0, 1}).Make(), Rgba({0x5A0000FF, 0x460000FF}));  // bottom up
+    ExpectPixels(Runs(8, 1, 2, {1, 7, 0, 0, 1, 9, 0, 1}).Make(), Rgba({0x5A0000FF, 0x460000FF}));  // bottom up
 }
 
 /// Two fields bound the runs: the smaller one counts.
 TEST_F(BmpTest, HeaderFieldsLimitTheRuns) {
-    const Bytes good = IndexedRuns(8, 2, 1, {2, 7, 0, 1}).Make();
-    ASSERT_TRUE(Load(good));
-    const struct {
-        size_t offset;
-        uint32_t value;
-        const char* message;
-    } cases[] = {{34, 0, kCropped},
-                 {34, 1, kCropped},
-                 {34, 0xFFFFFFFF, ""},
-                 {2, 0, kCropped},
-                 {2, 0xFFFFFFFF, ""},
-                 {2, uint32_t(good.size()) - 3, kCropped},
-                 {2, uint32_t(good.size()) - 5, kCropped}};
-    for (const auto& c : cases) {
+    const Bytes good = Runs(8, 2, 1, {2, 7, 0, 1}).Make();
+    const uint32_t size = uint32_t(good.size()), most = 0xFFFFFFFF;
+    for (const auto& [offset, value] :
+         {std::pair(34u, 0u), {34, 1}, {34, most}, {2, 0}, {2, most}, {2, size}, {2, size - 3}, {2, size - 5}}) {
         Bytes file = good;
-        Put32(file, c.offset, c.value, false);
-        EXPECT_EQ(MessageOf(Load(file)), c.message) << c.offset << " " << c.value;
+        Put32(file, offset, value, false);
+        EXPECT_EQ(MessageOf(Load(file)), value >= size ? "" : kCropped) << offset << " " << value;
     }
 }
 
 TEST_F(BmpTest, DeliversRowsBeforeBrokenRuns) {
     const ImageTextureRef texture = MakeTexture();  // one that fails to load is not handed out
-    const Bytes file = IndexedRuns(8, 2, 2, {2, 7, 0, 0, 2}).Make();
+    const Bytes file = Runs(8, 2, 2, {2, 7, 0, 0, 2}).Make();
     EXPECT_EQ(MessageOf(LoadInto(texture, "bmp", Mount(file))), kCropped);
     EXPECT_EQ(RgbaOf(texture), Rgba({0x000000FF, 0x000000FF, 0x460000FF, 0x460000FF}));
 }
 
-// --- Writing ---------------------------------------------------------------------------------------------------------
-
 struct Saved {
-    const char* generation = nullptr;
+    Id generation = {};
     bool keepsColors = false;  ///< no conversion to sRGB
     bool isLinear = false;     ///< the picture's profile
     Float dpi = 0, aspectRatio = 0;
@@ -384,13 +331,11 @@ struct Saved {
 Result<Bytes> SaveAs(const Saved& how, const ImageTextureRef& texture) {
     const ImageBaseRef image = FirstImage(texture);
     DataDictionary settings;
-    if (how.generation) {
-        const Id generation = TRY(Id::Create(how.generation));
-        TRY(settings.Set(mediaexport::kBmpInfoHeader, generation));
-    }
+    if (!how.generation.GetText().empty())
+        TRY(settings.Set(mediaexport::kBmpInfoHeader, how.generation));
     TRY(settings.Set(mediaexport::kDisableSrgbConversion, how.keepsColors));
-    TRY(image->Set(image::kColorProfile,
-                   colorprofiles::Get(how.isLinear ? colorprofiles::kLinearRgb : colorprofiles::kSrgb)));
+    const Id& profile = how.isLinear ? colorprofiles::kLinearRgb : colorprofiles::kSrgb;
+    TRY(image->Set(image::kColorProfile, colorprofiles::Get(profile)));
     if (how.dpi != 0) {
         TRY(image->Set(image::kDpi, how.dpi));
         TRY(image->Set(image::kAspectRatio, how.aspectRatio));
@@ -401,7 +346,7 @@ Result<Bytes> SaveAs(const Saved& how, const ImageTextureRef& texture) {
 
 /// A file of 24 or 32 bits as it is written here.
 BmpParts Expected(uint32_t headerSize, uint16_t bits, int width, int height, Bytes rows, Bytes profile = {}) {
-    BmpParts parts = Masked32(headerSize, 0xFF0000, 0xFF00, 0xFF, bits == 32 ? 0xFF000000 : 0, std::move(rows));
+    BmpParts parts = Masked(32, headerSize, {0xFF0000, 0xFF00, 0xFF, bits == 32 ? 0xFF000000 : 0}, std::move(rows));
     parts.width = width, parts.height = height;
     parts.bitCount = bits, parts.compression = bits == 32 ? 3 : 0;
     parts.xPerMetre = parts.yPerMetre = 2834;  // 72 dots per inch
@@ -430,7 +375,7 @@ TEST_F(BmpTest, Writes) {
     } cases[] = {
         {"V3 by default", {}, rgb, Expected(40, 24, 1, 1, linear100)},
         {"V4 by default with alpha", {}, rgba, Expected(108, 32, 2, 2, rows32)},
-        {"V5 by default with a profile", {nullptr, false, true}, rgb, Expected(124, 24, 1, 1, linear100, linear)},
+        {"V5 by default with a profile", {{}, false, true}, rgb, Expected(124, 24, 1, 1, linear100, linear)},
         {"V3 without alpha", {"V3"}, rgba, Expected(40, 24, 2, 2, rows24)},
         {"V4", {"V4"}, rgba, Expected(108, 32, 2, 2, rows32)},
         {"V5", {"V5"}, rgba, Expected(124, 32, 2, 2, rows32, srgb)},
@@ -451,37 +396,25 @@ TEST_F(BmpTest, Writes) {
         EXPECT_EQ(*file, c.expected.Make());
     }
     const ImageTextureRef again = Loaded(cases[std::size(cases) - 1].expected.Make());
-    EXPECT_EQ(FirstImage(again)->Get(image::kColorProfile, ColorProfile()),
-              colorprofiles::Get(colorprofiles::kLinearRgb));
-
+    EXPECT_EQ(ProfileOf(again), colorprofiles::Get(colorprofiles::kLinearRgb));
     EXPECT_EQ(KindOf(SaveAs({"V6"}, rgb)), "illegalargument");
     EXPECT_EQ(MessageOf(SaveAs({"V6"}, rgb)), "Invalid header type: V6.");
 }
 
 /// Variants that other programs rarely write, judged by their readers.
 TEST_F(BmpTest, OthersReadRareVariants) {
-    Noise noise(9);
-    const char* const kMagick = "convert-im6.q16";
-    const char* const kToRgb = "convert-im6.q16 bmp:- -depth 8 rgb:-";
-    const struct {
-        const char* what;
-        const char* tool;
-        std::string command;  ///< its output ends with the red, green and blue bytes
-        BmpParts parts;
-        int tolerance = 0;
-    } cases[] = {
-        {"2 bits", "bmptopnm", "bmptopnm", Indexed(2, 13, 3, noise.Make(16), noise.Make(12))},
-        {"core header of 4 bits", "bmptopnm", "bmptopnm", Indexed(4, 5, 2, noise.Make(48), noise.Make(8), 12)},
-        {"444", kMagick, kToRgb, Masked16(40, 0xF00, 0xF0, 0xF, 0, noise.Make(8)), 15},
-        {"jumps of 8 bits", kMagick, kToRgb, IndexedRuns(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1})},
-        {"jumps of 4 bits", kMagick, kToRgb, IndexedRuns(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1})},
+    if (!HasTool("bmptopnm") || !HasTool("convert-im6.q16"))
+        GTEST_SKIP() << "bmptopnm or ImageMagick is not installed";
+    const auto expectAlike = [](const char* command, const BmpParts& parts, int tolerance = 0) {
+        ExpectReadAlike(command, parts.Make(), pixelformats::kRgbU8, tolerance);
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        if (!HasTool(c.tool))
-            GTEST_SKIP() << c.tool << " is not installed";
-        ExpectReadAlike(c.command, c.parts.Make(), pixelformats::kRgbU8, c.tolerance);
-    }
+    Noise noise(9);
+    expectAlike("bmptopnm", Indexed(2, 13, 3, noise.Make(16), noise.Make(12)));
+    expectAlike("bmptopnm", Indexed(4, 5, 2, noise.Make(48), noise.Make(8), 12));
+    const char* const magick = "convert-im6.q16 bmp:- -depth 8 rgb:-";
+    expectAlike(magick, Masked(16, 40, {0xF00, 0xF0, 0xF, 0}, noise.Make(8)), 15);
+    expectAlike(magick, Runs(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1}));
+    expectAlike(magick, Runs(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1}));
 }
 
 }  // namespace

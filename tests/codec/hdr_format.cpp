@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "format_table.h"
 #include "parts.h"
 
 namespace codectest {
@@ -13,9 +12,8 @@ Bytes MakeRows(Int width, Int height, Noise& noise) {
     for (Int y = 0; y < height; ++y) {
         Bytes pixels = noise.Make(size_t(width) * 4);
         for (uint8_t& byte : pixels)
-            byte = byte < 100 ? 100 : byte;
-        const Bytes row = PackHdrRow(pixels, noise);
-        rows.insert(rows.end(), row.begin(), row.end());
+            byte = std::max(byte, uint8_t(100));
+        rows = Joined({rows, PackHdrRow(pixels, noise)});
     }
     return rows;
 }
@@ -31,12 +29,11 @@ std::vector<Sample> MakeHdrSamples() {
 /// Some sixty bytes that ask for gigabytes.
 std::vector<Sample> MakeHdrBombs() {
     std::vector<Sample> bombs;
-    for (const char* size : {"2147483647", "32767", "32768", "40000"}) {
-        for (const char* other : {"2147483647", "32767", "100000"}) {
-            for (const uint8_t first : {uint8_t(2), uint8_t(9)})
-                bombs.push_back({size, "hdr",
-                                 HdrFile(HdrHeaderText(std::string("-Y ") + size + " +X " + other),
-                                         {first, 2, 0x7F, 0xFF, 0xFF, 1, 0xFF, 1})});
+    for (const Int height : {2147483647, 32767, 32768, 40000}) {
+        for (const Int width : {2147483647, 32767, 100000}) {
+            for (const uint8_t first : Bytes{2, 9})
+                bombs.push_back({std::to_string(height), "hdr",
+                                 HdrFile(HdrHeaderText(width, height), {first, 2, 0x7F, 0xFF, 0xFF, 1, 0xFF, 1})});
         }
     }
     return bombs;

@@ -1,7 +1,7 @@
 // JPEG, as the tests of all formats see it.
 
-#include "format_table.h"
 #include "jpeg_direct.h"
+#include "parts.h"
 #include "tool_support.h"
 
 namespace codectest {
@@ -51,29 +51,25 @@ std::vector<Sample> MakeJpegBombs() {
 std::vector<ExportVariant> MakeJpegVariants() {
     std::vector<ExportVariant> variants;
     for (const double quality : {0.1, 0.8, 1.0}) {
-        ExportVariant variant{.name = testing::PrintToString(quality), .tolerance = 1, .isLossy = true};
-        EXPECT_TRUE(variant.settings.Set(mediaexport::kQuality, quality));
-        variants.push_back(variant);
+        variants.push_back(MakeVariant(testing::PrintToString(quality), mediaexport::kQuality, quality));
+        variants.back().tolerance = 1, variants.back().isLossy = true;
     }
     return variants;
 }
 
 std::vector<ForeignWriter> MakeJpegWriters() {
-    std::vector<ForeignWriter> writers = {PillowWriter("Pillow", "RGB", "JPEG"),
-                                          PillowWriter("Pillow, grey", "L", "JPEG")};
-    const auto fromPpm = [&](const char* tool, const char* what, const std::string& command) {
-        writers.push_back({what,
-                           {"convert-im6.q16", tool},
-                           "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I -alpha off ppm:- | " + command});
+    std::vector<ForeignWriter> writers = {
+        PillowWriter("Pillow", "RGB", "JPEG"),
+        PillowWriter("Pillow, grey", "L", "JPEG"),
+        PpmWriter("gm", "convert - -quality 60 jpg:-"),
+        PpmWriter("convert-im6.q16", "- -quality 75 -sampling-factor 4:2:2 jpg:-"),
+        PpmWriter("convert-im6.q16", "- -quality 75 -interlace JPEG jpg:-"),
     };
     for (const char* how :
          {"-quality 90", "-quality 90 -sample 1x1", "-quality 90 -sample 2x1", "-quality 90 -sample 1x2",
           "-quality 90 -sample 4x2,1x1,1x1", "-quality 90 -optimize", "-quality 50 -progressive -sample 2x2",
           "-quality 50 -arithmetic", "-quality 90 -grayscale", "-quality 90 -rgb", "-quality 90 -restart 1"})
-        fromPpm("cjpeg", how, "cjpeg " + std::string(how) + " > %O");
-    fromPpm("gm", "GraphicsMagick", "gm convert - -quality 60 jpg:%O");
-    fromPpm("convert-im6.q16", "ImageMagick, 422", "convert-im6.q16 - -quality 75 -sampling-factor 4:2:2 jpg:%O");
-    fromPpm("convert-im6.q16", "ImageMagick, interlaced", "convert-im6.q16 - -quality 75 -interlace JPEG jpg:%O");
+        writers.push_back(PpmWriter("cjpeg", how));
     for (ForeignWriter& writer : writers)
         writer.tolerance = 1, writer.isLossy = true;
     return writers;

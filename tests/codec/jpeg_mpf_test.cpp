@@ -1,7 +1,7 @@
 // Multi-Picture files that the test puts together from single pictures, and Exif data on their way to a host.
 
-#include "codec_support.h"
 #include "jpeg_direct.h"
+#include "parts.h"
 
 #include "orvik/exif.h"
 
@@ -11,66 +11,45 @@ namespace {
 class JpegMpfTest : public CodecTest {};
 
 Bytes MakeJpeg(uint32_t width, uint32_t height, uint8_t value, std::vector<JpegSegment> segments = {}) {
-    return WriteJpeg({.width = width,
-                      .height = height,
-                      .rows = Bytes(size_t(width) * height * 3, value),
-                      .segments = std::move(segments)});
+    JpegPicture picture{.width = width, .height = height, .rows = Bytes(size_t(width) * height * 3, value)};
+    picture.segments = std::move(segments);
+    return WriteJpeg(picture);
 }
-
-/// Numbers in a byte order.
-class Writer {
-public:
-    explicit Writer(bool big) : _big(big) {}
-    Writer& Put(uint64_t value, int count) {
-        for (int i = 0; i < count; ++i)
-            bytes.push_back(uint8_t(value >> (8 * (_big ? count - 1 - i : i))));
-        return *this;
-    }
-    Writer& Entry(int tag, int type, uint32_t count, uint32_t value) {
-        return Put(uint32_t(tag), 2).Put(uint32_t(type), 2).Put(count, 4).Put(value, 4);
-    }
-    Bytes bytes;
-
-private:
-    bool _big;
-};
 
 struct Index {
     bool big = false;
     std::vector<uint32_t> offsets = {};
-    int entryCount = 3;
-    int versionType = 7;
-    uint32_t versionCount = 4;
-    int numberType = 4;
+    uint32_t entryCount = 3;
+    uint32_t versionType = 7, versionCount = 4;
+    uint32_t numberType = 4;
     uint32_t numberOfImages = 0;  ///< 0: as many as there are offsets
     uint32_t entryBytes = 0;      ///< 0: as many as needed
     uint32_t entriesAt = 50;
     uint32_t directoryAt = 8;
-    int extraType = 0;  ///< a tag of its own in front of the version
+    uint32_t extraType = 0;  ///< a tag of its own in front of the version
 
     JpegSegment Make() const {
-        Writer out(big);
-        out.bytes = {'M', 'P', 'F', 0};
-        const Bytes mark = big ? Bytes{'M', 'M', 0, 42} : Bytes{'I', 'I', 42, 0};
-        out.bytes.insert(out.bytes.end(), mark.begin(), mark.end());
+        Bytes bytes = Joined({BytesOf({"MPF", 4}), big ? Bytes{'M', 'M', 0, 42} : Bytes{'I', 'I', 42, 0}});
+        const auto put = [&](uint32_t value, int size) {
+            for (int i = 0; i < size; ++i)
+                bytes.push_back(uint8_t(value >> (8 * (big ? size - 1 - i : i))));
+        };
+        const auto putEntry = [&](uint32_t tag, uint32_t type, uint32_t count, uint32_t value) {
+            put(tag, 2), put(type, 2), put(count, 4), put(value, 4);
+        };
         const auto count = uint32_t(offsets.size());
-        out.Put(directoryAt, 4).Put(uint32_t(entryCount), 2);
+        put(directoryAt, 4), put(entryCount, 2);
         if (extraType)
-            out.Entry(0xA000, extraType, extraType == 7 ? 4 : 1, 0);
-        out.Entry(0xB000, versionType, versionCount, 0x30303130);
-        out.Entry(0xB001, numberType, 1, numberOfImages ? numberOfImages : count);
-        out.Entry(0xB002, 7, entryBytes ? entryBytes : 16 * count, entriesAt).Put(0, 4);
+            putEntry(0xA000, extraType, extraType == 7 ? 4 : 1, 0);
+        putEntry(0xB000, versionType, versionCount, 0x30303130);
+        putEntry(0xB001, numberType, 1, numberOfImages ? numberOfImages : count);
+        putEntry(0xB002, 7, entryBytes ? entryBytes : 16 * count, entriesAt);
+        put(0, 4);
         for (const uint32_t offset : offsets)
-            out.Put(0x20030000, 4).Put(1000, 4).Put(offset, 4).Put(0, 4);
-        return {JPEG_APP0 + 2, out.bytes};
+            put(0x20030000, 4), put(1000, 4), put(offset, 4), put(0, 4);
+        return {JPEG_APP0 + 2, bytes};
     }
 };
-
-/// Position in the file from which the index counts: behind the signature in its payload.
-size_t FindBase(const Bytes& file) {
-    const Bytes signature = {'M', 'P', 'F', 0};
-    return size_t(std::search(file.begin(), file.end(), signature.begin(), signature.end()) - file.begin()) + 4;
-}
 
 /// A first picture with an index of itself and the others, which follow.
 Bytes Join(Index index, const std::vector<Bytes>& others, const std::vector<JpegSegment>& before = {}) {
@@ -80,17 +59,14 @@ Bytes Join(Index index, const std::vector<Bytes>& others, const std::vector<Jpeg
         return MakeJpeg(16, 16, 50, segments);
     };
     index.offsets.assign(others.size() + 1, 0);
-    Bytes file = makeFirst();
-    const size_t base = FindBase(file);
-    size_t end = file.size();
+    const Bytes first = makeFirst(), signature = {'M', 'P', 'F', 0};
+    const auto base = std::search(first.begin(), first.end(), signature.begin(), signature.end()) + 4;
+    Bytes rest;
     for (size_t i = 0; i < others.size(); ++i) {
-        index.offsets[i + 1] = uint32_t(end - base);
-        end += others[i].size();
+        index.offsets[i + 1] = uint32_t(size_t(first.end() - base) + rest.size());
+        rest = Joined({rest, others[i]});
     }
-    file = makeFirst();
-    for (const Bytes& other : others)
-        file.insert(file.end(), other.begin(), other.end());
-    return file;
+    return Joined({makeFirst(), rest});
 }
 
 std::vector<ImageBaseRef> ImagesOf(const ImageTextureRef& texture) {
@@ -102,14 +78,13 @@ std::vector<ImageBaseRef> ImagesOf(const ImageTextureRef& texture) {
 
 TEST_F(JpegMpfTest, FindsEveryPicture) {
     const Bytes second = MakeJpeg(8, 24, 120);
-    const Bytes third = WriteJpeg(
-        {.width = 5, .height = 3, .colorSpace = JCS_GRAYSCALE, .rows = Bytes(15, 200), .horizontal = 1, .vertical = 1});
+    JpegPicture grey{.width = 5, .height = 3, .colorSpace = JCS_GRAYSCALE, .rows = Bytes(15, 200)};
+    grey.horizontal = grey.vertical = 1;
+    const Bytes third = WriteJpeg(grey);
     for (const bool big : {false, true}) {
-        for (const bool late : {false, true}) {
-            SCOPED_TRACE(testing::Message() << big << late);
-            std::vector<JpegSegment> before;
-            if (late)  // the index lies beyond the first buffer of the decoder
-                before.assign(4, {JPEG_COM, Bytes(60000, 1)});
+        for (const size_t comments : {0, 4}) {  // behind four, the index lies beyond the first buffer of the decoder
+            SCOPED_TRACE(testing::Message() << big << comments);
+            const std::vector<JpegSegment> before(comments, {JPEG_COM, Bytes(60000, 1)});
             const std::vector<ImageBaseRef> images = ImagesOf(Loaded(Join({.big = big}, {second, third}, before)));
             ASSERT_EQ(images.size(), 3u);
             for (size_t i = 0; i < images.size(); ++i)
@@ -183,41 +158,33 @@ TEST_F(JpegMpfTest, ChecksTheIndex) {
 }
 
 TEST_F(JpegMpfTest, IgnoresSegmentsThatAreNoIndex) {
-    const std::vector<Bytes> payloads = {{'M', 'P', 'F', 0},
-                                         {'M', 'P', 'F', 0, 'I', 'I', 42},
-                                         {'M', 'P', 'F', 0, 'I', 'I', 0, 42, 8, 0, 0, 0},
-                                         {'M', 'P', 'F', 0, 'M', 'M', 42, 0, 0, 0, 0, 8},
-                                         {'F', 'P', 'X', 'R', 0, 1, 2, 3, 4, 5}};
-    for (const Bytes& payload : payloads) {
+    for (const Bytes& payload : {Bytes{'M', 'P', 'F', 0},
+                                 {'M', 'P', 'F', 0, 'I', 'I', 42},
+                                 {'M', 'P', 'F', 0, 'I', 'I', 0, 42, 8, 0, 0, 0},
+                                 {'M', 'P', 'F', 0, 'M', 'M', 42, 0, 0, 0, 0, 8},
+                                 {'F', 'P', 'X', 'R', 0, 1, 2, 3, 4, 5}})
         EXPECT_EQ(ImagesOf(Loaded(MakeJpeg(16, 16, 50, {{JPEG_APP0 + 2, payload}}))).size(), 1u);
-    }
 }
 
 TEST_F(JpegMpfTest, LeavesOutPicturesThatCannotBeRead) {
-    const Bytes second = MakeJpeg(8, 8, 120);
-    const Bytes whole = Join({}, {second});
+    const Bytes second = MakeJpeg(8, 8, 120), senseless(100, 1), whole = Join({}, {second});
     EXPECT_EQ(ImagesOf(Loaded(whole)).size(), 2u);
-    Bytes cut = whole;
-    cut.resize(cut.size() - second.size());
-    EXPECT_EQ(PixelsOfAll(Loaded(cut)), PixelsOfAll(Loaded(Join({}, {Bytes(100, 1)}))));
-    EXPECT_EQ(ImagesOf(Loaded(cut)).size(), 1u);
-
-    EXPECT_EQ(ImagesOf(Loaded(Join({}, {Bytes(100, 1), second}))).size(), 2u);
-    Index elsewhere;
-    elsewhere.offsets = {9000};
-    EXPECT_EQ(PixelsOfAll(Loaded(MakeJpeg(16, 16, 50, {elsewhere.Make()}))), PixelsOfAll(Loaded(cut)));
+    EXPECT_EQ(ImagesOf(Loaded(Join({}, {senseless, second}))).size(), 2u);
+    const Bytes cut(whole.begin(), whole.end() - long(second.size()));
+    const Index elsewhere{.offsets = {9000}};
+    const Bytes first = PixelsOfAll(Loaded(MakeJpeg(16, 16, 50)));
+    for (const Bytes& file : {cut, Join({}, {senseless}), MakeJpeg(16, 16, 50, {elsewhere.Make()})})
+        EXPECT_EQ(PixelsOfAll(Loaded(file)), first);
 }
 
 TEST_F(JpegMpfTest, LimitsOverlappingPictures) {
-    // An index of 4000 pictures, all of them the first: valid as long as it is small.
-    Index index;
-    index.offsets.assign(4000, 0);
-    EXPECT_LT(ImagesOf(Loaded(MakeJpeg(640, 480, 50, {index.Make()}))).size(), 100u);
-    index.offsets.assign(3, 0);
-    EXPECT_EQ(ImagesOf(Loaded(MakeJpeg(16, 16, 50, {index.Make()}))).size(), 3u);
+    const auto countImages = [](uint32_t width, uint32_t height, size_t listed) {  // all of them the first
+        const Index index{.offsets = std::vector<uint32_t>(listed)};
+        return ImagesOf(Loaded(MakeJpeg(width, height, 50, {index.Make()}))).size();
+    };
+    EXPECT_LT(countImages(640, 480, 4000), 100u);
+    EXPECT_EQ(countImages(16, 16, 3), 3u);
 }
-
-// --- Exif ------------------------------------------------------------------------------------------------------------
 
 /// Keeps the bytes that it was given.
 class FakeExif : public ExifInterface {
@@ -240,15 +207,13 @@ public:
     bool opensNothing = false;
 };
 
-const Bytes kExifBlock = {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 1, 2, 3};
-
 TEST_F(JpegMpfTest, PassesExifToTheHost) {
-    const Bytes file = MakeJpeg(8, 8, 90,
-                                {{JPEG_APP0 + 1, {'h', 't', 't', 'p', ':', '/', '/'}},
-                                 {JPEG_APP0 + 1, {'E', 'x', 'i', 'f'}},
-                                 {JPEG_APP0 + 1, kExifBlock}});
+    const Bytes block = {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 1, 2, 3};
+    const int app1 = JPEG_APP0 + 1;
+    const Bytes file = MakeJpeg(8, 8, 90, {{app1, BytesOf("http://")}, {app1, BytesOf("Exif")}, {app1, block}});
     const auto exifOf = [](const ImageTextureRef& texture) {
-        return Cast<FakeExif>(texture->Get(image::kExifData, ExifRef()));
+        const auto exif = Cast<FakeExif>(texture->Get(image::kExifData, ExifRef()));
+        return exif ? exif->block : Bytes();
     };
     // Without a host there is no stream.
     EXPECT_FALSE(Loaded(file)->Has(image::kExifData.GetId()));
@@ -256,9 +221,7 @@ TEST_F(JpegMpfTest, PassesExifToTheHost) {
     const Ref<FakeExifService> service = *NewObj<FakeExifService>();
     Publisher host;
     ASSERT_TRUE(host.PublishObject(ExifStaticInterface::kInterfaceId, ObjectRef(service)));
-    const Ref<FakeExif> exif = exifOf(Loaded(file));
-    ASSERT_TRUE(exif);
-    EXPECT_EQ(exif->block, kExifBlock);
+    EXPECT_EQ(exifOf(Loaded(file)), block);
 
     // Streams: Exif first, of a class of its own, and no stream without Exif data.
     const auto importer = Cast<MediaInputInterface>(*FindHandlerBySuffix("jpg")->CreateHandler(Mount(file)));
@@ -278,7 +241,7 @@ TEST_F(JpegMpfTest, PassesExifToTheHost) {
         return Result<SELECTIONHANDLERRESULT>(SELECTIONHANDLERRESULT::STRUCTURE);
     };
     ASSERT_TRUE(MediaSessionImport(Mount(file), {}, MEDIASESSIONFLAGS::NONE, output, structureOnly));
-    EXPECT_TRUE(exifOf(bare));
+    EXPECT_EQ(exifOf(bare), block);
 
     service->opensNothing = true;
     EXPECT_EQ(MessageOf(Load(file)), "Exif chunk not found");

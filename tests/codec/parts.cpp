@@ -1,11 +1,47 @@
 #include "parts.h"
 
 #include <cmath>
+#include <cstring>
 
 namespace codectest {
 
-// --- BMP -------------------------------------------------------------------------------------------------------------
+Bytes BytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+Bytes Joined(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+ColorProfile ProfileOf(const ImageTextureRef& texture) {
+    return FirstImage(texture)->Get(image::kColorProfile, ColorProfile());
+}
+
+std::vector<float> FloatsOf(const ImageBaseRef& image) {
+    const Bytes pixels = PixelsOf(image, pixelformats::kRgbF32);
+    std::vector<float> floats(pixels.size() / sizeof(float));
+    std::memcpy(floats.data(), pixels.data(), pixels.size());
+    return floats;
+}
+
+ImageTextureRef LoadedAs(std::string_view formatName, const Bytes& file) {
+    const Result<ImageTextureRef> texture = LoadAs(formatName, file);
+    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
+    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
+}
+
+void ExpectResolution(const Bytes& file, Float dpi, Float aspectRatio, Float tolerance) {
+    const ImageBaseRef image = FirstImage(Loaded(file));
+    EXPECT_EQ(image->Has(image::kDpi.GetId()), dpi != 0);
+    EXPECT_NEAR(image->Get(image::kDpi, 0), dpi, tolerance);
+    EXPECT_EQ(image->Has(image::kAspectRatio.GetId()), aspectRatio != 0);
+    EXPECT_NEAR(image->Get(image::kAspectRatio, 0), aspectRatio, tolerance);
+}
+
 namespace {
+
+const std::string kMagick = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
 
 struct Field {
     uint64_t value;
@@ -20,6 +56,17 @@ void Append(Bytes& bytes, std::initializer_list<Field> fields) {
 }
 
 }  // namespace
+
+ForeignWriter MagickWriter(const char* arguments, Bytes (*keeps)(Bytes rgba), int tolerance) {
+    return {arguments, {"convert-im6.q16"}, kMagick + arguments + ":%O", keeps, tolerance};
+}
+
+ForeignWriter PpmWriter(const char* tool, const char* arguments, Bytes (*keeps)(Bytes rgba)) {
+    const std::string command = kMagick + "-alpha off ppm:- | " + tool + " " + arguments + " 2> /dev/null > %O";
+    return {arguments, {"convert-im6.q16", tool}, command, keeps};
+}
+
+// --- BMP -------------------------------------------------------------------------------------------------------------
 
 Bytes BmpParts::Make() const {
     const int sideBytes = headerSize == 12 ? 2 : 4;
@@ -44,28 +91,18 @@ Bytes BmpParts::Make() const {
     if (headerSize >= 124)
         Append(head, {{4, 4}, {headerSize + palette.size(), 4}, {profile.size(), 4}, {0, 4}});
     head.resize(std::max(head.size(), size_t(headerSize)));
-    head.insert(head.end(), palette.begin(), palette.end());
-    head.insert(head.end(), profile.begin(), profile.end());
-
-    const size_t rowsAt = 14 + head.size();
+    const size_t rowsAt = 14 + head.size() + palette.size() + profile.size();
     Bytes file = {'B', 'M'};
     Append(file, {{rowsAt + rows.size(), 4}, {0, 4}, {rowsAt, 4}});
-    file.insert(file.end(), head.begin(), head.end());
-    file.insert(file.end(), rows.begin(), rows.end());
-    return file;
+    return Joined({file, head, palette, profile, rows});
 }
 
-BmpParts Masked32(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
-    BmpParts parts{.headerSize = headerSize, .bitCount = 32, .compression = 3};
-    parts.red = red, parts.green = green, parts.blue = blue, parts.alpha = alpha;
+BmpParts Masked(int bits, uint32_t headerSize, std::array<uint32_t, 4> rgbaMasks, Bytes rows) {
+    BmpParts parts{.headerSize = headerSize, .bitCount = uint16_t(bits), .compression = 3};
+    if (bits == 16)
+        parts.width = 3, parts.height = 1;
+    parts.red = rgbaMasks[0], parts.green = rgbaMasks[1], parts.blue = rgbaMasks[2], parts.alpha = rgbaMasks[3];
     parts.rows = std::move(rows);
-    return parts;
-}
-
-BmpParts Masked16(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows) {
-    BmpParts parts = Masked32(headerSize, red, green, blue, alpha, std::move(rows));
-    parts.width = 3, parts.height = 1;
-    parts.bitCount = 16;
     return parts;
 }
 
@@ -77,7 +114,10 @@ BmpParts Indexed(int bits, int width, int height, Bytes palette, Bytes rows, uin
     return parts;
 }
 
-BmpParts Runs(int bits, int width, int height, Bytes palette, Bytes data) {
+BmpParts Runs(int bits, int width, int height, Bytes data) {
+    Bytes palette;
+    for (int i = 0; i < 16; ++i)
+        palette.insert(palette.end(), {0, 0, uint8_t(10 * i), 0});
     BmpParts parts = Indexed(bits, width, height, std::move(palette), std::move(data));
     parts.compression = bits == 8 ? 1 : 2;
     return parts;
@@ -89,29 +129,14 @@ std::string HdrHeaderText(const std::string& resolution) {
     return "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n" + resolution + "\n";
 }
 
-Bytes HdrFile(const std::string& header, const Bytes& pixels) {
-    Bytes file(header.begin(), header.end());
-    file.insert(file.end(), pixels.begin(), pixels.end());
-    return file;
-}
-
 Bytes PackHdrRow(const Bytes& rgbe, Noise& noise) {
     const size_t width = rgbe.size() / 4;
     Bytes row = {2, 2, uint8_t(width >> 8), uint8_t(width)};
     for (size_t plane = 0; plane < 4; ++plane) {
-        const auto at = [&](size_t x) { return rgbe[4 * x + plane]; };
-        for (size_t x = 0; x < width;) {
-            size_t equal = 1;
-            while (x + equal < width && at(x + equal) == at(x))
-                ++equal;
-            const bool asRun = noise.Next() % 3 == 0;
-            const size_t count =
-                1 + noise.Next() % (asRun ? std::min(equal, size_t(127)) : std::min(width - x, size_t(128)));
-            row.push_back(uint8_t(count + (asRun ? 128 : 0)));
-            for (size_t i = 0; i < (asRun ? 1 : count); ++i)
-                row.push_back(at(x + i));
-            x += count;
-        }
+        Bytes values;
+        for (size_t i = plane; i < rgbe.size(); i += 4)
+            values.push_back(rgbe[i]);
+        row = Joined({row, PackInRuns(values, 1, noise, 1)});
     }
     return row;
 }
@@ -127,11 +152,6 @@ std::vector<float> HdrPicture::ToFloats() const {
 
 // --- TGA -------------------------------------------------------------------------------------------------------------
 namespace {
-
-void Append16(Bytes& bytes, uint16_t value) {
-    bytes.push_back(uint8_t(value));
-    bytes.push_back(uint8_t(value >> 8));
-}
 
 struct Color {
     uint8_t r = 0, g = 0, b = 0, a = 255;
@@ -175,22 +195,12 @@ Bytes Unpack(const uint8_t* at, const uint8_t* end, bool inRuns, size_t pixels, 
 }  // namespace
 
 Bytes TgaParts::Make() const {
-    Bytes file = {uint8_t(id.size()), mapType, imageType};
-    Append16(file, mapFirst);
-    Append16(file, mapLength);
-    file.push_back(mapBits);
-    file.insert(file.end(), {1, 2, 3, 4});  // an origin, which says nothing
-    Append16(file, width);
-    Append16(file, height);
-    file.push_back(depth);
-    file.push_back(descriptor);
-    for (const Bytes& part : {id, map, pixels})
-        file.insert(file.end(), part.begin(), part.end());
-    if (footer) {
-        const std::string_view text("\0\0\0\0\0\0\0\0TRUEVISION-XFILE.\0", 26);
-        file.insert(file.end(), text.begin(), text.end());
-    }
-    return file;
+    Bytes head = {uint8_t(id.size()), mapType, imageType};
+    constexpr uint32_t kOrigin = 0x04030201;  // says nothing
+    Append(head, {{mapFirst, 2}, {mapLength, 2}, {mapBits, 1}, {kOrigin, 4}, {width, 2}, {height, 2}, {depth, 1}});
+    head.push_back(descriptor);
+    const std::string_view text("\0\0\0\0\0\0\0\0TRUEVISION-XFILE.\0", 26);
+    return Joined({head, id, map, pixels, footer ? BytesOf(text) : Bytes()});
 }
 
 TgaParts Mapped(uint8_t depth, uint8_t mapBits, uint16_t first, uint16_t length, Bytes map, Bytes pixels) {
@@ -201,18 +211,17 @@ TgaParts Mapped(uint8_t depth, uint8_t mapBits, uint16_t first, uint16_t length,
     return parts;
 }
 
-Bytes PackInRuns(const Bytes& pixels, int pixelBytes, Noise& noise) {
+Bytes PackInRuns(const Bytes& pixels, size_t pixelBytes, Noise& noise, size_t lowest) {
     Bytes packed;
-    const size_t size = size_t(pixelBytes), total = pixels.size() / size;
-    const auto at = [&](size_t i) { return pixels.begin() + long(i * size); };
+    const size_t total = pixels.size() / pixelBytes;
+    const auto at = [&](size_t i) { return pixels.begin() + long(i * pixelBytes); };
     for (size_t i = 0; i < total;) {
         size_t equal = 1;
         while (i + equal < total && std::equal(at(i), at(i + 1), at(i + equal)))
             ++equal;
-        const bool asRun = equal > 1 && noise.Next() % 4 != 0;
-        const size_t longest = std::min(size_t(128), asRun ? equal : total - i);
-        const size_t count = 1 + noise.Next() % longest;
-        packed.push_back(uint8_t((count - 1) | (asRun ? 128 : 0)));
+        const bool asRun = noise.Next() % 4 < (equal > 1 ? 3 : 1);
+        const size_t count = 1 + noise.Next() % std::min(128 - (asRun ? lowest : 0), asRun ? equal : total - i);
+        packed.push_back(uint8_t(count - 1 + lowest + (asRun ? 128 : 0)));
         packed.insert(packed.end(), at(i), at(i + (asRun ? 1 : count)));
         i += count;
     }

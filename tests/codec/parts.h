@@ -1,10 +1,35 @@
 #pragma once
 /// @file
-/// Files put together field by field, and a slow decoder of TGA to judge by.
+/// Files put together field by field, a slow decoder of TGA to judge by, and what the tests of several formats use.
 
-#include "codec_support.h"
+#include <array>
+
+#include "format_table.h"
 
 namespace codectest {
+
+/// @{ Bytes one behind the other.
+Bytes BytesOf(std::string_view text);
+Bytes Joined(std::initializer_list<Bytes> parts);
+/// @}
+inline Id FormatId(const std::string& name) { return *Id::Create("net.orvik.image.pixelformat." + name); }
+ColorProfile ProfileOf(const ImageTextureRef& texture);
+std::vector<float> FloatsOf(const ImageBaseRef& image);
+/// Through the importer of one format. Fails the test on an error, and goes on with a picture of one pixel.
+ImageTextureRef LoadedAs(std::string_view formatName, const Bytes& file);
+/// @param dpi, aspectRatio  0: the picture has none
+void ExpectResolution(const Bytes& file, Float dpi, Float aspectRatio, Float tolerance = 1e-9);
+
+/// @{ Writers named by their arguments: ImageMagick, and a tool that converts from PPM.
+ForeignWriter MagickWriter(const char* arguments, Bytes (*keeps)(Bytes rgba) = nullptr, int tolerance = 0);
+ForeignWriter PpmWriter(const char* tool, const char* arguments, Bytes (*keeps)(Bytes rgba) = nullptr);
+/// @}
+template <class Attribute, class Value>
+ExportVariant MakeVariant(std::string name, const Attribute& attribute, const Value& value) {
+    ExportVariant variant{.name = std::move(name)};
+    EXPECT_TRUE(variant.settings.Set(attribute, value));
+    return variant;
+}
 
 // --- BMP -------------------------------------------------------------------------------------------------------------
 
@@ -23,14 +48,12 @@ struct BmpParts {
     Bytes Make() const;
 };
 
-/// @{ Files of 2 x 2 pixels of 32 bits, and of 3 x 1 of 16, with masks.
-BmpParts Masked32(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows);
-BmpParts Masked16(uint32_t headerSize, uint32_t red, uint32_t green, uint32_t blue, uint32_t alpha, Bytes rows);
-/// @}
+/// A file with masks, of 2 x 2 pixels of 32 bits or 3 x 1 of 16.
+BmpParts Masked(int bits, uint32_t headerSize, std::array<uint32_t, 4> rgbaMasks, Bytes rows);
 /// A file with a palette, whose entries have four bytes but behind a core header.
 BmpParts Indexed(int bits, int width, int height, Bytes palette, Bytes rows, uint32_t headerSize = 40);
-/// A file of run lengths.
-BmpParts Runs(int bits, int width, int height, Bytes palette, Bytes data);
+/// A file of run lengths, whose colours identify their index: red is 10 times the index.
+BmpParts Runs(int bits, int width, int height, Bytes data);
 
 // --- Radiance HDR ----------------------------------------------------------------------------------------------------
 
@@ -39,7 +62,7 @@ std::string HdrHeaderText(const std::string& resolution);
 inline std::string HdrHeaderText(Int width, Int height) {
     return HdrHeaderText("-Y " + std::to_string(height) + " +X " + std::to_string(width));
 }
-Bytes HdrFile(const std::string& header, const Bytes& pixels);
+inline Bytes HdrFile(std::string_view header, const Bytes& pixels) { return Joined({BytesOf(header), pixels}); }
 
 /// A row in runs as others write it: everything as literals or runs at random.
 /// @param rgbe  four bytes a pixel
@@ -54,7 +77,6 @@ struct HdrPicture {
 
 // --- TGA -------------------------------------------------------------------------------------------------------------
 
-/// The bytes of a TGA as a test puts them together.
 struct TgaParts {
     Bytes id = {};
     uint8_t mapType = 0, imageType = 2;
@@ -74,7 +96,8 @@ TgaParts Mapped(uint8_t depth, uint8_t mapBits, uint16_t first, uint16_t length,
 
 /// The pixels in random valid packets.
 /// @param pixelBytes  bytes of one pixel
-Bytes PackInRuns(const Bytes& pixels, int pixelBytes, Noise& noise);
+/// @param lowest  the count that a packet of one pixel has in its first byte
+Bytes PackInRuns(const Bytes& pixels, size_t pixelBytes, Noise& noise, size_t lowest = 0);
 
 /// RGBA of 8 bits, decoded straight from the definition of the format. Empty for what is no TGA.
 Bytes DecodeTgaSlowly(const Bytes& file);

@@ -2,7 +2,7 @@
 
 #include <zlib.h>
 
-#include "format_table.h"
+#include "parts.h"
 #include "png_direct.h"
 
 namespace codectest {
@@ -68,48 +68,30 @@ std::vector<Sample> MakePngBombs() {
 }
 
 std::vector<ExportVariant> MakePngVariants() {
-    std::vector<ExportVariant> variants;
-    for (const bool interlaced : {false, true}) {
-        ExportVariant variant{interlaced ? "interlaced" : "plain"};
-        EXPECT_TRUE(variant.settings.Set(mediaexport::kPngInterlaced, interlaced));
-        variants.push_back(variant);
-    }
-    return variants;
+    return {MakeVariant("plain", mediaexport::kPngInterlaced, false),
+            MakeVariant("interlaced", mediaexport::kPngInterlaced, true)};
 }
 
 std::vector<ForeignWriter> MakePngWriters() {
-    using Keeps = Bytes (*)(Bytes);
-    std::vector<ForeignWriter> writers;
-    const std::string command = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
-    const auto magick = [&](const char* what, const std::string& arguments, Keeps keeps) {
-        writers.push_back({what, {"convert-im6.q16"}, command + arguments + ":%O", keeps});
+    return {
+        MagickWriter("PNG32"),
+        MagickWriter("-interlace PNG PNG32"),
+        MagickWriter("PNG64"),
+        MagickWriter("-alpha off PNG24", Opaque),
+        MagickWriter("-alpha off PNG8", SixtyFourColors),
+        MagickWriter("-alpha off -interlace PNG PNG8", SixteenColors),
+        PillowWriter("Pillow, with alpha", "RGBA", "PNG"),
+        PillowWriter("Pillow, without alpha", "RGB", "PNG", Opaque),
+        PillowWriter("Pillow, grey", "L", "PNG", Grey),
+        PillowWriter("Pillow, one bit", "1", "PNG", BlackAndWhite),
+        PillowWriter("Pillow, palette", "P", "PNG", BlackAndWhite),
+        PpmWriter("pnmtopng", "", Opaque),
+        PpmWriter("pnmtopng", "-interlace", Opaque),
+        PpmWriter("pnmtopng", "", SixteenColors),
+        PpmWriter("pnmtopng", "", SixteenGreys),
+        PpmWriter("pnmtopng", "-interlace", SixteenGreys),
+        PpmWriter("pnmtopng", "", BlackAndWhite),
     };
-    magick("ImageMagick, with alpha", "PNG32", nullptr);
-    magick("ImageMagick, interlaced", "-interlace PNG PNG32", nullptr);
-    magick("ImageMagick, 16 bits", "PNG64", nullptr);
-    magick("ImageMagick, without alpha", "-alpha off PNG24", Opaque);
-    magick("ImageMagick, palette", "-alpha off PNG8", SixtyFourColors);
-    magick("ImageMagick, interlaced palette", "-alpha off -interlace PNG PNG8", SixteenColors);
-
-    writers.push_back(PillowWriter("Pillow, with alpha", "RGBA", "PNG"));
-    writers.push_back(PillowWriter("Pillow, without alpha", "RGB", "PNG", Opaque));
-    writers.push_back(PillowWriter("Pillow, grey", "L", "PNG", Grey));
-    writers.push_back(PillowWriter("Pillow, one bit", "1", "PNG", BlackAndWhite));
-    writers.push_back(PillowWriter("Pillow, palette", "P", "PNG", BlackAndWhite));
-
-    const auto netpbm = [&](const char* what, const std::string& arguments, Keeps keeps) {
-        writers.push_back({what,
-                           {"convert-im6.q16", "pnmtopng"},
-                           command + "-alpha off ppm:- | pnmtopng 2> /dev/null " + arguments + " > %O",
-                           keeps});
-    };
-    netpbm("netpbm", "", Opaque);
-    netpbm("netpbm, interlaced", "-interlace", Opaque);
-    netpbm("netpbm, low depths", "", SixteenColors);
-    netpbm("netpbm, grey of 4 bits", "", SixteenGreys);
-    netpbm("netpbm, interlaced grey of 4 bits", "-interlace", SixteenGreys);
-    netpbm("netpbm, bits", "", BlackAndWhite);
-    return writers;
 }
 
 }  // namespace

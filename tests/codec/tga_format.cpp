@@ -1,6 +1,5 @@
 // TGA, as the tests of all formats see it.
 
-#include "format_table.h"
 #include "parts.h"
 #include "tool_support.h"
 
@@ -47,13 +46,6 @@ std::vector<ExportVariant> MakeTgaVariants() {
     return {{.name = "plain", .unreadable = {"ImageMagick"}}};  // it takes the bottom row for the top one
 }
 
-/// The red channel as grey.
-Bytes RedAsGrey(Bytes rgba) {
-    for (size_t i = 0; i < rgba.size(); i += 4)
-        rgba[i + 1] = rgba[i + 2] = rgba[i], rgba[i + 3] = 255;
-    return rgba;
-}
-
 /// What a palette of 3, 3 and 2 bits a channel keeps.
 Bytes In332(Bytes rgba) {
     for (size_t i = 0; i < rgba.size(); i += 4)
@@ -62,39 +54,28 @@ Bytes In332(Bytes rgba) {
 }
 
 std::vector<ForeignWriter> MakeTgaWriters() {
-    const std::string magick = "convert-im6.q16 -size %Wx%H -depth 8 rgba:%I ";
     const std::string pillow =
         "/usr/bin/python3 -c 'import sys; from PIL import Image\n"
         "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read())\n"
-        "if sys.argv[2] == \"L\": im = im.getchannel(\"R\")\n"
-        "elif sys.argv[2] == \"P\":\n"
+        "if sys.argv[2] == \"P\":\n"
         "  p = Image.frombytes(\"P\", im.size, bytes(r & 224 | g >> 5 << 2 | b >> 6 for r, g, b, a in im.getdata()))\n"
         "  p.putpalette([v for i in range(256) for v in (i & 224, i << 3 & 224, i << 6 & 192)]); im = p\n"
         "else: im = im.convert(sys.argv[2])\n"
         "im.save(sys.argv[3], \"TGA\", compression=sys.argv[4])' %I ";
     return {
-        // What it writes begins with the top row and claims the opposite.
-        {"ImageMagick, with alpha", {"convert-im6.q16"}, magick + "-flip -compress None TGA:%O"},
-        {"ImageMagick, with alpha, in runs", {"convert-im6.q16"}, magick + "-flip -compress RLE TGA:%O"},
-        {"ImageMagick, without alpha, in runs",
-         {"convert-im6.q16"},
-         magick + "-alpha off -flip -compress RLE TGA:%O",
-         Opaque},
+        // What ImageMagick writes begins with the top row and claims the opposite.
+        MagickWriter("-flip -compress None TGA"),
+        MagickWriter("-flip -compress RLE TGA"),
+        MagickWriter("-alpha off -flip -compress RLE TGA", Opaque),
+        PpmWriter("ppmtotga", "-rgb -norle", Opaque),
+        PpmWriter("ppmtotga", "-rgb", Opaque),
         {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O raw"},
         {"Pillow, with alpha, in runs", {"PIL"}, pillow + "RGBA %O tga_rle"},
         {"Pillow, without alpha, in runs", {"PIL"}, pillow + "RGB %O tga_rle", Opaque},
-        {"Pillow, grey", {"PIL"}, pillow + "L %O raw", RedAsGrey},
-        {"Pillow, grey in runs", {"PIL"}, pillow + "L %O tga_rle", RedAsGrey},
+        {"Pillow, grey", {"PIL"}, pillow + "L %O raw", Grey},
+        {"Pillow, grey in runs", {"PIL"}, pillow + "L %O tga_rle", Grey},
         {"Pillow, map", {"PIL"}, pillow + "P %O raw", In332},
         {"Pillow, map, in runs", {"PIL"}, pillow + "P %O tga_rle", In332},
-        {"netpbm",
-         {"convert-im6.q16", "ppmtotga"},
-         magick + "-alpha off ppm:- | ppmtotga -rgb -norle 2> /dev/null > %O",
-         Opaque},
-        {"netpbm, in runs",
-         {"convert-im6.q16", "ppmtotga"},
-         magick + "-alpha off ppm:- | ppmtotga -rgb 2> /dev/null > %O",
-         Opaque},
     };
 }
 

@@ -51,45 +51,41 @@ TEST_F(TgaTest, ReadsEveryKind) {
     for (const auto& file : files) {
         SCOPED_TRACE(file.what);
         const Bytes bytes = file.parts.Make();
-        const Result<ImageTextureRef> texture = LoadAs("tga", bytes);
-        ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-        EXPECT_EQ(RgbaOf(*texture), file.rgba);
+        EXPECT_EQ(RgbaOf(LoadedAs("tga", bytes)), file.rgba);
         EXPECT_EQ(DecodeTgaSlowly(bytes), file.rgba);
     }
 }
 
 TEST_F(TgaTest, DescribesItsStreams) {
     const Bytes file = TgaParts{.height = 1, .depth = 48, .pixels = {1, 2, 3, 4, 5, 6, 11, 12, 13, 14, 15, 16}}.Make();
-    Result<ImageTextureRef> texture = LoadAs("tga", file);
-    ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    const ImageBaseRef image = FirstImage(*texture);
+    const ImageTextureRef texture = LoadedAs("tga", file);
+    const ImageBaseRef image = FirstImage(texture);
     EXPECT_EQ(image->Get(image::kName, String()), String("Image"));
     EXPECT_EQ(image->Get(image::kSubImageIndex, 9), 0);
-    EXPECT_FALSE(image->Get(image::kColorProfile, ColorProfile()).HasProfile());
+    EXPECT_FALSE(ProfileOf(texture).HasProfile());
     EXPECT_FALSE(image->Has(image::kDpi.GetId()));
-    std::vector<std::string> names;
+    EXPECT_FALSE(texture->Has(image::kExportSettings.GetId()));
+    std::string names;
     for (auto child = image->GetFirstChild(Int(IMAGEHIERARCHY::ALPHA)); child; child = child->GetNext()) {
         const auto alpha = Cast<ImageBaseInterface>(child);
-        names.emplace_back(alpha->Get(image::kAlphaName, String()).GetText());
-        EXPECT_EQ(PixelsOf(alpha, pixelformats::kAlphaU8), (Bytes{4, 14})) << names.back();
+        names += std::string(alpha->Get(image::kAlphaName, String()).GetText()) + " ";
+        EXPECT_EQ(PixelsOf(alpha, pixelformats::kAlphaU8), (Bytes{4, 14})) << names;
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"Alpha", "Alpha#2", "Alpha#3"}));
-    EXPECT_FALSE((*texture)->Has(image::kExportSettings.GetId()));
+    EXPECT_EQ(names, "Alpha Alpha#2 Alpha#3 ");
 
     const auto importer = Cast<MediaInputInterface>(*FindHandlerBySuffix("tpic")->CreateHandler(Mount(file)));
     ASSERT_TRUE(importer->Analyze({}, {}, MEDIASESSIONFLAGS::NONE));
     const BaseArray<MediaStreamRef> streams = *importer->GetOutputStreams(true);
-    ASSERT_EQ(streams.GetCount(), 4);
+    std::vector<MEDIAALPHATYPE> types;
     for (const MediaStreamRef& stream : streams) {
         EXPECT_EQ(stream->GetClassId(), Id("net.orvik.image.class.mediastreamimagelayertgaimport"));
-        const MediaStreamFormat format = stream->GetFormat(Data(Int(0)));
-        EXPECT_EQ(format.Get(mediaformat::kAlphaType, MEDIAALPHATYPE::UNDEFINED),
-                  stream == streams[0] ? MEDIAALPHATYPE::UNDEFINED : MEDIAALPHATYPE::STRAIGHT);
+        types.push_back(stream->GetFormat(Data(Int(0))).Get(mediaformat::kAlphaType, MEDIAALPHATYPE::UNDEFINED));
     }
+    constexpr MEDIAALPHATYPE kStraight = MEDIAALPHATYPE::STRAIGHT;
+    EXPECT_THAT(types, testing::ElementsAre(MEDIAALPHATYPE::UNDEFINED, kStraight, kStraight, kStraight));
 
-    texture = LoadAs("tga", TgaParts{.height = 1, .depth = 16, .descriptor = 1, .pixels = Bytes(4)}.Make());
-    ASSERT_TRUE(texture);
-    EXPECT_FALSE(AlphaOf(FirstImage(*texture)));
+    const TgaParts attributeBit{.height = 1, .depth = 16, .descriptor = 1, .pixels = Bytes(4)};
+    EXPECT_FALSE(AlphaOf(FirstImage(LoadedAs("tga", attributeBit.Make()))));
 }
 
 TEST_F(TgaTest, PaletteLengthFollowsTheMap) {
@@ -100,12 +96,9 @@ TEST_F(TgaTest, PaletteLengthFollowsTheMap) {
     for (const auto& c : cases) {
         for (const uint8_t depth : Bytes{8, 16}) {
             SCOPED_TRACE(testing::Message() << c.first << " " << c.length << " " << int(depth));
-            Noise noise(c.first);
-            const TgaParts parts =
-                Mapped(depth, 24, c.first, c.length, noise.Make(size_t(c.length) * 3), noise.Make(8));
-            const Result<ImageTextureRef> texture = LoadAs("tga", parts.Make());
-            ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-            const auto palette = Cast<PixelFormatIndexedColorInterface>(FirstImage(*texture)->GetPixelFormat());
+            const TgaParts parts = Mapped(depth, 24, c.first, c.length, Bytes(size_t(c.length) * 3), Bytes(8));
+            const PixelFormat format = FirstImage(LoadedAs("tga", parts.Make()))->GetPixelFormat();
+            const auto palette = Cast<PixelFormatIndexedColorInterface>(format);
             ASSERT_TRUE(palette);
             EXPECT_EQ(palette->GetColorTableSize(), c.entries);
             EXPECT_EQ(palette->GetColorTablePixelFormat()->GetId(), pixelformats::kBgrU8);
@@ -115,59 +108,48 @@ TEST_F(TgaTest, PaletteLengthFollowsTheMap) {
 
 /// One good file, one wrong field a case.
 TEST_F(TgaTest, RefusesDamage) {
-    const TgaParts good{.imageType = 10, .pixels = {0x83, 1, 2, 3}};
-    const TgaParts indexed = Mapped(8, 24, 0, 1, {1, 2, 3}, Bytes(4));
-    const auto with = [](TgaParts parts, auto change) {
-        change(parts);
-        return parts.Make();
-    };
-    ASSERT_TRUE(LoadAs("tga", good.Make()));
-    ASSERT_TRUE(LoadAs("tga", indexed.Make()));
-    Bytes longId = good.Make();
-    longId[0] = 200;
+    const Bytes colors = TgaParts{.imageType = 10, .pixels = {0x83, 1, 2, 3}}.Make();
+    const Bytes indices = Mapped(8, 24, 0, 1, {1, 2, 3}, Bytes(4)).Make();
+    LoadedAs("tga", colors);
+    LoadedAs("tga", indices);
+    const std::string damaged = "mediasessionwrongtype: ", brokenLine = "illegalstate: Decode scan line error.";
+    enum { kId, kMapType, kType, kMapLength = 5, kMapBits = 7, kWidth = 12, kHeight = 14, kDepth = 16, kPixels = 18 };
     const struct {
         const char* what;
-        Bytes file;
-        const char* kind = "mediasessionwrongtype";
-        const char* message = "";  ///< that the kind of error does not say
+        const Bytes& good;
+        size_t at;
+        Bytes values;  ///< each in a file of its own
+        std::string error;
     } cases[] = {
-        {"width 0", with(good, [](auto& p) { p.width = 0; })},
-        {"width 40000", with(good, [](auto& p) { p.width = 40000; })},
-        {"height 0", with(good, [](auto& p) { p.height = 0; })},
-        {"height 32768", with(good, [](auto& p) { p.height = 32768; })},
-        {"type 0", with(good, [](auto& p) { p.imageType = 0; })},
-        {"type 4", with(good, [](auto& p) { p.imageType = 4; })},
-        {"type 8", with(good, [](auto& p) { p.imageType = 8; })},
-        {"type 12", with(good, [](auto& p) { p.imageType = 12; })},
-        {"type 32", with(good, [](auto& p) { p.imageType = 32; })},
-        {"true colour of 8 bits", with(good, [](auto& p) { p.depth = 8; })},
-        {"true colour of no bits", with(good, [](auto& p) { p.depth = 0; })},
-        {"grey of 24 bits", with(good, [](auto& p) { p.imageType = 11; })},
-        {"indices of 24 bits", with(indexed, [](auto& p) { p.depth = 24; })},
-        {"empty map", with(indexed, [](auto& p) { p.mapLength = 0; })},
-        {"map of 0 bits", with(indexed, [](auto& p) { p.mapBits = 0; })},
-        {"map of 8 bits", with(indexed, [](auto& p) { p.mapBits = 8; })},
-        {"map of 33 bits", with(indexed, [](auto& p) { p.mapBits = 33; })},
-        {"map beyond the end", with(indexed, [](auto& p) { p.mapLength = 0xFFFF; }), "io"},
-        {"map that is passed over, beyond the end",
-         with(good, [](auto& p) { p.mapType = 1, p.mapLength = 9, p.mapBits = 8; }), "io"},
-        {"id beyond the end", longId, "io"},
-        {"more pixels than bytes", with(indexed, [](auto& p) { p.height = 3; })},
-        {"more pixels than packets can give", with(good, [](auto& p) { p.width = 65; })},
-        {"no pixels", with(good, [](auto& p) { p.id = Bytes(3), p.pixels.clear(); })},
-        {"run past the last pixel", with(good, [](auto& p) { p.pixels[0] = 0x84; }), "illegalstate",
-         "Decode scan line error."},
-        {"literals past the last pixel", with(good, [](auto& p) { p.pixels[0] = 0x04; }), "illegalstate",
-         "Decode scan line error."},
+        {"no width, and more than packets can give", colors, kWidth, {0, 65}, damaged},
+        {"width from 32768", colors, kWidth + 1, {0x80, 0x9C}, damaged},
+        {"no height", colors, kHeight, {0}, damaged},
+        {"height from 32768", colors, kHeight + 1, {0x80}, damaged},
+        {"unknown types", colors, kType, {0, 4, 8, 12, 32}, damaged},
+        {"true colour of 8 and no bits", colors, kDepth, {8, 0}, damaged},
+        {"grey of 24 bits", colors, kType, {11}, damaged},
+        {"indices of 24 bits", indices, kDepth, {24}, damaged},
+        {"empty map", indices, kMapLength, {0}, damaged},
+        {"maps of 0, 8 and 33 bits", indices, kMapBits, {0, 8, 33}, damaged},
+        {"map beyond the end", indices, kMapLength + 1, {0xFF}, "io"},
+        {"map that is passed over, beyond the end", colors, kMapLength, {9}, "io"},
+        {"id beyond the end", colors, kId, {200}, "io"},
+        {"no pixels behind the id", colors, kId, {4}, damaged},
+        {"more pixels than bytes", indices, kHeight, {3}, damaged},
+        {"run and literals past the last pixel", colors, kPixels, {0x84, 0x04}, brokenLine},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const Result<ImageTextureRef> loaded = LoadAs("tga", c.file);
-        EXPECT_EQ(KindOf(loaded), c.kind);
-        if (std::string_view(c.kind) != "io") {
-            EXPECT_EQ(MessageOf(loaded), c.message);
-            const std::string text = loaded ? "" : loaded.GetError()->ToString().GetCString();
-            EXPECT_THAT(text, testing::HasSubstr(*c.message ? c.message : "The file is damaged"));
+        for (const uint8_t value : c.values) {
+            SCOPED_TRACE(testing::Message() << c.what << ": " << int(value));
+            Bytes file = c.good;
+            file[c.at] = value;
+            if (c.at == kMapLength && c.good == colors)
+                file[kMapType] = 1, file[kMapBits] = 8;
+            const Result<ImageTextureRef> loaded = LoadAs("tga", file);
+            EXPECT_EQ(c.error == "io" ? KindOf(loaded) : KindOf(loaded) + ": " + MessageOf(loaded), c.error);
+            if (c.error == damaged) {
+                EXPECT_THAT(loaded.GetError()->ToString().GetCString(), testing::HasSubstr("The file is damaged"));
+            }
         }
     }
 }
@@ -179,11 +161,10 @@ TEST_F(TgaTest, IndicesWithoutAMapAreNotDecoded) {
 }
 
 TEST_F(TgaTest, DeliversRowsBeforeABrokenPacket) {
-    Bytes packets;
-    for (int i = 0; i < 2000; ++i)
-        packets.insert(packets.end(), {0xFF, uint8_t(i == 0 ? 77 : 5)});
-    packets[3998] = 0x7F;  // more literals than there are bytes
-    TgaParts parts{.imageType = 11, .width = 128, .height = 2000, .depth = 8, .descriptor = 0x20, .pixels = packets};
+    TgaParts parts{.imageType = 11, .width = 128, .height = 2000, .depth = 8, .descriptor = 0x20};
+    for (int y = 0; y < 1999; ++y)
+        parts.pixels.insert(parts.pixels.end(), {0xFF, uint8_t(y == 0 ? 77 : 5)});
+    parts.pixels.insert(parts.pixels.end(), {0x7F, 5});  // more literals than there are bytes
     const ImageTextureRef texture = MakeTexture();
     EXPECT_EQ(KindOf(LoadInto(texture, "tga", Mount(parts.Make()))), "io");
     const Bytes grey = PixelsOf(FirstImage(texture), pixelformats::kGreyU8);
@@ -192,10 +173,8 @@ TEST_F(TgaTest, DeliversRowsBeforeABrokenPacket) {
 }
 
 TEST_F(TgaTest, DetectsPlausibleHeaders) {
-    const auto claims = [](const Bytes& file) {
-        const auto format = Registry::Find<FileFormatInterface>(kFileFormatRegistry, Format("tga").format);
-        return *format->Detect(Url(), *OpenMemoryInput(AsBlock(file)));
-    };
+    const auto format = Registry::Find<FileFormatInterface>(kFileFormatRegistry, Format("tga").format);
+    const auto claims = [&](const Bytes& file) { return *format->Detect(Url(), *OpenMemoryInput(AsBlock(file))); };
     const struct {
         uint8_t mapType, imageType, depth;
         bool claimed;
@@ -213,7 +192,6 @@ TEST_F(TgaTest, DetectsPlausibleHeaders) {
 /// Every type, depth and direction over sizes at which something wraps or ends, plain and in packets.
 TEST_F(TgaTest, AgreesWithTheSlowDecoder) {
     Noise noise(21);
-    int compared = 0;
     const struct {
         uint8_t type, depth, mapBits;
         const char* format;  ///< end of its id
@@ -232,8 +210,8 @@ TEST_F(TgaTest, AgreesWithTheSlowDecoder) {
                         parts = Mapped(0, kind.mapBits, 5, 100, noise.Make(size_t((kind.mapBits + 7) / 8) * 100), {});
                     parts.imageType = kind.type, parts.depth = kind.depth, parts.descriptor = descriptor;
                     parts.width = size.width, parts.height = size.height;
-                    const int pixelBytes = (kind.depth + 7) / 8;
-                    parts.pixels = noise.Make(size_t(size.width) * size.height * size_t(pixelBytes));
+                    const size_t pixelBytes = size_t((kind.depth + 7) / 8);
+                    parts.pixels = noise.Make(size_t(size.width) * size.height * pixelBytes);
                     if (inRuns) {
                         for (uint8_t& byte : parts.pixels)
                             byte = byte % 8 == 0 ? 1 : 0;  // so that there are runs
@@ -241,51 +219,33 @@ TEST_F(TgaTest, AgreesWithTheSlowDecoder) {
                         parts.pixels = PackInRuns(parts.pixels, pixelBytes, noise);
                     }
                     const Bytes file = parts.Make();
-                    const Result<ImageTextureRef> texture = LoadAs("tga", file);
-                    ASSERT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-                    EXPECT_EQ(FirstImage(*texture)->GetPixelFormat()->GetId(),
-                              *Id::Create("net.orvik.image.pixelformat." + std::string(kind.format)));
-                    ASSERT_EQ(RgbaOf(*texture), DecodeTgaSlowly(file))
+                    const ImageTextureRef texture = LoadedAs("tga", file);
+                    EXPECT_EQ(FirstImage(texture)->GetPixelFormat()->GetId(), FormatId(kind.format));
+                    ASSERT_EQ(RgbaOf(texture), DecodeTgaSlowly(file))
                         << "type " << int(parts.imageType) << ", depth " << int(kind.depth) << ", " << size.width
                         << " x " << size.height << ", descriptor " << int(descriptor);
-                    ++compared;
                 }
             }
         }
     }
-    EXPECT_EQ(compared, 15 * 7 * 4 * 2);
-}
-
-// --- Writing ---------------------------------------------------------------------------------------------------------
-
-Bytes Footer() {
-    const std::string_view text("\0\0\0\0\0\0\0\0TRUEVISION-XfileHelper.\0", 32);
-    return Bytes(text.begin(), text.end());
-}
-
-Bytes Header(uint8_t width, uint8_t height, uint8_t depth) {
-    return {0, 0, 2, 0, 0, 0, 0, 24, 0, 0, 0, 0, width, 0, height, 0, depth, 0};
-}
-
-Bytes Joined(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
 }
 
 TEST_F(TgaTest, WritesFromTheBottomUp) {
+    const Bytes footer = BytesOf({"\0\0\0\0\0\0\0\0TRUEVISION-XfileHelper.\0", 32});
     const struct {
         Picture picture;
-        Bytes file;
+        uint8_t depth;
+        Bytes pixels;
     } cases[] = {
-        {{1, 2, pixelformats::kRgbU8, {1, 2, 3, 4, 5, 6}}, Joined({Header(1, 2, 24), {6, 5, 4, 3, 2, 1}, Footer()})},
-        {{1, 1, pixelformats::kRgbaU8, {1, 2, 3, 4}}, Joined({Header(1, 1, 32), {3, 2, 1, 4}, Footer()})},
-        {{2, 1, pixelformats::kGreyU8, {100, 200}, {7, 9}},
-         Joined({Header(2, 1, 32), {100, 100, 100, 7, 200, 200, 200, 9}, Footer()})},
+        {{1, 2, pixelformats::kRgbU8, {1, 2, 3, 4, 5, 6}}, 24, {6, 5, 4, 3, 2, 1}},
+        {{1, 1, pixelformats::kRgbaU8, {1, 2, 3, 4}}, 32, {3, 2, 1, 4}},
+        {{2, 1, pixelformats::kGreyU8, {100, 200}, {7, 9}}, 32, {100, 100, 100, 7, 200, 200, 200, 9}},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(Save(MakeTexture(c.picture), "tga").GetValueOr(Bytes()), c.file);
+    for (const auto& c : cases) {
+        const uint8_t width = uint8_t(c.picture.width), height = uint8_t(c.picture.height);
+        const Bytes header = {0, 0, 2, 0, 0, 0, 0, 24, 0, 0, 0, 0, width, 0, height, 0, c.depth, 0};
+        EXPECT_EQ(Save(MakeTexture(c.picture), "tga").GetValueOr(Bytes()), Joined({header, c.pixels, footer}));
+    }
 }
 
 }  // namespace
