@@ -55,6 +55,11 @@ Result<ImageTextureRef> MakeTree(Block<const Picture> pictures) {
     return texture;
 }
 
+Bytes ToBytes(Block<const std::byte> bytes) {
+    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
+    return Bytes(first, first + bytes.size());
+}
+
 template <class T>
 T Expect(Result<T> result, T otherwise) {
     EXPECT_TRUE(result) << result.GetError()->ToString().GetCString();
@@ -71,29 +76,22 @@ Result<ImageTextureRef> Load(const Url& url, MEDIASESSIONFLAGS flags) {
     return ImageTextureInterface::LoadTexture(url, TimeValue(), flags, ClassRef(), LayerSet());
 }
 
-Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const Url& url) {
+Result<MediaSessionRef> ConnectToTexture(const MediaConverterRef& importer, const ImageTextureRef& texture) {
     const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
     TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
-    TRY(MediaSessionImport(url, TimeValue(), MEDIASESSIONFLAGS::NONE, output, {}, {},
-                           FindHandlerByFormat(Format(formatName).format)));
-    return {};
+    MediaSessionRef session = TRY(ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>());
+    TRY(session->ConnectMediaConverter(importer, output));
+    return session;
 }
 
-Result<ImageTextureRef> LoadAs(std::string_view formatName, const Url& url) {
-    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
-    TRY(LoadInto(texture, formatName, url));
-    return texture;
+Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const InputStreamRef& stream) {
+    const MediaSessionRef session = TRY(ConnectToTexture(MakeImporter(formatName, stream), texture));
+    return session->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE);
 }
 
-Result<ImageTextureRef> LoadFromStream(std::string_view formatName, const InputStreamRef& stream) {
-    const ObjectRef importer = TRY(ClassRef(Format(formatName).importer).Create());
-    dynamic_cast<FileImporter&>(*importer).SetSourceStream(stream);
-    ImageTextureRef texture = TRY(ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>());
-    const auto output = TRY(ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>());
-    TRY(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
-    const auto session = TRY(ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>());
-    TRY(session->ConnectMediaConverter(Cast<MediaConverterInterface>(importer), output));
-    TRY(session->Convert(TimeValue(), MEDIASESSIONFLAGS::NONE));
+Result<ImageTextureRef> LoadAs(std::string_view formatName, const Bytes& bytes) {
+    ImageTextureRef texture = MakeTexture();
+    TRY(LoadInto(texture, formatName, Mount(bytes)));
     return texture;
 }
 
@@ -144,63 +142,75 @@ Bytes PixelsOfAll(const ImageTextureRef& texture) {
 
 namespace {
 
-Result<void> Subscribe(const MediaStreamRef& stream, Delivery& delivery) {
-    TRY(stream->SubscribeStream(Data(Int(0))));
-    ++delivery.streams;
-    if (const auto image = Cast<MediaStreamImageDataImportInterface>(stream)) {
-        delivery.tallest = std::max(delivery.tallest, stream->GetFormat(Data(Int(0))).Get(mediaformat::kHeight, 0));
-        return image->SetCallbackHandler(
-            {},
-            [&delivery](const MediaStreamProperties&, ChannelOffsets, SETPIXELHANDLERFLAGS) {
-                SetPixelHandlerStruct handler;
-                handler.write = [&delivery](const PixelSpan&, const PixelLineConst&, SETPIXELFLAGS) -> Result<void> {
-                    ++delivery.rows;
-                    return {};
-                };
-                return Result<SetPixelHandlerStruct>(std::move(handler));
-            },
-            {});
+struct Counter {
+    const Listener& listener;
+    Delivery& delivery;
+    Result<void> operator()(const std::string& call) const {
+        const Int nth = delivery.calls[call]++;
+        return listener.answer ? listener.answer(call, nth) : Result<void>();
     }
-    if (const auto audio = Cast<MediaStreamAudioDataImportInterface>(stream))
-        return audio->SetCallbackHandler({}, [](Block<const std::byte>) -> Result<void> { return {}; }, {});
-    return {};
+};
+
+Result<void> Subscribe(const MediaStreamRef& stream, const Counter& count) {
+    TRY(stream->SubscribeStream(Data(Int(0))));
+    ++count.delivery.streams;
+    const auto init = [count](const MediaStreamProperties&) { return count("init"); };
+    const auto finish = [count](const MediaStreamProperties&) { return count("finish"); };
+    if (const auto audio = Cast<MediaStreamAudioDataImportInterface>(stream)) {
+        const auto take = [count](Block<const std::byte> samples) {
+            return count(std::to_string(samples.size()) + " samples");
+        };
+        return audio->SetCallbackHandler(init, take, finish);
+    }
+    const auto set = [count](const MediaStreamProperties&, ChannelOffsets, SETPIXELHANDLERFLAGS) {
+        SetPixelHandlerStruct handler;
+        handler.write = [count](const PixelSpan&, const PixelLineConst&, SETPIXELFLAGS) { return count("row"); };
+        return Result<SetPixelHandlerStruct>(std::move(handler));
+    };
+    const auto image = Cast<MediaStreamImageDataImportInterface>(stream);
+    return image ? image->SetCallbackHandler(init, set, finish) : Result<void>();
 }
 
-Result<void> RunImporter(std::string_view formatName, const InputStreamRef& stream,
-                         const Delegate<void()>& beforeExecute, Delivery& delivery) {
-    const ObjectRef object = TRY(ClassRef(Format(formatName).importer).Create());
-    dynamic_cast<FileImporter&>(*object).SetSourceStream(stream);
-    const auto importer = Cast<MediaConverterInterface>(object);
+Result<void> RunImporter(const MediaConverterRef& importer, const Listener& listener, Delivery& delivery) {
     const auto session = TRY(ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>());
     TRY(importer->ConnectToSession(session));
-    TRY(session->GetProgress()->InitProgress(TimeValue(), TimeValue()));
-    TRY(session->GetProgress()->ObservableProgressNotification()->AddObserver(
+    const MediaSessionProgressRef progress = session->GetProgress();
+    TRY(progress->InitProgress(TimeValue(), TimeValue()));
+    TRY(progress->ObservableProgressNotification()->AddObserver(
         [&delivery](const MediaSessionProgressRef&, Float fraction, TimeValue, TimeValue) -> Result<void> {
             delivery.progress.push_back(fraction);
             return {};
         }));
     TRY(importer->Analyze({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
-    for (const MediaStreamRef& each : TRY(importer->GetOutputStreams(true)))
-        TRY(Subscribe(each, delivery));
-    if (beforeExecute)
-        beforeExecute();
+    const BaseArray<MediaStreamRef> streams = TRY(importer->GetOutputStreams(true));
+    for (Int i = listener.skippedStreams; i < streams.GetCount(); ++i)
+        TRY(Subscribe(streams[i], {listener, delivery}));
+    if (listener.beforeExecute)
+        listener.beforeExecute();
     TRY(importer->PrepareExecute({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
+    delivery.jobs = TRY(progress->AddProgressJob(0, "counts the jobs before it"));
     return importer->Execute({}, TimeValue(), MEDIASESSIONFLAGS::NONE);
 }
 
 }  // namespace
 
-Delivery Deliver(std::string_view formatName, const InputStreamRef& stream, const Delegate<void()>& beforeExecute) {
+MediaConverterRef MakeImporter(std::string_view formatName, const InputStreamRef& stream) {
+    const ObjectRef importer = Expect(ClassRef(Format(formatName).importer).Create(), ObjectRef());
+    dynamic_cast<FileImporter&>(*importer).SetSourceStream(stream);
+    return Cast<MediaConverterInterface>(importer);
+}
+
+Delivery Deliver(const MediaConverterRef& importer, const Listener& listener) {
     Delivery delivery;
-    delivery.kind = KindOf(RunImporter(formatName, stream, beforeExecute, delivery));
+    delivery.kind = KindOf(RunImporter(importer, listener, delivery));
     return delivery;
 }
 
 Bytes ProfileBytes(const ColorProfile& profile) {
-    const Block<const std::byte> bytes = Expect(profile.WriteProfileToMemory(), Block<const std::byte>());
-    const auto* first = reinterpret_cast<const uint8_t*>(bytes.data());
-    return Bytes(first, first + bytes.size());
+    return ToBytes(Expect(profile.WriteProfileToMemory(), Block<const std::byte>()));
 }
+
+Bytes BytesOf(const MemoryFileRef& file) { return ToBytes(std::as_const(*file).GetBytes().ToBlock()); }
 
 ImageTextureRef MakeTexture(const Picture& picture) { return MakeTexture({&picture, 1}); }
 ImageTextureRef MakeTexture(Block<const Picture> pictures) { return Expect(MakeTree(pictures), ImageTextureRef()); }
@@ -230,8 +240,7 @@ Result<void> SaveTo(const ImageTextureRef& texture, std::string_view formatName,
 Result<Bytes> Save(const ImageTextureRef& texture, std::string_view formatName) {
     const MemoryFileRef file = TRY(CreateMemoryFile());
     TRY(SaveTo(texture, formatName, TRY(MountMemoryFile(kMounted, file))));
-    const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
-    return Bytes(first, first + file->GetBytes().GetCount());
+    return BytesOf(file);
 }
 
 }  // namespace codectest

@@ -3,11 +3,13 @@
 /// What the tests of the codecs share: files as bytes, pictures made by hand, errors as ids.
 
 #include <gmock/gmock.h>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "imexport/frame/media_io_formats.h"
 #include "support/module_fixture.h"
+#include "support/results.h"
 
 #include "orvik/gfx_image.h"
 #include "orvik/mediasession_output.h"
@@ -20,6 +22,7 @@ using namespace peers;
 using Bytes = std::vector<uint8_t>;
 
 inline Block<const std::byte> AsBlock(const Bytes& bytes) { return std::as_bytes(Block<const uint8_t>(bytes)); }
+Bytes BytesOf(const MemoryFileRef& file);
 
 /// Publishes the bytes under a memory URL; a later call replaces them.
 Url Mount(const Bytes& bytes);
@@ -29,14 +32,14 @@ inline Result<ImageTextureRef> Load(const Bytes& bytes, MEDIASESSIONFLAGS flags 
     return Load(Mount(bytes), flags);
 }
 /// Through the importer of one format, without detection.
-Result<ImageTextureRef> LoadAs(std::string_view formatName, const Url& url);
-inline Result<ImageTextureRef> LoadAs(std::string_view formatName, const Bytes& bytes) {
-    return LoadAs(formatName, Mount(bytes));
+Result<ImageTextureRef> LoadAs(std::string_view formatName, const Bytes& bytes);
+/// @{ The same into a texture that is there, which keeps what came before an error. From where the stream stands.
+Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const InputStreamRef& stream);
+inline Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const Url& url) {
+    return LoadInto(texture, formatName, *url.OpenInputStream());
 }
-/// The same into a texture that is there, which keeps what came before an error.
-Result<void> LoadInto(const ImageTextureRef& texture, std::string_view formatName, const Url& url);
-/// From where the stream stands.
-Result<ImageTextureRef> LoadFromStream(std::string_view formatName, const InputStreamRef& stream);
+/// @}
+Result<MediaSessionRef> ConnectToTexture(const MediaConverterRef& importer, const ImageTextureRef& texture);
 /// Fails the test on an error, and goes on with a picture of one pixel.
 ImageTextureRef Loaded(const Bytes& bytes);
 
@@ -73,14 +76,22 @@ const FileFormatEntry& Format(std::string_view name);
 /// The rows of the formats that pictures can be written in.
 std::vector<FileFormatEntry> WrittenFormats();
 
-/// What an importer gives to a listener that subscribes to every stream and keeps no pixels.
-struct Delivery {
-    std::string kind;  ///< of the first error, or "ok"
-    Int streams = 0, rows = 0, tallest = 0;
-    std::vector<Float> progress;  ///< what an observer saw
+MediaConverterRef MakeImporter(std::string_view formatName, const InputStreamRef& stream);
+/// Subscribes to the streams of an importer and keeps no pixels.
+struct Listener {
+    Int skippedStreams = 0;               ///< the first ones, which it does not subscribe to
+    Delegate<void()> beforeExecute = {};  ///< called when the streams are known
+    /// Answers the n-th call of a kind, from 0.
+    Delegate<Result<void>(const std::string& call, Int nth)> answer = {};
 };
-/// @param beforeExecute  called when the streams are known
-Delivery Deliver(std::string_view formatName, const InputStreamRef& stream, const Delegate<void()>& beforeExecute = {});
+struct Delivery {
+    std::string kind;                  ///< of the first error, or "ok"
+    Int streams = 0;                   ///< those with a subscription
+    Int jobs = 0;                      ///< of the progress before the pixels
+    std::map<std::string, Int> calls;  ///< of "init", "row" or "3 samples", "finish"
+    std::vector<Float> progress;       ///< what an observer saw
+};
+Delivery Deliver(const MediaConverterRef& importer, const Listener& listener = {});
 
 /// "ok", or the last word of the error's class id, for instance "mediasessionwrongtype".
 template <class T>
@@ -89,10 +100,6 @@ std::string KindOf(const Result<T>& result) {
         return "ok";
     const std::string_view id = result.GetError()->GetErrorId().GetText();
     return std::string(id.substr(id.rfind('.') + 1));
-}
-template <class T>
-std::string MessageOf(const Result<T>& result) {
-    return result ? std::string() : std::string(result.GetError()->GetMessage().GetText());
 }
 
 /// A reproducible stream of bytes.

@@ -6,61 +6,51 @@
 namespace codectest {
 namespace {
 
-const Bytes kBytes = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x88};
-
-EndianReader ReaderOf(BYTEORDER order, const Bytes& bytes = kBytes) {
+EndianReader ReaderOf(BYTEORDER order, const Bytes& bytes) {
     EndianReader reader;
     reader.Attach(OpenMemoryInput(AsBlock(bytes)).GetValueOr(InputStreamRef()), order);
     return reader;
 }
 
-TEST(Endian, ReadsInBothOrders) {
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU16(), 0x0102);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE).ReadU16(), 0x0201);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU32(), 0x01020304u);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE).ReadU32(), 0x04030201u);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU64(), 0x0102030405060788u);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE).ReadS64(), int64_t(0x8807060504030201u));
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG).ReadU8(), 1);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG, {0xFF, 0xFE}).ReadS16(), -2);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG, {0xFF, 0xFF, 0xFF, 0xFD}).ReadS32(), -3);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::BIG, {0x3F, 0xC0, 0, 0}).ReadF32(), 1.5f);
-    EXPECT_EQ(*ReaderOf(BYTEORDER::LITTLE, {0, 0, 0, 0, 0, 0, 0xF8, 0x3F}).ReadF64(), 1.5);
-}
-
-TEST(Endian, NamesTheUrlThatItOpened) {
-    const Url url = Mount(kBytes);
-    EndianReader reader;
-    ASSERT_TRUE(reader.Attach(url, BYTEORDER::BIG));
-    EXPECT_EQ(reader.GetUrl(), url);
-    EXPECT_EQ(*reader.ReadU16(), 0x0102);
-    reader.Attach(*OpenMemoryInput(AsBlock(kBytes)), BYTEORDER::BIG);
-    EXPECT_TRUE(reader.GetUrl().IsEmpty());
-    EXPECT_EQ(*reader.ReadU16(), 0x0102);
-    EXPECT_EQ(KindOf(ReaderOf(BYTEORDER::BIG, {1, 2, 3}).ReadU32()), "io");
-    EXPECT_EQ(KindOf(EndianReader().ReadU8()), "nullptr");
-}
-
-TEST(Endian, WritesInBothOrders) {
-    const struct {
-        BYTEORDER order;
-        Bytes bytes;  ///< before the zeros
-    } cases[] = {{BYTEORDER::BIG, {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xFF, 0xFE, 0x3F, 0xC0,
-                                   0,    0,    0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}},
-                 {BYTEORDER::LITTLE, {0x12, 0x56, 0x34, 0xDE, 0xBC, 0x9A, 0x78, 0xFE, 0xFF, 0,   0,
-                                      0xC0, 0x3F, 0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11}}};
-    for (const auto& [order, bytes] : cases) {
+/// @param bytes  of the value with the highest first; the other order has them reversed
+template <class T>
+void ExpectInBothOrders(T value, Bytes bytes, Result<T> (EndianReader::*read)(),
+                        Result<void> (EndianWriter::*write)(T)) {
+    for (const BYTEORDER order : {BYTEORDER::BIG, BYTEORDER::LITTLE}) {
+        EndianReader in = ReaderOf(order, bytes);
+        EXPECT_EQ(*(in.*read)(), value);
+        EXPECT_EQ(KindOf((in.*read)()), "io");
         const MemoryFileRef file = *CreateMemoryFile();
         EndianWriter out;
         out.Attach(*OpenMemoryOutput(file), order);
-        ASSERT_TRUE(out.WriteU8(0x12) && out.WriteU16(0x3456) && out.WriteU32(0x789ABCDE) && out.WriteS16(-2) &&
-                    out.WriteF32(1.5f) && out.WriteU64(0x1122334455667788) && out.WriteZeros(130) &&
-                    out.GetStream()->Close());
+        EXPECT_TRUE((out.*write)(value) && out.WriteZeros(130) && out.GetStream()->Close());
         Bytes expected = bytes;
         expected.resize(bytes.size() + 130);
-        const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
-        EXPECT_EQ(Bytes(first, first + file->GetBytes().GetCount()), expected);
+        EXPECT_EQ(BytesOf(file), expected);
+        std::reverse(bytes.begin(), bytes.end());
     }
+}
+
+TEST(Endian, ReadsAndWritesInBothOrders) {
+    using R = EndianReader;
+    using W = EndianWriter;
+    const Bytes eight = {0x89, 0xAB, 0xCD, 0xEF, 1, 2, 3, 4};
+    ExpectInBothOrders<uint8_t>(0x81, {0x81}, &R::ReadU8, &W::WriteU8);
+    ExpectInBothOrders<uint16_t>(0x8102, {0x81, 0x02}, &R::ReadU16, &W::WriteU16);
+    ExpectInBothOrders<uint32_t>(0x81020304, {0x81, 2, 3, 4}, &R::ReadU32, &W::WriteU32);
+    ExpectInBothOrders<uint64_t>(0x89ABCDEF01020304, eight, &R::ReadU64, &W::WriteU64);
+    ExpectInBothOrders<int16_t>(-2, {0xFF, 0xFE}, &R::ReadS16, &W::WriteS16);
+    ExpectInBothOrders<int32_t>(-3, {0xFF, 0xFF, 0xFF, 0xFD}, &R::ReadS32, &W::WriteS32);
+    ExpectInBothOrders<int64_t>(int64_t(0x89ABCDEF01020304), eight, &R::ReadS64, &W::WriteS64);
+    ExpectInBothOrders<float>(1.5f, {0x3F, 0xC0, 0, 0}, &R::ReadF32, &W::WriteF32);
+    ExpectInBothOrders<double>(1.5, {0x3F, 0xF8, 0, 0, 0, 0, 0, 0}, &R::ReadF64, &W::WriteF64);
+}
+
+TEST(Endian, OpensUrls) {
+    EndianReader reader;
+    EXPECT_EQ(KindOf(reader.ReadU8()), "nullptr");
+    ASSERT_TRUE(reader.Attach(Mount({1, 2}), BYTEORDER::BIG));
+    EXPECT_EQ(*reader.ReadU16(), 0x0102);
 }
 
 TEST(ChunkedFileIO, EntersAndLeavesChunks) {
@@ -70,10 +60,7 @@ TEST(ChunkedFileIO, EntersAndLeavesChunks) {
     EXPECT_EQ(io.Remaining(), -1);
     EXPECT_EQ(KindOf(io.PopChunk()), "illegalstate");
 
-    ASSERT_TRUE(io.Seek(10));
-    ASSERT_TRUE(io.PushChunk(50));
-    ASSERT_TRUE(io.PushChunk(20));
-    ASSERT_TRUE(io.Skip(5));
+    ASSERT_TRUE(io.Seek(10) && io.PushChunk(50) && io.PushChunk(20) && io.Skip(5));
     EXPECT_EQ(io.Remaining(), 15);
     ASSERT_TRUE(io.PopChunk());  // skips the rest
     EXPECT_EQ(io.GetPosition(), 30);
@@ -83,16 +70,14 @@ TEST(ChunkedFileIO, EntersAndLeavesChunks) {
     ASSERT_TRUE(io.PopChunk());  // exactly at its end: nothing to skip
     EXPECT_EQ(io.GetPosition(), 60);
 
-    ASSERT_TRUE(io.PushChunk(4));
-    ASSERT_TRUE(io.Skip(5));
+    ASSERT_TRUE(io.PushChunk(4) && io.Skip(5));
     EXPECT_EQ(io.Remaining(), -1);
     EXPECT_EQ(KindOf(io.PopChunk()), "illegalstate");  // overrun
 
     ASSERT_TRUE(io.PushChunk(36));  // one byte more than the file has, as an odd last chunk when it is padded
     EXPECT_EQ(KindOf(io.PopChunk()), "io");
     EXPECT_EQ(KindOf(io.PushChunk(-1)), "illegalstate");
-    ASSERT_TRUE(io.PushChunk(INT64_MAX));  // an end beyond all positions
-    ASSERT_TRUE(io.PushChunk(1));
+    ASSERT_TRUE(io.PushChunk(INT64_MAX) && io.PushChunk(1));  // an end beyond all positions
     io.ClearChunks();
     EXPECT_EQ(io.Remaining(), -1);
 }
@@ -103,21 +88,16 @@ TEST(ChunkedWriter, EntersLengthsWhenChunksEnd) {
     ChunkedWriter out;
     out.Attach(*OpenMemoryOutput(file), BYTEORDER::BIG);
     EXPECT_EQ(KindOf(out.PopChunk()), "illegalstate");
-    ASSERT_TRUE(out.PushChunk());
-    ASSERT_TRUE(out.WriteU8(0xAA));
-    ASSERT_TRUE(out.PushChunk(LENGTH::BITS16));
-    ASSERT_TRUE(out.WriteU8(0xBB));
-    ASSERT_TRUE(out.PopChunk(2));  // a filler that is not counted
-    ASSERT_TRUE(out.PushChunk(LENGTH::BITS64));
-    ASSERT_TRUE(out.WriteU8(0xCC));
-    ASSERT_TRUE(out.PopChunk(4, ChunkedWriter::PADDING::COUNTED));
-    ASSERT_TRUE(out.PopChunk());
+    ASSERT_TRUE(out.PushChunk() && out.WriteU8(0xAA));
+    ASSERT_TRUE(out.PushChunk(LENGTH::BITS16) && out.WriteU8(0xBB) && out.PopChunk(2));  // a filler that is not counted
+    ASSERT_TRUE(out.PushChunk(LENGTH::BITS64) && out.WriteU8(0xCC));
+    ASSERT_TRUE(out.PopChunk(4, ChunkedWriter::PADDING::COUNTED) && out.PopChunk());
     const Bytes expected = {0, 0, 0, 17, 0xAA, 0, 1, 0xBB, 0, 0, 0, 0, 0, 0, 0, 0, 4, 0xCC, 0, 0, 0};
-    EXPECT_EQ(KindOf(out.PushChunk(LENGTH::BITS16)), "ok");
-    ASSERT_TRUE(out.WriteZeros(0x10000));
+    ASSERT_TRUE(out.PushChunk(LENGTH::BITS16) && out.WriteZeros(0x10000));
     EXPECT_EQ(KindOf(out.PopChunk()), "illegalstate");  // too long for its length
-    const auto* first = reinterpret_cast<const uint8_t*>(file->GetBytes().GetFirst());
-    EXPECT_EQ(Bytes(first, first + expected.size()), expected);
+    Bytes written = BytesOf(file);
+    written.resize(expected.size());
+    EXPECT_EQ(written, expected);
 }
 
 }  // namespace

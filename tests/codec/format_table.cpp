@@ -27,15 +27,6 @@ std::vector<Sample> MakeSamples() {
     return all;
 }
 
-Sample FindSample(std::string_view name) {
-    for (Sample& sample : MakeSamples()) {
-        if (sample.name == name)
-            return std::move(sample);
-    }
-    ADD_FAILURE() << "no sample " << name;
-    return {};
-}
-
 ForeignWriter PillowWriter(const char* what, const std::string& mode, const std::string& format,
                            Bytes (*keeps)(Bytes rgba)) {
     return {what,

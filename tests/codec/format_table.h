@@ -67,11 +67,7 @@ struct TestedFormat {
     bool analyzesAgain = true;
     const char* secondInputError = "illegalstate";
     bool announcesLate = false;  ///< adds its job to the progress when it begins with the pixels, not before
-    /// @}
-
-    /// @{ What the importer gives.
     bool hasPictures = true;
-    bool hasVideo = false;
     /// @}
 
     /// @{ Capabilities of the exporter; for a format that is written.
@@ -103,8 +99,6 @@ const std::vector<TestedFormat>& TestedFormats();
 const TestedFormat& TestedFormatOf(std::string_view name);
 /// The samples of all formats.
 std::vector<Sample> MakeSamples();
-/// By its name.
-Sample FindSample(std::string_view name);
 
 /// @{ What some files keep of a picture: never an alpha.
 Bytes Opaque(Bytes rgba);

@@ -50,46 +50,20 @@ Result<void> BoxImporter::ReadHeader(const InputStreamRef& stream) {
     return Adopt(std::move(nested), change);
 }
 
-/// Gray pictures of one pixel, one a second: the value is the time. A file holds nothing.
-class ClockImporter : public ImageImporter {
-public:
-    ClockImporter() : ImageImporter(kNoFormat, "clock") {}
-
-protected:
-    bool HasTime() const override { return true; }
-    Result<void> ReadHeader(const InputStreamRef&) override {
-        StreamDescription description;
-        description.pixelFormat = PixelFormats::Get(pixelformats::kGreyU8);
-        description.width = description.height = 1;
-        const MediaStreamFormat format = TRY(DescribeStream(description));
-        _stream = TRY(AddImageStream(format));
-        return {};
-    }
-    Result<void> DecodePixels(const InputStreamRef&) override {
-        const RowSinkRef sink = TRY(OpenSink(_stream, PixelFormats::Get(pixelformats::kGreyU8)));
-        TRY(sink->GetProperties().Set(mediaproperty::kSampleTime, GetTargetTime()));
-        std::byte* const row = TRY(sink->BeginRow(0));
-        *row = std::byte(uint8_t(GetTargetTime().GetSeconds()));
-        return sink->EndRow();
-    }
-
-private:
-    ImageImportStreamRef _stream;
-};
-
-/// A folder without pixels that holds as many pictures of one pixel as the file's first byte says; the second one names
-/// the first picture whose pixels are not there.
+/// As many pictures of one grey pixel as the file's first byte says; the second one names the first picture whose pixel
+/// is not there. At each second the values are one higher.
 class AlbumImporter : public ImageImporter {
 public:
     AlbumImporter() : ImageImporter(kNoFormat, "album") {}
 
 protected:
+    bool HasTime() const override { return true; }
     Result<void> ReadHeader(const InputStreamRef& stream) override {
         uint8_t head[2];
         TRY(stream->Read(head, 2));
         _missing = head[1];
         StreamDescription description;
-        description.pixelFormat = PixelFormats::Get(pixelformats::kGreyU8);
+        description.pixelFormat = _grey;
         description.width = description.height = 1;
         const MediaStreamFormat format = TRY(DescribeStream(description));
         for (Int i = 0; i < head[0]; ++i) {
@@ -101,13 +75,14 @@ protected:
     Result<void> DecodePixels(const InputStreamRef&) override {
         BaseArray<RowSinkRef> sinks;
         for (const ImageImportStreamRef& picture : _pictures) {
-            const RowSinkRef sink = TRY(OpenSink(picture, PixelFormats::Get(pixelformats::kGreyU8)));
+            const RowSinkRef sink = TRY(OpenSink(picture, _grey));
+            TRY(sink->GetProperties().Set(mediaproperty::kSampleTime, GetTargetTime()));
             TRY(sinks.Append(sink));
         }
         for (Int i = 0; i < sinks.GetCount(); ++i) {
             if (i == _missing)
                 return UnsupportedOperationError();
-            const auto value = std::byte(uint8_t(i));
+            const auto value = std::byte(uint8_t(Float(i) + GetTargetTime().GetSeconds()));
             TRY(sinks[i]->PushRow(0, {&value, BITS(8)}));
         }
         EXPECT_EQ(KindOf(sinks[0]->PushRow(1, {nullptr, BITS(8)})), "illegalargument");
@@ -117,6 +92,7 @@ protected:
     }
 
 private:
+    const PixelFormat _grey = PixelFormats::Get(pixelformats::kGreyU8);
     Int _missing = 0;
     BaseArray<ImageImportStreamRef> _pictures;
 };
@@ -180,17 +156,17 @@ private:
 
 class ImportFrameTest : public CodecTest {
 protected:
-    /// A session from an importer of a file into a texture.
     template <class Importer>
-    void Connect(const Bytes& file) {
+    static MediaConverterRef MakeImporter(const Bytes& file) {
         const Ref<Importer> importer = *NewObj<Importer>();
         importer->SetSourceStream(*OpenMemoryInput(*CreateMemoryFile(AsBlock(file))));
-        input = MediaConverterRef(importer);
-        texture = *ClassRef(imageclasses::kTexture).Create<ImageTextureInterface>();
-        const auto output = *ClassRef(mediaclasses::kOutputTexture).Create<MediaOutputTextureInterface>();
-        ASSERT_TRUE(output->SetOutputTexture(texture, ClassRef(storageclasses::kNormal)));
-        session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
-        ASSERT_TRUE(session->ConnectMediaConverter(input, output));
+        return MediaConverterRef(importer);
+    }
+    template <class Importer>
+    void Connect(const Bytes& file) {
+        input = MakeImporter<Importer>(file);
+        texture = MakeTexture();
+        session = *ConnectToTexture(input, texture);
     }
     Result<void> Convert(Float seconds = 0) {
         return session->Convert(TimeValue::FromSeconds(seconds), MEDIASESSIONFLAGS::NONE);
@@ -224,23 +200,28 @@ TEST_F(ImportFrameTest, TakesStreamsOfNestedInputsOver) {
 }
 
 TEST_F(ImportFrameTest, BoundsTheNestingOfInputs) {
-    ASSERT_TRUE(MountMemoryFile("0.png", *CreateMemoryFile(AsBlock(SmallPng()))));
-    for (int depth = 1; depth <= 6; ++depth) {
-        const std::string inner = "memory:" + std::to_string(depth - 1) + (depth == 1 ? ".png" : "");
-        const Bytes file = Tagged("URL", Bytes(inner.begin(), inner.end()));
-        ASSERT_TRUE(MountMemoryFile(std::to_string(depth), *CreateMemoryFile(AsBlock(file))));
+    const auto mount = [](const std::string& name, const Bytes& file) {
+        EXPECT_TRUE(MountMemoryFile(name, *CreateMemoryFile(AsBlock(file))));
+    };
+    const auto load = [&](const std::string& name, const std::string& inner) {
+        const std::string url = "memory:" + inner;
+        const Bytes file = Tagged("URL", Bytes(url.begin(), url.end()));
+        mount(name, file);
         Connect<BoxImporter>(file);
-        EXPECT_EQ(KindOf(Convert()), depth <= NestedInput::kMaxNesting ? "ok" : "mediasessionwrongtype") << depth;
+        return KindOf(Convert());
+    };
+    mount("0.png", SmallPng());
+    EXPECT_EQ(load("1", "0.png"), "ok");
+    for (int depth = 2; depth <= 6; ++depth) {
+        EXPECT_EQ(load(std::to_string(depth), std::to_string(depth - 1)),
+                  depth <= NestedInput::kMaxNesting ? "ok" : "mediasessionwrongtype")
+            << depth;
     }
-    const std::string itself = "memory:loop";
-    ASSERT_TRUE(
-        MountMemoryFile("loop", *CreateMemoryFile(AsBlock(Tagged("URL", Bytes(itself.begin(), itself.end()))))));
-    Connect<BoxImporter>(Tagged("URL", Bytes(itself.begin(), itself.end())));
-    EXPECT_EQ(KindOf(Convert()), "mediasessionwrongtype");
+    EXPECT_EQ(load("loop", "loop"), "mediasessionwrongtype");
 }
 
 TEST_F(ImportFrameTest, DeliversASampleForEachTime) {
-    Connect<ClockImporter>({0});
+    Connect<AlbumImporter>({1, 255});
     for (const int seconds : {0, 5, 2}) {
         ASSERT_EQ(KindOf(Convert(seconds)), "ok");
         EXPECT_EQ(PixelsOf(FirstImage(texture), pixelformats::kGreyU8), Bytes({uint8_t(seconds)}));
@@ -259,58 +240,27 @@ TEST_F(ImportFrameTest, DeliversAnyNumberOfPictures) {
         EXPECT_EQ(PixelsOf(Cast<ImageBaseInterface>(images[i]), pixelformats::kGreyU8), Bytes({uint8_t(i)}));
 }
 
-/// Damage comes first, then what the listeners answer at the end; all of them are told.
+/// Damage comes first, then what the listeners answer at the end, which all of them are asked.
 TEST_F(ImportFrameTest, FinishesAllStreamsAndKeepsTheFirstError) {
     for (const uint8_t missing : {uint8_t(1), uint8_t(255)}) {
-        const Ref<AlbumImporter> importer = *NewObj<AlbumImporter>();
-        importer->SetSourceStream(*OpenMemoryInput(*CreateMemoryFile(AsBlock({3, missing}))));
-        session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
-        ASSERT_TRUE(importer->ConnectToSession(session));
-        ASSERT_TRUE(importer->Analyze({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
-        int finished = 0;
-        const BaseArray<MediaStreamRef> streams = *importer->GetOutputStreams(true);
-        for (const MediaStreamRef& stream : streams) {
-            ASSERT_TRUE(stream->SubscribeStream(Data(Int(0))));
-            ASSERT_TRUE(Cast<MediaStreamImageDataImportInterface>(stream)->SetCallbackHandler(
-                {}, {}, [&finished](const MediaStreamProperties&) -> Result<void> {
-                    switch (finished++) {
-                        case 0:
-                            return {};
-                        case 1:
-                            return IllegalStateError();
-                        default:
-                            return UnknownError();
-                    }
-                }));
-        }
-        ASSERT_TRUE(importer->PrepareExecute({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
-        const Result<void> executed = importer->Execute({}, TimeValue(), MEDIASESSIONFLAGS::NONE);
-        EXPECT_EQ(KindOf(executed), missing == 1 ? "unsupportedoperation" : "illegalstate");
-        EXPECT_EQ(finished, 3);
+        const auto answer = [](const std::string& call, Int nth) -> Result<void> {
+            if (call != "finish" || nth == 0)
+                return {};
+            return nth == 1 ? Error(IllegalStateError()) : Error(UnknownError());
+        };
+        Delivery delivery = Deliver(MakeImporter<AlbumImporter>({3, missing}), {.answer = answer});
+        EXPECT_EQ(delivery.kind, missing == 1 ? "unsupportedoperation" : "illegalstate");
+        EXPECT_EQ(delivery.calls["finish"], 3);
     }
 }
 
 TEST_F(ImportFrameTest, DeliversSoundBetweenInitAndFinish) {
     for (const bool isDamaged : {false, true}) {
-        const Ref<BeepImporter> importer = *NewObj<BeepImporter>();
-        importer->SetSourceStream(*OpenMemoryInput(*CreateMemoryFile(AsBlock({uint8_t(!isDamaged), 2, 3}))));
-        session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
-        ASSERT_TRUE(importer->ConnectToSession(session));
-        ASSERT_TRUE(importer->Analyze({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
-        const auto sound = Cast<MediaStreamAudioDataImportInterface>((*importer->GetOutputStreams(false))[0]);
-        ASSERT_TRUE(sound->SubscribeStream(Data(Int(0))));
         std::string calls;
-        ASSERT_TRUE(sound->SetCallbackHandler(
-            [&](const MediaStreamProperties&) -> Result<void> { return calls += "init ", Result<void>(); },
-            [&](Block<const std::byte> samples) -> Result<void> {
-                calls += std::to_string(samples.size()) + " samples ";
-                return {};
-            },
-            [&](const MediaStreamProperties&) -> Result<void> { return calls += "finish", Result<void>(); }));
-        ASSERT_TRUE(importer->PrepareExecute({}, TimeValue(), MEDIASESSIONFLAGS::NONE));
-        const Result<void> executed = importer->Execute({}, TimeValue(), MEDIASESSIONFLAGS::NONE);
-        EXPECT_EQ(KindOf(executed), isDamaged ? "mediasessionwrongtype" : "ok");
-        EXPECT_EQ(calls, isDamaged ? "init finish" : "init 3 samples finish");
+        const auto answer = [&calls](const std::string& call, Int) { return calls += call + " ", Result<void>(); };
+        const auto importer = MakeImporter<BeepImporter>({uint8_t(!isDamaged), 2, 3});
+        EXPECT_EQ(Deliver(importer, {.answer = answer}).kind, isDamaged ? "mediasessionwrongtype" : "ok");
+        EXPECT_EQ(calls, isDamaged ? "init finish " : "init 3 samples finish ");
     }
 }
 
@@ -330,9 +280,8 @@ TEST_F(ImportFrameTest, WritesSeveralPicturesWithTheirAlphas) {
     };
     const Url target = Mount({});
     ASSERT_EQ(KindOf(save(20, target)), "ok");
-    const InputStreamRef written = *target.OpenInputStream();
     uint8_t pixels[3] = {};
-    ASSERT_TRUE(written->Read(pixels, 3));
+    ASSERT_TRUE((*target.OpenInputStream())->Read(pixels, 3));
     EXPECT_THAT(pixels, testing::ElementsAre(10, 20, 30));
 
     // The error of writing comes before that of closing.

@@ -123,22 +123,19 @@ void ExpectNothingButOutOfMemory(bool sticky, Int first, const Run& run, const C
 }
 
 /// The files have short names, which a copy of a `Url` keeps in itself: copies of others throw when memory is short.
-class WorkingDirectory {
-public:
-    explicit WorkingDirectory(const std::string& path) { std::filesystem::current_path(path); }
-    WorkingDirectory(const WorkingDirectory&) = delete;
-    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
-    ~WorkingDirectory() { std::filesystem::current_path(_before); }
+class MemoryFailureTest : public ToolTest {
+protected:
+    void SetUp() override {
+        ToolTest::SetUp();
+        std::filesystem::current_path(_scratch.Path(""));
+    }
+    void TearDown() override { std::filesystem::current_path(_before); }
 
 private:
-    std::filesystem::path _before = std::filesystem::current_path();
+    const std::filesystem::path _before = std::filesystem::current_path();
 };
 
-class MemoryFailureTest : public CodecTest {};
-
 TEST_F(MemoryFailureTest, LoadsAndSavesGiveOneErrorOrTheWholePicture) {
-    const ScratchDirectory scratch;
-    const WorkingDirectory inside(scratch.Path(""));
     const Url source("source"), target("target");
     const auto crcOf = [](const ImageTextureRef& texture) {
         return FirstImage(texture)->Get(image::kColorProfile, ColorProfile()).GetCrc();
