@@ -3,11 +3,13 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <regex>
 
 #include "formats.h"
 #include "report.h"
 #include "selection.h"
 #include "support/layer_tree.h"
+#include "support/results.h"
 #include "treetext.h"
 
 #include "orvik/host.h"
@@ -21,79 +23,53 @@ using testing::HasSubstr;
 /// Over a red bottom lie a folder with a masked green layer at half opacity, and a hidden blue layer on top.
 class LayersTest : public testing::Test {
 protected:
-    void SetUp() override {
-        auto host = Host::Start();
-        ASSERT_TRUE(host) << host.GetError()->ToString().GetCString();
-        _host.emplace(std::move(*host));
+    LayersTest() {
         _picture.texture = LayerTree::MakeTexture();
         _picture.format = FindFormat("png")->GetFileFormat();
-        const NodeSpec size{.width = kWidth, .height = kHeight};
-        _image = LayerTree::AddImage(_picture.texture, size, LayerTree::Plain(1, 1, 1));
+        _image = LayerTree::AddImage(_picture.texture, {.width = kWidth, .height = kHeight}, LayerTree::Plain(1, 1, 1));
 
         // The first child is the topmost.
-        NodeSpec spec = size;
-        spec.name = "Hidden";
-        spec.enabled = false;
+        NodeSpec spec = {.name = "Hidden", .width = kWidth, .height = kHeight, .enabled = false};
         LayerTree::AddLayer(_image, spec, LayerTree::Plain(0, 0, 1));
         const ImageRef folder = LayerTree::AddFolder(_image, {.name = "Folder"});
-        spec = size;
-        spec.name = "Green";
-        spec.opacity = 0.5;
-        spec.mode = blendmodes::kMultiply;
+        spec = {.name = "Green", .width = kWidth, .height = kHeight, .opacity = 0.5, .mode = blendmodes::kMultiply};
         const ImageRef green = LayerTree::AddLayer(folder, spec, LayerTree::Plain(0, 1, 0));
         spec = {.name = "Mask", .width = kWidth, .height = kHeight, .format = pixelformats::kAlphaU8};
         LayerTree::AddMask(green, spec, [](Int x, Int) { return std::array{0.0, 0.0, 0.0, x < 2 ? 1.0 : 0.0}; });
-        spec = size;
-        spec.name = "Red";
-        LayerTree::AddLayer(_image, spec, LayerTree::Plain(1, 0, 0));
-    }
-    void TearDown() override {
-        _image = ImageRef();
-        _picture = Picture();
-        _host.reset();
+        LayerTree::AddLayer(_image, {.name = "Red", .width = kWidth, .height = kHeight}, LayerTree::Plain(1, 0, 0));
     }
 
     /// RGBA of the first row of a flattened selection.
     std::vector<int> FirstRow(const SelectionOptions& options) {
         const Result<Selection> selection = Select(_picture, options);
-        EXPECT_TRUE(selection) << selection.GetError()->ToString().GetCString();
         const Result<ImageTextureRef> flat = Flatten(*selection);
-        EXPECT_TRUE(flat) << flat.GetError()->ToString().GetCString();
+        EXPECT_EQ(MessageOf(flat), "");
         const ImageBaseRef image = *GetImages(*flat, IMAGEHIERARCHY::IMAGE)->begin();
         RowsWish wish;
         wish.format = PixelFormats::Get(pixelformats::kRgbaU8);
         NodeRows rows = NodeRows::Create(image, wish).TakeValue();
         std::vector<int> values;
-        const Block<const std::byte> row = rows.Read(0).TakeValue();
-        for (const std::byte value : row)
-            values.push_back(std::to_integer<int>(value));
+        std::ranges::transform(rows.Read(0).TakeValue(), std::back_inserter(values), std::to_integer<int>);
         return values;
     }
     std::string DrawTree() { return Draw(Describe("layers.psd", _picture).TakeValue(), _picture.format); }
-    std::string SelectionError(const SelectionOptions& options) {
-        const Result<Selection> selection = Select(_picture, options);
-        return selection ? "" : std::string(selection.GetError()->ToString().GetText());
-    }
+    std::string SelectionError(const SelectionOptions& options) { return MessageOf(Select(_picture, options)); }
 
     static constexpr Int kWidth = 3, kHeight = 2;
-    std::optional<Host> _host;
+    const Result<Host> _host = Host::Start();
     Picture _picture;
     ImageRef _image;
 };
 
-TEST_F(LayersTest, TreeShowsModesOpacitiesAndHiddenLayers) {
-    const std::string text = DrawTree();
-    EXPECT_THAT(text, HasSubstr("├─ layer \"Hidden\"  3 x 2  rgba.u8  hidden\n"));
-    EXPECT_THAT(text, HasSubstr("├─ folder \"Folder\"\n"));
-    EXPECT_THAT(text, HasSubstr("└─ layer \"Green\"  3 x 2  rgba.u8  multiply, 50 %\n"));
-    EXPECT_THAT(text, HasSubstr("└─ layermask \"Mask\"  3 x 2  alpha.u8\n"));
-    EXPECT_THAT(text, HasSubstr("└─ layer \"Red\"  3 x 2  rgba.u8\n"));
-}
-
-TEST_F(LayersTest, TreeShowsFurtherImages) {
+TEST_F(LayersTest, TreeShowsEveryNodeAndItsLook) {
     const NodeSpec small{.name = "Level", .width = 1, .height = 1};
     LayerTree::AddImage(_picture.texture, small, LayerTree::Plain(0, 0, 1));
-    EXPECT_THAT(DrawTree(), HasSubstr("└─ image \"Level\"  1 x 1  rgba.u8\n"));
+    const std::string text = DrawTree();
+    for (const char* line :
+         {"├─ layer \"Hidden\"  3 x 2  rgba.u8  hidden\n", "├─ folder \"Folder\"\n",
+          "└─ layer \"Green\"  3 x 2  rgba.u8  multiply, 50 %\n", "└─ layermask \"Mask\"  3 x 2  alpha.u8\n",
+          "└─ layer \"Red\"  3 x 2  rgba.u8\n", "└─ image \"Level\"  1 x 1  rgba.u8\n"})
+        EXPECT_THAT(text, HasSubstr(line));
 }
 
 TEST_F(LayersTest, FilesWithoutImagesAreShownAndNamedInErrors) {
@@ -119,12 +95,11 @@ TEST_F(LayersTest, SelectionsByPath) {
         {{.paths = {"Folder/Green"}, .composite = true}, {0, 255, 0, 128}, {0, 0, 0, 0}},
     };
     for (const auto& [options, left, right] : cases) {
-        SCOPED_TRACE(options.paths.empty() ? "" : options.paths.front());
         const std::vector<int> row = FirstRow(options);
         ASSERT_EQ(row.size(), 12u);
         for (size_t i = 0; i < 4; ++i) {
-            EXPECT_NEAR(row[i], left[i], 1) << i;
-            EXPECT_NEAR(row[8 + i], right[i], 1) << i;
+            EXPECT_NEAR(row[i], left[i], 1) << testing::PrintToString(options.paths) << i;
+            EXPECT_NEAR(row[8 + i], right[i], 1) << testing::PrintToString(options.paths) << i;
         }
     }
 }
@@ -138,22 +113,18 @@ TEST_F(LayersTest, ErrorsNameWhatCannotBeSelected) {
 
 TEST_F(LayersTest, ReportHasAThumbnailOfEveryNodeAndOfTheComposite) {
     Report report;
-    const Json description = Describe("layers.psd", _picture).TakeValue();
-    ASSERT_TRUE(report.Add(description, _picture));
+    ASSERT_TRUE(report.Add(Describe("layers.psd", _picture).TakeValue(), _picture));
     const std::string file = testing::TempDir() + "layers_report.html";
     ASSERT_TRUE(report.Write(file));
     std::ifstream stream(file);
     const std::string page((std::istreambuf_iterator<char>(stream)), {});
-    const auto count = [&page](std::string_view text) {
-        int found = 0;
-        for (size_t at = page.find(text); at != std::string::npos; at = page.find(text, at + 1))
-            ++found;
-        return found;
-    };
-    EXPECT_EQ(count("data:image/png;base64,"), 6) << "four nodes below the image, the image, its composite";
-    EXPECT_EQ(count("no pixels"), 1) << "the folder";
-    EXPECT_EQ(count("<div class=\"thumb hidden\">"), 1);
-    EXPECT_EQ(count("<span class=\"look\">50 %</span>"), 1);
+    for (const auto& [text, count] : {std::pair("data:image/png;base64,", 6),  // the image, its composite, four nodes
+                                      {"no pixels", 1},                        // the folder
+                                      {"<div class=\"thumb hidden\">", 1},
+                                      {"<span class=\"look\">50 %</span>", 1}}) {
+        const std::regex pattern(text);
+        EXPECT_EQ(std::distance(std::sregex_iterator(page.begin(), page.end(), pattern), {}), count) << text;
+    }
 }
 
 }  // namespace

@@ -137,7 +137,6 @@ class Convert(OrvikTest):
         self.ok("convert", SAMPLE, self.folder / "file.bmp")
         self.assertEqual(direct, (self.folder / "file.bmp").read_bytes())
         self.assertEqual(self.ok("convert", "--to", "bmp", SAMPLE, "/dev/stdout"), direct)
-
         fifo = self.folder / "fifo.bmp"
         os.mkfifo(fifo)
         received = []

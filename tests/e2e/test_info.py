@@ -29,14 +29,14 @@ class Info(OrvikTest):
 
     def test_object_for_one_file_and_list_for_several(self):
         info = self.info(SAMPLE)
-        self.assertEqual(set(info), {"url", "format", "width", "height", "images"})
-        self.assertEqual((info["url"], info["width"], info["height"]), (str(SAMPLE), 320, 200))
-        (image,) = info["images"]
+        (image,) = info.pop("images")
+        png = {"url": str(SAMPLE), "format": "net.orvik.fileformat.imagepng", "width": 320, "height": 200}
+        self.assertEqual(info, png)
         self.check_node(image, "IMAGE", "rgba.u8", 320, 200)
         self.assertIn("sRGB", image["colorprofile"])
         self.assertEqual(image["children"], [])
         self.assertAlmostEqual(image["metadata"]["net.orvik.image.dpi"], 72, delta=0.01)
-        self.assertEqual(self.info(SAMPLE, SAMPLE), [info, info])
+        self.assertEqual(self.info(SAMPLE, SAMPLE), [{**png, "images": [image]}] * 2)
 
     def test_failed_files_have_an_entry(self):
         missing = self.folder / "missing.png"
@@ -68,14 +68,12 @@ class Info(OrvikTest):
     def test_headers_only(self):
         path = self.folder / "cut.png"
         path.write_bytes(SAMPLE.read_bytes()[:6000])
-        cut, whole = self.info("--headers", path)["images"][0], self.info(SAMPLE)["images"][0]
-        self.assertEqual(cut, whole)
+        self.assertEqual(self.info("--headers", path)["images"], self.info(SAMPLE)["images"])
 
     def test_names_that_are_no_text(self):
-        path = self.folder.as_posix().encode() + b"/n\xff.png"
-        with open(path, "wb") as file:
-            file.write(SAMPLE.read_bytes())
-        self.assertTrue(self.info(path.decode(errors="surrogateescape"))["url"].endswith("/n\ufffd.png"))
+        path = self.folder / b"n\xff.png".decode(errors="surrogateescape")
+        path.write_bytes(SAMPLE.read_bytes())
+        self.assertTrue(self.info(path)["url"].endswith("/n\ufffd.png"))
 
     def test_exif(self):
         exif = Image.Exif()
@@ -115,15 +113,9 @@ class Lists(OrvikTest):
         self.assertEqual(entry["id"], "net.orvik.fileformat.imagehdr")
         self.assertEqual(entry["suffixes"], ["hdr", "rgbe", "pic"])
         self.assertEqual(entry["read"], {"image": True, "video": False, "audio": False})
-        for key, hdr, bmp in (
-            ("image", True, True),
-            ("alphas", 0, 1),
-            ("colorprofile", False, True),
-            ("bitdepths", [32], [8]),
-            ("layers", False, False),
-            ("maximalresolution", None, 32000),
-        ):
-            self.assertEqual((entry["write"][key], formats["bmp"]["write"][key]), (hdr, bmp), key)
+        for name, values in (("hdr", (True, 0, False, [32], False, None)), ("bmp", (True, 1, True, [8], False, 32000))):
+            keys = ("image", "alphas", "colorprofile", "bitdepths", "layers", "maximalresolution")
+            self.assertEqual(tuple(formats[name]["write"][key] for key in keys), values)
         settings = {setting["name"] for name in ("bmp", "jpg") for setting in formats[name]["write"]["settings"]}
         self.assertEqual(settings, {"bitmapinfoheader", "disablesrgbconversion", "baseline", "quality"})
         text = self.ok("formats").decode()
@@ -139,12 +131,10 @@ class Lists(OrvikTest):
             ("bgr.u8", "BGR::U8", 24, ["blue", "green", "red"], "rgb"),
             ("grey.u16", "GREY::U16", 16, ["grey"], "grey"),
         ):
-            with self.subTest(name):
-                entry = formats["net.orvik.image.pixelformat." + name]
-                self.assertEqual((entry["bits"], entry["shortname"]), (bits, short))
-                self.assertEqual([channel["type"] for channel in entry["channels"]], channels)
-                self.assertEqual(sum(channel["bits"] for channel in entry["channels"]), bits)
-                self.assertEqual(entry["colorspace"], "net.orvik.image.colorspace." + space)
-                self.assertEqual(entry["alpha"], "alpha" in channels)
+            entry = formats["net.orvik.image.pixelformat." + name]
+            self.assertEqual((entry["bits"], entry["shortname"], entry["alpha"]), (bits, short, "alpha" in channels))
+            self.assertEqual([channel["type"] for channel in entry["channels"]], channels)
+            self.assertEqual(sum(channel["bits"] for channel in entry["channels"]), bits)
+            self.assertEqual(entry["colorspace"], "net.orvik.image.colorspace." + space)
         lines = self.ok("pixelformats").decode().splitlines()
         self.assertEqual({line.split()[0] for line in lines}, set(formats))

@@ -37,10 +37,9 @@ class Installed(OrvikTest):
     def test_files(self):
         here = {path.relative_to(self.prefix).as_posix() for path in self.prefix.rglob("*")}
         libraries = self.libraries.relative_to(self.prefix).as_posix()
-        self.assertLessEqual(
-            {"share/man/man1/orvik.1", "share/bash-completion/completions/orvik", f"{libraries}/liborvik-host.so",
-             f"{libraries}/orvik/modules/image.module", "include/orvik/gfx_image.h"}, here
-        )  # fmt: skip
+        for name in ("share/man/man1/orvik.1", "share/bash-completion/completions/orvik", "include/orvik/gfx_image.h",
+                     f"{libraries}/liborvik-host.so", f"{libraries}/orvik/modules/image.module"):  # fmt: skip
+            self.assertIn(name, here)
 
     def test_binaries_do_not_name_the_build_tree(self):
         for pattern in ("bin/*", "lib/**/*.so*", "lib/**/*.module"):

@@ -4,7 +4,6 @@ import base64
 import html.parser
 import io
 import subprocess
-import tempfile
 
 import numpy as np
 from PIL import Image
@@ -83,12 +82,9 @@ class Report(OrvikTest):
         half = np.zeros((100, 100, 4), np.uint8)
         half[:, :50] = (255, 0, 0, 255)
         self.report(self.save("half.png", half, "RGBA"))
-        with tempfile.TemporaryDirectory() as profile:
-            subprocess.run(
-                [browser, *BROWSER_FLAGS, f"--user-data-dir={profile}", f"--screenshot={self.folder / 'shot.png'}",
-                 (self.folder / "report.html").as_uri()],
-                check=True, capture_output=True, timeout=120,
-            )  # fmt: skip
+        places = [f"--user-data-dir={self.folder / 'profile'}", f"--screenshot={self.folder / 'shot.png'}"]
+        command = [browser, *BROWSER_FLAGS, *places, (self.folder / "report.html").as_uri()]
+        subprocess.run(command, check=True, capture_output=True, timeout=120)
         shot = np.asarray(Image.open(self.folder / "shot.png").convert("RGB")).astype(int)
         red = (shot == (255, 0, 0)).all(axis=2)
         self.assertEqual(red.sum(), 50 * 100)

@@ -16,7 +16,7 @@ using namespace streamconversions;
 
 Block<const std::byte> AsBlock(std::string_view text) { return std::as_bytes(std::span(text)); }
 std::string AsText(const Bytes& bytes) {
-    return {reinterpret_cast<const char*>(bytes.GetFirst()), static_cast<size_t>(bytes.GetCount())};
+    return {reinterpret_cast<const char*>(bytes.GetFirst()), size_t(bytes.GetCount())};
 }
 std::string Pattern(size_t count) {
     std::string bytes(count, 0);
@@ -32,8 +32,6 @@ constexpr std::string_view kStored(
 
 class ZipConversions : public testing::Test {
 protected:
-    void SetUp() override { decoder = *CreateByFactory<StreamConversionInterface>(kZipDecoder); }
-    void TearDown() override { decoder = nullptr; }
     static std::string Encode(std::string_view text, Int level = 6) {
         DataDictionary settings;
         EXPECT_TRUE(settings.Set(kLevel, level));
@@ -44,7 +42,7 @@ protected:
     }
 
     const Result<Host> host = Host::Start({.modules = {}});
-    StreamConversionRef decoder;
+    const StreamConversionRef decoder = *CreateByFactory<StreamConversionInterface>(kZipDecoder);
 };
 
 TEST_F(ZipConversions, AgreeWithBytesMadeByHand) {
