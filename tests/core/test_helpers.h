@@ -41,12 +41,6 @@ private:
     std::filesystem::path _path;
 };
 
-/// What an error says of itself, "" for success.
-template <class T>
-std::string TextOf(const Result<T>& result) {
-    return result ? std::string() : std::string(result.GetError()->ToString().GetText());
-}
-
 inline Block<const std::byte> AsBlock(std::string_view text) {
     return {reinterpret_cast<const std::byte*>(text.data()), text.size()};
 }

@@ -35,21 +35,13 @@ public:
         bool hasSrcProfile = false, hasDstProfile = false;
         CONVERTPIXELFLAGS flags = CONVERTPIXELFLAGS::NONE;
     };
-    struct Line {
-        const std::byte* data = nullptr;
-        Int stride = 0;
-        int phase = 0;
-        Int count = 0;
-        CONVERTPIXELFLAGS flags = CONVERTPIXELFLAGS::NONE;
-    };
 
-    explicit FakeFormat(std::vector<Int> channelBits) : _channelCount(Int(channelBits.size())) {
+    explicit FakeFormat(const std::vector<Int>& channelBits) {
         Int bit = 0;
-        _offsets.push_back(BITS(0));
         for (const Int bits : channelBits)
             _offsets.push_back(BITS(bit += bits));
     }
-    Int GetChannelCount() const override { return _channelCount; }
+    Int GetChannelCount() const override { return Int(_offsets.size()) - 1; }
     ChannelOffsets GetChannelOffsets() const override { return _offsets; }
     BITS GetBitsPerPixel() const override { return _offsets.back(); }
     Result<ConvertPixelFunc> GetConvertPixelFunc(const PixelFormat& srcFormat, ChannelOffsets srcOffsets,
@@ -66,8 +58,7 @@ public:
         return ConvertPixelFunc([this, bits = GetBitsPerPixel().GetBits()](const PixelLine& dst, Int count,
                                                                            const PixelLineConst& src,
                                                                            CONVERTPIXELFLAGS lineFlags) {
-            from = {static_cast<const std::byte*>(src.data), src.stride.GetBits(), src.phase, count, lineFlags};
-            to = {static_cast<const std::byte*>(dst.data), dst.stride.GetBits(), dst.phase, count, lineFlags};
+            convertedWith = lineFlags;
             for (Int i = 0; i < count; ++i)
                 CopyBits(static_cast<std::byte*>(dst.data), dst.phase + i * dst.stride.GetBits(),
                          static_cast<const std::byte*>(src.data), src.phase + i * src.stride.GetBits(), bits);
@@ -81,17 +72,14 @@ public:
         return {};
     }
 
-    mutable Request request;  ///< of the last search for a conversion
-    mutable Line from, to;    ///< of the last run that was converted
+    mutable Request request;                  ///< of the last search for a conversion
+    mutable CONVERTPIXELFLAGS convertedWith;  ///< of the last run that was converted
 
 private:
-    Int _channelCount;
-    std::vector<BITS> _offsets;
+    std::vector<BITS> _offsets{BITS(0)};
 };
 
-inline Ref<FakeFormat> MakeFormat(std::vector<Int> channelBits) {
-    return NewObj<FakeFormat>(std::move(channelBits)).TakeValue();
-}
+inline Ref<FakeFormat> MakeFormat(const std::vector<Int>& bits) { return NewObj<FakeFormat>(bits).TakeValue(); }
 
 /// A profile that says it is one.
 class FakeProfile : public ColorProfileInterface {
@@ -142,8 +130,7 @@ protected:
              {RegisterMediaSessionAudio, RegisterLayerSet, RegisterImageStorages, RegisterImages, RegisterMediaSession,
               RegisterTextureConverters, RegisterMediaSessionOutputConverterBase, RegisterMediaSessionProgress,
               RegisterMediaSessionUrlOutput}) {
-            const Result<void> registered = registerUnit(_publisher);
-            ASSERT_TRUE(registered) << MessageOf(registered);
+            ASSERT_EQ(ErrorIdOf(registerUnit(_publisher)), Id());
         }
     }
     void PublishRegionService() {
@@ -172,6 +159,10 @@ struct StreamSpec {
     std::function<void(MediaStreamFormat&)> describe = {};  ///< sets or takes back keys
 };
 
+inline std::function<void(MediaStreamFormat&)> Named(const char* name) {
+    return [name](MediaStreamFormat& format) { EXPECT_TRUE(format.Set(mediaformat::kStreamName, name)); };
+}
+
 /// The bytes of one row of a stream.
 inline std::vector<std::byte> MakeRow(int seed, Int y, Int bytes) {
     std::vector<std::byte> row(static_cast<size_t>(bytes));
@@ -183,8 +174,10 @@ inline std::vector<std::byte> MakeRow(int seed, Int y, Int bytes) {
 /// Delivers streams that a test lists.
 class FakeImport : public virtual MediaInputInterface, public MediaInputBaseImpl {
 public:
-    FakeImport(std::vector<StreamSpec> specs, PixelFormat format)
-        : _specs(std::move(specs)), _format(std::move(format)) {}
+    using AddOthers = std::function<Result<void>(FakeImport&)>;
+    /// @param addOthers  adds streams of other kinds
+    FakeImport(std::vector<StreamSpec> specs, PixelFormat format, AddOthers addOthers = {})
+        : _specs(std::move(specs)), _format(std::move(format)), _addOthers(std::move(addOthers)) {}
 
     Bool SupportImportStrategy() const override { return true; }
     Result<void> Analyze(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
@@ -207,7 +200,7 @@ public:
             else
                 TRY(streams[size_t(spec.parent)]->AddChild(MediaStreamInterface::kChildBranch, stream));
         }
-        return {};
+        return _addOthers ? _addOthers(*this) : Result<void>();
     }
     Result<void> PrepareExecute(Inputs inputs, TimeValue, MEDIASESSIONFLAGS) override {
         return RequireNoInputs(inputs);
@@ -263,6 +256,7 @@ private:
 
     std::vector<StreamSpec> _specs;
     PixelFormat _format;
+    AddOthers _addOthers;
 };
 
 /// Takes every stream of a texture and keeps the rows.
@@ -296,13 +290,10 @@ public:
             TRY(source->InitStream(properties));
             GetPixelHandlerStruct handler =
                 TRY(source->GetPixelStream(properties, pixelFormat, ColorProfile(), GETPIXELHANDLERFLAGS::NONE));
-            rows.emplace_back();
-            rows.back().resize(size_t(height));
-            for (Int y = height - 1; y >= 0; --y) {  // bottom up, as some files are
-                std::vector<std::byte> row(size_t((bits * width).GetBytes()));
-                TRY(handler.read({0, y, width}, {row.data(), bits}, {}));
-                rows.back()[size_t(y)] = row;
-            }
+            const std::vector<std::byte> row(size_t((bits * width).GetBytes()));
+            auto& taken = rows.emplace_back(size_t(height), row);
+            for (Int y = height - 1; y >= 0; --y)  // bottom up, as some files are
+                TRY(handler.read({0, y, width}, {taken[size_t(y)].data(), bits}, {}));
             handler.Free();
             TRY(source->FinishStream(properties));
         }
@@ -327,14 +318,13 @@ inline std::vector<std::vector<std::byte>> ReadRows(const ImageBaseRef& node) {
         node->GetPixelHandler(format, format->GetChannelOffsets(), {}, GETPIXELHANDLERFLAGS::NONE, LayerSet());
     EXPECT_TRUE(handler) << MessageOf(handler);
     for (Int y = 0; handler && y < node->GetHeight(); ++y) {
-        std::vector<std::byte> row(size_t((format->GetBitsPerPixel() * node->GetWidth()).GetBytes()));
-        const Result<void> read =
-            handler.GetValue().read({0, y, node->GetWidth()}, {row.data(), format->GetBitsPerPixel()}, {});
-        EXPECT_TRUE(read) << MessageOf(read);
-        rows.push_back(std::move(row));
+        rows.emplace_back(size_t((format->GetBitsPerPixel() * node->GetWidth()).GetBytes()));
+        EXPECT_EQ(
+            ErrorIdOf(handler->read({0, y, node->GetWidth()}, {rows.back().data(), format->GetBitsPerPixel()}, {})),
+            Id());
     }
     if (handler)
-        node->FreePixelHandler(handler.GetValue());
+        node->FreePixelHandler(*handler);
     return rows;
 }
 inline std::vector<std::vector<std::byte>> RowsOf(const StreamSpec& spec, const PixelFormat& format) {

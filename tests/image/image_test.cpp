@@ -31,9 +31,9 @@ public:
     static constexpr Id kClass{"net.orvik.test.storage"};
 
 private:
-    static std::string Describe(const char* what, const ColorProfile& stored, const ColorProfile& other, int flags) {
-        return std::string(what) + " stored " + (stored.HasProfile() ? "yes" : "no") + " other " +
-               (other.HasProfile() ? "yes" : "no") + " flags " + std::to_string(flags);
+    static std::string Describe(std::string what, const ColorProfile& stored, const ColorProfile& other, int flags) {
+        return what + (stored.HasProfile() ? " stored" : "") + (other.HasProfile() ? " other " : " ") +
+               std::to_string(flags);
     }
 };
 
@@ -52,10 +52,7 @@ TEST_F(ImageTest, TakesChildrenByBranchAndClass) {
     using B = IMAGEHIERARCHY;
     const Id classes[] = {
         {}, imageclasses::kBase, imageclasses::kImage, imageclasses::kRasterLayer, imageclasses::kTexture};
-    const struct {
-        Id parent;
-        std::vector<std::pair<B, Child>> accepted;
-    } cases[] = {
+    const std::pair<Id, std::vector<std::pair<B, Child>>> cases[] = {
         {imageclasses::kTexture, {{B::IMAGE, kImage}, {B::IMAGE, kLayer}}},
         {imageclasses::kImage, {{B::ALPHA, kLayer}, {B::LAYER, kLayer}, {B::DEEPIMAGEDATA, kLayer}}},
         {imageclasses::kRasterLayer, {{B::LAYER, kLayer}, {B::MASK, kLayer}}},
@@ -66,8 +63,7 @@ TEST_F(ImageTest, TakesChildrenByBranchAndClass) {
                 SCOPED_TRACE(testing::Message() << parentClass.GetText() << " branch " << branch << " child " << child);
                 const auto parent = Make<ImageBaseInterface>(parentClass);
                 const auto node = child == kNull ? ImageBaseRef() : Make<ImageBaseInterface>(classes[child]);
-                const bool fits =
-                    std::find(accepted.begin(), accepted.end(), std::pair(B(branch), child)) != accepted.end();
+                const bool fits = std::count(accepted.begin(), accepted.end(), std::pair(B(branch), child)) > 0;
                 const Result<void> added = parent->AddChildren(B(branch), node, nullptr);
                 EXPECT_EQ(ErrorIdOf(added), fits ? Id() : errorid::kIllegalArgument);
                 EXPECT_EQ(MessageOf(added), "");
@@ -104,11 +100,8 @@ TEST_F(ImageTest, InitRunsInOrderAndLeavesNoStorageOnFailure) {
         EXPECT_EQ(log, expected);
         const auto handler = image->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
         EXPECT_EQ(ErrorIdOf(handler), error.IsEmpty() ? Id() : errorid::kNullptr);
-        if (error.IsEmpty()) {
-            EXPECT_EQ(image->GetWidth(), 4);
-            EXPECT_EQ(image->GetHeight(), 3);
-            EXPECT_EQ(image->GetChannelCount(), 2);
-        }
+        EXPECT_TRUE(!error.IsEmpty() ||
+                    (image->GetWidth() == 4 && image->GetHeight() == 3 && image->GetChannelCount() == 2));
     }
 }
 
@@ -118,15 +111,12 @@ TEST_F(ImageTest, PassesItsProfileToTheStorage) {
     g_log.clear();
     ASSERT_TRUE(image->GetPixelHandler(_format, {}, MakeProfile(), GETPIXELHANDLERFLAGS::DEEPIMAGE, {}));
     ASSERT_TRUE(image->Set(image::kColorProfile, MakeProfile()));
-    ASSERT_TRUE(image->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {}));
-    ASSERT_TRUE(image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION));
-    EXPECT_EQ(g_log, (std::vector<std::string>{"get stored no other yes flags 2", "get stored yes other no flags 0",
-                                               "set stored yes other no flags 1"}));
+    // Without layers its own pixels are what it shows.
     ASSERT_TRUE(image->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::DONTAPPLYMASK, SelectImage("#1")));
-    EXPECT_EQ(g_log.back(), "get stored yes other no flags 4");  // without layers its own pixels are what it shows
+    ASSERT_TRUE(image->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::FORCECOLORPROFILECONVERSION));
+    EXPECT_EQ(g_log, (std::vector<std::string>{"get other 2", "get stored 4", "set stored 1"}));
 }
 
-/// What is written of a node is its storage, which describes itself.
 TEST_F(ImageTest, SerialisesItsStorage) {
     class Described : public FakeStorage, public virtual DataDescriptionObjectInterface {
     public:
@@ -212,7 +202,7 @@ TEST_F(ImageTest, TextureAnswersForItsFirstImage) {
               errorid::kFunctionNotImplemented);
 }
 
-TEST_F(ImageTest, WalksDepthFirstAndNotTooDeep) {
+TEST_F(ImageTest, WalksUntilItIsStoppedAndNotTooDeep) {
     const ImageTextureRef texture = MakeTexture();
     const ImageRef image = MakeImage();
     ASSERT_TRUE(texture->AddChildren(IMAGEHIERARCHY::IMAGE, image, nullptr));
@@ -224,22 +214,13 @@ TEST_F(ImageTest, WalksDepthFirstAndNotTooDeep) {
             bottom = layer;
         }
     };
-    addLevels(2);
-    ASSERT_TRUE(image->AddChildren(IMAGEHIERARCHY::ALPHA, Make<ImageBaseInterface>(imageclasses::kRasterLayer), {}));
-    size_t stopAfter = 0;
-    std::vector<int> branches;
-    const ImageVisitor visit = [&](const ImageBaseRef&, IMAGEHIERARCHY branch) -> Result<Bool> {
-        branches.push_back(int(branch));
-        return branches.size() != stopAfter;
+    int calls = 0, stopAfter = 3;
+    const ImageVisitor visit = [&](const ImageBaseRef&, IMAGEHIERARCHY) -> Result<Bool> {
+        return ++calls != stopAfter;
     };
-    for (const auto& [stop, expected] : {std::pair(size_t(0), std::vector<int>{0, 1, 2, 3, 3}), {3, {0, 1, 2}}}) {
-        branches.clear();
-        stopAfter = stop;
-        EXPECT_EQ(WalkImages(texture, visit).GetValueOr(false), stop == 0);
-        EXPECT_EQ(branches, expected);
-    }
-    stopAfter = 0;
-    addLevels(252);  // the texture, its image and 254 layers: 256 levels
+    addLevels(254);  // the texture, its image and 254 layers: 256 levels
+    EXPECT_FALSE(WalkImages(texture, visit).GetValueOr(true));
+    EXPECT_EQ(calls, 3);
     EXPECT_TRUE(WalkImages(texture, visit).GetValueOr(false));
     addLevels(1);
     EXPECT_EQ(ErrorIdOf(WalkImages(texture, visit)), errorid::kIllegalState);

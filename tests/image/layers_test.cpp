@@ -1,3 +1,6 @@
+#include "image/layers/layerset_impl.h"
+#include "support/described.h"
+#include "support/faults.h"
 #include "support/layer_tree.h"
 #include "support/module_fixture.h"
 
@@ -62,59 +65,38 @@ protected:
     ImageRef image;
 };
 
-/// The topmost of what a set picks is what is seen.
 TEST_F(LayersTest, PathsPickNodes) {
-    const struct {
-        M mode;
-        std::initializer_list<const char*> paths;
-        int expected;
-    } cases[] = {
-        {M::LAYERS, {}, 10},
-        {M::LAYERALPHA, {}, 10},
-        {M::LAYERS, {"top"}, 10},
-        {M::LAYERS, {"bottom"}, 60},
-        {M::LAYERS, {"bottom", "folder\\b"}, 30},
-        {M::LAYERS, {"folder"}, 20},
-        {M::LAYERS, {"folder", "folder\\a"}, 20},
-        {M::LAYERS, {"folder\\"}, 40},        // the inner folder has no name
-        {M::LAYERS, {"folder\\\\a"}, 40},     // nor does it stand for anything in a path
-        {M::LAYERS, {"folder\\hidden"}, 50},  // who asks for it sees it
-        {M::LAYERALPHA, {"folder\\hidden", "bottom"}, 50},
-        {M::LAYERS, {"Top"}, 1},  // nothing of this name: the image itself
-        {M::LAYERS, {"picture"}, 1},
-        {M::LAYERS, {"a"}, 1},
-        {M::LAYERS, {"first"}, 1},
-        {M::DISABLED, {}, 1},
-        {M::DISABLED, {"top"}, 1},
-        {M::ALPHAS, {"\\first"}, 2},
-        {M::ALPHAS, {"first"}, 2},
-        {M::ALPHAS, {"\\Alpha"}, 3},  // the first of two that answer to it
-        {M::ALPHAS, {"Alpha"}, 3},
-        {M::ALPHAS, {"first", "Alpha"}, 2},
-        {M::ALPHAS, {"top"}, -1},
-        {M::ALPHAS, {}, -1},
-        {M::LAYERMASKS, {"masked"}, 80},
-        {M::LAYERMASKS, {"bottom", "masked"}, 80},
-        {M::LAYERMASKS, {"masked\\m"}, -1},
-        {M::LAYERMASKS, {"bottom"}, -1},
-        {M::LAYERMASKS, {}, -1},
+    const std::tuple<M, int, std::vector<std::vector<const char*>>> cases[] = {
+        {M::LAYERS, 10, {{}, {"top"}}},
+        {M::LAYERALPHA, 10, {{}}},
+        {M::LAYERS, 60, {{"bottom"}}},
+        {M::LAYERS, 30, {{"bottom", "folder\\b"}}},
+        {M::LAYERS, 20, {{"folder"}, {"folder", "folder\\a"}}},
+        {M::LAYERS, 40, {{"folder\\"}, {"folder\\\\a"}}},  // the inner folder has no name, and paths skip it
+        {M::LAYERS, 50, {{"folder\\hidden"}}},             // who asks for it sees it
+        {M::LAYERALPHA, 50, {{"folder\\hidden", "bottom"}}},
+        {M::LAYERS, 1, {{"Top"}, {"picture"}, {"a"}, {"first"}}},  // nothing of this name: the image itself
+        {M::DISABLED, 1, {{}, {"top"}}},
+        {M::ALPHAS, 2, {{"\\first"}, {"first"}, {"first", "Alpha"}}},
+        {M::ALPHAS, 3, {{"\\Alpha"}, {"Alpha"}}},  // the first of two that answer to it
+        {M::ALPHAS, -1, {{"top"}, {}}},
+        {M::LAYERMASKS, 80, {{"masked"}, {"bottom", "masked"}}},
+        {M::LAYERMASKS, -1, {{"masked\\m"}, {"bottom"}, {}}},
     };
-    for (const auto& [mode, paths, expected] : cases) {
-        std::string text = "mode " + std::to_string(int(mode));
-        for (const char* path : paths)
-            text += std::string(", ") + path;
-        EXPECT_EQ(Read(MakeLayerSet(paths, mode)), expected) << text;
-        EXPECT_EQ(Read(MakeLayerSet(paths, mode), image), expected) << text;
+    for (const auto& [mode, expected, sets] : cases) {
+        for (const auto& paths : sets) {
+            for (const ImageBaseRef& node : {ImageBaseRef(texture), ImageBaseRef(image)})
+                EXPECT_EQ(Read(MakeLayerSet(paths, mode), node), expected)
+                    << "mode " << int(mode) << ": " << testing::PrintToString(paths);
+        }
     }
 }
 
-/// Paths start below the node that is asked.
 TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
     const ImageRef group = LayerTree::AddLayer(image, Named("group"), Red(90));
     const ImageRef inner = LayerTree::AddLayer(group, Named("inner"), Red(100));
     LayerTree::AddLayer(inner, Named("leaf"), Red(110));
     EXPECT_EQ(Read(MakeLayerSet({"inner\\leaf"}), group), 110);
-    EXPECT_EQ(Read(MakeLayerSet({"leaf"}), inner), 110);
     EXPECT_EQ(Read(MakeLayerSet({"group\\inner\\leaf"}), group), 90);
     EXPECT_EQ(Read(MakeLayerSet({"group\\inner\\leaf"}), image), 110);
     EXPECT_EQ(Read(MakeLayerSet({}), group), 100);  // layers directly below; what hangs below a layer is not seen
@@ -123,7 +105,6 @@ TEST_F(LayersTest, PathsStartAtTheNodeThatIsAsked) {
         String("inner\\leaf"));
 }
 
-/// Layers that are off or have no pixels do not hide the image's own, unless a path asks for them.
 TEST_F(LayersTest, DisabledAndEmptyLayers) {
     const ImageTextureRef other = LayerTree::MakeTexture();
     const ImageRef flat = LayerTree::AddImage(other, kPixel, Red(1));
@@ -150,17 +131,14 @@ TEST_F(LayersTest, DisabledAndEmptyLayers) {
 /// One layer that needs no blending keeps its bits, which floats between would not: 16 bits, and a NaN.
 TEST_F(LayersTest, SingleLayerIsNotTouched) {
     const ImageRef wide = LayerTree::AddImage(LayerTree::MakeTexture(), {.width = 3, .height = 1});
-    const ImageRef layer = LayerTree::AddLayer(
-        wide, {.x = 1, .width = 1, .height = 1, .format = Id("net.orvik.image.pixelformat.rgba.u32")});
+    constexpr Id kFormat("net.orvik.image.pixelformat.rgba.u32");
+    const ImageRef layer = LayerTree::AddLayer(wide, {.x = 1, .width = 1, .height = 1, .format = kFormat});
     const PixelFormat format = layer->GetPixelFormat();
-    const std::array<uint32_t, 4> value{0x01234567, 0x89ABCDEF, 0xFFFFFFFE, 0x7FFFFFFF};
+    const std::array<uint32_t, 4> value{0x01234567, 0x89ABCDEF, 0xFFFFFFFE, 0x7FFFFFFF}, nothing{};
     auto writer = layer->SetPixelHandler(format, {}, {}, SETPIXELHANDLERFLAGS::NONE);
     ASSERT_TRUE(writer);
     ASSERT_TRUE(writer->write({0, 0, 1}, {value.data(), BITS(128)}, {}));
-    const auto read = [&] {
-        return ReadPixels<uint32_t>(wide, Id("net.orvik.image.pixelformat.rgba.u32"), MakeLayerSet({}));
-    };
-    const std::array<uint32_t, 4> nothing{};
+    const auto read = [&] { return ReadPixels<uint32_t>(wide, kFormat, MakeLayerSet({})); };
     EXPECT_EQ(read(), (std::vector{nothing, value, nothing}));
     ASSERT_TRUE(layer->Set(image::kLayerOpacity, 0.5));
     EXPECT_NE(read()[1], value);
@@ -174,14 +152,91 @@ TEST_F(LayersTest, SingleNodesAreFilledAround) {
         const ImageRef mask = LayerTree::AddMask(
             layer, {.x = 1, .width = 2, .height = 1, .format = format, .maskColor = 200}, LayerTree::Plain(1, 1, 1, 1));
         const auto read = ReadPixels<uint8_t, 1>(wide, format, MakeLayerSet({"l"}, M::LAYERMASKS));
-        using P = std::array<uint8_t, 1>;
-        EXPECT_EQ(read, (std::vector<P>{{200}, {255}, {255}, {200}}));
+        EXPECT_EQ(read, (std::vector<std::array<uint8_t, 1>>{{200}, {255}, {255}, {200}}));
         ASSERT_TRUE(layer->RemoveChild(mask));
     }
     LayerTree::AddAlpha(wide, {.x = 2, .width = 9, .height = 1, .format = pixelformats::kAlphaU8},
                         LayerTree::Plain(0, 0, 0, 1));
     const auto read = ReadPixels<uint8_t, 1>(wide, pixelformats::kAlphaU8, MakeLayerSet({"Alpha"}, M::ALPHAS));
     EXPECT_EQ(read, (std::vector<std::array<uint8_t, 1>>{{0}, {0}, {255}, {255}}));
+}
+
+LayerSet MakeSet(const std::vector<const char*>& paths, const char* image = "", M mode = M::LAYERS,
+                 Bool calculateAlpha = false) {
+    LayerSet set = MakeLayerSet(paths, mode, image);
+    EXPECT_TRUE(set.SetCalculateAlpha(calculateAlpha));
+    return set;
+}
+
+using LayerSetTest = ModuleFixture;
+
+TEST_F(LayerSetTest, EqualityAndHashGoByValue) {
+    const LayerSet sets[] = {
+        MakeSet({"A", "B\\C", "D"}),
+        MakeSet({"A", "B\\C"}),
+        MakeSet({"a", "B\\C", "D"}),  // case counts
+        MakeSet({"A", "B", "C", "D"}),
+        MakeSet({}),
+        MakeSet({""}),
+        MakeSet({"\\"}),
+        MakeSet({"A", "B\\C", "D"}, "#2"),
+        MakeSet({"A", "B\\C", "D"}, "", M::ALPHAS),
+        MakeSet({"A", "B\\C", "D"}, "", M::LAYERS, true),
+    };
+    for (size_t i = 0; i < std::size(sets); ++i) {
+        for (size_t k = 0; k < std::size(sets); ++k) {
+            EXPECT_EQ(sets[i] == sets[k], i == k) << i << " and " << k;
+            EXPECT_EQ(sets[i].GetHashCode() == sets[k].GetHashCode(), i == k) << i << " and " << k;
+        }
+    }
+    for (const LayerSet& other : {MakeSet({"D", "B\\C", "A"}), MakeSet({"B\\C", "A", "D", "A"})}) {
+        EXPECT_TRUE(other == sets[0]);
+        EXPECT_EQ(other.GetHashCode(), sets[0].GetHashCode());
+    }
+}
+
+TEST_F(LayerSetTest, CopiesAreIndependentAndModesAreChecked) {
+    const LayerSet null, original = MakeSet({"A"});
+    EXPECT_TRUE(null->GetSelectedLayers().IsEmpty());
+    EXPECT_FALSE(null == MakeSet({}));
+    LayerSet copy = original;
+    EXPECT_TRUE(copy == original);
+    ASSERT_TRUE(copy.SetMode(M::DISABLED));
+    EXPECT_EQ(original->GetMode(), M::LAYERS);
+    EXPECT_TRUE(copy->GetSelectedLayers().Contains("A"));
+    for (const int mode : {-1, 5})
+        EXPECT_FALSE(copy.SetMode(M(mode)));
+    EXPECT_EQ(copy->GetMode(), M::DISABLED);
+}
+
+TEST_F(LayerSetTest, SerialisesItsFieldsByName) {
+    LayerSet set = MakeSet({"Folder\\Layer", "", "\xC3\x84"}, "#3", M::LAYERMASKS, true), back;
+    LayerSet sameOtherOrder = MakeSet({"\xC3\x84", "Folder\\Layer", ""}, "#3", M::LAYERMASKS, true);
+    const MemoryFileRef file = Written(set), fileOfSame = Written(sameOtherOrder);
+    const Block<const std::byte> bytes = BytesOf(file);
+    EXPECT_TRUE(std::ranges::equal(bytes, BytesOf(fileOfSame)));
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    size_t at = 0;  // each field behind the one before
+    for (const std::string name : {"_layers", "_selectedImage", "_layersetMode", "_calculateAlpha"})
+        ASSERT_NE(at = text.find(char(name.size()) + name, at), std::string_view::npos) << name;
+    ASSERT_TRUE(ReadFrom(back, bytes));
+    EXPECT_TRUE(back == set);
+    // Cut anywhere, it is an error and changes nothing.
+    LayerSet kept = MakeSet({"kept"});
+    for (size_t length = 0; length < bytes.size(); ++length)
+        EXPECT_FALSE(ReadFrom(kept, bytes.first(length))) << length;
+    EXPECT_TRUE(kept == MakeSet({"kept"}));
+}
+
+TEST_F(LayerSetTest, EveryFailedAllocationLeavesTheSetAsItWas) {
+    const LayerSet before = MakeSet({"A", "B", "C"}), after = MakeSet({"4", "3", "2", "1"});
+    AllocationFaults faults;
+    while (faults.Next()) {
+        LayerSet set = before;
+        const Result<void> done = faults.Run([&] { return set.SetSelectedLayers(after->GetSelectedLayers()); });
+        EXPECT_TRUE(set == (done ? after : before));
+    }
+    EXPECT_GT(faults.GetErrorCount(), 4);
 }
 
 }  // namespace

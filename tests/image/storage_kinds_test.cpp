@@ -1,9 +1,12 @@
 // What all storages owe their callers, whatever lies behind them.
 #include <map>
 #include <random>
+#include <thread>
 
 #include "image_fakes.h"
 #include "storage/decode_limits.h"
+#include "storage/gfx_image_storage_voxel.h"
+#include "support/module_fixture.h"
 
 namespace orvik {
 namespace {
@@ -22,8 +25,7 @@ protected:
 
     Storage Fresh(const Id& kind) const {
         const Storage storage = Make<ImagePixelStorageInterface>(kind);
-        const Result<void> done = storage->Init(kWidth, kHeight, format, {});
-        EXPECT_TRUE(done) << MessageOf(done);
+        EXPECT_EQ(ErrorIdOf(storage->Init(kWidth, kHeight, format, {})), Id());
         return storage;
     }
     Result<GetPixelHandlerStruct> Reader(const Storage& storage) const {
@@ -47,16 +49,12 @@ protected:
                          storageclasses::kVoxel};
 };
 
-TEST_F(StorageKinds, AreRegisteredInTheirOrder) {
-    std::vector<Id> ids;
-    for (const Registry::Entry& entry : Registry::GetEntries(kPixelStorageClassRegistry))
-        ids.push_back(entry.id);
-    EXPECT_TRUE(std::ranges::equal(ids, kinds));
-}
-
 /// Rasters end at their sides, a voxel storage where its tiles can no longer be counted; its grid cannot reach from the
 /// tile at 0 to the farthest.
 TEST_F(StorageKinds, RefuseSpansOutside) {
+    const std::vector<PixelSpan> farther = {
+        {kFar, 0, 2}, {0, kFar + 1, 1}, {-kFar - 2, 0, 1}, {0, -kFar - 2, 1}, {0, 0, -1},   {5, 0, -3},   {kMax, 0, 2},
+        {1, 0, kMax}, {kMax, 0, kMax},  {kMin, 0, kMax},   {kMin, 0, kMin},   {0, kMax, 1}, {0, kMin, 1}, {0, 0, kMin}};
     const struct {
         std::vector<PixelSpan> spans;
         Id raster, voxelRead, voxelWrite;
@@ -64,23 +62,7 @@ TEST_F(StorageKinds, RefuseSpansOutside) {
         {{{0, 0, 6}, {5, 3, 1}, {6, 0, 0}}, {}, {}, {}},
         {{{0, 0, 7}, {5, 0, 2}, {7, 0, 0}, {-1, 0, 1}, {-1, 0, 0}, {0, 4, 1}, {0, 4, 0}, {0, -1, 1}}, kNo, {}, {}},
         {{{kFar, kFar, 1}, {-kFar - 1, 0, 1}}, kNo, {}, kMemory},
-        {{{kFar, 0, 2},
-          {0, kFar + 1, 1},
-          {-kFar - 2, 0, 1},
-          {0, -kFar - 2, 1},
-          {0, 0, -1},
-          {5, 0, -3},
-          {kMax, 0, 2},
-          {1, 0, kMax},
-          {kMax, 0, kMax},
-          {kMin, 0, kMax},
-          {kMin, 0, kMin},
-          {0, kMax, 1},
-          {0, kMin, 1},
-          {0, 0, kMin}},
-         kNo,
-         kNo,
-         kNo},
+        {farther, kNo, kNo, kNo},
     };
     for (const Id& kind : kinds) {
         const Storage storage = Fresh(kind);
@@ -100,7 +82,7 @@ TEST_F(StorageKinds, RefuseSpansOutside) {
 TEST_F(StorageKinds, AgreeWithAMapOfPixels) {
     using Pixel = std::vector<std::byte>;
     for (const Id& kind : {storageclasses::kNormal, storageclasses::kPlanes, storageclasses::kVoxel}) {
-        for (const Int bits : {1, 2, 4, 8, 12, 24, 64}) {
+        for (const Int bits : {1, 2, 3, 4, 5, 7, 8, 11, 12, 24, 64, 65, 100, 128}) {
             SCOPED_TRACE(testing::Message() << kind.GetText() << ' ' << bits);
             const bool isVoxel = kind == storageclasses::kVoxel;
             format = MakeFormat({bits});
@@ -119,7 +101,7 @@ TEST_F(StorageKinds, AgreeWithAMapOfPixels) {
                 return found == model.end() ? untouched : found->second;
             };
             std::mt19937 random(static_cast<unsigned>(bits));
-            std::vector<std::byte> line(300 * 8 + 8);
+            std::vector<std::byte> line(300 * 16);
             for (int i = 0; i < 300; ++i) {
                 const Int count = Int(random() % 200);
                 const PixelSpan span{Int(random() % 300) - (isVoxel ? 150 : 0), Int(random() % 40) - (isVoxel ? 20 : 0),
@@ -133,17 +115,13 @@ TEST_F(StorageKinds, AgreeWithAMapOfPixels) {
                         Pixel& pixel = model[{span.x + k, span.y}] = Pixel(bytes);
                         CopyBits(pixel.data(), 0, line.data(), phase + k * bits, bits);
                     }
-                } else if (bits % 8 == 0 && i % 3 == 0) {  // a line from right to left
-                    std::fill(line.begin(), line.end(), std::byte(0));
-                    ASSERT_TRUE(reader.read(span, {line.data() + 200 * bytes, BITS(-bits)}, {}));
-                    for (Int k = 0; k < count; ++k)
-                        std::ranges::copy(pixelAt(span.x + k, span.y), &expected[size_t(200 - k) * bytes]);
-                    ASSERT_EQ(line, expected) << "line " << i;
                 } else {
+                    const bool backwards = bits % 8 == 0 && i % 3 == 0;
+                    const Int first = backwards ? 200 * bits : phase, step = backwards ? -bits : bits;
                     std::fill(line.begin(), line.end(), std::byte(0));
-                    ASSERT_TRUE(reader.read(span, {line.data(), BITS(bits), phase}, {}));
+                    ASSERT_TRUE(reader.read(span, {&line[size_t(first / 8)], BITS(step), int(first % 8)}, {}));
                     for (Int k = 0; k < count; ++k)
-                        CopyBits(expected.data(), phase + k * bits, pixelAt(span.x + k, span.y).data(), 0, bits);
+                        CopyBits(expected.data(), first + k * step, pixelAt(span.x + k, span.y).data(), 0, bits);
                     ASSERT_EQ(line, expected) << "line " << i;
                 }
             }
@@ -191,16 +169,20 @@ TEST_F(StorageKinds, InitRefusesAndStaysSafe) {
     EXPECT_GT(GetDecodeBufferLimit(), Int(64) << 20);
 }
 
-TEST_F(StorageKinds, InitSurvivesEveryFailedAllocation) {
+TEST_F(StorageKinds, InitAndCloneSurviveEveryFailedAllocation) {
     for (const Id& kind : kinds) {
         SCOPED_TRACE(kind.GetText());
-        AllocationFaults faults;
+        AllocationFaults faults, copies;
         while (faults.Next()) {
             const Storage storage = Fresh(kind);
             const bool failed = !faults.Run([&] { return storage->Init(100, 100, format, {}); });
             EXPECT_EQ(storage->GetWidth() == 100 && bool(Reader(storage)), !failed);
         }
-        EXPECT_GT(faults.GetErrorCount(), 0);
+        const Storage storage = Fresh(kind);
+        (void)Writer(storage)->write({0, 0, 1}, {pixels, BITS(16)}, {});
+        while (copies.Next())
+            (void)copies.Run([&] { return storage->Clone(); });
+        EXPECT_TRUE(faults.GetErrorCount() > 0 && copies.GetErrorCount() > 0);
     }
 }
 
@@ -213,12 +195,9 @@ TEST_F(StorageKinds, ClonesAreIndependent) {
         const bool holds = kind != storageclasses::kNoData;
         EXPECT_EQ(bool(Writer(storage)->write(span, {pixel, BITS(16)}, {})), holds);
         const Storage clone = Cast<ImagePixelStorageInterface>(storage->Clone().TakeValue());
-        ASSERT_TRUE(clone);
-        EXPECT_EQ(clone->GetWidth(), kWidth);
-        EXPECT_EQ(clone->GetHeight(), kHeight);
-        EXPECT_EQ(clone->GetPixelFormat(), PixelFormat(format));
-        EXPECT_EQ(storage->IsEqual(*clone), kind == storageclasses::kNormal);
-        EXPECT_TRUE(storage->IsEqual(*storage));
+        ASSERT_TRUE(clone && clone->GetPixelFormat() == PixelFormat(format));
+        EXPECT_EQ(clone->GetWidth() * 10 + clone->GetHeight(), kWidth * 10 + kHeight);
+        EXPECT_TRUE(storage->IsEqual(*storage) && storage->IsEqual(*clone) == (kind == storageclasses::kNormal));
         if (!holds)
             continue;
         EXPECT_TRUE(Writer(storage)->write(span, {pixels, BITS(16)}, {}));
@@ -248,12 +227,7 @@ TEST_F(StorageKinds, HandlersOutliveANewSize) {
 
 /// Components have the checks of spans. Planes test the width of a channel before its index.
 TEST_F(StorageKinds, ComponentsCheckTheirArguments) {
-    struct Case {
-        Int channel;
-        PixelSpan span;
-        Id error;
-    };
-    const Case cases[] = {
+    const std::tuple<Int, PixelSpan, Id> cases[] = {
         {2, {0, 0, 1}, kNo}, {-1, {0, 0, 1}, kNo},   {kMax, {0, 0, 1}, kNo}, {1, {-1, 0, 1}, kNo},
         {1, {5, 0, 2}, kNo}, {1, {0, 4, 1}, kNo},    {1, {0, -1, 1}, kNo},   {1, {kMax, 0, kMax}, kNo},
         {2, {0, 0, 0}, kNo}, {1, {1, 0, kMax}, kNo}, {1, {5, 3, 1}, {}},     {0, {0, 0, 0}, {}},
@@ -271,6 +245,153 @@ TEST_F(StorageKinds, ComponentsCheckTheirArguments) {
     format = MakeFormat({4, 4});
     for (const Int channel : {0, 9})
         EXPECT_EQ(ErrorIdOf(Fresh(storageclasses::kPlanes)->GetComponent(channel, {0, 0, 1}, pixels, 1, {})), kLacks);
+}
+
+Ref<ImagePixelStorageVoxel> MakeVoxel(const PixelFormat& format, Block<const std::byte> defaultColor = {}) {
+    auto storage = NewObj<ImagePixelStorageVoxel>().TakeValue();
+    EXPECT_EQ(ErrorIdOf(storage->Init(10, 10, format, defaultColor)), Id());
+    return storage;
+}
+GetPixelHandlerStruct Reader(ImagePixelStorageVoxel& storage, const PixelFormat& format) {
+    return storage.GetPixelHandler(format, {}, {}, {}, GETPIXELHANDLERFLAGS::NONE).TakeValue();
+}
+SetPixelHandlerStruct Writer(ImagePixelStorageVoxel& storage, const PixelFormat& format) {
+    return storage.SetPixelHandler(format, {}, {}, {}, SETPIXELHANDLERFLAGS::NONE, {}).TakeValue();
+}
+uint8_t ReadByte(ImagePixelStorageVoxel& storage, const PixelFormat& format, Int x, Int y) {
+    uint8_t value = 99;
+    EXPECT_EQ(ErrorIdOf(Reader(storage, format).read({x, y, 1}, {&value, BITS(8)}, {})), Id());
+    return value;
+}
+Result<void> WriteByte(ImagePixelStorageVoxel& storage, const PixelFormat& format, Int x, Int y, uint8_t value) {
+    return Writer(storage, format).write({x, y, 1}, {&value, BITS(8)}, {});
+}
+
+TEST(Voxel, MakesTilesOnlyWhereItIsWritten) {
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const std::byte color{42};
+    const auto storage = MakeVoxel(format, {&color, 1});
+    const SetPixelHandlerStruct writer = Writer(*storage, format);
+    const GetPixelHandlerStruct reader = Reader(*storage, format);
+    uint8_t pixels[300] = {};
+    for (const PixelSpan& span : {PixelSpan{0, 0, 300}, {-1000, -1000, 300}, {kFar, 0, 1}}) {
+        SetAllocationFault(0);
+        EXPECT_TRUE(reader.read(span, {pixels, BITS(8)}, {}));
+        EXPECT_EQ(GetAllocationCount(), 0);
+        EXPECT_EQ(pixels[0], 42);
+    }
+    const std::pair<PixelSpan, Int> cases[] = {
+        {{-1, -1, 1}, 2},  // the grid and the tile
+        {{-64, -64, 64}, 0}, {{0, -1, 0}, 0}, {{-1, -1, 2}, 2},
+        {{-65, -1, 1}, 2},   {{-1, 0, 1}, 2}, {{0, 0, 1}, 1},  // inside the grid
+        {{0, 64, 200}, 5},                                     // one growth for four tiles
+    };
+    for (const auto& [span, allocations] : cases) {
+        SetAllocationFault(0);
+        EXPECT_TRUE(writer.write(span, {pixels, BITS(8)}, {}));
+        EXPECT_EQ(GetAllocationCount(), allocations) << span.x << ", " << span.y;
+    }
+}
+
+TEST(Voxel, FillsWithOneWholePixelAndStartsAfresh) {
+    const std::string text =
+        "Illegal argument: Condition defaultColor->GetCount() == _bitsPerPixel.GetBytes() not fulfilled. ";
+    const std::byte color[4] = {std::byte(5), std::byte(6), std::byte(7), std::byte(8)};
+    const std::tuple<std::vector<Int>, size_t, bool> cases[] = {
+        {{8}, 0, true},        {{8}, 1, true},  {{8}, 2, false}, {{8, 8, 8}, 3, true},
+        {{8, 8, 8}, 4, false}, {{12}, 2, true}, {{12}, 1, false}};
+    for (const auto& [channels, colorBytes, fits] : cases) {
+        const auto storage = NewObj<ImagePixelStorageVoxel>().TakeValue();
+        const Result<void> done =
+            storage->Init(4, 3, MakeFormat(channels), Block<const std::byte>(color).first(colorBytes));
+        EXPECT_EQ(ErrorIdOf(done), fits ? Id() : errorid::kIllegalArgument);
+        EXPECT_EQ(MessageOf(done), fits ? "" : text);
+    }
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const auto storage = MakeVoxel(format);
+    ASSERT_TRUE(WriteByte(*storage, format, 1, 1, 3));
+    ASSERT_TRUE(storage->Init(kMax, kMax, format, {color, 1}));  // the size is only declared
+    EXPECT_EQ(ReadByte(*storage, format, 1, 1), 5);
+    // Also in the far corner, when there is no other tile.
+    ASSERT_TRUE(WriteByte(*storage, format, kFar, -kFar - 1, 9));
+    EXPECT_EQ(ReadByte(*storage, format, kFar, -kFar - 1), 9);
+    EXPECT_EQ(ReadByte(*storage, format, kFar - 1, -kFar - 1), 5);
+}
+
+TEST(Voxel, SurvivesEveryFailedAllocation) {
+    const Ref<FakeFormat> format = MakeFormat({8});
+    const std::vector<uint8_t> line(200, 8);
+    AllocationFaults writes;
+    while (writes.Next()) {
+        const auto storage = MakeVoxel(format);
+        ASSERT_TRUE(WriteByte(*storage, format, -100, -100, 3));
+        const SetPixelHandlerStruct writer = Writer(*storage, format);
+        const auto write = [&] { return writer.write({0, 0, 200}, {line.data(), BITS(8)}, {}); };
+        if (!writes.Run(write)) {
+            EXPECT_EQ(ReadByte(*storage, format, 199, 0), 0);
+            ASSERT_TRUE(write());
+        }
+        EXPECT_EQ(ReadByte(*storage, format, 199, 0), 8);
+        EXPECT_EQ(ReadByte(*storage, format, -100, -100), 3);
+    }
+    EXPECT_EQ(writes.GetErrorCount(), 5);
+}
+
+using VoxelThreadsTest = ModuleFixture;
+
+/// Many writers over growing, overlapping ground, and readers beside them. Each writer has its own columns, so that no
+/// pixel has two.
+TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
+    const PixelFormat format = PixelFormats::Get(pixelformats::kRgbaU8);
+    const std::byte color[4] = {std::byte(1), std::byte(2), std::byte(3), std::byte(4)};
+    constexpr Int kWriters = 4, kReach = 260;
+    const auto storage = MakeVoxel(format, color);
+    const auto valueAt = [](Int x, Int y) { return uint32_t(x * 7919 + y * 104729 + 77); };
+    std::vector<std::thread> threads;
+    std::atomic<int> failures{0};
+    std::atomic<bool> stop{false};
+    for (Int w = 0; w < kWriters; ++w) {
+        threads.emplace_back([&, w] {
+            const SetPixelHandlerStruct writer = Writer(*storage, format);
+            for (Int step = 0; step < kReach / 4; ++step) {
+                // Outwards in all four directions, so that the grid grows all the time.
+                for (const Int y : {step * 4, -step * 4 - 1}) {
+                    for (Int x = -step * 4; x <= step * 4; ++x) {
+                        if ((x & 3) != w)
+                            continue;
+                        const uint32_t pixel = valueAt(x, y);
+                        failures += !writer.write({x, y, 1}, {&pixel, BITS(32)}, {});
+                    }
+                }
+            }
+        });
+    }
+    std::thread reader([&] {
+        const GetPixelHandlerStruct handler = Reader(*storage, format);
+        uint32_t row[64];
+        while (!stop.load()) {  // over rows without writers, in tiles that are made meanwhile
+            for (Int y = -kReach + 2; y < kReach; y += 4) {
+                failures += !handler.read({-32, y, 64}, {row, BITS(32)}, {});
+                failures += row[5] != 0x04030201;
+            }
+        }
+    });
+    for (std::thread& thread : threads)
+        thread.join();
+    stop = true;
+    reader.join();
+    EXPECT_EQ(failures, 0);
+
+    const GetPixelHandlerStruct handler = Reader(*storage, format);
+    for (Int y = -kReach; y < kReach; ++y) {
+        uint32_t row[2 * kReach];
+        ASSERT_TRUE(handler.read({-kReach, y, 2 * kReach}, {row, BITS(32)}, {}));
+        const Int step = y >= 0 ? (y % 4 == 0 ? y / 4 : -1) : ((-y - 1) % 4 == 0 ? (-y - 1) / 4 : -1);
+        for (Int x = -kReach; x < kReach; ++x) {
+            const bool written = step >= 0 && step < kReach / 4 && -step * 4 <= x && x <= step * 4;
+            ASSERT_EQ(row[x + kReach], written ? valueAt(x, y) : 0x04030201u) << x << ", " << y;
+        }
+    }
 }
 
 }  // namespace

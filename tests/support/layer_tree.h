@@ -96,25 +96,17 @@ private:
         const auto storage = spec.hasPixels ? storageclasses::kNormal : storageclasses::kNoData;
         EXPECT_TRUE(node->Init(spec.width, spec.height, ClassRef(storage), PixelFormats::Get(spec.format), {}));
         EXPECT_TRUE(node->Set(image::kType, spec.type));
-        if (!spec.name.empty()) {
-            EXPECT_TRUE(node->Set(spec.type == ITYPE::ALPHA ? image::kAlphaName : image::kName, String(spec.name)));
-        }
-        if (spec.x != 0 || spec.y != 0) {
-            EXPECT_TRUE(node->Set(image::kLayerBoundingBoxX, spec.x));
-            EXPECT_TRUE(node->Set(image::kLayerBoundingBoxY, spec.y));
-        }
-        if (spec.opacity) {
-            EXPECT_TRUE(node->Set(image::kLayerOpacity, *spec.opacity));
-        }
-        if (!spec.mode.IsEmpty()) {
-            EXPECT_TRUE(node->Set(image::kLayerBlendMode, blendmodes::Get(spec.mode)));
-        }
-        if (spec.enabled) {
-            EXPECT_TRUE(node->Set(image::kLayerEnabled, *spec.enabled));
-        }
-        if (spec.maskColor) {
-            EXPECT_TRUE(node->Set(image::kLayerMaskDefColor, *spec.maskColor));
-        }
+        const auto set = [&](bool isGiven, const auto& key, const auto& value) {
+            EXPECT_TRUE(!isGiven || node->Set(key, value));
+        };
+        const bool hasPlace = spec.x != 0 || spec.y != 0;
+        set(!spec.name.empty(), spec.type == ITYPE::ALPHA ? image::kAlphaName : image::kName, String(spec.name));
+        set(hasPlace, image::kLayerBoundingBoxX, spec.x);
+        set(hasPlace, image::kLayerBoundingBoxY, spec.y);
+        set(spec.opacity.has_value(), image::kLayerOpacity, spec.opacity.value_or(0));
+        set(!spec.mode.IsEmpty(), image::kLayerBlendMode, blendmodes::Get(spec.mode));
+        set(spec.enabled.has_value(), image::kLayerEnabled, spec.enabled.value_or(false));
+        set(spec.maskColor.has_value(), image::kLayerMaskDefColor, spec.maskColor.value_or(0));
         if (paint && spec.hasPixels)
             Fill(node, paint);
         EXPECT_TRUE(parent->AddChildren(branch, node, nullptr));
@@ -122,23 +114,19 @@ private:
     }
 };
 
-/// Reads a node, line by line, as pixels of N components of type T. Empty after a failure, which also
-/// fails the test.
+/// Reads a node, line by line, as pixels of N components of type T. Empty after a failure, which also fails the test.
 template <class T, size_t N = 4>
 std::vector<std::array<T, N>> ReadPixels(const ImageBaseRef& node, const Id& format, const LayerSet& layers,
                                          GETPIXELHANDLERFLAGS flags = GETPIXELHANDLERFLAGS::NONE) {
     std::vector<std::array<T, N>> pixels;
     auto reader = node->GetPixelHandler(PixelFormats::Get(format), {}, {}, flags, layers);
-    EXPECT_TRUE(reader) << reader.GetError()->ToString().GetCString();
+    EXPECT_TRUE(reader);
     if (!reader)
         return pixels;
     const Int width = node->GetWidth();
     pixels.resize(static_cast<size_t>(width * node->GetHeight()));
-    for (Int y = 0; y < node->GetHeight(); ++y) {
-        const Result<void> read =
-            reader->read({0, y, width}, {pixels.data() + y * width, BITS(sizeof(T) * N * 8)}, GETPIXELFLAGS::NONE);
-        EXPECT_TRUE(read) << read.GetError()->ToString().GetCString();
-    }
+    for (Int y = 0; y < node->GetHeight(); ++y)
+        EXPECT_TRUE(reader->read({0, y, width}, {pixels.data() + y * width, BITS(sizeof(T) * N * 8)}, {}));
     node->FreePixelHandler(*reader);
     return pixels;
 }
