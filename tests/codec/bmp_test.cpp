@@ -12,15 +12,6 @@ const Bytes kRows24 = {1, 2, 3, 4, 5, 6, 0xEE, 0xEE, 11, 12, 13, 14, 15, 16, 0xE
 const Bytes kRows32 = {1, 2, 3, 4, 5, 6, 7, 8, 11, 12, 13, 14, 15, 16, 17, 18};
 const char* const kWrongType = "mediasessionwrongtype";
 
-/// Pixels as 0xRRGGBBAA.
-Bytes Rgba(std::initializer_list<uint32_t> pixels) {
-    Bytes bytes(4 * pixels.size());
-    size_t at = 0;
-    for (const uint32_t pixel : pixels)
-        Put32(bytes, at, pixel, true), at += 4;
-    return bytes;
-}
-
 /// @return format of the image
 PixelFormat ExpectPixels(const Bytes& file, const Bytes& rgba) {
     const ImageTextureRef texture = LoadedAs("bmp", file);  // detection does not claim all headers

@@ -14,6 +14,13 @@ Bytes Joined(std::initializer_list<Bytes> parts) {
     return all;
 }
 
+Bytes Rgba(std::initializer_list<uint32_t> pixels) {
+    Bytes bytes;
+    for (const uint32_t pixel : pixels)
+        bytes.insert(bytes.end(), {uint8_t(pixel >> 24), uint8_t(pixel >> 16), uint8_t(pixel >> 8), uint8_t(pixel)});
+    return bytes;
+}
+
 ColorProfile ProfileOf(const ImageTextureRef& texture) {
     return FirstImage(texture)->Get(image::kColorProfile, ColorProfile());
 }

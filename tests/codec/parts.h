@@ -12,6 +12,8 @@ namespace codectest {
 Bytes BytesOf(std::string_view text);
 Bytes Joined(std::initializer_list<Bytes> parts);
 /// @}
+/// Pixels as 0xRRGGBBAA.
+Bytes Rgba(std::initializer_list<uint32_t> pixels);
 inline Id FormatId(const std::string& name) { return *Id::Create("net.orvik.image.pixelformat." + name); }
 ColorProfile ProfileOf(const ImageTextureRef& texture);
 std::vector<float> FloatsOf(const ImageBaseRef& image);

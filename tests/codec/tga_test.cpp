@@ -10,7 +10,11 @@ class TgaTest : public CodecTest {};
 /// Both the importer and the judge of the other tests, by pixels written down here.
 TEST_F(TgaTest, ReadsEveryKind) {
     const Bytes bgr = {1, 2, 3, 4, 5, 6, 11, 12, 13, 14, 15, 16};
-    const Bytes bottomUp = {13, 12, 11, 255, 16, 15, 14, 255, 3, 2, 1, 255, 6, 5, 4, 255};
+    const Bytes bottomUp = Rgba({0x0D0C0BFF, 0x100F0EFF, 0x030201FF, 0x060504FF});
+    const TgaParts strange{.mapType = 7, .mapLength = 2, .mapBits = 5, .map = {1, 2}, .pixels = bgr};
+    const TgaParts attribute{.height = 1, .depth = 16, .descriptor = 1, .pixels = {0x1F, 0x80, 0xE0, 0x7F}};
+    const TgaParts grey{.imageType = 3, .height = 1, .depth = 16, .pixels = {99, 7, 0, 8}};
+    const TgaParts packets{.imageType = 10, .width = 3, .pixels = {0x83, 1, 2, 3, 0x01, 4, 5, 6, 7, 8, 9}};
     // Index 256 is no entry.
     TgaParts indexed = Mapped(16, 24, 0, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9}, {0, 0, 1, 0, 2, 0, 0, 1});
     indexed.descriptor = 0x20;
@@ -24,29 +28,20 @@ TEST_F(TgaTest, ReadsEveryKind) {
         TgaParts parts;
         Bytes rgba;  ///< top row first
     } files[] = {
-        {"top down",
-         {.descriptor = 0x20, .pixels = bgr},
-         {3, 2, 1, 255, 6, 5, 4, 255, 13, 12, 11, 255, 16, 15, 14, 255}},
+        {"top down", {.descriptor = 0x20, .pixels = bgr}, Rgba({0x030201FF, 0x060504FF, 0x0D0C0BFF, 0x100F0EFF})},
         {"with id, map and footer", everything, bottomUp},
-        {"a map of strange entries is passed over",
-         {.mapType = 7, .mapLength = 2, .mapBits = 5, .map = {1, 2}, .pixels = bgr},
-         bottomUp},
-        {"16 bits, attribute bit",
-         {.height = 1, .depth = 16, .descriptor = 1, .pixels = {0x1F, 0x80, 0xE0, 0x7F}},
-         {0, 0, 248, 255, 248, 248, 0, 255}},
+        {"a map of strange entries is passed over", strange, bottomUp},
+        {"16 bits, attribute bit", attribute, Rgba({0x0000F8FF, 0xF8F800FF})},
         {"40 bits", {.height = 1, .depth = 40, .pixels = {1, 2, 3, 4, 99, 5, 6, 7, 8, 98}}, {3, 2, 1, 4, 7, 6, 5, 8}},
-        {"grey of 16 bits",
-         {.imageType = 3, .height = 1, .depth = 16, .pixels = {99, 7, 0, 8}},
-         {7, 7, 7, 255, 8, 8, 8, 255}},
-        {"indices of 16 bits", indexed, {3, 2, 1, 255, 6, 5, 4, 255, 9, 8, 7, 255, 0, 0, 0, 255}},
-        {"map of 15 bits", map15, {0, 0, 248, 255, 0, 248, 0, 255, 248, 0, 0, 255, 0, 0, 0, 255}},
-        {"map of 32 bits", map32, {4, 3, 2, 1, 8, 7, 6, 5, 12, 11, 10, 9, 0, 0, 0, 0}},
-        {"packets across rows",
-         {.imageType = 10, .width = 3, .pixels = {0x83, 1, 2, 3, 0x01, 4, 5, 6, 7, 8, 9}},
-         {3, 2, 1, 255, 6, 5, 4, 255, 9, 8, 7, 255, 3, 2, 1, 255, 3, 2, 1, 255, 3, 2, 1, 255}},
+        {"grey of 16 bits", grey, Rgba({0x070707FF, 0x080808FF})},
+        {"indices of 16 bits", indexed, Rgba({0x030201FF, 0x060504FF, 0x090807FF, 0x000000FF})},
+        {"map of 15 bits", map15, Rgba({0x0000F8FF, 0x00F800FF, 0xF80000FF, 0x000000FF})},
+        {"map of 32 bits", map32, Rgba({0x04030201, 0x08070605, 0x0C0B0A09, 0})},
+        {"packets across rows", packets,
+         Rgba({0x030201FF, 0x060504FF, 0x090807FF, 0x030201FF, 0x030201FF, 0x030201FF})},
         {"right to left: backwards from the row's first byte, through the row before",
-         {.height = 2, .descriptor = 0x30, .pixels = bgr},
-         {3, 2, 1, 255, 0, 0, 0, 255, 13, 12, 11, 255, 6, 5, 4, 255}},
+         {.descriptor = 0x30, .pixels = bgr},
+         Rgba({0x030201FF, 0x000000FF, 0x0D0C0BFF, 0x060504FF})},
     };
     for (const auto& file : files) {
         SCOPED_TRACE(file.what);
