@@ -40,8 +40,7 @@ private:
 class FakeHandler : public MediaSessionFileFormatHandlerInterface {
 public:
     explicit FakeHandler(Absence why) : Object(why) {}
-    FakeHandler(FileFormat fileFormat, FakeBehaviour fake)
-        : behaviour(std::move(fake)), format(std::move(fileFormat)) {}
+    FakeHandler(FileFormat of, FakeBehaviour fake) : behaviour(std::move(fake)), format(std::move(of)) {}
     FileFormat GetFileFormat() const override { return format; }
     const DataType* GetHandlerType() const override {
         return makesInputs ? &GetDataType<MediaInputRef>() : &GetDataType<Int>();

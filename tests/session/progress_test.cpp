@@ -30,40 +30,30 @@ protected:
 
 class Progress : public testing::Test {
 protected:
-    struct Notification {
-        Float fraction, elapsed;
-        TimeValue expected;
-    };
-
     /// One that notes its notifications.
     Ref<TimedProgress> MakeProgress() {
         const auto progress = Make<TimedProgress>();
-        EXPECT_THAT(progress->ObservableProgressNotification()->AddObserver([this](const MediaSessionProgressRef& from,
-                                                                                   Float fraction, TimeValue elapsed,
-                                                                                   TimeValue expected) -> Result<void> {
+        const ProgressDelegate observer = [this](const MediaSessionProgressRef& from, Float fraction, TimeValue elapsed,
+                                                 TimeValue expected) -> Result<void> {
             EXPECT_EQ(from.GetPointer(), _progress.GetPointer());
-            _seen.push_back({fraction, elapsed.GetSeconds(), expected});
+            _fractions.push_back(fraction);
+            _elapsed = elapsed;
+            _expected = expected;
             return _observerAnswer;
-        }),
-                    Succeeds());
+        };
+        EXPECT_THAT(progress->ObservableProgressNotification()->AddObserver(observer), Succeeds());
         return progress;
     }
-    /// Notifies of every change from the second report on, each being a second after the one before.
-    void Unthrottle() { EXPECT_THAT(_progress->InitProgress(Seconds(0), Seconds(0)), Succeeds()); }
     Int Job(Float weight) { return Take(_progress->AddProgressJob(weight, "job")); }
+    /// Each some time after the one before.
     Result<void> Report(Int job, Float value, Float later = 1) {
         _progress->now = _progress->now + Seconds(later);
         return _progress->SetProgressAndCheckBreak(job, value);
     }
-    std::vector<Float> Fractions() const {
-        std::vector<Float> fractions;
-        for (const Notification& one : _seen)
-            fractions.push_back(one.fraction);
-        return fractions;
-    }
 
     Ref<TimedProgress> _progress = MakeProgress();
-    std::vector<Notification> _seen;
+    std::vector<Float> _fractions;  ///< of all notifications
+    TimeValue _elapsed, _expected;  ///< of the last one
     Result<void> _observerAnswer;
 };
 
@@ -82,40 +72,19 @@ TEST_F(Progress, NotifiesOfTheWeightedFractionInTime) {
         std::vector<Float> weights;
         std::vector<Step> steps;
     } cases[] = {
-        {"weights, and values out of range",
-         0,
-         0,
-         {1, 3},
-         {{1, 0, 0.5, kNone},  // starts the clock
-          {1, 0, 1, 0.25},
-          {1, 1, 0.5, 0.625},
-          {1, 1, 0.25, 0.4375},  // may go down
-          {1, 1, -5, 0},
-          {1, 1, 7, 1},
-          {1, 1, kNaN, 0}}},
-        {"an equal value is no work",
-         0,
-         0,
-         {1},
-         {{1, 0, 0, kNone}, {1, 0, 0.5, kNone}, {1, 0, 0.5, kNone}, {1, 0, 0.6, 0.6}}},
-        {"delay and interval",
-         10,
-         4,
-         {1},
-         {{1, 0, 0.01, kNone},
-          {9, 0, 0.02, kNone},
-          {1, 0, 0.03, kNone},  // the delay exactly
-          {0.5, 0, 0.04, 0.04},
-          {3, 0, 0.05, kNone},
-          {1, 0, 0.06, kNone},  // the interval exactly
-          {0.5, 0, 0.07, 0.07},
-          {0.1, 0, 1, 1}}},
-        {"completion is not throttled",
-         100,
-         100,
+        // The first report starts the clock; fractions may go down.
+        {"weights", 0, 0, {1, 3}, {{1, 0, 0.5, kNone}, {1, 0, 1, 0.25}, {1, 1, 0.5, 0.625}, {1, 1, 0.25, 0.4375}}},
+        {"values out of range", 0, 0, {1}, {{1, 0, 0.5, kNone}, {1, 0, -5, 0}, {1, 0, 7, 1}, {1, 0, kNaN, 0}}},
+        {"equal values", 0, 0, {1}, {{1, 0, 0, kNone}, {1, 0, 0.5, kNone}, {1, 0, 0.5, kNone}, {1, 0, 0.6, 0.6}}},
+        // The third report comes after the delay exactly.
+        {"delay", 10, 4, {1}, {{1, 0, 0.1, kNone}, {9, 0, 0.2, kNone}, {1, 0, 0.3, kNone}, {0.5, 0, 0.4, 0.4}}},
+        {"interval", 0, 4, {1}, {{1, 0, 0.1, kNone}, {1, 0, 0.2, 0.2}, {4, 0, 0.3, kNone}, {0.5, 0, 0.4, 0.4}}},
+        {"completion",
+         9,
+         9,
          {0.1, 0.2, 0.7},
          {{1, 0, 1, kNone}, {1, 1, 1, kNone}, {1, 2, 0.99999, kNone}, {1, 2, 1, 1}}},
-        {"no weight never completes", 100, 100, {0, 5, -5}, {{1, 0, 1, kNone}, {200, 0, 0.5, 0}, {200, 2, -1, 0}}},
+        {"no weight", 99, 99, {0, 5, -5}, {{1, 0, 1, kNone}, {200, 0, 0.5, 0}, {200, 2, -1, 0}}},
     };
     for (const auto& [what, delay, interval, weights, steps] : cases) {
         SCOPED_TRACE(what);
@@ -124,23 +93,22 @@ TEST_F(Progress, NotifiesOfTheWeightedFractionInTime) {
         for (const Float weight : weights)
             Job(weight);
         for (const Step& step : steps) {
-            _seen.clear();
+            _fractions.clear();
             ASSERT_THAT(Report(step.job, step.value, step.later), Succeeds());
-            const Float fraction = _seen.empty() ? kNone : _seen[0].fraction;
-            EXPECT_DOUBLE_EQ(fraction, step.fraction) << step.value;
+            EXPECT_DOUBLE_EQ(_fractions.empty() ? kNone : _fractions[0], step.fraction) << step.value;
         }
     }
 }
 
 TEST_F(Progress, ExpectsTheTotalFromTheFraction) {
-    Unthrottle();
+    ASSERT_THAT(_progress->InitProgress({}, {}), Succeeds());
     const Int job = Job(10);
-    for (const auto& [value, later] : {std::pair(0.1, 1.0), {0.25, 2.0}, {0.0, 2.0}})
-        ASSERT_THAT(Report(job, value, later), Succeeds());
-    ASSERT_EQ(_seen.size(), 2u);
-    EXPECT_DOUBLE_EQ(_seen[0].elapsed, 2);
-    EXPECT_DOUBLE_EQ(_seen[0].expected.GetSeconds(), 8);
-    EXPECT_TRUE(_seen[1].expected.IsNone());
+    ASSERT_THAT(Report(job, 0.1), Succeeds());  // starts the clock
+    ASSERT_THAT(Report(job, 0.25, 2), Succeeds());
+    EXPECT_DOUBLE_EQ(_elapsed.GetSeconds(), 2);
+    EXPECT_DOUBLE_EQ(_expected.GetSeconds(), 8);
+    ASSERT_THAT(Report(job, 0, 2), Succeeds());
+    EXPECT_TRUE(_expected.IsNone());
 }
 
 TEST_F(Progress, RefusesUnknownJobs) {
@@ -160,10 +128,10 @@ TEST_F(Progress, CancelComesBeforeEverything) {
         token.Cancel();
         EXPECT_THAT(Report(99, 0.5), FailsAs(errorid::kThreadCancelled)) << "before the index is tested";
         EXPECT_THAT(Report(job, 1), FailsAs(errorid::kThreadCancelled));
-        EXPECT_THAT(Fractions(), IsEmpty());
+        EXPECT_THAT(_fractions, IsEmpty());
     }
     EXPECT_THAT(Report(job, 1), Succeeds());  // nothing had been stored
-    EXPECT_THAT(Fractions(), ElementsAre(1));
+    EXPECT_THAT(_fractions, ElementsAre(1));
 }
 
 // A notification that failed is not counted: the interval runs from the last one that went well.
@@ -177,7 +145,7 @@ TEST_F(Progress, AFailedNotificationIsTriedAgain) {
     _observerAnswer = {};
     EXPECT_THAT(Report(job, 0.3), Succeeds());
     EXPECT_THAT(Report(job, 0.4), Succeeds());
-    EXPECT_THAT(Fractions(), ElementsAre(DoubleEq(0.2), DoubleEq(0.3)));
+    EXPECT_THAT(_fractions, ElementsAre(DoubleEq(0.2), DoubleEq(0.3)));
 }
 
 }  // namespace

@@ -30,36 +30,35 @@ protected:
     MediaSessionRef _session;
 };
 
-struct Strategies {
-    const char* what;
-    bool inputImport, inputExport, outputImport, outputExport;
-    const char* refusal;  ///< null when the pair connects
-};
-constexpr const char* kOutputLacks = "Output doesn't support required import strategy.";
-constexpr const char* kInputLacks = "Input doesn't support required export strategy.";
-const Strategies kStrategies[] = {
-    {"importer to texture", true, false, true, false, nullptr},
-    {"texture to exporter", false, true, false, true, nullptr},
-    {"importer to exporter", true, false, false, true, kOutputLacks},
-    {"texture to texture", false, true, true, false, nullptr},
-    {"nothing to exporter", false, false, false, true, kInputLacks},
-    {"importer to both", true, false, true, true, kInputLacks},
-    {"both to both", true, true, true, true, nullptr},
-};
-
 TEST_F(Session, ConnectsByStrategies) {
-    for (const Strategies& row : kStrategies) {
+    constexpr const char* kOutputLacks = "Output doesn't support required import strategy.";
+    constexpr const char* kInputLacks = "Input doesn't support required export strategy.";
+    const struct {
+        const char* what;
+        bool inputImport, inputExport, outputImport, outputExport;
+        const char* refusal;  ///< null when the pair connects
+    } cases[] = {
+        {"importer to texture", true, false, true, false, nullptr},
+        {"texture to exporter", false, true, false, true, nullptr},
+        {"importer to exporter", true, false, false, true, kOutputLacks},
+        {"texture to texture", false, true, true, false, nullptr},
+        {"nothing to exporter", false, false, false, true, kInputLacks},
+        {"importer to both", true, false, true, true, kInputLacks},
+        {"both to both", true, true, true, true, nullptr},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.what);
         const auto input = Make<FakeInput>(FakeBehaviour{"in", nullptr, row.inputImport, row.inputExport});
         const auto output = Make<FakeOutput>(FakeBehaviour{"out", nullptr, row.outputImport, row.outputExport});
         const Result<void> connected = _session->ConnectMediaConverter(input, output);
-        if (!row.refusal) {
-            EXPECT_THAT(connected, Succeeds()) << row.what;
-            EXPECT_EQ(input->GetSession(), _session) << row.what;
-            EXPECT_EQ(output->GetSession(), _session) << row.what;
+        if (row.refusal) {
+            EXPECT_THAT(connected, FailsWith(errorid::kIllegalState, row.refusal));
+            EXPECT_FALSE(input->GetSession());
+            EXPECT_THAT(TakeList(_session->GetInputsOf(output.GetPointer())), IsEmpty());
         } else {
-            EXPECT_THAT(connected, FailsWith(errorid::kIllegalState, row.refusal)) << row.what;
-            EXPECT_FALSE(input->GetSession()) << row.what;
-            EXPECT_THAT(TakeList(_session->GetInputsOf(output.GetPointer())), IsEmpty()) << row.what;
+            EXPECT_THAT(connected, Succeeds());
+            EXPECT_EQ(input->GetSession(), _session);
+            EXPECT_EQ(output->GetSession(), _session);
         }
     }
 }
@@ -112,25 +111,24 @@ TEST_F(Session, RunsThePhasesThroughOutputAndInput) {
 }
 
 TEST_F(Session, TheFirstErrorEndsAPhaseUnchanged) {
-    for (const char* phase : {"Analyze", "PrepareExecute", "Execute", "Close"}) {
+    const Error error = MediaConverterError("it broke");
+    for (const std::string phase : {"Analyze", "PrepareExecute", "Execute", "Close"}) {
         for (const bool inInput : {false, true}) {
             _log.clear();
             const auto session = Create<MediaSessionInterface>(mediaclasses::kSession);
-            const Error error = MediaConverterError("it broke");
             for (int i = 0; i < 3; ++i) {
-                const auto input = Input("in");
-                const auto output = Output("out");
+                const auto input = Input();
+                const auto output = Output();
                 FakeBehaviour& failing = inInput ? input->behaviour : output->behaviour;
                 failing.failingPhase = phase;
                 failing.error = error;
                 ASSERT_THAT(session->ConnectMediaConverter(input, output), Succeeds());
             }
-            const bool closing = std::string_view(phase) == "Close";
-            const Result<void> result = closing ? session->Close() : session->Convert(kTime, MEDIASESSIONFLAGS::NONE);
+            const auto result = phase == "Close" ? session->Close() : session->Convert(kTime, MEDIASESSIONFLAGS::NONE);
             ASSERT_FALSE(result) << phase;
             EXPECT_EQ(result.GetError().Get(), error.Get()) << phase;
             // All three fail, so the failing call is the last, and there is one of it.
-            const std::string last = inInput ? std::string("in.") + phase + "(0)" : std::string("out.") + phase + "(1)";
+            const std::string last = inInput ? "in." + phase + "(0)" : "out." + phase + "(1)";
             EXPECT_EQ(_log.back(), last);
             EXPECT_EQ(std::count(_log.begin(), _log.end(), last), 1) << phase;
         }
@@ -154,9 +152,6 @@ TEST_F(Session, ConvertersMayConnectOthersMeanwhile) {
     EXPECT_EQ(std::count(_log.begin(), _log.end(), "first.Execute(41)"), 1);
 }
 
-// --- Converters
-// -------------------------------------------------------------------------------------------------------
-
 /// Capabilities are answers: setting one stores nothing that a reader would see.
 TEST_F(Session, ConvertersSupportNothingUnlessTheySaySo) {
     const auto base = Create<MediaConverterInterface>(mediaclasses::kConverterBase);
@@ -169,18 +164,16 @@ TEST_F(Session, ConvertersSupportNothingUnlessTheySaySo) {
 
 TEST_F(Session, ListsStreamsFlatAndAsRoots) {
     const auto base = Create<MediaConverterInterface>(mediaclasses::kConverterBase);
-    const auto root = Create<MediaStreamInterface>(mediaclasses::kStreamBase);
-    const auto child = Create<MediaStreamInterface>(mediaclasses::kStreamBase);
-    const auto lone = Create<MediaStreamInterface>(mediaclasses::kStreamBase);
-    ASSERT_THAT(root->AddChild(MediaStreamInterface::kChildBranch, child), Succeeds());
-    EXPECT_TRUE(TakeList(base->GetOutputStreams(true)).empty());
-    for (const MediaStreamRef& stream : {root, lone, root})
-        ASSERT_THAT(base->AddOutputStream(stream), Succeeds());
-    EXPECT_THAT(TakeList(base->GetOutputStreams(false)), ElementsAre(root, lone, root));
-    EXPECT_THAT(TakeList(base->GetOutputStreams(true)), ElementsAre(root, child, lone, root, child));
-    ASSERT_THAT(base->RemoveOutputStream(lone), Succeeds());
-    ASSERT_THAT(base->RemoveOutputStream(nullptr), Succeeds());
-    EXPECT_EQ(TakeList(base->GetOutputStreams(false)).size(), 3u);
+    std::vector<MediaStreamRef> s(3);  // a root, its child, and one alone
+    for (MediaStreamRef& stream : s)
+        stream = Create<MediaStreamInterface>(mediaclasses::kStreamBase);
+    ASSERT_THAT(s[0]->AddChild(MediaStreamInterface::kChildBranch, s[1]), Succeeds());
+    for (const int i : {0, 2, 0})
+        ASSERT_THAT(base->AddOutputStream(s[i]), Succeeds());
+    for (const MediaStreamRef& stream : {s[2], MediaStreamRef()})
+        ASSERT_THAT(base->RemoveOutputStream(stream), Succeeds());  // changes nothing
+    EXPECT_THAT(TakeList(base->GetOutputStreams(false)), ElementsAre(s[0], s[2], s[0]));
+    EXPECT_THAT(TakeList(base->GetOutputStreams(true)), ElementsAre(s[0], s[1], s[2], s[0], s[1]));
 }
 
 /// The calls of an output on its input, made reachable.
@@ -195,26 +188,21 @@ struct Importer : MediaInputBaseImpl {
 };
 
 TEST_F(Session, OutputsDriveExactlyOneInput) {
-    const auto input = Input();
-    const MediaConverterRef unbound = input;
-    EXPECT_THAT(Driver::AnalyzeInput({&unbound, 1}, {}, MEDIASESSIONFLAGS::NONE), FailsAs(errorid::kNullptr));
-    ASSERT_THAT(input->ConnectToSession(_session), Succeeds());
-    const MediaConverterRef two[] = {input, input};
+    const MediaConverterRef input = Input(), two[] = {input, input}, missing[] = {nullptr, input};
     const Block<const MediaConverterRef> none, one(two, 1), both(two);
-    const TimeValue t;
+    const auto run = [](const auto& drive, Block<const MediaConverterRef> inputs) {
+        return drive(inputs, TimeValue(), MEDIASESSIONFLAGS::NONE, SourceLocation::current());
+    };
+    EXPECT_THAT(run(&Driver::AnalyzeInput, one), FailsAs(errorid::kNullptr));  // without a session
+    ASSERT_THAT(input->ConnectToSession(_session), Succeeds());
     for (const auto drive : {&Driver::AnalyzeInput, &Driver::PrepareExecuteInput, &Driver::ExecuteInput}) {
-        const size_t calls = _log.size();
         for (const auto& wrong : {none, both})
-            EXPECT_THAT(drive(wrong, t, MEDIASESSIONFLAGS::NONE, SourceLocation::current()),
-                        FailsWith(errorid::kIllegalState, ""));
-        EXPECT_EQ(_log.size(), calls);
-        EXPECT_THAT(drive(one, t, MEDIASESSIONFLAGS::NONE, SourceLocation::current()), Succeeds());
+            EXPECT_THAT(run(drive, wrong), FailsWith(errorid::kIllegalState, ""));
+        EXPECT_THAT(run(drive, one), Succeeds());
     }
-    const MediaConverterRef missing[] = {nullptr, input};
     EXPECT_THAT(Driver::CloseInputs(missing), Succeeds());
     EXPECT_THAT(Driver::CloseInputs(none), Succeeds());
     EXPECT_THAT(_log, ElementsAre("in.Analyze(0)", "in.PrepareExecute(0)", "in.Execute(0)", "in.Close(0)"));
-
     EXPECT_THAT(Importer::RequireNoInputs(none), Succeeds());
     EXPECT_THAT(Importer::RequireNoInputs(one), FailsWith(errorid::kIllegalState, ""));
 }

@@ -67,21 +67,22 @@ TEST_F(Stream, OnlyImageStreamsRefuseFormatsWithoutAType) {
 TEST_F(Stream, DelegatesAndTheirAbsence) {
     const MediaStreamProperties properties = Take(MediaStreamProperties::FromFormat(FormatOfWidth(9)));
     const auto import = Create<MediaStreamImageDataImportInterface>(mediaclasses::kStreamImport);
-    EXPECT_THAT(import->InitStream(properties), Succeeds());
-    EXPECT_THAT(import->FinishStream(properties), Succeeds());
+    const auto out = Create<MediaStreamImageDataExportInterface>(mediaclasses::kStreamExport);
+    const auto exif = Create<MediaStreamExifDataInterface>(mediaclasses::kStreamExif);
+    const auto audio = Create<MediaStreamAudioDataImportInterface>(mediaclasses::kStreamAudioImport);
+    const auto begin = [&](const auto& stream) {
+        EXPECT_THAT(stream->InitStream(properties), Succeeds());
+        EXPECT_THAT(stream->FinishStream(properties), Succeeds());
+    };
+    begin(import);
+    begin(out);
+    begin(audio);
     const SetPixelHandlerStruct set = Take(import->SetPixelStream(properties, {}, {}));
     EXPECT_FALSE(set);
     EXPECT_FALSE(set.IsDirty());
-    const auto out = Create<MediaStreamImageDataExportInterface>(mediaclasses::kStreamExport);
-    EXPECT_THAT(out->InitStream(properties), Succeeds());
-    EXPECT_THAT(out->FinishStream(properties), Succeeds());
     EXPECT_FALSE(Take(out->GetPixelStream(properties, {}, {}, {})));
-    const auto exif = Create<MediaStreamExifDataInterface>(mediaclasses::kStreamExif);
     EXPECT_THAT(exif->HandleExifData({}), FailsWith(errorid::kNullptr, ""));
-    const auto audio = Create<MediaStreamAudioDataImportInterface>(mediaclasses::kStreamAudioImport);
-    EXPECT_THAT(audio->InitStream(properties), Succeeds());
     EXPECT_THAT(audio->SetAudioDataCallback({}), FailsWith(errorid::kIllegalArgument, ""));
-    EXPECT_THAT(audio->FinishStream(properties), Succeeds());
 
     // What importers and the texture deliver is tested with them; here the errors, and the samples.
     const Error refused = MediaConverterError("no");
@@ -90,17 +91,12 @@ TEST_F(Stream, DelegatesAndTheirAbsence) {
         return refused;
     };
     size_t samples = 0;
-    ASSERT_THAT(
-        audio->SetCallbackHandler(
-            refuse, [&](Block<const std::byte> block) -> Result<void> { return samples = block.size(), refused; },
-            refuse),
-        Succeeds());
-    ASSERT_THAT(out->SetCallbackHandler(
-                    refuse,
-                    [&](const MediaStreamProperties&, const PixelFormat&, const ColorProfile&,
-                        GETPIXELHANDLERFLAGS) -> Result<GetPixelHandlerStruct> { return refused; },
-                    refuse),
-                Succeeds());
+    const auto take = [&](Block<const std::byte> block) -> Result<void> { return samples = block.size(), refused; };
+    ASSERT_THAT(audio->SetCallbackHandler(refuse, take, refuse), Succeeds());
+    const auto get = [&](const MediaStreamProperties&, const PixelFormat&, const ColorProfile&, GETPIXELHANDLERFLAGS) {
+        return Result<GetPixelHandlerStruct>(refused);
+    };
+    ASSERT_THAT(out->SetCallbackHandler(refuse, get, refuse), Succeeds());
     const std::byte bytes[12] = {};
     for (const Error& error :
          {audio->InitStream(properties).GetError(), audio->SetAudioDataCallback(bytes).GetError(),
@@ -123,6 +119,8 @@ TEST_F(Stream, AudioObjectsCopyTheirSamples) {
     EXPECT_EQ(std::tuple(audio->GetChannelCount(), audio->GetBitsPerChannel(), audio->GetSampleCount(),
                          audio->GetSampleRate(), audio->GetLength()),
               std::tuple(1, 16, 1, 8000.5, TimeValue::FromSeconds(2)));
+    ASSERT_THAT(audio->Init(0, 0, 0, 0, {}, {}), Succeeds());
+    EXPECT_EQ(audio->GetDataPtr(), nullptr);
 }
 
 /// Properties gather the entries of formats. A missing object is an error, and no other missing object gets to see
@@ -159,6 +157,9 @@ TEST_F(Stream, PropertiesCopyFormatsIntoWhatTheyHave) {
         EXPECT_EQ(empty->GetDictionary().GetCount(), 0);
         EXPECT_THAT(empty.Set(mediaformat::kHeight, 4), Succeeds());
     }
+    MediaStreamFormat first = FormatOfWidth(1), second = first;
+    ASSERT_THAT(second.Set(mediaformat::kWidth, 2), Succeeds());
+    EXPECT_EQ(WidthOf(first), 1);
 }
 
 // --- The walk --------------------------------------------------------------------------------------------------------
