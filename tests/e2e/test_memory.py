@@ -20,7 +20,7 @@ class FailingAllocations(OrvikTest):
         @return how many allocations the last run made"""
         numbers = list(numbers)
         environment = {**os.environ, "LD_PRELOAD": SHIM, "ORVIK_FAIL": " ".join(map(str, numbers))}
-        result = run(*arguments, env=environment)
+        result = run(*arguments, env=environment, cwd=self.folder)
         rows = [tuple(map(int, line.split())) for line in result.stdout.decode().splitlines()]
         self.assertEqual([number for number, _, _ in rows], numbers, result.stderr)
         ended = [os.waitstatus_to_exitcode(status) for _, status, _ in rows]
