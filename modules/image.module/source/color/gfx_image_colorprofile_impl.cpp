@@ -32,7 +32,7 @@ public:
     /// @return the open profile with these bytes, or null
     Ref<ColorProfileImpl> Find(uint32_t crc, Block<const std::byte> bytes);
     /// Adds a profile.
-    /// @return the profile, or one with the same bytes that another thread has added meanwhile
+    /// @return the profile, or one with the same bytes that another thread added first
     Result<Ref<ColorProfileImpl>> Insert(const Ref<ColorProfileImpl>& profile);
     /// Called by the destructor of a profile.
     void Leave(uint32_t crc);

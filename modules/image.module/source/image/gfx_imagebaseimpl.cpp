@@ -64,7 +64,7 @@ Result<void> ImageBaseImpl::NotifyRegionChanged(const UpdateRegion& region) {
     if (_hostObservable)
         return _hostObservable->MarkDirty(this, region);
     Result<void> notified = _observable.Notify(this, region);
-    // The host's service would notify the sub-images. An observer may make more of them meanwhile.
+    // The host's service would notify the sub-images. An observer may create more of them during this.
     BaseArray<ImageBaseRef> parts;
     for (const auto& entry : _subImages)
         TRY(parts.Append(entry.value));

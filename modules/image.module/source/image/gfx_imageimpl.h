@@ -45,7 +45,7 @@ private:
         ImagePixelStorageRef storage;
         ColorProfile profile;
     };
-    /// The storage and what profile its pixels have, as they stand at this moment.
+    /// A snapshot of the storage and the profile of its pixels.
     Pixels GetPixels() const;
 
     mutable SpinLock _lock;

@@ -8,7 +8,7 @@
 
 namespace orvik {
 
-/// Has no pixels of its own and answers for the first image below it. It cannot be written to; its images can.
+/// Has no pixels; reads return those of its first image. It cannot be written to; its images can.
 class ImageTextureImpl : public virtual ImageTextureInterface, public ImageBaseImpl {
 public:
     Result<MediaSessionRef> Load(const Url& url, TimeValue targetTime, MEDIASESSIONFLAGS flags, const ClassRef& storage,

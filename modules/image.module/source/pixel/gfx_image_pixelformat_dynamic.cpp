@@ -20,7 +20,7 @@ std::string_view GetTypeName(const Id& type) {
     return text.starts_with(kTypePrefix) ? text.substr(kTypePrefix.size()) : text;
 }
 
-/// What stands for a channel type in names of formats and texts of pixels.
+/// Abbreviation of a channel type in format names and pixel texts.
 std::string_view GetShortForm(const Id& type) {
     static constexpr struct {
         std::string_view name, shortForm;
@@ -189,7 +189,7 @@ private:
         return channels;
     }
     /// @param length  of the item at the start of `text`
-    /// @return null when no channel type and component stand there
+    /// @return null when there is no channel type and component
     static Result<ImageChannel> ParseChannel(std::string_view text, size_t& length) {
         constexpr size_t kLongestTypeName = 256, kLongestComponentName = 3;
         for (size_t dot = text.find('.'); dot < kLongestTypeName; dot = text.find('.', dot + 1)) {

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// The test that stands before every buffer whose size a file decides.
+/// The check for every buffer whose size comes from a file.
 
 #include "orvik/errortypes.h"
 #include "orvik/mediasession_limits.h"

@@ -83,7 +83,7 @@ Result<Ref<Object>> ImagePixelStorageNormal::Clone() const {
 
 namespace {
 
-/// The colours that indices stand for; without any for a format that is not of indices or has no table.
+/// The palette; empty for a format that is not indexed or has no table.
 struct Palette {
     PixelFormat entryFormat;
     BaseArray<std::byte> entries;
@@ -120,7 +120,7 @@ Result<PixelFormat> FindFormat(const String& text) {
     const Id id = TRY(Id::Create(text.GetText()));
     if (PixelFormat format = FindPublished<PixelFormatInterface>(id))
         return format;
-    // Not by `PixelFormats::Get`, which does not tell an unknown id from short memory.
+    // Not by `PixelFormats::Get`, which does not distinguish an unknown id from out of memory.
     return FindPublished<PixelFormatsInterface>(PixelFormatsInterface::kInterfaceId)->FindOrCreatePixelFormatById(id);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// What the storages share: how one raster lies in memory, span checks, and the making of line handlers.
+/// What the storages share: the memory layout of a raster, span checks, and the creation of line handlers.
 
 #include "orvik/gfx_image_storage.h"
 
@@ -89,12 +89,12 @@ protected:
     /// @param describe  `PixelRaster::Create` or `PixelRaster::CreatePlanes`
     Result<void> InitRaster(Int width, Int height, const PixelFormat& format,
                             Result<Ref<PixelRaster>> (*describe)(Int, Int, const PixelFormat&), bool allocate);
-    /// The conversion of what lies here into a caller's format.
+    /// The conversion of the stored pixels into a caller's format.
     /// @param convertsProfiles  optional; set to whether colours change
     Result<ConvertPixelFunc> MakeReadConversion(const PixelFormat& format, ChannelOffsets offsets,
                                                 const ColorProfile& storedProfile, const ColorProfile& profile,
                                                 CONVERTPIXELFLAGS flags, bool* convertsProfiles = nullptr) const;
-    /// The conversion of a caller's pixels into what lies here.
+    /// The conversion of a caller's pixels into the stored format.
     Result<ConvertPixelFunc> MakeWriteConversion(const PixelFormat& format, ChannelOffsets offsets,
                                                  const ColorProfile& storedProfile, const ColorProfile& profile,
                                                  CONVERTPIXELFLAGS flags) const;

@@ -57,7 +57,7 @@ Result<void> TileGrid::Cover(TilePosition first, TilePosition last) {
             return {};
     }
     const std::unique_lock guard(_lock);
-    // Another thread may have grown it meanwhile; then this changes nothing.
+    // Another thread may have grown it already; then this changes nothing.
     const TilePosition min{std::min({_min.x, first.x, last.x}), std::min({_min.y, first.y, last.y})};
     const TilePosition max{std::max({_max.x, first.x, last.x}), std::max({_max.y, first.y, last.y})};
     const Int width = Int(max.x) - min.x + 1, height = Int(max.y) - min.y + 1;

@@ -17,7 +17,7 @@ struct TilePosition {
     int32_t x = 0, y = 0;
 };
 
-/// The part of a span that lies in one tile.
+/// The part of a span within one tile.
 struct TileRun {
     TilePosition tile;
     Int x = 0, y = 0;   ///< inside the tile, 0 ... 63

@@ -62,7 +62,7 @@ PixelLine VoxelTiles::GetLine(void* tile, const TileRun& run) const {
             static_cast<int>(bit & 7)};
 }
 
-/// A tile is filled before anybody can see it, and without a lock; who comes second uses the tile of who came first.
+/// A tile is filled before it is published, without a lock; a thread that comes second uses the first one's tile.
 Result<void*> VoxelTiles::MakeTile(TilePosition position) {
     auto* tile = static_cast<std::byte*>(Allocate(GetTileBytes()));
     if (!tile)

@@ -1,4 +1,4 @@
-// Layers on top of each other, as one picture.
+// Composites layers into one picture.
 
 #include "image/layers/gfx_image_compositor.h"
 
@@ -211,7 +211,7 @@ Result<void> LayerCompositor::Compose(const PixelSpan& run) {
         std::memset(_accumulator, 0, static_cast<size_t>((_working.pixelStride * run.count).GetBytes()));
     };
     if (!_layers.IsEmpty() && _layers[0].opacity == 1.0) {
-        // What lies at the bottom and hides all behind it is taken as it is, whatever its blend mode.
+        // A bottom layer at full opacity is read unchanged, whatever its blend mode.
         const Placement::Overlap overlap = _layers[0].placement.Clip(run);
         if (overlap.count < run.count)
             clear();

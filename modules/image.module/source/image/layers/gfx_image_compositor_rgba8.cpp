@@ -53,7 +53,7 @@ Result<bool> Rgba8Stack::Init(Block<const ImageBaseRef> layers, Block<const Floa
 
 void Rgba8Stack::Read(const PixelSpan& span, uint8_t* dst) {
     constexpr size_t kPixelBytes = 4;
-    // In parts along which the same layers lie on each other.
+    // Processes segments over which the set of layers is constant.
     for (Int done = 0; done < span.count;) {
         const PixelSpan rest{span.x + done, span.y, span.count - done};
         Int count = rest.count;

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// What a layer set stands for: in the streams of a file, and in the nodes below an image.
+/// Resolves layer sets: to streams of a file, and to nodes below an image.
 
 #include "orvik/gfx_image.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Where layers, masks and alphas lie within their picture, and reading one of them as large as the picture is.
+/// Positions of layers, masks and alphas in their picture, and reading one of them extended to the picture's size.
 
 #include "orvik/gfx_image.h"
 
@@ -55,7 +55,7 @@ public:
     Int GetX() const { return _x; }
     Int GetY() const { return _y; }
 
-    /// The part of a span that lies on the node.
+    /// The part of a span within the node.
     struct Overlap {
         Int skip = 0;     ///< pixels of the span in front of it
         Int count = 0;    ///< 0 where the span misses the node
@@ -68,7 +68,7 @@ private:
     Int _x = 0, _y = 0, _width = 0, _height = 0;
 };
 
-/// The area whose lines a caller may ask for: that of an image, or of a layer that stands for one.
+/// The readable area: that of an image, or of a layer read in its place.
 class Canvas {
 public:
     Canvas() = default;
@@ -76,7 +76,7 @@ public:
 
     /// A span of the owner, in coordinates of the picture. Illegal argument, without text, outside of the owner.
     Result<PixelSpan> Locate(const PixelSpan& span) const;
-    /// True when a node lies exactly under the owner.
+    /// True when a node covers exactly the owner's area.
     bool IsCoveredBy(const ImageBaseRef& node) const;
 
 private:

@@ -217,7 +217,7 @@ HWY_INLINE Rgba<V> BlendPixel(const Rgba<V>& b, const Rgba<V>& f, V opacity) {
     const Rgb<V> mixed = MixColor<kFormula>(b, f, restAlpha);
     Rgba<V> out{rest * b.red + share * mixed.red, rest * b.green + share * mixed.green,
                 rest * b.blue + share * mixed.blue, alpha};
-    // Where nothing lies in front, the background stays as it is. Most vectors have no such pixel.
+    // Where the foreground is transparent, the background is unchanged. Most vectors have no such pixel.
     const auto keep = source == V(0);
     if (IsAnyTrue<V>(keep)) {
         out.red = Select(keep, b.red, out.red);

@@ -165,7 +165,7 @@ Result<BlendPixelHandlerRef> MakeHandler(BlendFormula formula, const Id& formatI
         return opacity == 0 ? MakeBackgroundCopy(bgFormat, bgOffsets) : BlendPixelHandlerRef(blend);
     BlendPixelHandlerRef general =
         TRY(GeneralBlend<T>::Create(blend, PixelFormats::Get(formatId), bgFormat, bgOffsets, fgFormat, fgOffsets));
-    // There and back through another format is no copy, so it is not gone for nothing.
+    // Opacity 0 must copy exactly, and a round trip through another format is not lossless.
     return opacity == 0 ? MakeBackgroundCopy(bgFormat, bgOffsets) : std::move(general);
 }
 
@@ -176,7 +176,7 @@ public:
     Result<BlendPixelHandlerRef> GetBlendPixelHandler(const PixelFormat& bgFormat, ChannelOffsets bgOffsets,
                                                       const PixelFormat& fgFormat, ChannelOffsets fgOffsets,
                                                       Float opacity) const override {
-        // Single precision serves its own format alone, wherever its channels lie.
+        // Single precision is used only for its own format, in any channel order.
         if (bgFormat == fgFormat && bgFormat == PixelFormats::Get(pixelformats::kRgbaF32))
             return MakeHandler<float>(_row.formula, pixelformats::kRgbaF32, bgFormat, bgOffsets, fgFormat, fgOffsets,
                                       opacity);

@@ -1,4 +1,4 @@
-// Blending of single pixels, for lines whose pixels do not lie side by side or aligned.
+// Blending of single pixels, for lines whose pixels are not contiguous or not aligned.
 
 #include <array>
 #include <cstring>

@@ -12,7 +12,7 @@ namespace orvik::pixel {
 
 /// Converts `count` contiguous values. The runs must not overlap; values of equal width may be converted in place.
 using ConvertRunFunction = void (*)(const std::byte* src, std::byte* dst, Int count);
-/// Converts `count` values that lie `srcStride` and `dstStride` bytes apart.
+/// Converts `count` values that are `srcStride` and `dstStride` bytes apart.
 using ConvertStridedFunction = void (*)(const std::byte* src, Int srcStride, std::byte* dst, Int dstStride, Int count);
 /// Writes the means of red, green and blue as values of the same type.
 using MeanFunction = void (*)(const std::byte* red, const std::byte* green, const std::byte* blue, Int srcStride,

@@ -30,7 +30,7 @@ void PixelShuffle::Init(const KernelSet& kernels, int srcCount, int dstCount, co
     _shuffle = kernels.shuffle[_table.blocks - 1][_table.windows - 1];
 }
 
-/// The source byte of a byte of the destination, or -1 where a constant stands.
+/// The source byte of a byte of the destination, or -1 for a constant.
 int PixelShuffle::FindSource(int dstByte) const {
     const PermuteSource& source = _sources[dstByte % _table.dstPixel / _elementBytes];
     if (source.channel < 0)

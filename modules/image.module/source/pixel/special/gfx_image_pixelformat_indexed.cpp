@@ -22,7 +22,7 @@ void ReadIndicesOf(const uint8_t* data, Int bit, Int stride, Int count, uint16_t
             const Int at = bit + i * stride;
             indices[i] = static_cast<uint16_t>(data[at >> 3] >> (8 - Width - (at & 7)) & ((1 << Width) - 1));
         }
-    } else {  // an index may lie in two bytes; in one, that is read twice
+    } else {  // an index may span two bytes; otherwise the same byte is read twice
         for (Int i = 0; i < count; ++i) {
             const Int at = bit + i * stride;
             const int bytes = data[at >> 3] << 8 | data[(at + Width - 1) >> 3];
@@ -159,7 +159,7 @@ Result<ConvertPixelFunc> MakeColorLookup(BaseArray<std::byte> colors, Int width,
 
 namespace {
 
-/// The instance that is registered has no table and never gets one; who needs a table creates an instance of the class.
+/// The registered instance never has a table; a format with a table is a new instance of the class.
 class PixelFormatIndexedImpl final : public PixelFormatFixed, public virtual PixelFormatIndexedColorInterface {
 public:
     using PixelFormatFixed::PixelFormatFixed;
@@ -186,14 +186,14 @@ public:
             return IllegalArgumentError("Pixels of @ cannot be the entries of a colour table.", entryFormat);
         if (FindPublishedObject(_id).GetPointer() == this)
             return IllegalStateError("@ is shared and has no colour table of its own.", _id);
-        // An entry for each index that a line can hold: whatever a file says, none leads outside the table.
+        // One entry for each possible index, so that no file can read outside the table.
         BaseArray<std::byte> table = TRY(entryFormat->CreatePix(1, GetIndexCount(), 1));
         _entryFormat = entryFormat;
         _table = std::move(table);
         _count = count;
         return {};
     }
-    /// An instance of its own with a copy of the table.
+    /// A new instance with a copy of the table.
     Result<ObjectRef> Clone() const override {
         const Id classId = TRY(MakeFormatClassId(_row));
         ObjectRef copy = TRY(ClassRef(classId).Create());

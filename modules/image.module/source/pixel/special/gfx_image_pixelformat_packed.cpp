@@ -102,7 +102,7 @@ bool IsPartner(const FormatRow& row) {
            row.component == ComponentType::F32 || row.component == ComponentType::F64;
 }
 
-/// The first channel lies in the highest bits.
+/// The first channel is in the highest bits.
 class PixelFormatPacked final : public PixelFormatFixed {
 public:
     explicit PixelFormatPacked(const FormatRow& row)

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Channels of a 16-bit word: where they lie and how they become bytes and come from them.
+/// Channels of a 16-bit word: their positions and their conversion from and to bytes.
 
 #include "pixel/gfx_image_pixelformat_catalogue.h"
 
