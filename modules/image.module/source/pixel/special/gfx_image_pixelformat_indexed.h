@@ -18,8 +18,8 @@ void ReadIndices(const PixelLineConst& line, Int first, Int count, Int width, ui
 /// The conversion from indices to a format of whole bytes: colours are converted once, pixels copied from them.
 /// @param colors      every possible index as one pixel of the format, without gaps
 /// @param offsets     where the format's own pixels have their channels
-/// @param dstOffsets  of the destination channels Errors: unsupported argument for channels that are none of 1, 2, 4 or
-/// 8 bytes.
+/// @param dstOffsets  of the destination channels
+/// Errors: unsupported argument for channels that are none of 1, 2, 4 or 8 bytes.
 Result<ConvertPixelFunc> MakeColorLookup(BaseArray<std::byte> colors, Int width, ChannelOffsets offsets,
                                          ChannelOffsets dstOffsets);
 
