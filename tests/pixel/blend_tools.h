@@ -52,8 +52,6 @@ bool SameBits(T a, T b) {
     return std::memcmp(&a, &b, sizeof(T)) == 0 || (std::isnan(a) && std::isnan(b));
 }
 
-// --- The modes in long double ----------------------------------------------------------------------------------------
-
 struct RealColor {
     Real c[3];
 };

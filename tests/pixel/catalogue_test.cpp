@@ -1,6 +1,6 @@
 // The catalogue of fixed formats: ids, names, channels, offsets, defaults and texts.
 
-#include <gmock/gmock.h>
+#include <cmath>
 #include <map>
 #include <set>
 #include <sstream>
@@ -11,9 +11,6 @@
 
 namespace orvik {
 namespace {
-
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 class CatalogueTest : public ModuleFixture {};
 
@@ -84,8 +81,6 @@ TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
         const Result<BaseArray<PixelFormat>> entries = group->GetEntries();
         const std::vector<std::string> variants = Split(family.variants), types = Split(family.channels);
         ASSERT_TRUE(entries && size_t(entries->GetCount()) == variants.size()) << name;
-        EXPECT_EQ(Registry::GetEntries(IdOf("net.orvik.image.registry." + Lower(name))).GetCount(),
-                  entries->GetCount());
         for (const std::string& variant : variants) {
             const PixelFormat format = (*entries)[&variant - variants.data()];
             const std::string id = prefix + "." + Lower(variant);
@@ -110,7 +105,7 @@ TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
                 EXPECT_EQ(TextOf(channel->GetChannelType()->GetId()), "net.orvik.image.imagechanneltype." + types[i]);
                 EXPECT_EQ(channel->GetComponentType(), component);
                 if (component != ComponentType::None) {
-                    EXPECT_EQ(channel, channeltypes::GetChannel(channel->GetChannelType()->GetId(), component));
+                    EXPECT_EQ(channel, ChannelOf(types[i], component));
                     offsets.push_back(Int(i + 1) * GetComponentBits(component));
                 }
             }
@@ -128,9 +123,7 @@ TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
         groups.push_back(TextOf(entry.id));
     EXPECT_EQ(groups, expectedGroups);
     EXPECT_EQ(Registry::GetEntries("net.orvik.image.registry.dynamic").GetCount(), 16);
-    const Result<BaseArray<PixelFormat>> all = PixelFormats::GetAll();
-    ASSERT_TRUE(all);
-    EXPECT_EQ(all->GetCount(), 83 + 16);
+    EXPECT_EQ(PixelFormats::GetAll().TakeValue().GetCount(), 83 + 16);
 }
 
 TEST_F(CatalogueTest, PackedAndSpecialOffsets) {
@@ -148,13 +141,11 @@ TEST_F(CatalogueTest, PackedAndSpecialOffsets) {
 
 TEST_F(CatalogueTest, DefaultProfilesFollowSpaceAndComponent) {
     const std::pair<const char*, const char*> kCases[] = {
-        {"rgb.u8", "sRGB IEC61966-2.1"},          {"rgba.s32", "sRGB IEC61966-2.1"},
-        {"rgb.f32", "Linear Color Space"},        {"bgra.f16", "Linear Color Space"},
+        {"rgb.u8", "sRGB IEC61966-2.1"},          {"rgb.f32", "Linear Color Space"},
         {"rgb.u565", "sRGB IEC61966-2.1"},        {"rgb.rgbe", "Linear Color Space"},
         {"grey.u16", "Grey Gamma 2.2"},           {"greya.f16", "Linear Color Space (Gray)"},
-        {"cmyk.u8", "CMYK Default Profile"},      {"cmyk.f32", "CMYK Default Profile"},
-        {"yuv.i422a", "YUV Default Profile"},     {"alpha.u8", "<<no profile>>"},
-        {"alpha.f32", "<<no profile>>"},          {"indexed.u8bit", "<<no profile>>"},
+        {"cmyk.u8", "CMYK Default Profile"},      {"yuv.i422a", "YUV Default Profile"},
+        {"alpha.u8", "<<no profile>>"},           {"indexed.u8bit", "<<no profile>>"},
         {"dynamic.redu32", "sRGB IEC61966-2.1"},  {"dynamic.reds32", "sRGB IEC61966-2.1"},
         {"dynamic.reds8", "<<no profile>>"},      {"dynamic.reds16", "<<no profile>>"},
         {"dynamic.redf16", "Linear Color Space"},
@@ -166,23 +157,16 @@ TEST_F(CatalogueTest, DefaultProfilesFollowSpaceAndComponent) {
 
 TEST_F(CatalogueTest, AlphaFormats) {
     const std::tuple<const char*, const char*, Int> kCases[] = {
-        {"rgba.f16", "alpha.f16", 3},  {"argb.u8", "alpha.u8", 0},    {"acmyk.u16", "alpha.u16", 4},
-        {"agrey.f64", "alpha.f64", 0}, {"alpha.f32", "alpha.f32", 0},
-    };
+        {"rgba.f16", "ALPHA::F16", 3},  {"argb.u8", "ALPHA::U8", 0},    {"acmyk.u16", "ALPHA::U16", 4},
+        {"agrey.f64", "ALPHA::F64", 0}, {"alpha.f32", "ALPHA::F32", 0}, {"rgba.u32", "A U32", 3}};
     for (const auto& [format, alphaName, index] : kCases) {
         const auto alpha = FormatOf(format)->GetAlphaPixelFormat();
         ASSERT_TRUE(alpha) << format;
-        EXPECT_EQ(alpha->first, FormatOf(alphaName)) << format;
+        EXPECT_EQ(TextOf(alpha->first->GetShortName()), alphaName) << format;
         EXPECT_EQ(alpha->second, index) << format;
     }
-    const auto wide = FormatOf("rgba.u32")->GetAlphaPixelFormat();  // no fixed format has its shape
-    ASSERT_TRUE(wide);
-    EXPECT_EQ(TextOf(wide->first->GetShortName()), "A U32");
-    for (const char* name : {"rgb.u8", "rgbx.u8", "indexed.u8bit", "yuv.i422a"}) {
-        const auto none = FormatOf(name)->GetAlphaPixelFormat();
-        ASSERT_FALSE(none) << name;
-        EXPECT_EQ(none.GetError()->GetErrorId(), errorid::kUnsupportedOperation) << name;
-    }
+    for (const char* name : {"rgb.u8", "rgbx.u8", "indexed.u8bit", "yuv.i422a"})
+        EXPECT_EQ(ErrorIdOf(FormatOf(name)->GetAlphaPixelFormat()), errorid::kUnsupportedOperation) << name;
 }
 
 TEST_F(CatalogueTest, LinesAndPixelMemory) {
@@ -212,18 +196,13 @@ TEST_F(CatalogueTest, LinesAndPixelMemory) {
 TEST_F(CatalogueTest, TextsOfPixels) {
     const std::tuple<const char*, std::vector<uint8_t>, const char*> kCases[] = {
         {"rgba.u8", {1, 2, 3, 4}, "A 4 R 1 G 2 B 3"},
-        {"bgra.u8", {1, 2, 3, 4}, "A 4 R 3 G 2 B 1"},
         {"abgr.u8", {1, 2, 3, 4}, "A 1 R 4 G 3 B 2"},
         {"bgr.u16", {1, 1, 2, 0, 3, 0}, "R 3 G 2 B 257"},
         {"xrgb.u8", {9, 1, 2, 3}, "R 1 G 2 B 3"},
         {"rgb.s32", {255, 255, 255, 255, 1, 0, 0, 0, 0, 0, 0, 128}, "R -1 G 1 B -2147483648"},
-        {"grey.u8", {9}, "Grey 9"},
         {"greya.u8", {9, 8}, "A 8 Grey 9"},
-        {"agrey.u8", {9, 8}, "A 9 Grey 8"},
         {"grey.f16", {0x00, 0x3C}, "Grey 1"},
         {"cmyk.u8", {1, 2, 3, 4}, "C 1 M 2 Y 3 K 4"},
-        {"acmyk.u8", {1, 2, 3, 4, 5}, "C 1 M 2 Y 3 K 4 A 5"},
-        {"cmyk_inv.u8", {1, 2, 3, 4}, "iC 1 iM 2 iY 3 iK 4"},
         {"acmyk_inv.u8", {1, 2, 3, 4, 5}, "iC 1 iM 2 iY 3 iK 4 iA 5"},
         {"rgb.u565", {0x21, 0x18}, "A0 0 R5 3 G6 1 B5 1"},
         {"bgr.u555", {0x01, 0x7C}, "A0 0 R5 1 G5 0 B5 31"},
@@ -263,44 +242,36 @@ TEST_F(CatalogueTest, PixelsAreComparedWithTolerance) {
 }
 
 TEST_F(CatalogueTest, ChannelTypes) {
-    std::map<std::string, std::pair<int, std::string>> found;
+    using Names = std::set<std::string>;
+    std::map<std::string, Names> found;  // by the space and the value that fills
     for (const Registry::Entry& entry : Registry::GetEntries(kImageChannelTypeRegistry)) {
         const auto type = Cast<ImageChannelTypeInterface>(entry.object);
-        const std::string id = TextOf(type->GetId());
-        EXPECT_EQ(id, TextOf(entry.id));
-        const std::string space = TextOf(type->GetColorSpace()->GetId());
-        found[id.substr(id.rfind('.') + 1)] = {type->GetDefaultFillValue() & 255, space.substr(space.rfind('.') + 1)};
+        EXPECT_EQ(type->GetId(), entry.id);
+        const std::string id = TextOf(entry.id), space = TextOf(type->GetColorSpace()->GetId());
+        const std::string fill = std::to_string(type->GetDefaultFillValue() & 255);
+        found[space.substr(space.rfind('.') + 1) + " " + fill].insert(id.substr(id.rfind('.') + 1));
     }
-    std::map<std::string, std::pair<int, std::string>> expected;
-    for (const char* name : {"red", "green", "blue"})
-        expected[name] = {0, "rgb"};
-    for (const char* name : {"c", "m", "y", "k"}) {
-        expected[std::string("cmyk_") + name] = {0, "cmyk"};
-        expected[std::string("cmyk_i") + name] = {255, "cmyk"};
-    }
-    expected["alpha"] = {255, "alpha"};
-    expected["grey"] = {0, "grey"};
-    for (const char* name : {"unknown", "unused", "depth", "depthback", "materialid", "nodeid", "uvu", "uvv", "normal",
-                             "realpix", "coverage", "bg", "noderenderid", "transparency", "velocity", "weight", "mask"})
-        expected[name] = {0, ""};
+    const std::map<std::string, Names> expected = {
+        {"rgb 0", {"red", "green", "blue"}},
+        {"grey 0", {"grey"}},
+        {"alpha 255", {"alpha"}},
+        {"cmyk 0", {"cmyk_c", "cmyk_m", "cmyk_y", "cmyk_k"}},
+        {"cmyk 255", {"cmyk_ic", "cmyk_im", "cmyk_iy", "cmyk_ik"}},
+        {" 0",
+         {"unknown", "unused", "depth", "depthback", "materialid", "nodeid", "uvu", "uvv", "normal", "realpix",
+          "coverage", "bg", "noderenderid", "transparency", "velocity", "weight", "mask"}}};
     EXPECT_EQ(found, expected);
-    EXPECT_EQ(found.size(), 30u);
     EXPECT_EQ(channeltypes::Get(channeltypes::kAlpha)->GetDefaultFillValue(), 0xFFFFFFFFu);
 
     const ImageChannelType red = channeltypes::Get(channeltypes::kRed);
-    const Result<ImageChannel> half = red->GetChannel(&GetDataType<Pix16f>());
-    ASSERT_TRUE(half);
-    EXPECT_EQ(*half, *red->GetChannel(&GetDataType<Pix16f>()));
-    EXPECT_EQ((*half)->GetChannelType(), red);
-    EXPECT_EQ((*half)->GetChannelBits(), BITS(16));
-    EXPECT_EQ(TextOf((*half)->GetClassId()), "net.orvik.image.class.imagechannelPix16f");
-    for (const DataType* wrong : {static_cast<const DataType*>(nullptr), &GetDataType<String>(), &GetDataType<Int>()}) {
-        const Result<ImageChannel> refused = red->GetChannel(wrong);
-        ASSERT_FALSE(refused);
-        EXPECT_EQ(refused.GetError()->GetErrorId(), errorid::kIllegalArgument);
-    }
-    EXPECT_FALSE(channeltypes::GetChannel("net.orvik.image.imagechanneltype.mauve", ComponentType::U8));
-    EXPECT_FALSE(channeltypes::GetChannel(channeltypes::kRed, ComponentType::None));
+    const ImageChannel half = red->GetChannel(&GetDataType<Pix16f>()).GetValueOr(ImageChannel());
+    EXPECT_EQ(half, ChannelOf("red", ComponentType::F16));
+    EXPECT_EQ(half->GetChannelBits(), BITS(16));
+    EXPECT_EQ(TextOf(half->GetClassId()), "net.orvik.image.class.imagechannelPix16f");
+    for (const DataType* wrong : {static_cast<const DataType*>(nullptr), &GetDataType<String>(), &GetDataType<Int>()})
+        EXPECT_EQ(ErrorIdOf(red->GetChannel(wrong)), errorid::kIllegalArgument);
+    EXPECT_FALSE(ChannelOf("mauve", ComponentType::U8));
+    EXPECT_FALSE(ChannelOf("red", ComponentType::None));
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <optional>
 #include <set>
 
-#include "slow_special.h"
+#include "slow_formats.h"
 
 namespace orvik {
 namespace {
@@ -24,7 +24,6 @@ bool Lists(const std::string& list, const std::string& name) {
 std::string NameOf(const PixelFormat& format) {
     return TextOf(format->GetId()).substr(std::string("net.orvik.image.pixelformat.").size());
 }
-bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
 /// Finds the route by the rules, and takes it pixel by pixel.
 class SlowRoutes {
@@ -44,9 +43,8 @@ public:
 private:
     static size_t StrideOf(const PixelFormat& format) { return size_t(format->GetBitsPerPixel().GetBytes()); }
     /// @param evaluate  from the bytes of one source pixel to those of one destination pixel
-    template <class Evaluate>
     static Answer ForEach(const PixelFormat& dst, const PixelFormat& src, const Bytes& in, size_t count,
-                          Evaluate evaluate) {
+                          auto evaluate) {
         Bytes out(count * StrideOf(dst));
         for (size_t i = 0; i < count; ++i)
             evaluate(&in[i * StrideOf(src)], &out[i * StrideOf(dst)]);
@@ -87,9 +85,9 @@ private:
             return each([&](auto pixel, auto out) { std::ranges::copy(slow::EncodeRgbe(named(pixel)), out); });
         if (from == "rgb.rgbe" && Lists(kRgbePartners, to))
             return each([&](auto pixel, auto out) { store(slow::DecodeRgbe(pixel), out); });
-        if (StartsWith(to, "yuv") && Lists(kU8Colors, from))
+        if (to.starts_with("yuv") && Lists(kU8Colors, from))
             return EncodePairs(to.back() == 'a', in, count, StrideOf(src), named);
-        if (StartsWith(from, "yuv") && Lists(kU8Colors, to))
+        if (from.starts_with("yuv") && Lists(kU8Colors, to))
             return DecodePairs(from.back() == 'a', in, count, StrideOf(dst), store);
         const bool toInks = IsFixedInks(to), fromInks = IsFixedInks(from);
         const bool inverted = to.find("_inv.") != std::string::npos;
@@ -140,8 +138,7 @@ private:
         }
         return true;
     }
-    template <class Named>
-    static Answer EncodePairs(bool isA, const Bytes& in, size_t count, size_t stride, Named named) {
+    static Answer EncodePairs(bool isA, const Bytes& in, size_t count, size_t stride, auto named) {
         Bytes out;
         for (size_t i = 0; i + 1 < count; i += 2) {
             const auto a = slow::EncodeYuv(named(&in[i * stride])), b = slow::EncodeYuv(named(&in[(i + 1) * stride]));
@@ -150,8 +147,7 @@ private:
         }
         return out;
     }
-    template <class Store>
-    static Answer DecodePairs(bool isA, const Bytes& in, size_t count, size_t stride, Store store) {
+    static Answer DecodePairs(bool isA, const Bytes& in, size_t count, size_t stride, auto store) {
         Bytes out(count * stride);
         for (size_t i = 0; i < count; ++i) {
             const uint8_t* pair = &in[i / 2 * 4];
@@ -167,7 +163,7 @@ private:
     static std::string SpaceOf(const std::string& type) {
         if (type == "red" || type == "green" || type == "blue")
             return "rgb";
-        return StartsWith(type, "cmyk_") ? "cmyk" : type == "grey" || type == "alpha" ? type : "";
+        return type.starts_with("cmyk_") ? "cmyk" : type == "grey" || type == "alpha" ? type : "";
     }
     static Answer TakeChannels(const SlowFormat& dst, const SlowFormat& src, const Bytes& in, size_t count) {
         if (!IsWhole(dst) || !IsWhole(src))
@@ -199,7 +195,7 @@ private:
             const SlowPixel raw = LoadPixel(src, pixel);
             SlowPixel result;
             for (size_t c = 0; c < dst.types.size(); ++c) {
-                const bool isFull = dst.types[c] == "alpha" || StartsWith(dst.types[c], "cmyk_i");
+                const bool isFull = dst.types[c] == "alpha" || dst.types[c].starts_with("cmyk_i");
                 const auto p = size_t(partners[c]);
                 result.push_back(partners[c] < 0 ? slow::Convert(ComponentType::U8, dst.components[c], isFull ? 255 : 0)
                                                  : slow::Convert(src.components[p], dst.components[c], raw[p]));
@@ -357,6 +353,12 @@ TEST_F(ConversionTest, EveryPair) {
                 EXPECT_TRUE(std::equal(out.begin(), out.begin() + Int(bits / 8), in.begin())) << what;
             } else {
                 EXPECT_EQ(out, *wanted) << what;
+                const PixelLine line{out.data(), dst->GetBitsPerPixel()};
+                if (src->GetBitsPerPixel() == dst->GetBitsPerPixel()) {
+                    out = in;
+                    ASSERT_TRUE((*found)(line, kCount, line, {}));
+                    EXPECT_EQ(out, *wanted) << what << " in place";
+                }
             }
             ++converted;
         }
@@ -419,10 +421,8 @@ TEST_F(ConversionTest, EveryValueOfSpecialFormats) {
                 exponents.push_back(uint8_t(byte));
         }
         for (int i = 0; i < 60 && exponent < 254; ++i) {
-            const float brightest = std::ldexp(i == 0   ? 0.5f
-                                               : i == 1 ? 0x1.fffffep-1f
-                                                        : mantissa(random),
-                                               exponent - 126);
+            const float kEnds[] = {0.5f, 0x1.fffffep-1f};
+            const float brightest = std::ldexp(i < 2 ? kEnds[i] : mantissa(random), exponent - 126);
             float pixel[3] = {brightest * share(random), brightest * share(random), brightest * share(random)};
             pixel[i % 3] = brightest;
             lights.insert(lights.end(), pixel, pixel + 3);
@@ -498,8 +498,15 @@ TEST_F(ConversionTest, EveryPairAcceptsEveryPlacement) {
             ASSERT_EQ(result, wanted) << count << " pixels, from " << from.first << " + " << from.stride << " to "
                                       << to.first << " + " << to.stride;
         };
-        const bool isSpecial = !IsGeneral(src) || !IsGeneral(dst);
         const Placement denseSrc = PlaceDense(src), denseDst = PlaceDense(dst);
+        if (src->GetBitsPerPixel() == dst->GetBitsPerPixel()) {
+            Bytes pixels = ScatterAny(src, denseSrc, in, 600, kPeriod);
+            const PixelLine line{pixels.data(), dst->GetBitsPerPixel()};
+            const auto convert = FindConversion(dst, src);
+            ASSERT_TRUE(convert && (*convert)(line, 600, line, {}));
+            EXPECT_EQ(pixels, ScatterAny(dst, denseDst, *out, 600, kPeriod)) << "in place";
+        }
+        const bool isSpecial = !IsGeneral(src) || !IsGeneral(dst);
         const Int together = std::max(src->GetPackedPixelCount(), dst->GetPackedPixelCount());
         for (Int count = 0; count <= kPeriod; count += together)
             ASSERT_NO_FATAL_FAILURE(check(denseSrc, denseDst, count));
@@ -524,53 +531,27 @@ TEST_F(ConversionTest, EveryPairAcceptsEveryPlacement) {
 }
 
 TEST_F(ConversionTest, CountsBelowOneTouchNothingAndHalfAPairFails) {
-    const PixelFormat yuv = FormatOf("yuv.i422a");
+    const PixelFormat yuv = FormatOf("yuv.i422a"), b = FormatOf("yuv.i422b");
     for (const char* name : {"rgb.u8", "bgrx.u8", "rgb.f64", "rgba.f32", "grey.u8", "yuv.i422b", "yuv.i422a"}) {
         const PixelFormat other = FormatOf(name);
         Bytes from(512), to(512 * 16);
         for (const auto& [src, dst] : {std::pair(yuv, other), {other, yuv}, {other, FormatOf("rgba.u16")}}) {
             const Result<ConvertPixelFunc> convert = FindConversion(dst, src);
             ASSERT_TRUE(convert) << name;
+            const BITS toStride = dst->GetBitsPerPixel(), fromStride = src->GetBitsPerPixel();
             for (const Int count : {Int(0), Int(-1), std::numeric_limits<Int>::min()})
-                EXPECT_TRUE(
-                    (*convert)({nullptr, dst->GetBitsPerPixel()}, count, {nullptr, src->GetBitsPerPixel()}, {}));
-            for (const Int count : {1, 3, 7}) {
-                const Result<void> done =
-                    (*convert)({to.data(), dst->GetBitsPerPixel()}, count, {from.data(), src->GetBitsPerPixel()}, {});
-                const bool inPairs = src->GetPackedPixelCount() == 2 || dst->GetPackedPixelCount() == 2;
-                EXPECT_EQ(MessageOf(done), inPairs ? "YUV needs an even number of pixels to convert." : "") << name;
-            }
+                EXPECT_TRUE((*convert)({nullptr, toStride}, count, {nullptr, fromStride}, {}));
+            const bool inPairs = src->GetPackedPixelCount() == 2 || dst->GetPackedPixelCount() == 2;
+            for (const Int count : {1, 3, 7})
+                EXPECT_EQ(MessageOf((*convert)({to.data(), toStride}, count, {from.data(), fromStride}, {})),
+                          inPairs ? "YUV needs an even number of pixels to convert." : "")
+                    << name;
         }
     }
-    const PixelFormat b = FormatOf("yuv.i422b");  // no partner of the other variant
-    EXPECT_EQ(MessageOf(yuv->GetConvertPixelFromFunc(b, b->GetChannelOffsets(), yuv->GetChannelOffsets(), true)),
-              "YUV unsupported");
-    EXPECT_EQ(MessageOf(yuv->GetConvertPixelToFunc(b, yuv->GetChannelOffsets(), b->GetChannelOffsets(), true)),
-              "YUV unsupported");
-}
-
-TEST_F(ConversionTest, PixelsOfOneWidthConvertInPlace) {
-    Bytes before(300 * 32);
-    std::generate(before.begin(), before.end(), std::mt19937(3));
-    for (uint8_t& byte : before)
-        byte &= 0xBB;  // no NaN, whose bits are not fixed
-    const BaseArray<PixelFormat> all = PixelFormats::GetAll().TakeValue();
-    for (const PixelFormat& src : all) {
-        for (const PixelFormat& dst : all) {
-            const Result<ConvertPixelFunc> convert = FindConversion(dst, src);
-            if (src->GetBitsPerPixel() != dst->GetBitsPerPixel() || src->GetBitsPerPixel().GetBits() % 8 != 0 ||
-                !convert)
-                continue;
-            for (const Int count : {2, 64, 300}) {
-                const Bytes wanted = ConvertBytes(dst, src, before.data(), count);
-                Bytes pixels = before;
-                const PixelLine line{pixels.data(), dst->GetBitsPerPixel()};
-                ASSERT_TRUE((*convert)(line, count, line, {}));
-                pixels.resize(wanted.size());
-                ASSERT_EQ(pixels, wanted) << NameOf(src) << " to " << NameOf(dst) << ", " << count << " pixels";
-            }
-        }
-    }
+    // No partner of the other variant.
+    const ChannelOffsets own = yuv->GetChannelOffsets(), other = b->GetChannelOffsets();
+    EXPECT_EQ(MessageOf(yuv->GetConvertPixelFromFunc(b, other, own, true)), "YUV unsupported");
+    EXPECT_EQ(MessageOf(yuv->GetConvertPixelToFunc(b, own, other, true)), "YUV unsupported");
 }
 
 }  // namespace

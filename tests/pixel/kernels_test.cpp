@@ -1,11 +1,15 @@
 // The 9 x 9 table of component conversions against an independent evaluation of its rules, over the whole range of
-// values; every level of kernels against the scalar form: addresses, lengths, and runs in place.
+// values; every level of kernels against the scalar form: addresses, lengths, and runs in place; the transfer curves of
+// sRGB against the formula in extended precision.
 
+#include <bit>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <limits>
 #include <random>
 
+#include "color/gfx_image_colorprofile_closedform.h"
+#include "level_scope.h"
 #include "pixel/kernels/gfx_image_pixelformat_arithmetic.h"
 #include "pixel/kernels/gfx_image_pixelformat_kernels.h"
 #include "pixel/kernels/gfx_image_pixelformat_shuffle.h"
@@ -34,7 +38,7 @@ std::vector<std::string> LevelNames() {
     return names;
 }
 
-TEST(Kernels, ScalarIsTheFirstLevel) {
+TEST(Kernels, UsesTheLevelOfTheEnvironment) {
     const std::vector<std::string> names = LevelNames();
     ASSERT_FALSE(names.empty());
     EXPECT_EQ(names[0], "scalar");
@@ -43,13 +47,10 @@ TEST(Kernels, ScalarIsTheFirstLevel) {
         EXPECT_THAT(names, testing::Contains("avx2"));
     }
 #endif
-}
-
-TEST(Kernels, UsesTheLevelOfTheEnvironment) {
     const char* const wanted = std::getenv("ORVIK_SIMD");
     if (!wanted)
         GTEST_SKIP() << "ORVIK_SIMD is not set";
-    if (!testing::Value(LevelNames(), testing::Contains(wanted)))
+    if (!testing::Value(names, testing::Contains(wanted)))
         GTEST_SKIP() << "this machine has no level " << wanted;
     EXPECT_STREQ(pixel::GetKernels().name, wanted);
 }
@@ -183,42 +184,42 @@ Bytes FiniteBytes(size_t count, unsigned seed) {
     return bytes;
 }
 
-/// One cell at one level against the strided loop, and in place where the values have one width. The source ends with
-/// the run, so that a sanitizer sees reads beyond it.
-void CheckCell(const pixel::KernelSet& kernels, ComponentType src, ComponentType dst, Int count, Int from, Int to) {
-    const Int srcBytes = GetComponentBits(src) / 8, dstBytes = GetComponentBits(dst) / 8;
-    static const Bytes values = FiniteBytes(kLongest * 8 + kAlignments, 1);
-    const Bytes source(values.begin(), values.begin() + from + count * srcBytes);
-    Bytes expected(size_t(to + count * dstBytes) + kAlignments, kCanary), found = expected;
-    pixel::GetConvertStrided(src, dst)(source.data() + from, srcBytes, expected.data() + to, dstBytes, count);
-    kernels.GetRun(src, dst)(source.data() + from, found.data() + to, count);
-    const auto what = [&] {
-        return std::string(kernels.name) + ": " + std::string(GetComponentName(src)) + " to " +
-               std::string(GetComponentName(dst)) + ", " + std::to_string(count) + " values from " +
-               std::to_string(from) + " to " + std::to_string(to);
+/// Runs of every length at many places against a plain loop, and in place where values keep their width. The source
+/// ends with the run, so that a sanitizer sees reads beyond it.
+void CheckRuns(const Bytes& values, Int srcBytes, Int dstBytes, auto loop, auto run) {
+    const auto check = [&](Int count, Int from, Int to) {
+        const Bytes source(values.begin(), values.begin() + from + count * srcBytes);
+        Bytes expected(size_t(to + count * dstBytes) + kAlignments, kCanary), found = expected;
+        loop(source.data() + from, expected.data() + to, count);
+        run(source.data() + from, found.data() + to, count);
+        ASSERT_TRUE(found == expected) << count << " values from " << from << " to " << to;
+        if (srcBytes != dstBytes)
+            return;
+        std::fill(found.begin(), found.end(), kCanary);
+        std::copy(source.begin() + from, source.end(), found.begin() + to);
+        run(found.data() + to, found.data() + to, count);
+        ASSERT_TRUE(found == expected) << "in place, " << count << " values from " << from << " to " << to;
     };
-    ASSERT_TRUE(found == expected) << what();
-    if (srcBytes != dstBytes)
-        return;
-    std::fill(found.begin(), found.end(), kCanary);
-    std::copy(source.begin() + from, source.end(), found.begin() + to);
-    kernels.GetRun(src, dst)(found.data() + to, found.data() + to, count);
-    ASSERT_TRUE(found == expected) << "in place, " << what();
+    for (Int count = 0; count <= kLongest && !testing::Test::HasFatalFailure(); ++count)
+        check(count, count * 7 % kAlignments, count * 13 % kAlignments);
+    for (Int place = 0; place < kAlignments && !testing::Test::HasFatalFailure(); ++place) {
+        for (const Int count : {3, 17, 70, 193})
+            check(count, place, (place + count) * 5 % kAlignments);
+    }
 }
 
 TEST(Kernels, EveryLengthAndPlaceOfEveryCell) {
+    const Bytes values = FiniteBytes(kLongest * 8 + kAlignments, 1);
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
         for (int cell = 0; cell < kComponentTypeCount * kComponentTypeCount; ++cell) {
-            const auto src = ComponentType(cell / kComponentTypeCount);
-            const auto dst = ComponentType(cell % kComponentTypeCount);
-            for (Int count = 0; count <= kLongest; ++count)
-                CheckCell(*kernels, src, dst, count, count * 7 % kAlignments, count * 13 % kAlignments);
-            for (Int place = 0; place < kAlignments; ++place) {
-                for (const Int count : {3, 17, 70, 193})
-                    CheckCell(*kernels, src, dst, count, place, (place + count) * 5 % kAlignments);
-            }
-            if (HasFatalFailure())
-                return;
+            const auto src = ComponentType(cell / kComponentTypeCount), dst = ComponentType(cell % kComponentTypeCount);
+            SCOPED_TRACE(testing::Message()
+                         << kernels->name << ": " << GetComponentName(src) << " to " << GetComponentName(dst));
+            const Int srcBytes = GetComponentBits(src) / 8, dstBytes = GetComponentBits(dst) / 8;
+            const auto loop = [&](auto* in, auto* out, Int count) {
+                pixel::GetConvertStrided(src, dst)(in, srcBytes, out, dstBytes, count);
+            };
+            CheckRuns(values, srcBytes, dstBytes, loop, kernels->GetRun(src, dst));
         }
     }
 }
@@ -236,6 +237,7 @@ const Map kMaps[] = {
 };
 
 TEST(Kernels, EveryLengthAndPlaceOfRearrangements) {
+    const Bytes values = RandomBytes(kLongest * 8 * 8 + kAlignments, 5);
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
         for (const Map& map : kMaps) {
             for (const int size : {1, 2, 4, 8}) {
@@ -247,30 +249,19 @@ TEST(Kernels, EveryLengthAndPlaceOfRearrangements) {
                 }
                 pixel::PixelShuffle shuffle;
                 shuffle.Init(*kernels, map.srcCount, map.dstCount, sources, size);
-                const Int srcPixel = map.srcCount * size, dstPixel = map.dstCount * size;
-                for (Int count = 0; count <= kLongest; ++count) {
-                    const Int from = count * 7 % kAlignments, to = count * 13 % kAlignments;
-                    // The source is exactly as long as the run, so that a sanitizer sees reads beyond it.
-                    const Bytes source = RandomBytes(size_t(from + count * srcPixel), 5);
-                    Bytes expected(size_t(count * dstPixel) + 2 * kAlignments, kCanary), found = expected;
+                SCOPED_TRACE(testing::Message() << kernels->name << ": " << map.srcCount << " to " << map.dstCount
+                                                << " channels of " << size << " bytes");
+                const Int srcPixel = map.srcCount * size;
+                const auto loop = [&](const std::byte* in, std::byte* out, Int count) {
                     for (Int i = 0; i < count * map.dstCount; ++i) {
                         const auto& origin = sources[i % map.dstCount];
-                        const std::byte* element =
-                            origin.channel < 0
-                                ? origin.fill
-                                : source.data() + from + i / map.dstCount * srcPixel + origin.channel * size;
-                        std::copy_n(element, size, expected.data() + to + i * size);
+                        const std::byte* pixel = in + i / map.dstCount * srcPixel;
+                        std::copy_n(origin.channel < 0 ? origin.fill : pixel + origin.channel * size, size,
+                                    out + i * size);
                     }
-                    shuffle.Run(source.data() + from, found.data() + to, count);
-                    ASSERT_EQ(found, expected) << kernels->name << ": " << map.srcCount << " to " << map.dstCount
-                                               << " channels of " << size << " bytes, " << count << " pixels";
-                    if (srcPixel != dstPixel)
-                        continue;
-                    Bytes inPlace(found.size(), kCanary);
-                    std::copy(source.begin() + from, source.end(), inPlace.begin() + to);
-                    shuffle.Run(inPlace.data() + to, inPlace.data() + to, count);
-                    ASSERT_EQ(inPlace, expected) << kernels->name << " in place";
-                }
+                };
+                CheckRuns(values, srcPixel, map.dstCount * size, loop,
+                          [&](auto* in, auto* out, Int count) { shuffle.Run(in, out, count); });
             }
         }
     }
@@ -303,6 +294,7 @@ TEST(Kernels, MeansOfExtremesAndSamples) {
 }
 
 TEST(Kernels, MeansOfPixelsOfEveryLengthAndPlace) {
+    const Bytes values = FiniteBytes(kLongest * 4 * 8 + kAlignments, 31);
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
         int tested = 0;
         for (int type = 0; type < kComponentTypeCount; ++type) {
@@ -318,21 +310,139 @@ TEST(Kernels, MeansOfPixelsOfEveryLengthAndPlace) {
                     for (Int at = 0; at < kernels->vectorBytes; ++at)
                         table.picks[i][at] = uint8_t((at / size * channels + colors[i]) * size + at % size);
                 }
-                for (Int count = 0; count <= kLongest; ++count) {
-                    const Int from = count * 7 % kAlignments, to = count * 13 % kAlignments, pixel = channels * size;
-                    const Bytes source = FiniteBytes(size_t(from + count * pixel), 31);
-                    Bytes expected(size_t(to + count * size) + kAlignments, kCanary), found = expected;
-                    const std::byte* const first = source.data() + from;
-                    pixel::GetMean(ComponentType(type))(first + colors[0] * size, first + colors[1] * size,
-                                                        first + colors[2] * size, pixel, expected.data() + to, size,
-                                                        count);
-                    mean(table, first, found.data() + to, count);
-                    ASSERT_EQ(found, expected)
-                        << kernels->name << ": " << type << ", " << channels << " channels, " << count << " pixels";
-                }
+                SCOPED_TRACE(testing::Message() << kernels->name << ": " << type << ", " << channels << " channels");
+                const auto loop = [&](auto* in, auto* out, Int count) {
+                    pixel::GetMean(ComponentType(type))(in + colors[0] * size, in + colors[1] * size,
+                                                        in + colors[2] * size, channels * size, out, size, count);
+                };
+                CheckRuns(values, channels * size, size, loop,
+                          [&](auto* in, auto* out, Int count) { mean(table, in, out, count); });
             }
         }
         EXPECT_EQ(tested, kernels->name == std::string("avx3_dl") ? 14 : 0);
+    }
+}
+
+static_assert(std::numeric_limits<long double>::digits > std::numeric_limits<double>::digits);
+
+constexpr TransferCurve kCurves[] = {TransferCurve::LinearToSrgb, TransferCurve::SrgbToLinear};
+
+/// Exact but for some 1e-19. The constants are single-precision numbers.
+long double Evaluate(TransferCurve curve, float c) {
+    const long double x = c;
+    if (curve == TransferCurve::LinearToSrgb)
+        return c < 0.0031308f ? x * 12.92f : std::pow(x, (long double)(0.41666666f)) * 1.055f - 0.055f;
+    return c <= 0.04045f ? x * 0.07739938f : std::pow((x + 0.055f) * 0.9478673f, (long double)(2.4f));
+}
+float EvaluateScalar(TransferCurve curve, float c) {
+    return curve == TransferCurve::LinearToSrgb ? LinearToSrgb(c) : SrgbToLinear(c);
+}
+
+/// Distance in units in the last place of the exact value, whose range of floats continues above the largest one.
+double UlpsFrom(long double exact, float value) {
+    constexpr int kDigits = std::numeric_limits<float>::digits, kMinExponent = std::numeric_limits<float>::min_exponent;
+    if (std::isinf(value))  // right where the exact value rounds to infinity
+        return std::fabs(exact) >= 0x1.FFFFFFp127L && std::signbit(exact) == std::signbit(value) ? 0 : INFINITY;
+    int exponent = 0;
+    (void)std::frexp(exact, &exponent);
+    return double(std::fabs(value - exact) / std::ldexp(1.0L, std::max(exponent, kMinExponent) - kDigits));
+}
+
+bool IsSame(float a, float b) {
+    return std::bit_cast<uint32_t>(a) == std::bit_cast<uint32_t>(b) || (std::isnan(a) && std::isnan(b));
+}
+
+/// Runs `check` at each level and names it where something fails.
+void AtEveryLevel(auto check) {
+    for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
+        SCOPED_TRACE(kernels->name);
+        const LevelScope scope(*kernels);
+        check();
+    }
+}
+
+TEST(TransferCurve, EveryResultIsTheFormulasNearlyRounded) {
+    // Every exponent and sign, and densely where pictures are.
+    std::vector<float> values;
+    for (uint64_t bits = 0; bits < 0x100000000; bits += 2039)
+        values.push_back(std::bit_cast<float>(uint32_t(bits)));
+    for (uint32_t bits = std::bit_cast<uint32_t>(0.002f); bits < std::bit_cast<uint32_t>(1.5f); bits += 67)
+        values.push_back(std::bit_cast<float>(bits));
+    std::erase_if(values, [](float v) { return !std::isfinite(v); });
+    ASSERT_GT(values.size(), 3000000u);
+    std::vector<float> results(values.size());
+    std::vector<long double> exact(values.size());
+    for (const TransferCurve curve : kCurves) {
+        for (size_t i = 0; i < values.size(); ++i)
+            exact[i] = Evaluate(curve, values[i]);
+        const auto judge = [&](const char* what) {
+            double worst = 0;
+            size_t at = 0;
+            for (size_t i = 0; i < values.size(); ++i) {
+                const double ulps = UlpsFrom(exact[i], results[i]);
+                if (!(ulps <= worst))
+                    worst = ulps, at = i;
+            }
+            EXPECT_LE(worst, 1.0) << what << " curve " << int(curve) << ": " << values[at] << " gives " << results[at];
+            EXPECT_GT(worst, 0.4) << "a rounding must show";
+        };
+        for (size_t i = 0; i < values.size(); ++i)
+            results[i] = EvaluateScalar(curve, values[i]);
+        judge("scalar");
+        const std::vector<float> plain = results;
+        AtEveryLevel([&] {
+            ConvertTransferCurve(curve, results.data(), values.data(), values.size());
+            judge("vector");
+            EXPECT_EQ(results == plain, pixel::GetKernels().target == 0) << "vectors round some results differently";
+        });
+    }
+}
+
+TEST(TransferCurve, SpecialValuesAreThoseOfTheScalarForm) {
+    using Limits = std::numeric_limits<float>;
+    std::vector<float> values;
+    for (const float value : {0.0f, 1.0f, 0.5f, 1e-40f, Limits::infinity(), Limits::denorm_min(), Limits::min(),
+                              Limits::max(), Limits::quiet_NaN(), std::bit_cast<float>(0x7F800001)})
+        values.insert(values.end(), {value, -value});
+    for (const float edge : {0.0031308f, 0.04045f})  // where the straight part meets the curve
+        values.insert(values.end(), {std::nextafter(edge, 0.0f), edge, std::nextafter(edge, 1.0f)});
+    for (const TransferCurve curve : kCurves) {
+        AtEveryLevel([&] {
+            for (const float value : values) {
+                const float scalar = EvaluateScalar(curve, value);
+                float result = 77;
+                ConvertTransferCurve(curve, &result, &value, 1);
+                EXPECT_TRUE(IsSame(result, scalar)) << value << ": " << result << ", scalar " << scalar;
+                EXPECT_EQ(std::isnan(scalar), std::isnan(value)) << value;
+            }
+        });
+    }
+}
+
+TEST(TransferCurve, PlaceInTheRunDoesNotMatter) {
+    constexpr size_t kMax = 300;
+    std::vector<float> values(kMax), wanted(kMax);
+    for (size_t i = 0; i < kMax; ++i)
+        values[i] = float(i) / 150 - 0.5f;
+    for (const TransferCurve curve : kCurves) {
+        AtEveryLevel([&] {
+            for (size_t i = 0; i < kMax; ++i)
+                ConvertTransferCurve(curve, &wanted[i], &values[i], 1);
+            alignas(64) std::byte from[4 * kMax + 64], to[4 * kMax + 128], expected[sizeof(to)];
+            for (size_t count = 0; count <= kMax; ++count) {
+                const size_t shift = count * 7 % 64, toShift = count * 11 % 64;  // all alignments in both
+                std::memcpy(from + shift, values.data(), 4 * count);
+                std::memset(to, 0xCD, sizeof(to));
+                std::memset(expected, 0xCD, sizeof(to));
+                std::memcpy(expected + toShift, wanted.data(), 4 * count);
+                ConvertTransferCurve(curve, reinterpret_cast<float*>(to + toShift),
+                                     reinterpret_cast<const float*>(from + shift), count);
+                ASSERT_EQ(std::memcmp(to, expected, sizeof(to)), 0) << count;
+                std::vector<float> line(values.begin(), values.begin() + std::ptrdiff_t(count));
+                ConvertTransferCurve(curve, line.data(), line.data(), count);
+                ASSERT_TRUE(std::equal(line.begin(), line.end(), wanted.begin())) << count << " in place";
+            }
+        });
     }
 }
 

@@ -19,7 +19,6 @@ using enum ComponentType;
 TEST_F(RouteTest, EqualChannelListsShareOneFormat) {
     const std::tuple<std::vector<const char*>, ComponentType, const char*, const char*> kCases[] = {
         {{"red", "green", "blue"}, U8, "rgb.u8", "RGB::U8"},
-        {{"red", "green", "blue"}, F16, "rgb.f16", "RGB::F16"},
         {{"alpha"}, F16, "alpha.f16", "ALPHA::F16"},
         {{"red"}, S8, "dynamic.reds8", "R S8"},
         {{"red", "green"}, F32, "dynamic.redgreenf32", "R F32 G F32"},
@@ -64,8 +63,7 @@ TEST_F(RouteTest, ConvertsPixelsOfManyChannels) {
     std::vector<uint8_t> rgb(kCount * 3);
     for (size_t i = 0; i < rgb.size(); ++i)
         rgb[i] = uint8_t(i * 11);
-    const std::vector<uint8_t> pixels = ConvertBytes(*wide, FormatOf("rgb.u8"), rgb.data(), kCount);
-    EXPECT_TRUE(pixels.empty()) << "masks are not of that space, and nothing fills them";
+    EXPECT_TRUE(ConvertBytes(*wide, FormatOf("rgb.u8"), rgb.data(), kCount).empty()) << "nothing fills masks";
     std::vector<double> values(kCount * channels.size());
     for (size_t i = 0; i < rgb.size(); ++i)
         values[i / 3 * channels.size() + kMasks + i % 3] = rgb[i] / 255.0;

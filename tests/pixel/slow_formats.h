@@ -1,8 +1,10 @@
 #pragma once
 /// @file
-/// Formats as the slow evaluation sees them, and conversion of the general ones pixel by pixel.
+/// Formats as the slow evaluation sees them, and their conversion pixel by pixel from the rules of each: words as texts
+/// of bits, integers without shifts, and floats in extended precision that is rounded after each step.
 
 #include <algorithm>
+#include <map>
 #include <random>
 
 #include "pixel_tools.h"
@@ -38,34 +40,17 @@ inline SlowFormat Describe(const PixelFormat& format) {
     return slow;
 }
 
-template <class T>
-uint64_t MeanAs(uint64_t r, uint64_t g, uint64_t b) {
-    T values[3];
-    const uint64_t raw[3] = {r, g, b};
-    for (int i = 0; i < 3; ++i)
-        std::memcpy(&values[i], &raw[i], sizeof(T));
-    const T mean = (values[0] + values[1] + values[2]) / T(3);
-    uint64_t result = 0;
-    std::memcpy(&result, &mean, sizeof(T));
-    return result;
-}
 inline uint64_t SlowMean(ComponentType type, uint64_t r, uint64_t g, uint64_t b) {
-    switch (type) {
-        case ComponentType::F16: {
-            const auto f = [](uint64_t half) { return float(slow::DecodeHalf(half)); };
-            const float mean = (f(r) + f(g) + f(b)) / 3.0f;
-            return slow::EncodeHalf(std::min(std::max(mean, -65500.0f), 65500.0f));
-        }
-        case ComponentType::F32:
-            return MeanAs<float>(r, g, b);
-        case ComponentType::F64:
-            return MeanAs<double>(r, g, b);
-        default: {
-            const slow::Wide sum =
-                slow::DecodeInteger(type, r) + slow::DecodeInteger(type, g) + slow::DecodeInteger(type, b);
-            return uint64_t(sum / 3) & slow::MaskOf(type);
-        }
+    if (!slow::IsFloat(type)) {
+        const auto decode = [&](uint64_t raw) { return slow::DecodeInteger(type, raw); };
+        return uint64_t((decode(r) + decode(g) + decode(b)) / 3) & slow::MaskOf(type);
     }
+    // Every step is rounded, that of halves to single precision.
+    const auto mean = [&]<class T>(T three) {
+        const auto decode = [&](uint64_t raw) { return T(slow::DecodeFloat(type, raw)); };
+        return slow::Exact((decode(r) + decode(g) + decode(b)) / three);
+    };
+    return slow::EncodeFloat(type, type == ComponentType::F64 ? mean(3.0) : mean(3.0f));
 }
 
 /// One pixel by the rules: what each destination channel gets, decided by the names of the channels.
@@ -106,8 +91,6 @@ inline bool IsGeneral(const PixelFormat& format) {
         return false;
     return format->GetChannels()[0]->GetComponentType() != ComponentType::None;
 }
-
-// --- Where pixels lie ------------------------------------------------------------------------------------------------
 
 struct Placement {
     Int first = 0;   ///< byte of the first pixel
@@ -154,8 +137,6 @@ inline std::vector<uint8_t> Scatter(const SlowFormat& format, const Placement& t
     return out;
 }
 
-// --- Pixels as raw bits ----------------------------------------------------------------------------------------------
-
 /// One pixel's components.
 using SlowPixel = std::vector<uint64_t>;
 
@@ -172,4 +153,196 @@ inline void StorePixel(const SlowFormat& format, const SlowPixel& raw, uint8_t* 
                     size_t(GetComponentBits(format.components[c]) / 8));
 }
 
+namespace slow {
+
+/// A value of a channel with its type.
+struct Component {
+    ComponentType type = None;
+    uint64_t raw = 0;
+    uint64_t As(ComponentType wanted) const { return Convert(type, wanted, raw); }
+};
+using Channels = std::map<std::string, Component>;
+
+inline Channels NameChannels(const SlowFormat& format, const SlowPixel& pixel) {
+    Channels named;
+    for (size_t c = 0; c < pixel.size(); ++c)
+        named[format.types[c]] = {format.components[c], pixel[c]};
+    return named;
+}
+/// What a format takes of named channels: absent alpha is opaque, an unused channel is 0.
+inline SlowPixel TakeChannels(const SlowFormat& format, const Channels& named) {
+    SlowPixel pixel;
+    for (size_t c = 0; c < format.types.size(); ++c) {
+        const auto found = named.find(format.types[c]);
+        if (format.types[c] == "unused")
+            pixel.push_back(0);
+        else if (found != named.end())
+            pixel.push_back(found->second.As(format.components[c]));
+        else
+            pixel.push_back(Convert(U8, format.components[c], 255));
+    }
+    return pixel;
+}
+
+inline float AsFloat(const Channels& channels, const std::string& name) {
+    return Reinterpret<float>(uint32_t(channels.at(name).As(F32)));
+}
+inline Component FloatComponent(float value) { return {F32, Reinterpret<uint32_t>(value)}; }
+inline float Round(long double value) { return float(value); }
+
+/// The bits of a word, the highest first.
+inline const std::map<std::string, std::string> kPackedBits = {
+    {"rgb.u565", "RRRRRGGGGGGBBBBB"},   {"bgr.u565", "BBBBBGGGGGGRRRRR"},   {"rgb.u555", "xRRRRRGGGGGBBBBB"},
+    {"bgr.u555", "xBBBBBGGGGGRRRRR"},   {"argb.u1555", "ARRRRRGGGGGBBBBB"}, {"abgr.u1555", "ABBBBBGGGGGRRRRR"},
+    {"rgb.u444", "xxxxRRRRGGGGBBBB"},   {"bgr.u444", "xxxxBBBBGGGGRRRR"},   {"argb.u4444", "AAAARRRRGGGGBBBB"},
+    {"abgr.u4444", "AAAABBBBGGGGRRRR"},
+};
+inline const std::map<char, std::string> kPackedNames = {{'R', "red"}, {'G', "green"}, {'B', "blue"}, {'A', "alpha"}};
+
+/// The channels of a word as texts of bits.
+inline std::map<char, std::string> SplitWord(uint16_t word, const std::string& bits) {
+    std::map<char, std::string> values;
+    for (size_t i = 0; i < 16; ++i)
+        values[bits[i]] += word >> (15 - i) & 1 ? '1' : '0';
+    return values;
+}
+inline uint16_t JoinWord(std::map<char, std::string> values, const std::string& bits) {
+    uint16_t word = 0;
+    for (size_t i = 0; i < 16; ++i) {
+        std::string& value = values[bits[i]];
+        word = uint16_t(word * 2);
+        if (value.empty() || bits[i] == 'x')
+            continue;
+        word = uint16_t(word + (value[0] == '1'));
+        value.erase(0, 1);
+    }
+    return word;
+}
+inline Channels ExpandWord(uint16_t word, const std::string& bits) {
+    Channels channels;
+    for (auto [letter, value] : SplitWord(word, bits)) {
+        if (letter == 'x')
+            continue;
+        if (value.size() == 1)
+            value = std::string(8, value[0]);
+        else if (bits.find("AAAA") != std::string::npos)
+            value += value;
+        value.resize(8, '0');
+        channels[kPackedNames.at(letter)] = {U8, std::stoul(value, nullptr, 2)};
+    }
+    return channels;
+}
+inline uint16_t CompressWord(const Channels& channels, const std::string& bits) {
+    std::map<char, std::string> values;
+    for (const auto& [letter, name] : kPackedNames) {
+        const auto found = channels.find(name);
+        const uint64_t byte = found == channels.end() ? 255 : found->second.As(U8);
+        for (int bit = 7; bit >= 0; --bit)
+            values[letter] += byte >> bit & 1 ? '1' : '0';
+    }
+    return JoinWord(values, bits);
+}
+/// Between two words whose colours have equal widths.
+inline uint16_t RearrangeWord(uint16_t word, const std::string& src, const std::string& dst) {
+    std::map<char, std::string> values = SplitWord(word, src);
+    if (values.count('A') == 0)
+        values['A'] = "1111";
+    return JoinWord(values, dst);
+}
+
+inline Channels DecodeRgbe(const uint8_t* bytes) {
+    const auto decode = [&](int c) {
+        return FloatComponent(bytes[3] == 0 ? 0.0f : Round(std::ldexp(bytes[c] + 0.5L, bytes[3] - 136)));
+    };
+    return {{"red", decode(0)}, {"green", decode(1)}, {"blue", decode(2)}};
+}
+/// For colours whose greatest is below 2^127.
+inline std::array<uint8_t, 4> EncodeRgbe(const Channels& colors) {
+    const long double values[3] = {AsFloat(colors, "red"), AsFloat(colors, "green"), AsFloat(colors, "blue")};
+    const long double v = *std::max_element(values, values + 3);
+    std::array<uint8_t, 4> bytes{};
+    if (v <= 1e-32f)
+        return bytes;
+    int exponent = 0;
+    const long double mantissa = std::frexp(v, &exponent);
+    const long double scale = Round(Round(mantissa * 255.9999f) / v);
+    for (size_t c = 0; c < 3; ++c) {
+        const auto byte = Wide(Round(values[c] * scale));
+        bytes[c] = uint8_t(Mod(byte, 256));
+    }
+    bytes[3] = uint8_t(exponent + 128);
+    return bytes;
+}
+
+inline uint64_t FloorAndLimit(int numerator) {
+    return uint64_t(std::min(std::max(std::floor(numerator / 256.0), 0.0), 255.0));
+}
+inline Channels DecodeYuv(int y, int u, int v) {
+    const int c = 298 * (y - 16) + 128, d = u - 128, e = v - 128;
+    return {{"red", {U8, FloorAndLimit(c + 409 * e)}},
+            {"green", {U8, FloorAndLimit(c - 100 * d - 208 * e)}},
+            {"blue", {U8, FloorAndLimit(c + 516 * d)}}};
+}
+/// Y, U and V.
+inline std::array<uint8_t, 3> EncodeYuv(const Channels& colors) {
+    const auto byte = [&](const char* name) { return int(colors.at(name).As(U8)); };
+    const int r = byte("red"), g = byte("green"), b = byte("blue");
+    const auto scaled = [](int sum, int base) { return uint8_t(std::floor((sum + 128) / 256.0) + base); };
+    return {scaled(66 * r + 129 * g + 25 * b, 16), scaled(-38 * r - 74 * g + 112 * b, 128),
+            scaled(112 * r - 94 * g - 18 * b, 128)};
+}
+
+inline std::string InkName(int i, bool inverted) { return std::string(inverted ? "cmyk_i" : "cmyk_") + "cmyk"[i]; }
+inline const std::string kColorNames[3] = {"red", "green", "blue"};
+
+/// Alpha, if any, is kept unchanged.
+inline Channels KeepAlpha(const Channels& from) {
+    const auto alpha = from.find("alpha");
+    return alpha == from.end() ? Channels() : Channels{*alpha};
+}
+/// @param channels  inks or inverted inks
+inline Channels DecodeInks(const Channels& channels) {
+    const bool inverted = channels.count("cmyk_ik") != 0;
+    float inks[4];
+    for (int i = 0; i < 4; ++i) {
+        inks[i] = AsFloat(channels, InkName(i, inverted));
+        if (inverted)
+            inks[i] = Round(1.0L - inks[i]);
+    }
+    Channels colors = KeepAlpha(channels);
+    const long double light = Round(1.0L - inks[3]);
+    for (int i = 0; i < 3; ++i)
+        colors[kColorNames[i]] = FloatComponent(Round(Round(1.0L - inks[i]) * light));
+    return colors;
+}
+inline Channels EncodeInks(const Channels& colors, bool inverted) {
+    float brightest = AsFloat(colors, "red");
+    for (const std::string& name : kColorNames)
+        brightest = std::max(brightest, AsFloat(colors, name));
+    const long double black = Round(1.0L - brightest), light = Round(1.0L - black);
+    float inks[4] = {0, 0, 0, Round(black)};
+    for (int i = 0; i < 3 && light != 0; ++i)
+        inks[i] = Round(Round(Round(1.0L - AsFloat(colors, kColorNames[i])) - black) / light);
+    Channels channels = KeepAlpha(colors);
+    for (int i = 0; i < 4; ++i)
+        channels[InkName(i, inverted)] = FloatComponent(inverted ? Round(1.0L - inks[i]) : inks[i]);
+    return channels;
+}
+/// Inks to inverted inks or the other way: 1 - value, among integers all ones less the value.
+/// @param component  of the destination
+inline Channels InvertInks(const Channels& channels, ComponentType component) {
+    const bool inverted = channels.count("cmyk_ik") != 0;
+    Channels result = KeepAlpha(channels);
+    for (int i = 0; i < 4; ++i) {
+        const Component& ink = channels.at(InkName(i, inverted));
+        Component& other = result[InkName(i, !inverted)];
+        if (IsFloat(ink.type) || IsFloat(component))
+            other = FloatComponent(Round(1.0L - Reinterpret<float>(uint32_t(ink.As(F32)))));
+        else
+            other = {component, MaskOf(component) - ink.As(component)};
+    }
+    return result;
+}
+
+}  // namespace slow
 }  // namespace orvik
