@@ -34,6 +34,8 @@ public:
 
     int Finish() {
         if (!_options.report.empty()) {
+            if (_report.IsEmpty())
+                return kDone;  // every file failed: an earlier report stays
             const Result<void> written = _report.Write(_options.report);
             return written ? kDone : _console.Fail(_options.report, written.GetError());
         }

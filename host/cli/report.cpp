@@ -139,38 +139,38 @@ Result<LayerSet> CompositeOf(const ImageBaseRef& node) {
     return layers;
 }
 
-}  // namespace
-
-Result<void> Report::AddNode(const Json& description, const ImageBaseRef& node) {
+Result<void> AddNode(std::string& html, const Json& description, const ImageBaseRef& node) {
     const std::string subject = TypeText(description) + " " + description["name"].get<std::string>();
-    _body += "<li><div class=\"node\">";
-    _body += TRY(ThumbnailPart(description, node, LayerSet(), subject));
+    html += "<li><div class=\"node\">";
+    html += TRY(ThumbnailPart(description, node, LayerSet(), subject));
     if (description["type"] == "IMAGE") {
         if (const LayerSet layers = TRY(CompositeOf(node)); layers)
-            _body += TRY(ThumbnailPart(description, node, layers, subject + ", its layers composited"));
+            html += TRY(ThumbnailPart(description, node, layers, subject + ", its layers composited"));
     }
-    _body += TextPart(description) + "</div>";
+    html += TextPart(description) + "</div>";
     const auto& children = description["children"];
     if (!children.empty()) {
-        _body += "\n<ul>\n";
+        html += "\n<ul>\n";
         const auto nodes = TRY(GetAllChildren(node));
         for (Int i = 0; i < nodes.GetCount(); ++i)
-            TRY(AddNode(children[static_cast<size_t>(i)], nodes[i]));
-        _body += "</ul>\n";
+            TRY(AddNode(html, children[static_cast<size_t>(i)], nodes[i]));
+        html += "</ul>\n";
     }
-    _body += "</li>\n";
+    html += "</li>\n";
     return {};
 }
 
+}  // namespace
+
 Result<void> Report::Add(const Json& description, const Picture& picture) {
-    ++_count;
-    _body += "<h1>" + Escape(description["url"].get<std::string>()) + "</h1>\n<p class=\"about\">" +
-             Escape(std::string(picture.format->GetName().GetText())) +
-             (HasPixels(description) ? ", " + SizeText(description) : "") + "</p>\n<ul>\n";
+    std::string html = "<h1>" + Escape(description["url"].get<std::string>()) + "</h1>\n<p class=\"about\">" +
+                       Escape(std::string(picture.format->GetName().GetText())) +
+                       (HasPixels(description) ? ", " + SizeText(description) : "") + "</p>\n<ul>\n";
     const auto images = TRY(GetImages(picture.texture, IMAGEHIERARCHY::IMAGE));
     for (Int i = 0; i < images.GetCount(); ++i)
-        TRY(AddNode(description["images"][static_cast<size_t>(i)], images[i]));
-    _body += "</ul>\n";
+        TRY(AddNode(html, description["images"][static_cast<size_t>(i)], images[i]));
+    _body += html + "</ul>\n";
+    ++_count;
     return {};
 }
 

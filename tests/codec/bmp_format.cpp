@@ -122,10 +122,7 @@ TestedFormat TestedBmp() {
     TestedFormat bmp{"bmp", MakeBmpSamples};
     bmp.makeBombs = MakeBmpBombs;
     bmp.detectBytes = 20;
-    bmp.embedsProfiles = true;
-    bmp.alphaChannels = 1;
     bmp.largestSide = 32000;
-    bmp.bitDepths = {8};
     bmp.differences = {
         {"bmp/image-rs/rgba32-61754.bmp", "masks of 6, 1, 7, 5 and 4 bits: only whole bytes are read"},
         {"bmp/image-rs/pal4rlecut.bmp", "its runs end before its rows"},

@@ -70,12 +70,7 @@ struct TestedFormat {
     bool hasPictures = true;
     /// @}
 
-    /// @{ Capabilities of the exporter; for a format that is written.
-    bool embedsProfiles = false;
-    Int alphaChannels = 0;
-    Int largestSide = 0;
-    std::vector<Int> bitDepths = {};
-    /// @}
+    Int largestSide = 0;  ///< that the exporter takes; 0 for a format that is only read
 
     /// @{ Corpus.
     std::string_view corpusFolder = {};  ///< where it is not the name

@@ -59,7 +59,6 @@ TestedFormat TestedHdr() {
     hdr.makeBombs = MakeHdrBombs;
     hdr.detectBytes = 2;
     hdr.largestSide = 0x7FFFFFFF;
-    hdr.bitDepths = {32};
     hdr.peersRgba = PeersRgba;
     hdr.differences = {
         {"hdr/directxtextest/asan-b8cff6a1-c5fb-4627-a8b1-e8213055d119.hdr", "ends before its rows do"},

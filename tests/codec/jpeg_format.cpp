@@ -99,9 +99,7 @@ TestedFormat TestedJpeg() {
     jpeg.analyzesAgain = false;
     jpeg.announcesLate = true;
     jpeg.secondInputError = "functionnotimplemented";
-    jpeg.embedsProfiles = true;
     jpeg.largestSide = 65000;
-    jpeg.bitDepths = {8};
     jpeg.corpusFolder = "jpeg";
     jpeg.agrees = AgreesWithPrograms;
     constexpr const char* kBetweenSegments = "is not recognised: bytes between its first segments that belong to none";

@@ -98,9 +98,7 @@ TestedFormat TestedTga() {
     TestedFormat tga{"tga", MakeTgaSamples};
     tga.makeBombs = MakeTgaBombs;
     tga.detectBytes = 17;
-    tga.alphaChannels = 1;
     tga.largestSide = 32000;
-    tga.bitDepths = {8};
     tga.agrees = AgreesWithTheSlowDecoder;
     tga.fewestCompared = 55;
     tga.fewestRefused = 10;

@@ -136,7 +136,8 @@ String Url::GetUrl() const {
     if (!_memory)
         return path;
     String text("memory:");
-    (void)text.Append(path);
+    if (!text.IsEmpty())  // without memory for the scheme, the name would be that of a file
+        (void)text.Append(path);
     return text;
 }
 
