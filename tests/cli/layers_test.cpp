@@ -27,7 +27,6 @@ protected:
         _picture.texture = LayerTree::MakeTexture();
         _picture.format = FindFormat("png")->GetFileFormat();
         _image = LayerTree::AddImage(_picture.texture, {.width = kWidth, .height = kHeight}, LayerTree::Plain(1, 1, 1));
-
         // The first child is the topmost.
         NodeSpec spec = {.name = "Hidden", .width = kWidth, .height = kHeight, .enabled = false};
         LayerTree::AddLayer(_image, spec, LayerTree::Plain(0, 0, 1));

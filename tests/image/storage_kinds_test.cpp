@@ -34,14 +34,6 @@ protected:
     Result<SetPixelHandlerStruct> Writer(const Storage& storage) const {
         return storage->SetPixelHandler(format, {}, {}, {}, SETPIXELHANDLERFLAGS::NONE, {});
     }
-    Id Read(const Storage& storage, const PixelSpan& span) {
-        return ErrorIdOf(Reader(storage)->read(span, {pixels, BITS(16)}, {}));
-    }
-    Id Write(const Storage& storage, const PixelSpan& span) {
-        const Result<void> written = Writer(storage)->write(span, {pixels, BITS(16)}, {});
-        EXPECT_EQ(MessageOf(written), "");
-        return ErrorIdOf(written);
-    }
 
     Ref<FakeFormat> format = MakeFormat({8, 8});
     std::byte pixels[64] = {};
@@ -71,8 +63,11 @@ TEST_F(StorageKinds, RefuseSpansOutside) {
             for (const PixelSpan& span : spans) {
                 SCOPED_TRACE(testing::Message()
                              << kind.GetText() << ' ' << span.x << ", " << span.y << ", " << span.count);
-                EXPECT_EQ(Read(storage, span), isEmpty ? kLacks : isVoxel ? voxelRead : raster);
-                EXPECT_EQ(Write(storage, span), isEmpty ? kLacks : isVoxel ? voxelWrite : raster);
+                const Result<void> read = Reader(storage)->read(span, {pixels, BITS(16)}, {});
+                const Result<void> written = Writer(storage)->write(span, {pixels, BITS(16)}, {});
+                EXPECT_EQ(ErrorIdOf(read), isEmpty ? kLacks : isVoxel ? voxelRead : raster);
+                EXPECT_EQ(ErrorIdOf(written), isEmpty ? kLacks : isVoxel ? voxelWrite : raster);
+                EXPECT_EQ(MessageOf(written), "");
             }
         }
     }
@@ -381,7 +376,6 @@ TEST_F(VoxelThreadsTest, ManyWritersLoseNothing) {
     stop = true;
     reader.join();
     EXPECT_EQ(failures, 0);
-
     const GetPixelHandlerStruct handler = Reader(*storage, format);
     for (Int y = -kReach; y < kReach; ++y) {
         uint32_t row[2 * kReach];

@@ -35,9 +35,7 @@ protected:
         return image;
     }
     static ImageBaseRef Part(const ImageBaseRef& of, Int x, Int y, Int width, Int height) {
-        Result<ImageBaseRef> part = of->CreateSubImagePart({{x, y}, {width, height}});
-        EXPECT_TRUE(part) << MessageOf(part);
-        return part ? part.GetValue() : ImageBaseRef();
+        return of->CreateSubImagePart({{x, y}, {width, height}}).TakeValue();
     }
     Result<GetPixelHandlerStruct> Reader(const ImageBaseRef& node) const {
         return node->GetPixelHandler(_format, {}, {}, GETPIXELHANDLERFLAGS::NONE, {});
@@ -97,7 +95,6 @@ TEST_F(SubImageTest, ReadsTheParentShifted) {
     EXPECT_EQ(pixel[1], 1410 >> 8);
     EXPECT_EQ(ErrorIdOf(part->SetPixelHandler(_format, {}, {}, SETPIXELHANDLERFLAGS::NONE)),
               errorid::kFunctionNotImplemented);
-
     // The first pixel that is read, -1 for an illegal argument. To the left of a part the test is behind the shift, so
     // the parent's pixels there can be read; a part that starts outside can be read where it lies inside.
     const ImageBaseRef outside = Part(_image, -5, -5, 20, 10), far = Part(_image, kMin, 0, kMax, 1),
@@ -169,7 +166,6 @@ TEST_F(SubImageTest, EveryFailedAllocationLeavesTheMapAsItWas) {
     EXPECT_GT(readers.GetErrorCount(), 1);
 }
 
-/// Notes its calls.
 class Listener : public ImageRegionObserverInterface {
 public:
     void OnConnect(Int width, Int height) override { Note("connect ", {0, 0, width, height}); }

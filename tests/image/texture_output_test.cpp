@@ -78,7 +78,6 @@ TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
     ASSERT_TRUE(handler) << MessageOf(handler);
     EXPECT_EQ(ErrorIdOf(handler->read({0, 0, 1}, {row, BITS(16)}, {})),
               errorid::kFunctionNotImplemented);  // a description only, so far
-
     ASSERT_TRUE(Run());
     EXPECT_EQ(Describe(), tree);  // nothing was added twice, and every type stands after the second Init too
     EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "analyze"), 1);
@@ -92,7 +91,6 @@ TEST_F(TextureOutputTest, BuildsTheTreeAndFillsIt) {
         return true;
     }));
     EXPECT_EQ(texture->Get(image::kSampleTime, TimeValue()).GetSeconds(), 11.5);  // the last sample that finished
-
     ASSERT_TRUE(session->Close());
     EXPECT_EQ(std::count(g_log.begin(), g_log.end(), "close import"), 0);  // the input stays open
 }

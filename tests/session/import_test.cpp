@@ -21,7 +21,6 @@ constexpr std::string_view kSuffixes[] = {"fak", "fake"};
 /// Claims files that start with its letter.
 class FakeFormat : public FileFormatInterface {
 public:
-    explicit FakeFormat(Absence why) : Object(why) {}
     FakeFormat(char letter, const Id& id) : _letter(static_cast<std::byte>(letter)), _id(id) {}
     Result<Bool> Detect(const Url& url, const InputStreamRef& stream) const override {
         std::byte first{};
@@ -39,7 +38,6 @@ private:
 /// Makes fake inputs with a behaviour that the test can change.
 class FakeHandler : public MediaSessionFileFormatHandlerInterface {
 public:
-    explicit FakeHandler(Absence why) : Object(why) {}
     FakeHandler(FileFormat of, FakeBehaviour fake) : behaviour(std::move(fake)), format(std::move(of)) {}
     FileFormat GetFileFormat() const override { return format; }
     const DataType* GetHandlerType() const override {
@@ -77,11 +75,10 @@ protected:
     }
     void TearDown() override { UnmountMemoryFile("import"); }
 
-    template <size_t N>
-    Ref<FakeHandler> Publish(char letter, const Id& formatId, const char (&handlerId)[N], const char* name) {
+    Ref<FakeHandler> Publish(char letter, const Id& formatId, const Id& handlerId, const char* name) {
         const FileFormat format = Make<FakeFormat>(letter, formatId);
         const auto handler = Make<FakeHandler>(format, FakeBehaviour{name, &_log, true, false});
-        EXPECT_THAT(_publisher.AddToRegistry(kFileFormatHandlerRegistry, Id(handlerId), handler), Succeeds());
+        EXPECT_THAT(_publisher.AddToRegistry(kFileFormatHandlerRegistry, handlerId, handler), Succeeds());
         return handler;
     }
     static Url Mount(std::string_view content) {
@@ -91,7 +88,6 @@ protected:
         return MediaSessionImport(Mount(content), TimeValue::FromSeconds(1), MEDIASESSIONFLAGS::NONE, _output, {}, {},
                                   preferred);
     }
-
     CallLog _log;
     Ref<FakeHandler> _first, _second, _other;
     Ref<FakeOutput> _output;

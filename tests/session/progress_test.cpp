@@ -20,8 +20,6 @@ TimeValue Seconds(Float seconds) { return TimeValue::FromSeconds(seconds); }
 /// With a clock that a test sets.
 class TimedProgress : public MediaSessionProgressImpl {
 public:
-    TimedProgress() = default;
-    explicit TimedProgress(Absence why) : Object(why) {}
     TimeValue now = Seconds(1000);
 
 protected:
@@ -57,7 +55,6 @@ protected:
     Result<void> _observerAnswer;
 };
 
-/// Each step reports a value of a job some time after the one before it.
 TEST_F(Progress, NotifiesOfTheWeightedFractionInTime) {
     constexpr Float kNone = -1;  // no notification
     constexpr Float kNaN = std::numeric_limits<Float>::quiet_NaN();

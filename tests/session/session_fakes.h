@@ -59,7 +59,6 @@ struct FakeBehaviour {
 
 class FakeInput : public virtual MediaInputInterface, public MediaInputBaseImpl {
 public:
-    explicit FakeInput(Absence why) : Object(why) {}
     explicit FakeInput(FakeBehaviour fake) : behaviour(std::move(fake)) {}
 
     Bool SupportImportStrategy() const override { return behaviour.importStrategy; }
@@ -87,7 +86,6 @@ public:
 /// Records, then drives its input if asked to.
 class FakeOutput : public virtual MediaOutputInterface, public MediaOutputBaseImpl {
 public:
-    explicit FakeOutput(Absence why) : Object(why) {}
     explicit FakeOutput(FakeBehaviour fake, bool drives = false) : behaviour(std::move(fake)), drivesInput(drives) {}
 
     Bool SupportImportStrategy() const override { return behaviour.importStrategy; }

@@ -35,7 +35,6 @@ TEST_F(Stream, TheFirstFormatSelectsItselfAndUnknownIdsChangeNothing) {
         EXPECT_EQ(WidthOf(stream->GetFormat(entry.id)), WidthOf(entry.format));
     }
     EXPECT_EQ(listed, (std::map<std::string, Int>{{"5", 10}, {"6", 21}, {"best", 30}}));
-
     EXPECT_THAT(stream->SetSelectedFormat(Data(Int(2))), FailsWith(errorid::kIllegalArgument, ""));
     EXPECT_THAT(stream->SubscribeStream(Data(Float(5))), FailsAs(errorid::kIllegalArgument)) << "of another type";
     EXPECT_EQ(stream->GetSelectedFormat(), Data(Int(5)));
@@ -83,7 +82,6 @@ TEST_F(Stream, DelegatesAndTheirAbsence) {
     EXPECT_FALSE(Take(out->GetPixelStream(properties, {}, {}, {})));
     EXPECT_THAT(exif->HandleExifData({}), FailsWith(errorid::kNullptr, ""));
     EXPECT_THAT(audio->SetAudioDataCallback({}), FailsWith(errorid::kIllegalArgument, ""));
-
     // What importers and the texture deliver is tested with them; here the errors, and the samples.
     const Error refused = MediaConverterError("no");
     const auto refuse = [&](const MediaStreamProperties& got) -> Result<void> {
@@ -135,7 +133,6 @@ TEST_F(Stream, PropertiesCopyFormatsIntoWhatTheyHave) {
     EXPECT_TRUE(stream->IsSubscribed());
     ASSERT_THAT(properties.Set(mediaformat::kWidth, 99), Succeeds());
     EXPECT_EQ(WidthOf(stream->GetFormat(Data(Int(1)))), 20);  // the format keeps its value
-
     const auto object = Create<MediaStreamPropertiesInterface>(mediaclasses::kStreamProperties);
     ASSERT_THAT(object->Set(mediaformat::kHeight, 4), Succeeds());
     ASSERT_THAT(object->Init(FormatOfWidth(7)), Succeeds());
@@ -146,7 +143,6 @@ TEST_F(Stream, PropertiesCopyFormatsIntoWhatTheyHave) {
     EXPECT_THAT(object->Init(MediaStreamRef()), Succeeds());
     EXPECT_EQ(object->Get(mediaformat::kHeight, 0), 4);
     EXPECT_EQ(object->GetDictionary().GetCount(), 2);
-
     const Ref<MediaStreamPropertiesInterface> null;
     for (const Error& error :
          {null->Init(FormatOfWidth(7)).GetError(), null->Init(stream).GetError(), null->Clone().GetError(),
