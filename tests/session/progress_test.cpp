@@ -76,11 +76,7 @@ TEST_F(Progress, NotifiesOfTheWeightedFractionInTime) {
         // The third report comes after the delay exactly.
         {"delay", 10, 4, {1}, {{1, 0, 0.1, kNone}, {9, 0, 0.2, kNone}, {1, 0, 0.3, kNone}, {0.5, 0, 0.4, 0.4}}},
         {"interval", 0, 4, {1}, {{1, 0, 0.1, kNone}, {1, 0, 0.2, 0.2}, {4, 0, 0.3, kNone}, {0.5, 0, 0.4, 0.4}}},
-        {"completion",
-         9,
-         9,
-         {0.1, 0.2, 0.7},
-         {{1, 0, 1, kNone}, {1, 1, 1, kNone}, {1, 2, 0.99999, kNone}, {1, 2, 1, 1}}},
+        {"end", 9, 9, {0.1, 0.2, 0.7}, {{1, 0, 1, kNone}, {1, 1, 1, kNone}, {1, 2, 0.99999, kNone}, {1, 2, 1, 1}}},
         {"no weight", 99, 99, {0, 5, -5}, {{1, 0, 1, kNone}, {200, 0, 0.5, 0}, {200, 2, -1, 0}}},
     };
     for (const auto& [what, delay, interval, weights, steps] : cases) {
