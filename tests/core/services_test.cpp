@@ -180,7 +180,6 @@ TEST(Delegate, CopiesAndMovesSmallAndLargeCallables) {
     EXPECT_EQ(moved(1) + copy(2), 23);
     copy = moved = nullptr;
     EXPECT_EQ(counted.use_count(), 1);
-
     const std::array<Int, 20> many{1, 2, 3};
     const auto large = [many](int i) { return int(many[size_t(i)]); };
     Delegate<int(int)> shared = Delegate<int(int)>::Create(large).TakeValue();

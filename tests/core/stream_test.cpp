@@ -213,7 +213,7 @@ TEST(OutputStream, WritesWhatWasNotClosedAndReportsAFullDisk) {
     EXPECT_TRUE(open()->Close()) << "nothing was written";
 }
 
-TEST(OutputStream, WritingToMemorySurvivesEachFailedAllocation) {
+TEST(OutputStream, ToMemorySurvivesFailedAllocationsAndTakesAnExpectedLengthOnce) {
     EXPECT_GE(FailEachAllocation([&]() -> Result<void> {
                   const MemoryFileRef file = TRY(CreateMemoryFile());
                   OutputStreamRef out = TRY(OpenMemoryOutput(file));
@@ -222,9 +222,6 @@ TEST(OutputStream, WritingToMemorySurvivesEachFailedAllocation) {
                   return out->Close();
               }),
               4);
-}
-
-TEST(OutputStream, TakesMemoryOfAnExpectedLengthOnce) {
     const OutputStreamRef out = OpenMemoryOutput(CreateMemoryFile().TakeValue()).TakeValue();
     SetAllocationFault(1);
     out->Expect(5000);  // no memory: nothing happens

@@ -96,7 +96,6 @@ TEST(String, ConvertsUtf16Utf32AndLatin1) {
     EXPECT_EQ(Value(String::FromLatin1("a\xE4\xFF")), "a\xC3\xA4\xC3\xBF");
     EXPECT_EQ(Value(String::FromSystemText("a\xE4")), "a\xC3\xA4") << "not UTF-8, hence Latin-1";
     EXPECT_EQ(Value(String::FromSystemText("a\xC3\xA4")), "a\xC3\xA4");
-
     const String text("a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
     EXPECT_EQ(text.GetLength(), 4);
     EXPECT_EQ(text.ToUtf16().TakeValue(), u"a\u00E4\u20AC\U0001F600");

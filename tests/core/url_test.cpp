@@ -114,7 +114,7 @@ TEST(Url, LackOfMemoryIsAnErrorNotAnotherFile) {
     }
 }
 
-TEST(Url, LooksAtTheFileSystem) {
+TEST(Url, LooksAtFilesAndNamesTheReasonOfErrors) {
     const TempFolder folder;
     const Url file = folder.Write("a", "12345");
     EXPECT_EQ(file.IoDetect(), IODETECT::FILE);
@@ -124,10 +124,6 @@ TEST(Url, LooksAtTheFileSystem) {
     EXPECT_EQ(file.IoDetect(), IODETECT::NONEXISTENT);
     EXPECT_EQ(MessageOf(file.GetSizeAndTime()), "cannot open: No such file or directory");
     EXPECT_EQ(MessageOf(file.IoDelete()), "cannot delete: No such file or directory");
-}
-
-TEST(Url, OpenErrorsNameTheReasonAndTheUrl) {
-    const TempFolder folder;
     folder.Write("file", "x");
     const std::tuple<Url, bool, const char*> cases[] = {
         {folder / "none", false, "cannot open: No such file or directory"},

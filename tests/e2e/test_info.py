@@ -45,6 +45,7 @@ class Info(OrvikTest):
             result = run("info", "--json", *files)
             self.assertEqual((result.returncode, json.loads(result.stdout)), (1, expected))
             self.assertEqual(result.stderr, f"orvik: {missing}: {failure['error']}\n")
+        self.assertIn("net.orvik.error.io at ", run("--verbose", "info", missing).stderr)
 
     def test_formats_by_content_not_by_suffix(self):
         for mode, channels, family in (("L", 1, "grey"), ("LA", 2, "greya"), ("RGB", 3, "rgb"), ("RGBA", 4, "rgba")):

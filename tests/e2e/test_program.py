@@ -44,9 +44,6 @@ class Usage(OrvikTest):
         seconds = timeit.repeat(lambda: subprocess.run(command, capture_output=True, check=True), number=1, repeat=20)
         self.assertLess(min(seconds), 0.020)
 
-    def test_verbose_errors(self):
-        self.assertIn("net.orvik.error.io at ", run("--verbose", "info", self.folder / "missing.png").stderr)
-
 
 class Documentation(unittest.TestCase):
     def test_man_page(self):

@@ -1,5 +1,3 @@
-// Loading from a pipe, and what a signal during that prints.
-
 #include <atomic>
 #include <csignal>
 #include <cstdlib>

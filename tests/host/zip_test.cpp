@@ -1,5 +1,3 @@
-// The host's deflate and inflate, and what a caller sees of a host that lacks them.
-
 #include <gmock/gmock.h>
 
 #include "support/faults.h"

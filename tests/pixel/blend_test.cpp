@@ -1,5 +1,4 @@
-// Blend modes: what they compute, against long double and on every instruction set against the loop over single
-// pixels; their registry, and handlers for all kinds of lines and formats.
+// Blend modes against long double, and on every instruction set against the loop over single pixels.
 
 #include <gmock/gmock.h>
 #include <limits>
@@ -108,22 +107,10 @@ TEST_F(BlendTest, NaNStaysInItsChannel) {
 template <class T>
 std::vector<T> MakeWildPixels(size_t count, unsigned seed) {
     using L = std::numeric_limits<T>;
-    const double kSpecials[] = {0,
-                                -0.0,
-                                1,
-                                0.5,
-                                -1,
-                                2,
-                                1e-4,
-                                1e-30,
-                                1e30,
-                                L::infinity(),
-                                -L::infinity(),
-                                L::quiet_NaN(),
-                                L::max(),
-                                L::lowest(),
-                                L::denorm_min(),
-                                T(1) - L::epsilon()};
+    constexpr double kInf = L::infinity(), kNan = L::quiet_NaN(), kMax = L::max(), kTiny = L::denorm_min();
+    constexpr double kBelow1 = T(1) - L::epsilon();
+    const double kSpecials[] = {0,    -0.0, 1,     0.5,  -1,   2,     1e-4,  1e-30,
+                                1e30, kInf, -kInf, kNan, kMax, -kMax, kTiny, kBelow1};
     std::mt19937 random(seed);
     std::vector<T> out(count * 4);
     for (T& value : out)
@@ -293,7 +280,6 @@ TEST_F(BlendTest, OtherFormatsBlendInDoublePrecision) {
         ASSERT_FALSE(bg.empty() || fg.empty());
         const auto blend = FindBlend("overlay", bgFormat, fgFormat, 0.75);
         ASSERT_TRUE(blend) << MessageOf(blend);
-
         const auto asDoubles = [&](const PixelFormat& format, const Bytes& bytes) {
             const Bytes converted = ConvertBytes(wide, format, bytes.data(), kMaxCount);
             std::vector<double> values(converted.size() / 8);

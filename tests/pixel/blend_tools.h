@@ -1,7 +1,6 @@
 #pragma once
-/// @file
-/// Helpers of the tests of blending: runs of pixels, and the modes evaluated in long double by other means than the
-/// module's.
+// Helpers of the tests of blending: runs of pixels, and the modes evaluated in long double by other means than the
+// module's.
 
 #include <algorithm>
 #include <bit>

@@ -1,5 +1,3 @@
-// The catalogue of fixed formats: ids, names, channels, offsets, defaults and texts.
-
 #include <cmath>
 #include <map>
 #include <set>
@@ -96,7 +94,6 @@ TEST_F(CatalogueTest, GroupsHoldTheirFormatsInOrder) {
             ASSERT_TRUE(other);
             EXPECT_FALSE(*other == format);
             EXPECT_EQ((*other)->GetId(), format->GetId());
-
             ASSERT_EQ(format->GetChannelCount(), Int(types.size()));
             const ComponentType component = ComponentOfVariant(variant);
             std::vector<Int> offsets = {0};
@@ -177,7 +174,6 @@ TEST_F(CatalogueTest, LinesAndPixelMemory) {
     };
     for (const auto& [format, width, alignment, bytes] : kCases)
         EXPECT_EQ(FormatOf(format)->GetBytesPerLine(width, alignment), bytes) << format;
-
     const PixelFormat rgb = FormatOf("rgb.u8");
     const Result<BaseArray<std::byte>> pixels = rgb->CreatePix(5, 3, 4);
     ASSERT_TRUE(pixels);
@@ -262,7 +258,6 @@ TEST_F(CatalogueTest, ChannelTypes) {
           "coverage", "bg", "noderenderid", "transparency", "velocity", "weight", "mask"}}};
     EXPECT_EQ(found, expected);
     EXPECT_EQ(channeltypes::Get(channeltypes::kAlpha)->GetDefaultFillValue(), 0xFFFFFFFFu);
-
     const ImageChannelType red = channeltypes::Get(channeltypes::kRed);
     const ImageChannel half = red->GetChannel(&GetDataType<Pix16f>()).GetValueOr(ImageChannel());
     EXPECT_EQ(half, ChannelOf("red", ComponentType::F16));

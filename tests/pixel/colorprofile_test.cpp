@@ -1,6 +1,3 @@
-// Colour profiles: built-in ones, sharing, substitution, infos, damaged bytes, and those baked out of a colour
-// processor.
-
 #include <cmath>
 #include <gmock/gmock.h>
 
@@ -27,7 +24,7 @@ protected:
     }
 };
 
-TEST_F(ColorProfileTest, BuiltInProfiles) {
+TEST_F(ColorProfileTest, BuiltInProfilesAndTheEmptyOne) {
     const struct {
         Id id;
         const char* description;
@@ -65,9 +62,6 @@ TEST_F(ColorProfileTest, BuiltInProfiles) {
     EXPECT_FALSE(colorprofiles::Get(colorprofiles::kYuvDefault).CheckCompatiblePixelFormat(FormatOf("indexed.u8bit")))
         << "no space is no equal space";
     EXPECT_FALSE(colorprofiles::Get("net.orvik.image.colorprofile.mauve").HasProfile());
-}
-
-TEST_F(ColorProfileTest, TheEmptyProfile) {
     const ColorProfile none = colorprofiles::Get(colorprofiles::kNone);
     EXPECT_FALSE(none.HasProfile());
     EXPECT_EQ(TextOf(none.ToString()), "<<no profile>>");
@@ -131,16 +125,13 @@ TEST_F(ColorProfileTest, VariantsOfSrgbBecomeTheBuiltInOne) {
     }
 }
 
-TEST_F(ColorProfileTest, FilesAreWrittenAndReadWhole) {
+TEST_F(ColorProfileTest, FilesAndStreamsOfFieldsCarryProfiles) {
     const Url url = MountMemoryFile("profile.icc", CreateMemoryFile().TakeValue()).TakeValue();
     const ColorProfile sgrey = colorprofiles::Get(colorprofiles::kSgrey);
     ASSERT_TRUE(sgrey.WriteProfileToFile(url));
     EXPECT_EQ(ColorProfile::OpenProfileFromFile(url).GetValueOr(ColorProfile()), sgrey);
     UnmountMemoryFile("profile.icc");
     EXPECT_FALSE(ColorProfile::OpenProfileFromFile(url));
-}
-
-TEST_F(ColorProfileTest, StreamsOfFieldsCarryProfiles) {
     const MemoryFileRef file = CreateMemoryFile().TakeValue();
     ColorProfile none, made = ColorProfile::OpenProfileFromMemory(MakeGammaProfile(2.3, L"Field")).GetValueOr(none);
     ASSERT_TRUE(made.HasProfile());
@@ -149,7 +140,7 @@ TEST_F(ColorProfileTest, StreamsOfFieldsCarryProfiles) {
     ASSERT_TRUE(junk.Resize(50));
     ASSERT_TRUE(made.DescribeIO(writer) && none.DescribeIO(writer) && writer.Field("_profile", junk));
     DataSerialize reader(OpenMemoryInput(file).TakeValue());
-    ColorProfile read = colorprofiles::Get(colorprofiles::kSgrey);
+    ColorProfile read = sgrey;
     ASSERT_TRUE(read.DescribeIO(reader));
     EXPECT_EQ(read.GetEntry(), made.GetEntry());
     ASSERT_TRUE(read.DescribeIO(reader));
@@ -261,12 +252,11 @@ private:
     mutable int _failAt;
 };
 
-class BakedProfileTest : public ModuleFixture {
-protected:
-    static Result<ColorProfile> Bake(float gamma, int failAt = -1) {
-        return ColorProfile::BakeFromProcessor(NewObj<GammaProcessor>(gamma, failAt).GetValueOr(nullptr));
-    }
-};
+class BakedProfileTest : public ModuleFixture {};
+
+Result<ColorProfile> Bake(float gamma, int failAt = -1) {
+    return ColorProfile::BakeFromProcessor(NewObj<GammaProcessor>(gamma, failAt).GetValueOr(nullptr));
+}
 
 TEST_F(BakedProfileTest, TheHeaderAndTheTexts) {
     const Result<ColorProfile> baked = Bake(2.2f);

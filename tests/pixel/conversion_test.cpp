@@ -327,7 +327,6 @@ TEST_F(ConversionTest, EveryPair) {
         formats.push_back(format);
     formats.insert(formats.end(), all.begin(), all.end());
     ASSERT_EQ(formats.size(), 20u + 7 + 83 + 16);
-
     constexpr size_t kCount = 66;  // two blocks of an intermediate conversion
     int converted = 0, refused = 0;
     for (const PixelFormat& src : formats) {

@@ -1,6 +1,5 @@
-// The 9 x 9 table of component conversions against an independent evaluation of its rules, over the whole range of
-// values; every level of kernels against the scalar form: addresses, lengths, and runs in place; the transfer curves of
-// sRGB against the formula in extended precision.
+// Conversions of components and the transfer curves of sRGB against independent evaluations, over the whole range of
+// values; every level of kernels against the scalar form.
 
 #include <bit>
 #include <cstdlib>
@@ -31,15 +30,10 @@ Bytes RandomBytes(size_t count, unsigned seed) {
     return bytes;
 }
 
-std::vector<std::string> LevelNames() {
+TEST(Kernels, UsesTheLevelOfTheEnvironment) {
     std::vector<std::string> names;
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets())
         names.push_back(kernels->name);
-    return names;
-}
-
-TEST(Kernels, UsesTheLevelOfTheEnvironment) {
-    const std::vector<std::string> names = LevelNames();
     ASSERT_FALSE(names.empty());
     EXPECT_EQ(names[0], "scalar");
 #ifdef __x86_64__
@@ -121,7 +115,6 @@ TEST_P(CellTest, EqualsTheRule) {
     const size_t srcBytes = size_t(GetComponentBits(src) / 8);
     const size_t dstBytes = size_t(GetComponentBits(dst) / 8);
     const std::vector<uint64_t> inputs = MakeInputs(src);
-
     // One byte in front makes all addresses odd.
     std::vector<std::byte> source(inputs.size() * srcBytes + 1), strided(inputs.size() * dstBytes * 2 + 1);
     for (size_t i = 0; i < inputs.size(); ++i)
@@ -136,7 +129,6 @@ TEST_P(CellTest, EqualsTheRule) {
         std::memcpy(&raw, from, dstBytes);
         return raw;
     };
-
     for (const pixel::KernelSet* kernels : pixel::GetKernelSets()) {
         std::vector<std::byte> run(inputs.size() * dstBytes + 1);
         kernels->GetRun(src, dst)(source.data() + 1, run.data() + 1, count);
@@ -170,10 +162,6 @@ TEST(Half, EncodesByTruncationAndDecodesExactly) {
         }
         ASSERT_EQ(pixel::FloatToHalf(pixel::HalfToFloat({uint16_t(high)})).bits, high) << "the way back is exact";
     }
-}
-
-TEST(Mean, OfHalvesIsLimited) {
-    EXPECT_EQ(pixel::MeanOfColors<Pix16f>({0x7BFF}, {0x7BFF}, {0x7BFF}).bits, 0x7BFE) << "65500, not 65504";
 }
 
 /// Bytes that are no NaN as half, float or double, whose payload is not fixed by the table.
@@ -268,6 +256,7 @@ TEST(Kernels, EveryLengthAndPlaceOfRearrangements) {
 }
 
 TEST(Kernels, MeansOfExtremesAndSamples) {
+    EXPECT_EQ(pixel::MeanOfColors<Pix16f>({0x7BFF}, {0x7BFF}, {0x7BFF}).bits, 0x7BFE) << "65500, not 65504";
     for (int index = 0; index < kComponentTypeCount; ++index) {
         const auto type = ComponentType(index);
         const Int size = GetComponentBits(type) / 8, count = 20000;

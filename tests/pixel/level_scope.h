@@ -1,6 +1,4 @@
 #pragma once
-/// @file
-/// Kernels of one instruction set for a part of a test.
 
 #include "pixel/kernels/gfx_image_pixelformat_kernels.h"
 

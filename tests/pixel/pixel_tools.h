@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Helpers of the tests of the pixel model.
+// Helpers of the tests of the pixel model.
 
 #include <string>
 #include <vector>

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// The colour library used directly, beside the module, and profiles that tests make with it.
+// The colour library used directly, beside the module, and profiles that tests make with it.
 
 #include <array>
 #include <lcms2.h>

@@ -1,7 +1,6 @@
 #pragma once
-/// @file
-/// An independent, slow evaluation of the component table: exact integers and 128-bit floats, written from the rules of
-/// each cell. Components are passed as their raw bits.
+// An independent, slow evaluation of the component table: exact integers and 128-bit floats, written from the rules of
+// each cell. Components are passed as their raw bits.
 
 #include <cmath>
 #include <cstring>

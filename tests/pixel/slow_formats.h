@@ -1,7 +1,6 @@
 #pragma once
-/// @file
-/// Formats as the slow evaluation sees them, and their conversion pixel by pixel from the rules of each: words as texts
-/// of bits, integers without shifts, and floats in extended precision that is rounded after each step.
+// Formats as the slow evaluation sees them, and their conversion pixel by pixel from the rules of each: words as texts
+// of bits, integers without shifts, and floats in extended precision that is rounded after each step.
 
 #include <algorithm>
 #include <map>

@@ -1,5 +1,3 @@
-// Indices and their colours.
-
 #include <array>
 #include <gmock/gmock.h>
 #include <random>

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// An ICC profile of inks, for none is built in that transforms can be made of.
+// An ICC profile of inks, for none is built in that transforms can be made of.
 
 #include <algorithm>
 #include <cstddef>

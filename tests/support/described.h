@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Objects that describe themselves, to memory and back.
+// Objects that describe themselves, to memory and back.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +8,6 @@
 
 namespace orvik {
 
-/// What an object writes of itself.
 template <class T>
 MemoryFileRef Written(T&& object) {
     MemoryFileRef file = CreateMemoryFile().TakeValue();

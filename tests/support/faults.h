@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Work with the 1st, 2nd, ... of its allocations failing.
+// Work with the 1st, 2nd, ... of its allocations failing.
 
 #include <gtest/gtest.h>
 
@@ -10,14 +9,8 @@
 
 namespace orvik {
 
-/// Counts on to the next allocation until the work has none left to fail:
-///     AllocationFaults faults;
-///     while (faults.Next()) {
-///         ...                                       // no allocation fails here
-///         const Result<void> done = faults.Run([&] { return Work(); });
-///         ...                                       // nor here
-///     }
-///     EXPECT_GT(faults.GetErrorCount(), 3);
+/// Counts on to the next allocation until the work has none left to fail: `while (faults.Next()) faults.Run(work);`.
+/// Outside `Run` no allocation fails.
 class AllocationFaults {
 public:
     /// @param sticky  whether all later allocations fail too
@@ -43,9 +36,7 @@ public:
         }
         return answer;
     }
-    /// Whether the last run had all its memory.
     bool IsDone() const { return _finished; }
-    /// How many runs ended in an error.
     Int GetErrorCount() const { return _errors; }
 
 private:

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Layer sets from lists of paths.
+// Layer sets from lists of paths.
 
 #include <gtest/gtest.h>
 #include <vector>

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Builds layered images through the interfaces, reads them, and says by a plain evaluation what is to be seen.
+// Builds layered images through the interfaces, reads them, and says by a plain evaluation what is to be seen.
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// A test with everything published that the module publishes, without a module being loaded.
+// A test with everything published that the module publishes, without a module being loaded.
 
 #include <gtest/gtest.h>
 
@@ -8,7 +7,6 @@
 
 namespace orvik {
 
-/// Publishes before each test and takes everything back after it.
 class ModuleFixture : public testing::Test {
 protected:
     void SetUp() override {

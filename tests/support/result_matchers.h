@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// What results are expected to be.
+// What results are expected to be.
 
 #include <gmock/gmock.h>
 #include <string>
@@ -17,13 +16,11 @@ std::string DescribeResult(const Result& result) {
            result.GetError()->GetMessage().GetCString() + '"';
 }
 
-/// A result that failed with an error of this class.
 MATCHER_P(FailsAs, errorId, "fails as " + std::string(errorId.GetText())) {
     *result_listener << DescribeResult(arg);
     return !arg && arg.GetError()->IsKindOf(errorId);
 }
 
-/// A result that failed with an error of this class and exactly this text.
 MATCHER_P2(FailsWith, errorId, text, "fails as " + std::string(errorId.GetText()) + " \"" + std::string(text) + '"') {
     *result_listener << DescribeResult(arg);
     return !arg && arg.GetError()->IsKindOf(errorId) &&

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// What results hold, as tests compare and print it.
+// What results hold, as tests compare and print it.
 
 #include <ostream>
 #include <string>

@@ -1,6 +1,5 @@
 #pragma once
-/// @file
-/// Threads that begin together.
+// Threads that begin together.
 
 #include <barrier>
 #include <thread>
