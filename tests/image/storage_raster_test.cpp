@@ -279,6 +279,7 @@ TEST_F(StorageSerializeTest, FormatsMadeAtRunTimeAreFoundById) {
         EXPECT_EQ(format->GetId(), id);
         EXPECT_EQ(PixelFormats::FindOrCreatePixelFormat(format->GetChannels()).GetValueOr(nullptr), format);
         EXPECT_EQ(FindPublished<PixelFormatInterface>(id), format);
+        EXPECT_EQ(Registry::Find<PixelFormatInterface>("net.orvik.image.registry.dynamic", id), format);
     }
     for (const char* name : {"", "red", "red.u9", "red.u8", "red.u8_", "_red.u8", "red.u8_depth", "nothing.u8",
                              "RED.U8", "red.u8_grey.u8", "net.orvik.image.imagechanneltype.depth.f32"})
