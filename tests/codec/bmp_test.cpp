@@ -1,7 +1,6 @@
 // BMP: files put together byte by byte, with pixels written by hand; files written here compared byte by byte.
 
 #include "parts.h"
-#include "tool_support.h"
 
 namespace codectest {
 namespace {
@@ -390,22 +389,6 @@ TEST_F(BmpTest, Writes) {
     EXPECT_EQ(ProfileOf(again), colorprofiles::Get(colorprofiles::kLinearRgb));
     EXPECT_EQ(KindOf(SaveAs({"V6"}, rgb)), "illegalargument");
     EXPECT_EQ(MessageOf(SaveAs({"V6"}, rgb)), "Invalid header type: V6.");
-}
-
-/// Variants that other programs rarely write, judged by their readers.
-TEST_F(BmpTest, OthersReadRareVariants) {
-    if (!HasTool("bmptopnm") || !HasTool("convert-im6.q16"))
-        GTEST_SKIP() << "bmptopnm or ImageMagick is not installed";
-    const auto expectAlike = [](const char* command, const BmpParts& parts, int tolerance = 0) {
-        ExpectReadAlike(command, parts.Make(), pixelformats::kRgbU8, tolerance);
-    };
-    Noise noise(9);
-    expectAlike("bmptopnm", Indexed(2, 13, 3, noise.Make(16), noise.Make(12)));
-    expectAlike("bmptopnm", Indexed(4, 5, 2, noise.Make(48), noise.Make(8), 12));
-    const char* const magick = "convert-im6.q16 bmp:- -depth 8 rgb:-";
-    expectAlike(magick, Masked(16, 40, {0xF00, 0xF0, 0xF, 0}, noise.Make(8)), 15);
-    expectAlike(magick, Runs(8, 8, 2, {2, 7, 0, 2, 3, 0, 3, 8, 0, 0, 8, 9, 0, 1}));
-    expectAlike(magick, Runs(4, 8, 2, {2, 0x77, 0, 2, 3, 0, 3, 0x89, 0, 0, 8, 0x9A, 0, 1}));
 }
 
 }  // namespace

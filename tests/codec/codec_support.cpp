@@ -96,9 +96,11 @@ Result<ImageTextureRef> LoadAs(std::string_view formatName, const Bytes& bytes) 
 }
 
 ImageTextureRef Loaded(const Bytes& bytes) {
-    const Result<ImageTextureRef> texture = Load(bytes);
-    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
+    return Expect(Load(bytes), MakeTexture({1, 1, pixelformats::kGreyU8, {0}}));
+}
+
+ImageTextureRef LoadedAs(std::string_view formatName, const Bytes& bytes) {
+    return Expect(LoadAs(formatName, bytes), MakeTexture({1, 1, pixelformats::kGreyU8, {0}}));
 }
 
 ImageTextureRef MakeTexture() {

@@ -40,8 +40,10 @@ inline Result<void> LoadInto(const ImageTextureRef& texture, std::string_view fo
 }
 /// @}
 Result<MediaSessionRef> ConnectToTexture(const MediaConverterRef& importer, const ImageTextureRef& texture);
-/// Fails the test on an error, and goes on with a picture of one pixel.
+/// @{ Fail the test on an error, and go on with a picture of one pixel.
 ImageTextureRef Loaded(const Bytes& bytes);
+ImageTextureRef LoadedAs(std::string_view formatName, const Bytes& bytes);
+/// @}
 
 ImageTextureRef MakeTexture();
 ImageBaseRef FirstImage(const ImageTextureRef& texture);

@@ -29,13 +29,14 @@ std::vector<Sample> MakeSamples() {
 
 ForeignWriter PillowWriter(const char* what, const std::string& mode, const std::string& format,
                            Bytes (*keeps)(Bytes rgba)) {
-    return {what,
-            {"PIL"},
-            "/usr/bin/python3 -c 'import sys; from PIL import Image; "
-            "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
-            "im.convert(sys.argv[2]).save(sys.argv[3], sys.argv[4])' %I " +
-                mode + " %O " + format,
-            keeps};
+    return {
+        what,
+        {"PIL"},
+        "/usr/bin/python3 -c 'import sys; from PIL import Image; "
+        "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read()); "
+        "im.convert(sys.argv[2]).save(sys.argv[3], sys.argv[4], **dict(a.split(\"=\") for a in sys.argv[5:]))' %I " +
+            mode + " %O " + format,
+        keeps};
 }
 
 namespace {

@@ -48,7 +48,7 @@ struct ForeignWriter {
     bool isLossy = false;  ///< judged by what ImageMagick reads of the file
 };
 
-/// Pillow saves an image of a mode in a format, both in its words.
+/// Pillow saves an image of a mode in a format, both in its words; options may follow the format, as `name=value`.
 ForeignWriter PillowWriter(const char* what, const std::string& mode, const std::string& format,
                            Bytes (*keeps)(Bytes rgba) = nullptr);
 

@@ -1,9 +1,9 @@
 // The frame under formats that no file here has: inputs inside inputs, time, sound, many pictures, several written.
 
-#include "codec_support.h"
 #include "imexport/frame/media_io_audioimporter.h"
 #include "imexport/frame/media_io_imageexporter.h"
 #include "imexport/frame/media_io_imageimporter.h"
+#include "parts.h"
 #include "png_direct.h"
 #include "session/mediasession_imagetexture_export.h"
 
@@ -171,11 +171,6 @@ protected:
     Result<void> Convert(Float seconds = 0) {
         return session->Convert(TimeValue::FromSeconds(seconds), MEDIASESSIONFLAGS::NONE);
     }
-    static Bytes Tagged(std::string_view tag, const Bytes& rest) {
-        Bytes bytes(tag.begin(), tag.end());
-        bytes.insert(bytes.end(), rest.begin(), rest.end());
-        return bytes;
-    }
     static Bytes SmallPng() { return WritePng({.width = 2, .height = 1, .rows = {1, 2, 3, 4, 5, 6}}); }
 
     MediaConverterRef input;
@@ -184,7 +179,7 @@ protected:
 };
 
 TEST_F(ImportFrameTest, TakesStreamsOfNestedInputsOver) {
-    Bytes file = Tagged("BOX", SmallPng());
+    Bytes file = Joined({BytesOf("BOX"), SmallPng()});
     Connect<BoxImporter>(file);
     ASSERT_EQ(KindOf(Convert()), "ok");
     EXPECT_EQ(PixelsOfAll(texture), PixelsOfAll(Loaded(SmallPng())));
@@ -204,8 +199,7 @@ TEST_F(ImportFrameTest, BoundsTheNestingOfInputs) {
         EXPECT_TRUE(MountMemoryFile(name, *CreateMemoryFile(AsBlock(file))));
     };
     const auto load = [&](const std::string& name, const std::string& inner) {
-        const std::string url = "memory:" + inner;
-        const Bytes file = Tagged("URL", Bytes(url.begin(), url.end()));
+        const Bytes file = BytesOf("URLmemory:" + inner);
         mount(name, file);
         Connect<BoxImporter>(file);
         return KindOf(Convert());

@@ -32,12 +32,6 @@ std::vector<float> FloatsOf(const ImageBaseRef& image) {
     return floats;
 }
 
-ImageTextureRef LoadedAs(std::string_view formatName, const Bytes& file) {
-    const Result<ImageTextureRef> texture = LoadAs(formatName, file);
-    EXPECT_TRUE(texture) << texture.GetError()->ToString().GetCString();
-    return texture ? *texture : MakeTexture({1, 1, pixelformats::kGreyU8, {0}});
-}
-
 void ExpectResolution(const Bytes& file, Float dpi, Float aspectRatio, Float tolerance) {
     const ImageBaseRef image = FirstImage(Loaded(file));
     EXPECT_EQ(image->Has(image::kDpi.GetId()), dpi != 0);

@@ -17,8 +17,6 @@ Bytes Rgba(std::initializer_list<uint32_t> pixels);
 inline Id FormatId(const std::string& name) { return *Id::Create("net.orvik.image.pixelformat." + name); }
 ColorProfile ProfileOf(const ImageTextureRef& texture);
 std::vector<float> FloatsOf(const ImageBaseRef& image);
-/// Through the importer of one format. Fails the test on an error, and goes on with a picture of one pixel.
-ImageTextureRef LoadedAs(std::string_view formatName, const Bytes& file);
 /// @param dpi, aspectRatio  0: the picture has none
 void ExpectResolution(const Bytes& file, Float dpi, Float aspectRatio, Float tolerance = 1e-9);
 

@@ -69,8 +69,14 @@ std::vector<size_t> IndicesOf(const PngPicture& picture) {
 
 /// As ImageMagick reads it, where that is installed.
 void ExpectReadAlikeByMagick(const Bytes& file) {
-    if (HasTool("convert-im6.q16"))
-        ExpectReadAlike("convert-im6.q16 png:- -depth 16 -endian LSB rgba:-", file, pixelformats::kRgbaU16);
+    if (!HasTool("convert-im6.q16"))
+        return;
+    const ScratchDirectory scratch;
+    WriteFile(scratch.Path("file"), file);
+    Bytes other;
+    EXPECT_TRUE(
+        RunShell("convert-im6.q16 png:- -depth 16 -endian LSB rgba:- < '" + scratch.Path("file") + "'", &other));
+    EXPECT_EQ(PixelsOf(FirstImage(Loaded(file)), pixelformats::kRgbaU16), other);
 }
 
 /// @param colors  what the indices stand for, as RGBA

@@ -46,22 +46,7 @@ std::vector<ExportVariant> MakeTgaVariants() {
     return {{.name = "plain", .unreadable = {"ImageMagick"}}};  // it takes the bottom row for the top one
 }
 
-/// What a palette of 3, 3 and 2 bits a channel keeps.
-Bytes In332(Bytes rgba) {
-    for (size_t i = 0; i < rgba.size(); i += 4)
-        rgba[i] &= 0xE0, rgba[i + 1] &= 0xE0, rgba[i + 2] &= 0xC0, rgba[i + 3] = 255;
-    return rgba;
-}
-
 std::vector<ForeignWriter> MakeTgaWriters() {
-    const std::string pillow =
-        "/usr/bin/python3 -c 'import sys; from PIL import Image\n"
-        "im = Image.frombytes(\"RGBA\", (%W, %H), open(sys.argv[1], \"rb\").read())\n"
-        "if sys.argv[2] == \"P\":\n"
-        "  p = Image.frombytes(\"P\", im.size, bytes(r & 224 | g >> 5 << 2 | b >> 6 for r, g, b, a in im.getdata()))\n"
-        "  p.putpalette([v for i in range(256) for v in (i & 224, i << 3 & 224, i << 6 & 192)]); im = p\n"
-        "else: im = im.convert(sys.argv[2])\n"
-        "im.save(sys.argv[3], \"TGA\", compression=sys.argv[4])' %I ";
     return {
         // What ImageMagick writes begins with the top row and claims the opposite.
         MagickWriter("-flip -compress None TGA"),
@@ -69,13 +54,11 @@ std::vector<ForeignWriter> MakeTgaWriters() {
         MagickWriter("-alpha off -flip -compress RLE TGA", Opaque),
         PpmWriter("ppmtotga", "-rgb -norle", Opaque),
         PpmWriter("ppmtotga", "-rgb", Opaque),
-        {"Pillow, with alpha", {"PIL"}, pillow + "RGBA %O raw"},
-        {"Pillow, with alpha, in runs", {"PIL"}, pillow + "RGBA %O tga_rle"},
-        {"Pillow, without alpha, in runs", {"PIL"}, pillow + "RGB %O tga_rle", Opaque},
-        {"Pillow, grey", {"PIL"}, pillow + "L %O raw", Grey},
-        {"Pillow, grey in runs", {"PIL"}, pillow + "L %O tga_rle", Grey},
-        {"Pillow, map", {"PIL"}, pillow + "P %O raw", In332},
-        {"Pillow, map, in runs", {"PIL"}, pillow + "P %O tga_rle", In332},
+        PillowWriter("Pillow, with alpha", "RGBA", "TGA"),
+        PillowWriter("Pillow, with alpha, in runs", "RGBA", "TGA compression=tga_rle"),
+        PillowWriter("Pillow, without alpha, in runs", "RGB", "TGA compression=tga_rle", Opaque),
+        PillowWriter("Pillow, grey", "L", "TGA", Grey),
+        PillowWriter("Pillow, grey in runs", "L", "TGA compression=tga_rle", Grey),
     };
 }
 

@@ -78,9 +78,6 @@ TEST_F(TgaTest, DescribesItsStreams) {
     }
     constexpr MEDIAALPHATYPE kStraight = MEDIAALPHATYPE::STRAIGHT;
     EXPECT_THAT(types, testing::ElementsAre(MEDIAALPHATYPE::UNDEFINED, kStraight, kStraight, kStraight));
-
-    const TgaParts attributeBit{.height = 1, .depth = 16, .descriptor = 1, .pixels = Bytes(4)};
-    EXPECT_FALSE(AlphaOf(FirstImage(LoadedAs("tga", attributeBit.Make()))));
 }
 
 TEST_F(TgaTest, PaletteLengthFollowsTheMap) {

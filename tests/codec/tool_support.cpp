@@ -89,17 +89,6 @@ Bytes ReadFile(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
-void ExpectReadAlike(const std::string& command, const Bytes& file, const Id& pixelFormat, int tolerance) {
-    const ScratchDirectory scratch;
-    WriteFile(scratch.Path("file"), file);
-    Bytes other;
-    ASSERT_TRUE(RunShell(command + " < '" + scratch.Path("file") + "' 2> /dev/null", &other));
-    const Bytes own = PixelsOf(FirstImage(Loaded(file)), pixelFormat);
-    ASSERT_GE(other.size(), own.size());
-    other.erase(other.begin(), other.end() - long(own.size()));
-    ExpectNear(own, other, tolerance);
-}
-
 std::string Sha256(const Bytes& bytes) {
     static const ScratchDirectory scratch;
     const std::string path = scratch.Path("hash");

@@ -38,8 +38,6 @@ protected:
 void ExpectNear(const Bytes& actual, const Bytes& expected, int tolerance);
 void WriteFile(const std::string& path, const Bytes& bytes);
 Bytes ReadFile(const std::string& path);
-/// The command reads the file from its standard input and ends its output with the pixels of our first image.
-void ExpectReadAlike(const std::string& command, const Bytes& file, const Id& pixelFormat, int tolerance = 0);
 /// In hexadecimal, by the system's sha256sum.
 std::string Sha256(const Bytes& bytes);
 
