@@ -1,5 +1,4 @@
 #pragma once
-/// @file
 /// What the tests of the codecs share: files as bytes, pictures made by hand, errors as ids.
 
 #include <gmock/gmock.h>

@@ -1,5 +1,4 @@
 #pragma once
-/// @file
 /// What the tests that walk over all formats know of each: good files, their limits, other programs. A format has one
 /// source `<name>_format.cpp` and one row in `format_table.cpp`.
 

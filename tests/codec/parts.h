@@ -1,5 +1,4 @@
 #pragma once
-/// @file
 /// Files put together field by field, a slow decoder of TGA to judge by, and what the tests of several formats use.
 
 #include <array>

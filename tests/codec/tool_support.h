@@ -1,5 +1,4 @@
 #pragma once
-/// @file
 /// Other programs as judges, the files that are exchanged with them, and the memory that a piece of code takes.
 
 #include <string>

@@ -1,5 +1,4 @@
 #pragma once
-/// @file
 /// Formats, services, importers and exporters that the tests of image objects put in place of real ones.
 
 #include <functional>

@@ -1,5 +1,4 @@
 #pragma once
-/// @file
 /// Converters that record their calls.
 
 #include <gmock/gmock.h>
