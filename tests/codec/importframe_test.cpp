@@ -5,7 +5,6 @@
 #include "imexport/frame/media_io_imageimporter.h"
 #include "parts.h"
 #include "png_direct.h"
-#include "session/mediasession_imagetexture_export.h"
 
 namespace codectest {
 namespace {
@@ -260,23 +259,21 @@ TEST_F(ImportFrameTest, DeliversSoundBetweenInitAndFinish) {
 
 /// The second picture has an alpha, which belongs to no other.
 TEST_F(ImportFrameTest, WritesSeveralPicturesWithTheirAlphas) {
-    const auto save = [this](uint8_t second, const Url& target) {
-        const Picture pictures[] = {{1, 1, pixelformats::kGreyU8, {10}}, {1, 1, pixelformats::kGreyU8, {second}, {30}}};
+    const Picture first{1, 1, pixelformats::kGreyU8, {10}};
+    const auto save = [&](uint8_t second, const Url& target) -> Result<void> {
+        const Picture pictures[] = {first, {1, 1, pixelformats::kGreyU8, {second}, {30}}};
         texture = MakeTexture(pictures);
-        const auto from =
-            *ClassRef(mediaclasses::kExportFromTexture).Create<MediaStreamExportFromImageTextureInterface>();
-        EXPECT_TRUE(from->SetInputTexture(texture));
-        const Ref<SheetExporter> exporter = *NewObj<SheetExporter>();
-        EXPECT_TRUE(exporter->SetOutputUrl(target));
-        session = *ClassRef(mediaclasses::kSession).Create<MediaSessionInterface>();
-        EXPECT_TRUE(session->ConnectMediaConverter(from, MediaConverterRef(exporter)));
-        return Convert();
+        const Ref<SheetExporter> exporter = TRY(NewObj<SheetExporter>());
+        TRY(exporter->SetOutputUrl(target));
+        return texture->Save(MediaOutputUrlRef(exporter), MEDIASESSIONFLAGS::NONE, nullptr);
     };
     const Url target = Mount({});
     ASSERT_EQ(KindOf(save(20, target)), "ok");
     uint8_t pixels[3] = {};
     ASSERT_TRUE((*target.OpenInputStream())->Read(pixels, 3));
     EXPECT_THAT(pixels, testing::ElementsAre(10, 20, 30));
+    for (const FileFormatEntry& entry : WrittenFormats())  // each holds the first picture only
+        EXPECT_EQ(*Save(texture, entry.name), *Save(MakeTexture(first), entry.name)) << entry.name;
 
     // The error of writing comes before that of closing.
     EXPECT_EQ(KindOf(save(255, Url("/dev/full"))), "unsupportedoperation");

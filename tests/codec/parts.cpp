@@ -200,8 +200,7 @@ Bytes TgaParts::Make() const {
     constexpr uint32_t kOrigin = 0x04030201;  // says nothing
     Append(head, {{mapFirst, 2}, {mapLength, 2}, {mapBits, 1}, {kOrigin, 4}, {width, 2}, {height, 2}, {depth, 1}});
     head.push_back(descriptor);
-    const std::string_view text("\0\0\0\0\0\0\0\0TRUEVISION-XFILE.\0", 26);
-    return Joined({head, id, map, pixels, footer ? BytesOf(text) : Bytes()});
+    return Joined({head, id, map, pixels});
 }
 
 TgaParts Mapped(uint8_t depth, uint8_t mapBits, uint16_t first, uint16_t length, Bytes map, Bytes pixels) {

@@ -86,7 +86,6 @@ struct TgaParts {
     uint8_t descriptor = 0;  ///< 0x20: from the top down, 0x10: from right to left
     Bytes map = {};
     Bytes pixels = {};  ///< as they stand in the file
-    bool footer = false;
     Bytes Make() const;
 };
 

@@ -19,7 +19,7 @@ TEST_F(TgaTest, ReadsEveryKind) {
     TgaParts indexed = Mapped(16, 24, 0, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9}, {0, 0, 1, 0, 2, 0, 0, 1});
     indexed.descriptor = 0x20;
     TgaParts everything{.id = {9, 9, 9}, .mapType = 1, .mapLength = 1, .mapBits = 24, .map = {7, 8, 9}};
-    everything.pixels = bgr, everything.footer = true;
+    everything.pixels = Joined({bgr, BytesOf({"\0\0\0\0\0\0\0\0TRUEVISION-XFILE.\0", 26})});
     TgaParts map15 = indexed, map32 = indexed;
     map15.mapBits = 15, map15.map = {0x1F, 0x00, 0xE0, 0x03, 0x00, 0xFC};
     map32.mapBits = 32, map32.map = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
