@@ -28,12 +28,11 @@ protected:
     enum Phase { kAnalyze, kPrepare, kExecute, kClose, kPhases };
     /// @return the kind of error, or "ok"
     static std::string Run(int phase, const MediaConverterRef& converter, MediaConverterInterface::Inputs inputs = {}) {
-        if (phase == kClose)
-            return KindOf(converter->Close(inputs));
-        constexpr decltype(&MediaConverterInterface::Analyze) kFunctions[] = {&MediaConverterInterface::Analyze,
-                                                                              &MediaConverterInterface::PrepareExecute,
-                                                                              &MediaConverterInterface::Execute};
-        return KindOf(((*converter).*kFunctions[phase])(inputs, TimeValue(), MEDIASESSIONFLAGS::NONE));
+        constexpr auto kFlags = MEDIASESSIONFLAGS::NONE;
+        return KindOf(phase == kAnalyze   ? converter->Analyze(inputs, TimeValue(), kFlags)
+                      : phase == kPrepare ? converter->PrepareExecute(inputs, TimeValue(), kFlags)
+                      : phase == kExecute ? converter->Execute(inputs, TimeValue(), kFlags)
+                                          : converter->Close(inputs));
     }
 
     MediaSessionRef _session;
